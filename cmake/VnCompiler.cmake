@@ -1,0 +1,27 @@
+# Language level, warnings and sanitizers of everything that is ours.
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+add_compile_definitions(_GNU_SOURCE)
+
+set(VN_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+
+find_program(VN_CCACHE ccache)
+if(VN_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_C_COMPILER_LAUNCHER ${VN_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${VN_CCACHE})
+endif()
+
+if(VN_SANITIZE)
+    add_compile_options(-fsanitize=${VN_SANITIZE} -fno-omit-frame-pointer -g)
+    add_link_options(-fsanitize=${VN_SANITIZE})
+    if(VN_SANITIZE MATCHES undefined)
+        add_compile_options(-fno-sanitize-recover=undefined)
+    endif()
+endif()

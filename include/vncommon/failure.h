@@ -1,0 +1,113 @@
+/* Failure convention, checked allocation, out-of-memory exit, memory counter.
+ *
+ * The library does not hand failed allocations or broken preconditions back to its caller: it
+ * writes a short report to standard error and, in most cases, ends the process. This header
+ * holds the reporting routines, the allocators that never return null, the out-of-memory exit
+ * with its callback, and an optional process-wide counter of allocated bytes.
+ *
+ * Thread-safety: every function may be called from any thread. The callback pointer and the
+ * flags are plain variables; set the callback before other threads can run out of memory.
+ *
+ * Environment: VN_ABORT_ON_OOM (any value) turns the out-of-memory exit into a processor trap,
+ * for a core dump. VN_TRACKMEMORY (any value) keeps memory counting on.
+ */
+#ifndef VNCOMMON_FAILURE_H
+#define VNCOMMON_FAILURE_H
+
+#include <vncommon/api.h>
+
+VN_BEGIN_DECLS
+
+/* Does nothing when code is 0. Otherwise writes three lines to standard error, flushes it and
+ * calls abort():
+ *     "Fatal error: Call failed with code %d: %s\n"   code, description
+ *     "(strerror(errno)=%s)\n"                        errno as it was on entry
+ *     "(strerror(errcode)=%s)\n"                      code
+ */
+VN_API void vn_checkError(int code, const char* description);
+
+/* Leaves a readable message for errnum in buffer (size bytes, terminator included).
+ *
+ * The system's own message where it has one and it fits; otherwise one of
+ *     "An unknown error (%i) occurred"                                         errnum
+ *     "An error (%i) occurred, but its message was too large to display"       errnum
+ *     "Error (%i:%i) occurred"                               errnum, strerror_r's result
+ * If that text with its terminator does not leave at least one spare byte in the buffer, the
+ * process aborts with "Fatal error: error message buffer too small\n". Asking for the spare
+ * byte is one stricter than truncation requires; this is deliberate. 1024 bytes always serve.
+ */
+VN_API void vn_strerror(char* buffer, size_t size, int errnum);
+
+/* Aborts with "Fatal error: malloc or similar returned null - this suggests the process has run
+ * out of memory\n" on standard error if pointer is null. The out-of-memory callback is not
+ * called: it belongs to vn_outOfMemory alone. */
+VN_API void vn_checkMemory(const void* pointer);
+
+/* malloc, realloc and free with the check of vn_checkMemory: the results are never null.
+ * A size of 0 is passed on as it is; where the platform then answers null (realloc of a block
+ * to 0 bytes with glibc, which has freed it), the process ends like for any other null. */
+VN_API void* vn_malloc(size_t size);
+VN_API void* vn_realloc(void* pointer, size_t size);
+VN_API void vn_free(void* pointer);
+
+/* A copy of text, released with vn_free. Null gives null and the line "Warning: NULL passed to
+ * strdup\n" on standard error. */
+VN_API char* vn_strdup(const char* text);
+
+/* A copy of the first maximum bytes of text, or of all of it when it is shorter; always
+ * terminated, exactly as large as needed, released with vn_free. text must be terminated (its
+ * whole length is taken). Null as for vn_strdup; the warning names strdup here too, on purpose. */
+VN_API char* vn_strndup(const char* text, size_t maximum);
+
+/* Wall-clock time in milliseconds since 1970-01-01 UTC. It follows clock steps. */
+VN_API uint64_t vn_systime(void);
+
+/* The platform's strcasecmp, unchanged: case is folded by the rules of the C locale in force. */
+VN_API int vn_strcasecmp(const char* a, const char* b);
+
+typedef void (*vn_OutOfMemoryCallBack)(void);
+
+/* Installs the function that vn_outOfMemory calls, replacing the one before; null clears it.
+ * It runs at most once: vn_outOfMemory takes it out before the call. */
+VN_API void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback);
+
+/* The way out of a process without memory; never returns. In this order:
+ *  - writes "This process is out of memory... exiting\n" to descriptor 2 with one write();
+ *  - calls the installed callback, if any;
+ *  - with VN_ABORT_ON_OOM set, stops by a processor trap (an illegal instruction);
+ *  - writes "memory used: vm=%f, rss=%f\n" (bytes) to descriptor 2, once per process;
+ *  - vn_immediateExit(1).
+ * Called again from inside the callback, it repeats the first line and skips both the callback
+ * and the memory line. It never touches the heap or a buffered stream before the exit. */
+VN_API VN_NORETURN void vn_outOfMemory(void);
+
+/* Flushes standard output, then standard error, and ends the process with _exit(status): no
+ * exit handlers, no static destructors. */
+VN_API VN_NORETURN void vn_immediateExit(int status);
+
+/* Whether vn_immediateExit has been entered; lets other code skip its own clean-up. */
+VN_API bool vn_inImmediateExit(void);
+
+/* The memory counter: callers report their own allocations and frees, the library reports
+ * none. Counting is on from load until the first checkMemoryTrackingEnabled() and stays on
+ * after it only if VN_TRACKMEMORY is set. Counts made before that decision are kept, on
+ * purpose. Changes are atomic (sequentially consistent). */
+VN_API int checkMemoryTrackingEnabled(void);   /* decides once; 1 when counting stays on */
+VN_API void countMemoryAllocated(size_t bytes);
+VN_API void countMemoryFreed(size_t bytes);
+VN_API int64_t getMallocMemoryAllocated(void); /* bytes counted as allocated minus freed */
+
+VN_END_DECLS
+
+#ifdef __cplusplus
+namespace memorycounter {
+
+struct VN_API MemoryDiagnostics {
+    static bool _enabled; /* counting is active; true when the library is loaded */
+    static bool checkEnabled(); /* checkMemoryTrackingEnabled() as a bool */
+};
+
+}  // namespace memorycounter
+#endif
+
+#endif

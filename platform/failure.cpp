@@ -1,0 +1,199 @@
+// Failure convention: every report on standard error and every end of the process goes through
+// this file. Nothing here takes a lock, and the out-of-memory path does not touch the heap.
+#include "platform/failure.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <vncommon/discovery.h>
+
+// The XSI form of strerror_r, under the name that glibc keeps for it: C++ is always compiled
+// with the GNU extensions, whose strerror_r returns the message instead of an error number.
+extern "C" int __xpg_strerror_r(int errnum, char* buffer, size_t size);
+
+namespace {
+
+vn_OutOfMemoryCallBack outOfMemoryCallBack = nullptr;
+bool logMemory = false;        // the memory line of vn_outOfMemory has been written
+bool inImmediateExit = false;  // vn_immediateExit has been entered
+
+constexpr size_t messageSize = 1024;
+
+// The texts of errno and of code, taken before any other call can change errno.
+struct ErrorTexts {
+    explicit ErrorTexts(int code) {
+        const int savedErrno = errno;
+        vn_strerror(ofErrno, sizeof ofErrno, savedErrno);
+        vn_strerror(ofCode, sizeof ofCode, code);
+    }
+
+    void print() const {
+        fprintf(stderr, "(strerror(errno)=%s)\n", ofErrno);
+        fprintf(stderr, "(strerror(errcode)=%s)\n", ofCode);
+        fflush(stderr);
+    }
+
+    char ofErrno[messageSize];
+    char ofCode[messageSize];
+};
+
+// For the out-of-memory path: one write(), no buffered stream, and nothing to be done about a
+// failure.
+void writeToStandardError(const char* text, size_t length) {
+    [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, text, length);
+}
+
+void writeMemoryUse() {
+    char line[124];
+    const int length =
+        snprintf(line, 123, "memory used: vm=%f, rss=%f\n", vn_vmSize(), vn_residentSetSize());
+    if (length > 0) {
+        writeToStandardError(line, std::min(static_cast<size_t>(length), sizeof line - 2));
+    }
+}
+
+char* warnOfNullText() {
+    fputs("Warning: NULL passed to strdup\n", stderr);
+    fflush(stderr);
+    return nullptr;
+}
+
+}  // namespace
+
+void checkError(int code, const char* systemCall) {
+    if (code == 0) {
+        return;
+    }
+    const ErrorTexts texts(code);
+    fprintf(stderr, "Fatal error: System call %s failed\n", systemCall);
+    texts.print();
+    const bool outOfResources = code == EAGAIN || code == ENOMEM;
+    if (outOfResources && strcmp(systemCall, "pthread_create") == 0) {
+        vn_outOfMemory();
+    }
+}
+
+void vn_checkError(int code, const char* description) {
+    if (code == 0) {
+        return;
+    }
+    const ErrorTexts texts(code);
+    fprintf(stderr, "Fatal error: Call failed with code %d: %s\n", code, description);
+    texts.print();
+    abort();
+}
+
+void vn_strerror(char* buffer, size_t size, int errnum) {
+    const int result = __xpg_strerror_r(errnum, buffer, size);
+    if (result == 0) {
+        return;
+    }
+    int length;
+    if (result == EINVAL) {
+        length = snprintf(buffer, size, "An unknown error (%i) occurred", errnum);
+    } else if (result == ERANGE) {
+        length = snprintf(buffer, size,
+                          "An error (%i) occurred, but its message was too large to display",
+                          errnum);
+    } else {
+        length = snprintf(buffer, size, "Error (%i:%i) occurred", errnum, result);
+    }
+    if (length < 0) {
+        fprintf(stderr, "Fatal error: snprintf unexpectedly failed (%i)\n", length);
+        abort();
+    }
+    // One byte stricter than truncation requires, on purpose: callers rely on a fallback text
+    // never filling the buffer.
+    if (static_cast<size_t>(length) + 1 >= size) {
+        fputs("Fatal error: error message buffer too small\n", stderr);
+        abort();
+    }
+}
+
+void vn_checkMemory(const void* pointer) {
+    if (pointer == nullptr) [[unlikely]] {
+        fputs("Fatal error: malloc or similar returned null - this suggests the process has run "
+              "out of memory\n",
+              stderr);
+        abort();
+    }
+}
+
+void* vn_malloc(size_t size) {
+    void* block = malloc(size);
+    vn_checkMemory(block);
+    return block;
+}
+
+void* vn_realloc(void* pointer, size_t size) {
+    void* block = realloc(pointer, size);
+    vn_checkMemory(block);
+    return block;
+}
+
+void vn_free(void* pointer) { free(pointer); }
+
+char* vn_strdup(const char* text) {
+    if (text == nullptr) {
+        return warnOfNullText();
+    }
+    char* copy = strdup(text);
+    vn_checkMemory(copy);
+    return copy;
+}
+
+char* vn_strndup(const char* text, size_t maximum) {
+    if (text == nullptr) {
+        return warnOfNullText();
+    }
+    const size_t length = std::min(strlen(text), maximum);
+    char* copy = static_cast<char*>(vn_malloc(length + 1));
+    memcpy(copy, text, length);
+    copy[length] = '\0';
+    return copy;
+}
+
+uint64_t vn_systime(void) {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+}
+
+int vn_strcasecmp(const char* a, const char* b) { return strcasecmp(a, b); }
+
+void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback) {
+    outOfMemoryCallBack = callback;
+}
+
+void vn_outOfMemory(void) {
+    const vn_OutOfMemoryCallBack callback = outOfMemoryCallBack;
+    outOfMemoryCallBack = nullptr;
+    constexpr char message[] = "This process is out of memory... exiting\n";
+    writeToStandardError(message, sizeof message - 1);
+    if (callback != nullptr) {
+        callback();
+    }
+    if (getenv("VN_ABORT_ON_OOM") != nullptr) {
+        __builtin_trap();
+    }
+    if (!logMemory) {
+        logMemory = true;
+        writeMemoryUse();
+    }
+    vn_immediateExit(1);
+}
+
+void vn_immediateExit(int status) {
+    inImmediateExit = true;
+    fflush(stdout);
+    fflush(stderr);
+    _exit(status);
+}
+
+bool vn_inImmediateExit(void) { return inImmediateExit; }

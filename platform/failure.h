@@ -1,0 +1,14 @@
+// Reporting of failed system calls, for the wrappers of this library only.
+#ifndef VN_PLATFORM_FAILURE_H
+#define VN_PLATFORM_FAILURE_H
+
+#include <vncommon/failure.h>
+
+// Does nothing when code is 0. Otherwise reports the failed call in three lines on standard
+// error ("Fatal error: System call %s failed\n" and the texts of errno and of code) and returns:
+// a failed lock, unlock or signal is reported and the program goes on, on purpose. The one
+// exception: "pthread_create" failing with EAGAIN or ENOMEM ends in vn_outOfMemory().
+// code is what the call returned: an error number, or -1 for calls that report through errno.
+void checkError(int code, const char* systemCall);
+
+#endif

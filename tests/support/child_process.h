@@ -1,0 +1,48 @@
+// Runs a piece of a test in a fresh process: the test program starts itself again, so that the
+// child sees library load, environment, signals and first calls as a new program does.
+//
+//     VN_CHILD(printsAndExits) { puts("hello"); return 3; }
+//
+//     TEST(Example, Child) {
+//         const ChildResult child = runChild("printsAndExits", {.environment = {{"HOME", "/x"}}});
+//         EXPECT_EQ(child.exitStatus, 3);
+//     }
+#ifndef VN_TESTS_SUPPORT_CHILD_PROCESS_H
+#define VN_TESTS_SUPPORT_CHILD_PROCESS_H
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct ChildOptions {
+    // Variables to set; an absent value unsets the variable. The rest is inherited.
+    std::map<std::string, std::optional<std::string>> environment = {};
+    std::vector<std::string> arguments = {};  // handed to the child's body
+    std::string workingDirectory = {};        // empty: the parent's
+    int timeoutSeconds = 120;                 // then the child is killed: signal is SIGKILL
+};
+
+struct ChildResult {
+    int exitStatus = -1;  // -1 when a signal ended the child
+    int signal = 0;       // 0 when it exited
+    std::string out;      // everything on standard output
+    std::string err;      // everything on standard error
+};
+
+using ChildArguments = std::vector<std::string>;
+using ChildBody = int (*)(const ChildArguments& arguments);
+
+bool registerChild(const char* name, ChildBody body);
+
+// For main(): runs the body and gives its status when this process is a child.
+bool runAsChild(int argc, char** argv, int& status);
+ChildResult runChild(const std::string& name, const ChildOptions& options = {});
+
+#define VN_CHILD(name)                                                                          \
+    static int vnChild_##name(const ChildArguments& arguments);                                 \
+    [[maybe_unused]] static const bool vnChildRegistered_##name =                               \
+        registerChild(#name, vnChild_##name);                                                   \
+    static int vnChild_##name([[maybe_unused]] const ChildArguments& arguments)
+
+#endif
