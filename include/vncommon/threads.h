@@ -1,0 +1,121 @@
+/* Threads, mutexes, conditions, counting semaphores, thread-local slots.
+ *
+ * Thin wrappers over POSIX threads and semaphores: one system call each. When that call fails,
+ * three lines go to standard error, the first "Fatal error: System call %s failed\n" with the
+ * call's name, and the wrapper returns as if it had succeeded. This is deliberate: a failed
+ * lock, unlock or signal is reported and the program goes on. Only a pthread_create that fails
+ * for lack of resources ends the process (vn_outOfMemory, failure.h). The calls named below are
+ * the names in those reports.
+ *
+ * The objects are the platform's own, embedded by value in the caller's records; every _init
+ * needs its _destroy. Destroy a mutex unlocked, a condition or semaphore without waiters.
+ *
+ * Thread-safety: every operation may be called from any thread.
+ */
+#ifndef VNCOMMON_THREADS_H
+#define VNCOMMON_THREADS_H
+
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <vncommon/api.h>
+
+VN_BEGIN_DECLS
+
+typedef pthread_mutex_t vn_Mutex;        /* not recursive, no error checking */
+typedef pthread_cond_t vn_Condition;     /* deadlines on the wall clock */
+typedef sem_t vn_Semaphore;              /* shared by the threads of one process */
+typedef pthread_key_t vn_ThreadLocal;
+typedef pthread_t vn_ThreadId;
+
+/* A thread's function; its result is ignored. */
+typedef void* (*vn_ThreadFunction)(void* argument);
+
+/* To be called once by the application, early: vn_Condition_init, vn_Semaphore_init and
+ * vn_createThread before it write "C threading library used without first being initialised\n"
+ * to standard error and abort(). Mutexes and thread-local slots do not need it. */
+VN_API void vn_threadInit(void);
+
+/* --- Mutexes: "pthread_mutex_init", "_destroy", "_lock", "_unlock" ------------------------- */
+
+VN_API void vn_Mutex_init(vn_Mutex* mutex);
+VN_API void vn_Mutex_destroy(vn_Mutex* mutex);
+VN_API void vn_Mutex_lock(vn_Mutex* mutex);
+VN_API void vn_Mutex_unlock(vn_Mutex* mutex);
+
+/* --- Conditions: "pthread_cond_init", "_destroy", "_wait", "_signal", "_broadcast" ---------- */
+
+VN_API void vn_Condition_init(vn_Condition* condition);
+VN_API void vn_Condition_destroy(vn_Condition* condition);
+
+/* Waits with the mutex held by the caller. Wakes up spuriously at times: wait in a loop. */
+VN_API void vn_Condition_wait(vn_Condition* condition, vn_Mutex* mutex);
+
+/* The same until deadline at the latest: an absolute time in milliseconds since 1970-01-01 on
+ * the wall clock, the scale of vn_systime (not a duration). True when woken (also spuriously),
+ * false when the deadline has passed or on any error; nothing is reported.
+ *
+ * The wall clock may be stepped. A wait that must survive that goes in a loop of short deadlines
+ * that tests its predicate each time:
+ *     while (!ready && monotonicNow() < end)
+ *         vn_Condition_timedwait(&condition, &mutex, vn_systime() + 100);
+ */
+VN_API bool vn_Condition_timedwait(vn_Condition* condition, vn_Mutex* mutex, uint64_t deadline);
+
+VN_API void vn_Condition_signal(vn_Condition* condition);
+VN_API void vn_Condition_broadcast(vn_Condition* condition);
+
+/* --- Semaphores: "sem_init", "sem_destroy", "sem_post", "sem_wait" --------------------------
+ * These calls report through errno: in a failure report the "(strerror(errno)=%s)\n" line holds
+ * the cause, and the "(strerror(errcode)=%s)\n" line describes -1. */
+
+VN_API void vn_Semaphore_init(vn_Semaphore* semaphore, uint32_t initialCount);
+VN_API void vn_Semaphore_destroy(vn_Semaphore* semaphore);
+VN_API void vn_Semaphore_post(vn_Semaphore* semaphore);
+
+/* Returns only with the semaphore taken. Interruptions are retried silently; a persistent
+ * failure is reported again on every attempt rather than returned, deliberately. */
+VN_API void vn_Semaphore_wait(vn_Semaphore* semaphore);
+
+/* TRUE WHEN THE SEMAPHORE COULD NOT BE TAKEN, false when it was taken. The inverted sense is
+ * deliberate: callers depend on it, the queue of queue.h among them. Reports nothing. */
+VN_API bool vn_Semaphore_trywait(vn_Semaphore* semaphore);
+
+/* --- Threads: "pthread_attr_init", "pthread_attr_setdetachstate", "pthread_create" ----------- */
+
+/* Starts function(argument) in a new thread with the platform's default stack and scheduling.
+ * A detached thread releases its resources on its own and cannot be joined. SIGINT and SIGHUP
+ * are blocked in the new thread, so that they reach threads the library did not make, the main
+ * thread as a rule; the log-reopening handler (file_logger.h) relies on that.
+ * A pthread_create that fails with EAGAIN or ENOMEM ends the process through vn_outOfMemory;
+ * after any other failure the result is not a thread. */
+VN_API vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool detached);
+
+/* Waits for the thread's end ("pthread_join"). Null for a thread made by vn_createThread,
+ * unless it ended itself through pthread_exit with a value. */
+VN_API void* vn_joinThread(vn_ThreadId thread);
+
+VN_API vn_ThreadId vn_getThreadID(void); /* the calling thread */
+
+/* Sleeps at least so many milliseconds; an interrupted sleep goes on with what remains. */
+VN_API void vn_sleep(uint32_t milliseconds);
+
+/* --- Thread-local slots: "pthread_key_create", "pthread_key_delete", "pthread_setspecific" --- */
+
+/* destructor (may be null) is called at a thread's end with the thread's value unless null. */
+VN_API void vn_ThreadLocal_init(vn_ThreadLocal* slot, void (*destructor)(void* value));
+VN_API void vn_ThreadLocal_destroy(vn_ThreadLocal* slot);
+VN_API void* vn_ThreadLocal_get(vn_ThreadLocal* slot); /* null if never set in this thread */
+VN_API void vn_ThreadLocal_set(vn_ThreadLocal* slot, void* value);
+
+/* A small number for the calling thread: 1 for the first thread that asks, 2 for the next, and
+ * so on; never 0, the same on every call, never given to another thread. The first call of a
+ * thread takes a lock, the others read a slot. */
+VN_API uint64_t vn_getCountedThreadId(void);
+
+/* Does nothing on this platform; kept because compiled programs call it. */
+VN_API void vn_reportLoggerFD(void);
+
+VN_END_DECLS
+
+#endif

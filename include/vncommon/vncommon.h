@@ -1,0 +1,9 @@
+/* Everything that libvncommon offers. */
+#ifndef VNCOMMON_VNCOMMON_H
+#define VNCOMMON_VNCOMMON_H
+
+#include <vncommon/failure.h>
+#include <vncommon/threads.h>
+#include <vncommon/vector.h>
+
+#endif
