@@ -22,8 +22,8 @@ if(NOT EXISTS ${VN_UPSTREAM_DIR})
     file(ARCHIVE_EXTRACT INPUT ${VN_NEWLIB_TARBALL} DESTINATION ${VN_UNPACKING}
          PATTERNS "*/newlib/libm/math/*.[ch]" "*/newlib/libm/common/*.[ch]"
                   "*/newlib/libc/stdlib/dtoa.c" "*/newlib/libc/stdlib/mprec.[ch]"
-                  "*/newlib/libc/stdlib/strtod.c" "*/newlib/libc/stdlib/gd_qnan.h"
-                  "*/newlib/libc/stdlib/gdtoa*" "*/newlib/libc/locale/setlocale.h")
+                  "*/newlib/libc/stdlib/strtod.c" "*/newlib/libc/stdlib/gdtoa*"
+                  "*/newlib/libc/locale/setlocale.h")
     file(RENAME ${VN_UNPACKING} ${VN_UPSTREAM_DIR})
 endif()
 file(GLOB VN_NEWLIB_DIR ${VN_UPSTREAM_DIR}/*/newlib)
