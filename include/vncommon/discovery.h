@@ -1,0 +1,98 @@
+/* Processors and memory that the process may really use.
+ *
+ * Inside a container that is less than the machine has: the limits of the process's control
+ * group count as well. Both versions of control groups are read, and the smaller limit wins.
+ * Also the process's own size, as the kernel reports it.
+ *
+ * Errors: none are reported. A missing file, an unreadable value or failed parsing means "no
+ * limit" (limits), 0 (counts and sizes) or null (paths). Nothing here ends the process.
+ *
+ * No limit is DBL_MAX for processors and INT64_MAX for bytes.
+ *
+ * Thread-safety: every function may be called from any thread, any number at once.
+ *
+ * Cost: everything but vn_getPhysicalCPUs opens and reads its files on every call (some
+ * microseconds per file), so a changed limit is seen by the next call. Callers in a hurry keep
+ * the answer.
+ *
+ * Environment, read on every call except that vn_getPhysicalCPUs remembers its answer:
+ *     VN_ASSUME_CPUS     processor count to use instead of /proc/cpuinfo's
+ *     VN_CGROUPS_ROOT    mount point of the control groups, by default /sys/fs/cgroup
+ *     VN_CGROUPS_SELF    list of the process's control groups, by default /proc/self/cgroup
+ */
+#ifndef VNCOMMON_DISCOVERY_H
+#define VNCOMMON_DISCOVERY_H
+
+#include <vncommon/api.h>
+
+VN_BEGIN_DECLS
+
+/* ---- Processors ------------------------------------------------------------------------- */
+
+/* Processors of the machine: VN_ASSUME_CPUS, if it is a number that is positive as a 32-bit
+ * integer (what follows the number is ignored), else the "processor" lines of /proc/cpuinfo.
+ * The answer is kept for the life of the process, except the 0 for a /proc/cpuinfo that cannot
+ * be opened: the next call tries again. */
+VN_API int vn_getPhysicalCPUs(void);
+
+/* Processors that the process may use, possibly a fraction: the smallest of vn_getPhysicalCPUs
+ * and the two control-group quotas. There is no lower bound: half a processor is 0.5. */
+VN_API double vn_availableCPUs(void);
+
+/* vn_availableCPUs rounded up: 0.5 gives 1, 2.01 gives 3. 0 only when nothing is known. */
+VN_API int vn_numberOfCPUs(void);
+
+/* Quota divided by period, from the version 1 "cpu" controller directory dir (the files
+ * cpu.cfs_quota_us and cpu.cfs_period_us) or from the version 2 group directory dir (cpu.max).
+ * No limit unless both are numbers greater than 0. A null dir means no limit. */
+VN_API double vn_availableCPUsCGroupsV1(const char* dir);
+VN_API double vn_availableCPUsCGroupsV2(const char* dir);
+
+/* ---- Memory ----------------------------------------------------------------------------- */
+
+/* Memory that the process may use, in MiB, not rounded: the smallest of
+ * vn_actualPhysicalMemoryBytes and the two control-group limits. */
+VN_API double vn_physicalMemory(void);
+
+/* Physical memory of the machine in bytes; 0 if unknown. */
+VN_API int64_t vn_actualPhysicalMemoryBytes(void);
+
+/* The limit in bytes, from the version 1 "memory" controller directory dir (the file
+ * memory.limit_in_bytes) or from the version 2 group directory dir (memory.max). A value of
+ * physicalBytes or more is no limit, and so is a null dir. The two differ on purpose: version 2
+ * takes only values greater than 0, version 1 takes any, so that a file without a number in
+ * its first line stands as a limit of 0 bytes. */
+VN_API int64_t vn_physicalMemoryCGroupsV1(const char* dir, int64_t physicalBytes);
+VN_API int64_t vn_physicalMemoryCGroupsV2(const char* dir, int64_t physicalBytes);
+
+/* Virtual size and resident set of this process in bytes; 0.0 if unknown. Neither touches the
+ * heap, so that they serve a process that has run out of memory. */
+VN_API double vn_vmSize(void);
+VN_API double vn_residentSetSize(void);
+
+/* ---- Control groups --------------------------------------------------------------------- */
+
+/* Directory of the process's group for a controller: "cpu", "memory", or "" for version 2.
+ * root is the mount point, selfFile the list of the process's groups. The result is
+ * root/controller followed by the path that the first fitting line of selfFile gives, or
+ * root/controller alone where that directory cannot be seen (as in a container). With the empty
+ * controller the path follows a double slash, which is kept.
+ * Null if selfFile cannot be opened or lists no such controller. The caller frees the result. */
+VN_API char* vn_getCGroupProcessControllerDir(const char* root, const char* selfFile,
+                                              const char* controller);
+
+/* Offset of the path in one line "id:controllers:path" of such a list, if the comma-separated
+ * controllers hold the given one (all of its name: "cpu" is not "cpuset"), else -1. An empty
+ * controller asks for the version 2 line, whose list is empty. Neither text needs a
+ * terminator. */
+VN_API int64_t vn_findProcCGroupPathOffset(const char* line, size_t length, const char* controller,
+                                           size_t controllerLength);
+
+/* First line, its line feed included, of the file whose name is dir directly followed by name
+ * (name begins with the slash). Null if there is no such file or nothing to read. The caller
+ * frees the result. */
+VN_API char* readCGroupsFile(const char* dir, const char* name);
+
+VN_END_DECLS
+
+#endif

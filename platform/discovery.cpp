@@ -1,0 +1,301 @@
+// Processor and memory discovery from /proc and the control-group tree.
+#include "platform/discovery.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "platform/line_reader.h"
+
+namespace {
+
+constexpr double unlimitedCpus = DBL_MAX;
+constexpr int64_t unlimitedBytes = INT64_MAX;
+constexpr double mebibytesPerByte = 0x1p-20;
+
+std::atomic<int> numCpus{vncommon::unknownCpus};
+
+struct PlainFree {
+    void operator()(char* text) const { free(text); }
+};
+using Text = std::unique_ptr<char, PlainFree>;
+
+struct CloseFile {
+    void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+bool startsWith(const char* text, const char* prefix) {
+    return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+bool exists(const char* path) {
+    struct stat ignored;
+    return stat(path, &ignored) == 0;
+}
+
+// The parts one after the other; null when memory is exhausted, like everything unknown here.
+Text join(const char* first, const char* second, const char* third = "", const char* fourth = "") {
+    char* joined;
+    const int length = asprintf(&joined, "%s%s%s%s", first, second, third, fourth);
+    return Text(length < 0 ? nullptr : joined);
+}
+
+const char* environmentOr(const char* variable, const char* otherwise) {
+    const char* value = getenv(variable);
+    return value != nullptr ? value : otherwise;
+}
+
+Text ownControllerDir(const char* controller) {
+    return Text(vn_getCGroupProcessControllerDir(
+        environmentOr("VN_CGROUPS_ROOT", "/sys/fs/cgroup"),
+        environmentOr("VN_CGROUPS_SELF", "/proc/self/cgroup"), controller));
+}
+
+// VN_ASSUME_CPUS, judged as a 32-bit integer; 0 when it says nothing.
+int assumedCpus() {
+    const char* text = getenv("VN_ASSUME_CPUS");
+    const int count = text == nullptr ? 0 : static_cast<int>(strtol(text, nullptr, 10));
+    return count > 0 ? count : 0;
+}
+
+double quotient(double quota, double period) {
+    return quota > 0 && period > 0 ? quota / period : unlimitedCpus;
+}
+
+Text readLimit(const char* dir, const char* name) {
+    return Text(dir == nullptr ? nullptr : readCGroupsFile(dir, name));
+}
+
+// The number that a controller file begins with, 0 when there is none.
+double readNumber(const char* dir, const char* name) {
+    double number = 0;
+    if (const Text line = readLimit(dir, name)) {
+        sscanf(line.get(), "%lf", &number);
+    }
+    return number;
+}
+
+// The list of controllers of one line, which begins at offset: whether it holds the controller.
+// Leaves offset at the end of the list.
+bool listHolds(const char* line, size_t length, size_t& offset, const char* controller,
+               size_t controllerLength) {
+    bool found = false;
+    while (true) {
+        const size_t item = offset;
+        while (offset < length && line[offset] != ',' && line[offset] != ':') {
+            ++offset;
+        }
+        found |= offset - item == controllerLength &&
+                 strncmp(line + item, controller, controllerLength) == 0;
+        if (offset == length || line[offset] == ':') {
+            return found;
+        }
+        ++offset;
+    }
+}
+
+// The path that the first fitting line of selfFile gives, up to the end of the line; null when
+// no line fits.
+Text findGroupPath(const char* selfFile, const char* controller) {
+    const File file(fopen(selfFile, "re"));
+    if (file == nullptr) {
+        return nullptr;
+    }
+    char* line = nullptr;
+    size_t capacity = 0;
+    Text path;
+    ssize_t length;
+    while (path == nullptr && (length = getline(&line, &capacity, file.get())) >= 0) {
+        const int64_t offset = vn_findProcCGroupPathOffset(line, static_cast<size_t>(length),
+                                                           controller, strlen(controller));
+        if (offset >= 0) {
+            path = Text(strdup(line + offset));
+        }
+    }
+    free(line);
+    return path;
+}
+
+void stripTrailingLineFeeds(char* text) {
+    size_t length = strlen(text);
+    while (length > 0 && text[length - 1] == '\n') {
+        text[--length] = '\0';
+    }
+}
+
+}  // namespace
+
+namespace vncommon {
+
+int physicalCpus(std::atomic<int>& cache, const char* cpuinfoFile) {
+    const int known = cache.load(std::memory_order_relaxed);
+    if (known != unknownCpus) {
+        return known;
+    }
+    int count = assumedCpus();
+    if (count == 0) {
+        LineReader cpuinfo(cpuinfoFile);
+        if (!cpuinfo.isOpen()) {
+            return 0;  // not kept: a later call may succeed
+        }
+        char line[1024];
+        while (cpuinfo.next(line)) {
+            count += startsWith(line, "processor");
+        }
+    }
+    cache.store(count, std::memory_order_relaxed);
+    return count;
+}
+
+double vmSize(const char* statusFile) {
+    constexpr char label[] = "VmSize:";
+    LineReader status(statusFile);
+    char line[256];
+    while (status.next(line)) {
+        if (startsWith(line, label)) {
+            const char* digits = line + sizeof label - 1;
+            digits += strcspn(digits, "0123456789");
+            const auto kibibytes = static_cast<uint64_t>(strtoll(digits, nullptr, 10));
+            return static_cast<double>(static_cast<int64_t>(kibibytes << 10));
+        }
+    }
+    return 0.0;
+}
+
+double residentSetSize(const char* statmFile) {
+    LineReader statm(statmFile);
+    char line[256];
+    long pages;
+    if (!statm.next(line) || sscanf(line, "%*s%ld", &pages) != 1) {
+        return 0.0;
+    }
+    return static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE));
+}
+
+}  // namespace vncommon
+
+int vn_getPhysicalCPUs(void) {
+    return vncommon::physicalCpus(numCpus, "/proc/cpuinfo");
+}
+
+double vn_availableCPUs(void) {
+    double available = vn_getPhysicalCPUs();
+    const double version1 = vn_availableCPUsCGroupsV1(ownControllerDir("cpu").get());
+    const double version2 = vn_availableCPUsCGroupsV2(ownControllerDir("").get());
+    available = version1 < available ? version1 : available;
+    return version2 < available ? version2 : available;
+}
+
+int vn_numberOfCPUs(void) {
+    return static_cast<int>(std::ceil(vn_availableCPUs()));
+}
+
+double vn_availableCPUsCGroupsV1(const char* dir) {
+    const double quota = readNumber(dir, "/cpu.cfs_quota_us");  // -1: no quota
+    return quota > 0 ? quotient(quota, readNumber(dir, "/cpu.cfs_period_us")) : unlimitedCpus;
+}
+
+double vn_availableCPUsCGroupsV2(const char* dir) {
+    const Text line = readLimit(dir, "/cpu.max");
+    double quota;
+    double period;
+    if (line == nullptr || sscanf(line.get(), "%lf %lf", &quota, &period) != 2) {
+        return unlimitedCpus;
+    }
+    return quotient(quota, period);
+}
+
+double vn_physicalMemory(void) {
+    const int64_t physical = vn_actualPhysicalMemoryBytes();
+    const int64_t version1 = vn_physicalMemoryCGroupsV1(ownControllerDir("memory").get(), physical);
+    const int64_t version2 = vn_physicalMemoryCGroupsV2(ownControllerDir("").get(), physical);
+    const int64_t bytes = std::min(std::min(version1, version2), physical);
+    return static_cast<double>(bytes) * mebibytesPerByte;
+}
+
+int64_t vn_actualPhysicalMemoryBytes(void) {
+    const int64_t pages = sysconf(_SC_PHYS_PAGES);
+    const int64_t pageSize = sysconf(_SC_PAGESIZE);
+    return pages == -1 || pageSize == -1 ? 0 : pages * pageSize;
+}
+
+int64_t vn_physicalMemoryCGroupsV1(const char* dir, int64_t physicalBytes) {
+    const Text line = readLimit(dir, "/memory.limit_in_bytes");
+    int64_t limit = 0;  // stands when the line holds no number, on purpose
+    if (line == nullptr || sscanf(line.get(), "%ld", &limit) == EOF) {
+        return unlimitedBytes;
+    }
+    // Without a limit the kernel shows a number beyond any memory.
+    return limit >= physicalBytes ? unlimitedBytes : limit;
+}
+
+int64_t vn_physicalMemoryCGroupsV2(const char* dir, int64_t physicalBytes) {
+    const Text line = readLimit(dir, "/memory.max");
+    int64_t limit = -1;  // stands for the word "max"
+    if (line != nullptr) {
+        sscanf(line.get(), "%ld", &limit);
+    }
+    return limit > 0 && limit < physicalBytes ? limit : unlimitedBytes;
+}
+
+double vn_vmSize(void) {
+    return vncommon::vmSize("/proc/self/status");
+}
+
+double vn_residentSetSize(void) {
+    return vncommon::residentSetSize("/proc/self/statm");
+}
+
+char* vn_getCGroupProcessControllerDir(const char* root, const char* selfFile,
+                                       const char* controller) {
+    const Text path = findGroupPath(selfFile, controller);
+    if (path == nullptr) {
+        return nullptr;
+    }
+    Text dir = join(root, "/", controller, path.get());
+    if (dir != nullptr) {
+        stripTrailingLineFeeds(dir.get());
+        if (!exists(dir.get())) {
+            dir = join(root, "/", controller);
+        }
+    }
+    return dir.release();
+}
+
+int64_t vn_findProcCGroupPathOffset(const char* line, size_t length, const char* controller,
+                                    size_t controllerLength) {
+    size_t offset = 0;
+    while (offset < length && line[offset] >= '0' && line[offset] <= '9') {
+        ++offset;
+    }
+    if (offset == length || line[offset] != ':') {
+        return -1;
+    }
+    ++offset;
+    const bool found = listHolds(line, length, offset, controller, controllerLength);
+    return found && offset < length ? static_cast<int64_t>(offset + 1) : -1;
+}
+
+char* readCGroupsFile(const char* dir, const char* name) {
+    const Text path = join(dir, name);
+    if (path == nullptr || !exists(path.get())) {
+        return nullptr;
+    }
+    const File file(fopen(path.get(), "re"));
+    char* line = nullptr;
+    size_t capacity = 0;
+    if (file == nullptr || getline(&line, &capacity, file.get()) < 0) {
+        free(line);
+        return nullptr;
+    }
+    return line;
+}

@@ -1,0 +1,21 @@
+// The discovery functions with the files they read as arguments.
+#ifndef VN_PLATFORM_DISCOVERY_H
+#define VN_PLATFORM_DISCOVERY_H
+
+#include <atomic>
+
+#include <vncommon/discovery.h>
+
+namespace vncommon {
+
+constexpr int unknownCpus = -1;
+
+// vn_getPhysicalCPUs; cache is unknownCpus until the count is known.
+int physicalCpus(std::atomic<int>& cache, const char* cpuinfoFile);
+
+double vmSize(const char* statusFile);
+double residentSetSize(const char* statmFile);
+
+}  // namespace vncommon
+
+#endif

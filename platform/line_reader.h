@@ -1,0 +1,39 @@
+// Reads a file in pieces as fgets does, but without the heap: the size of the process is read
+// when its memory is exhausted.
+#ifndef VN_PLATFORM_LINE_READER_H
+#define VN_PLATFORM_LINE_READER_H
+
+#include <cstddef>
+
+namespace vncommon {
+
+class LineReader {
+  public:
+    explicit LineReader(const char* path);  // errno says why isOpen() is false
+    ~LineReader();
+    LineReader(const LineReader&) = delete;
+    LineReader& operator=(const LineReader&) = delete;
+
+    bool isOpen() const { return descriptor >= 0; }
+
+    // The next line with its line feed, or the next size - 1 bytes of a longer one, terminated.
+    // False at the end of the file, on an error and when the file is not open. size is 2 at least.
+    bool next(char* piece, size_t size);
+
+    template <size_t size>
+    bool next(char (&piece)[size]) {
+        return next(piece, size);
+    }
+
+  private:
+    bool fill();
+
+    int descriptor;
+    size_t begin = 0;  // the bytes not handed out yet are chunk[begin, end)
+    size_t end = 0;
+    char chunk[1024];
+};
+
+}  // namespace vncommon
+
+#endif
