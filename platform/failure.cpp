@@ -116,7 +116,7 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
     }
 }
 
-void vn_checkMemory(const void* pointer) {
+void vn_checkMemory(void* pointer) {
     if (pointer == nullptr) [[unlikely]] {
         fputs("Fatal error: malloc or similar returned null - this suggests the process has run "
               "out of memory\n",

@@ -41,7 +41,7 @@ VN_API void vn_strerror(char* buffer, size_t size, int errnum);
 /* Aborts with "Fatal error: malloc or similar returned null - this suggests the process has run
  * out of memory\n" on standard error if pointer is null. The out-of-memory callback is not
  * called: it belongs to vn_outOfMemory alone. */
-VN_API void vn_checkMemory(const void* pointer);
+VN_API void vn_checkMemory(void* pointer);
 
 /* malloc, realloc and free with the check of vn_checkMemory: the results are never null.
  * A size of 0 is passed on as it is; where the platform then answers null (realloc of a block

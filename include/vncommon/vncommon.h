@@ -5,5 +5,6 @@
 #include <vncommon/failure.h>
 #include <vncommon/threads.h>
 #include <vncommon/vector.h>
+#include <vncommon/discovery.h>
 
 #endif
