@@ -20,7 +20,7 @@ extern "C" int __xpg_strerror_r(int errnum, char* buffer, size_t size);
 namespace {
 
 vn_OutOfMemoryCallBack outOfMemoryCallBack = nullptr;
-bool logMemory = false;        // the memory line of vn_outOfMemory has been written
+bool logMemory = false;        // some entry into vn_outOfMemory has the memory line for its own
 bool inImmediateExit = false;  // vn_immediateExit has been entered
 
 constexpr size_t messageSize = 1024;
@@ -50,11 +50,11 @@ void writeToStandardError(const char* text, size_t length) {
 }
 
 void writeMemoryUse() {
-    char line[124];
-    const int length =
-        snprintf(line, 123, "memory used: vm=%f, rss=%f\n", vn_vmSize(), vn_residentSetSize());
+    char line[123];
+    const int length = snprintf(line, sizeof line, "memory used: vm=%f, rss=%f\n", vn_vmSize(),
+                                vn_residentSetSize());
     if (length > 0) {
-        writeToStandardError(line, std::min(static_cast<size_t>(length), sizeof line - 2));
+        writeToStandardError(line, std::min(static_cast<size_t>(length), sizeof line - 1));
     }
 }
 
@@ -174,6 +174,8 @@ void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback) {
 void vn_outOfMemory(void) {
     const vn_OutOfMemoryCallBack callback = outOfMemoryCallBack;
     outOfMemoryCallBack = nullptr;
+    const bool logsMemory = !logMemory;  // not when entered again from inside the callback
+    logMemory = true;
     constexpr char message[] = "This process is out of memory... exiting\n";
     writeToStandardError(message, sizeof message - 1);
     if (callback != nullptr) {
@@ -182,8 +184,7 @@ void vn_outOfMemory(void) {
     if (getenv("VN_ABORT_ON_OOM") != nullptr) {
         __builtin_trap();
     }
-    if (!logMemory) {
-        logMemory = true;
+    if (logsMemory) {
         writeMemoryUse();
     }
     vn_immediateExit(1);
