@@ -6,5 +6,6 @@
 #include <vncommon/threads.h>
 #include <vncommon/vector.h>
 #include <vncommon/discovery.h>
+#include <vncommon/maths.h>
 
 #endif
