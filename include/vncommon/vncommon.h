@@ -5,6 +5,7 @@
 #include <vncommon/failure.h>
 #include <vncommon/threads.h>
 #include <vncommon/vector.h>
+#include <vncommon/utf8.h>
 #include <vncommon/discovery.h>
 #include <vncommon/maths.h>
 

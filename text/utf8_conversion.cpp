@@ -1,0 +1,187 @@
+// The locale's code page, and the conversions and the comparison that ICU does for us.
+#include <vncommon/utf8.h>
+
+#include <strings.h>
+#include <unicode/ucnv.h>
+#include <unicode/unorm.h>
+#include <unicode/ustring.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+struct FreeDeleter {
+    void operator()(void* block) const { std::free(block); }
+};
+struct ConverterCloser {
+    void operator()(UConverter* converter) const { ucnv_close(converter); }
+};
+template <class T>
+using MallocBlock = std::unique_ptr<T[], FreeDeleter>;
+using Converter = std::unique_ptr<UConverter, ConverterCloser>;
+
+template <class T>
+MallocBlock<T> allocate(size_t count) {
+    return MallocBlock<T>(static_cast<T*>(std::malloc(count * sizeof(T))));
+}
+
+// First calls may race: each finds the same value, and the flag is raised after the pointer.
+std::atomic<const char*> codepage{nullptr};
+std::atomic<bool> checkedCodepage{false};
+
+const char* codepageOfEnvironment() {
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        if (const char* value = std::getenv(name)) {
+            const char* point = std::strchr(value, '.');
+            return point ? point + 1 : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+// Leave the error as it is: the conversion stops. ICU's own stopping callback lets invisible
+// characters through by dropping them, which would change a file name.
+void stopFromUnicode(const void*, UConverterFromUnicodeArgs*, const UChar*, int32_t, UChar32,
+                     UConverterCallbackReason, UErrorCode*) {}
+void stopToUnicode(const void*, UConverterToUnicodeArgs*, const char*, int32_t,
+                   UConverterCallbackReason, UErrorCode*) {}
+
+Converter openStrict(const char* name, UErrorCode& status) {
+    Converter converter(ucnv_open(name, &status));
+    ucnv_setToUCallBack(converter.get(), stopToUnicode, nullptr, nullptr, nullptr, &status);
+    ucnv_setFromUCallBack(converter.get(), stopFromUnicode, nullptr, nullptr, nullptr, &status);
+    return converter;
+}
+
+// text in the code page, terminated, in at most capacity bytes (the terminator not counted);
+// null when that is impossible without a change.
+MallocBlock<char> convertExactly(const char* text, size_t length, size_t capacity) {
+    UErrorCode status = U_ZERO_ERROR;
+    const Converter source = openStrict("UTF-8", status);
+    const Converter target = openStrict(vn_getCodepage(), status);
+    MallocBlock<char> result = allocate<char>(capacity + 1);
+    if (U_FAILURE(status) || !result) {
+        return nullptr;
+    }
+    UChar pivot[1024];
+    UChar* pivotSource = pivot;
+    UChar* pivotTarget = pivot;
+    char* end = result.get();
+    ucnv_convertEx(target.get(), source.get(), &end, end + capacity, &text, text + length, pivot,
+                   &pivotSource, &pivotTarget, pivot + std::size(pivot), true, true, &status);
+    if (U_FAILURE(status)) {
+        return nullptr;
+    }
+    *end = '\0';
+    return result;
+}
+
+// ICU counts in 32 bits; longer text is passed through.
+bool isConvertible(size_t length) {
+    return length <= (INT32_MAX - 8) / 4;
+}
+
+}  // namespace
+
+const char* vn_getCodepage() {
+    if (!checkedCodepage.load(std::memory_order_acquire)) {
+        codepage.store(codepageOfEnvironment(), std::memory_order_relaxed);
+        checkedCodepage.store(true, std::memory_order_release);
+    }
+    return codepage.load(std::memory_order_relaxed);
+}
+
+int vn_isConsole(int descriptor) {
+    return isatty(descriptor);
+}
+
+int vn_isConsoleFile(FILE* stream) {
+    return isatty(fileno(stream));
+}
+
+char* vn_CstrToUTF8(const char* text) {
+    const size_t length = std::strlen(text);
+    if (!isConvertible(length)) {
+        return strdup(text);
+    }
+    const size_t capacity = 4 * length + 8;
+    MallocBlock<char> result = allocate<char>(capacity + 1);
+    UErrorCode status = U_ZERO_ERROR;
+    ucnv_convert("UTF-8", vn_getCodepage(), result.get(), static_cast<int32_t>(capacity), text, -1,
+                 &status);
+    if (U_FAILURE(status)) {
+        return strdup(text);
+    }
+    result[capacity] = '\0';  // ICU omits the terminator when the text fills the buffer exactly
+    return result.release();
+}
+
+char* vn_cmdlineToUTF8(const char* argument) {
+    return vn_CstrToUTF8(argument);
+}
+
+char* vn_UTF8ToCstr(const char* text) {
+    const size_t length = std::strlen(text);
+    if (length == 0 || !isConvertible(length)) {
+        return strdup(text);
+    }
+    MallocBlock<char> result = convertExactly(text, length, length + 2);
+    return result ? result.release() : strdup(text);
+}
+
+char* vn_getUTF8(const uint16_t* text) {
+    if (*text == 0) {
+        return strdup("");
+    }
+    const auto source = reinterpret_cast<const UChar*>(text);
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t length = 0;
+    u_strToUTF8(nullptr, 0, &length, source, -1, &status);
+    if (status != U_BUFFER_OVERFLOW_ERROR) {
+        return nullptr;
+    }
+    MallocBlock<char> result = allocate<char>(static_cast<size_t>(length) + 1);
+    status = U_ZERO_ERROR;
+    u_strToUTF8(result.get(), length + 1, nullptr, source, -1, &status);
+    return U_FAILURE(status) ? nullptr : result.release();
+}
+
+uint16_t* vn_getUTF16(const char* text) {
+    if (*text == '\0') {
+        return static_cast<uint16_t*>(std::calloc(1, sizeof(uint16_t)));
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t length = 0;
+    u_strFromUTF8(nullptr, 0, &length, text, -1, &status);
+    if (status != U_BUFFER_OVERFLOW_ERROR) {
+        return nullptr;
+    }
+    MallocBlock<uint16_t> result = allocate<uint16_t>(static_cast<size_t>(length) + 1);
+    status = U_ZERO_ERROR;
+    u_strFromUTF8(reinterpret_cast<UChar*>(result.get()), length + 1, nullptr, text, -1, &status);
+    return U_FAILURE(status) ? nullptr : result.release();
+}
+
+unsigned int vn_codeUnitsUTF16(const uint16_t* text) {
+    unsigned int count = 0;
+    while (text[count] != 0) {
+        ++count;
+    }
+    return count;
+}
+
+int vn_UTF8CaseCmp(const char* a, const char* b) {
+    if (vn_isAscii(a) && vn_isAscii(b)) {
+        return strcasecmp(a, b);
+    }
+    const MallocBlock<uint16_t> wideA(vn_getUTF16(a));
+    const MallocBlock<uint16_t> wideB(vn_getUTF16(b));
+    UErrorCode status = U_ZERO_ERROR;  // ICU answers 0 for a null argument
+    return unorm_compare(reinterpret_cast<const UChar*>(wideA.get()), -1,
+                         reinterpret_cast<const UChar*>(wideB.get()), -1, U_COMPARE_IGNORE_CASE,
+                         &status);
+}
