@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <vncommon/maths.h>
 #include <vncommon/threads.h>
 
 #include "platform/failure.h"
@@ -64,6 +65,7 @@ void* threadMain(void* argument) {
     const ThreadStart start = *static_cast<ThreadStart*>(argument);
     free(argument);
     blockSignalsForMainThread();
+    vn_SetFPUControlWord();
     start.function(start.argument);
     return nullptr;
 }

@@ -14,19 +14,18 @@
 #include <memory>
 
 #include "platform/line_reader.h"
+#include "platform/text.h"
 
 namespace {
+
+using vncommon::join;
+using vncommon::Text;
 
 constexpr double unlimitedCpus = DBL_MAX;
 constexpr int64_t unlimitedBytes = INT64_MAX;
 constexpr double mebibytesPerByte = 0x1p-20;
 
 std::atomic<int> numCpus{vncommon::unknownCpus};
-
-struct PlainFree {
-    void operator()(char* text) const { free(text); }
-};
-using Text = std::unique_ptr<char, PlainFree>;
 
 struct CloseFile {
     void operator()(FILE* file) const { fclose(file); }
@@ -40,13 +39,6 @@ bool startsWith(const char* text, const char* prefix) {
 bool exists(const char* path) {
     struct stat ignored;
     return stat(path, &ignored) == 0;
-}
-
-// The parts one after the other; null when memory is exhausted, like everything unknown here.
-Text join(const char* first, const char* second, const char* third = "", const char* fourth = "") {
-    char* joined;
-    const int length = asprintf(&joined, "%s%s%s%s", first, second, third, fourth);
-    return Text(length < 0 ? nullptr : joined);
 }
 
 const char* environmentOr(const char* variable, const char* otherwise) {

@@ -7,6 +7,7 @@
 #include <vncommon/vector.h>
 #include <vncommon/utf8.h>
 #include <vncommon/discovery.h>
+#include <vncommon/platform.h>
 #include <vncommon/maths.h>
 
 #endif

@@ -1,0 +1,55 @@
+/* What the machine is, in one line each for logs and diagnostics: the processor and the Linux
+ * distribution; and the two small text helpers that the readers of those files use.
+ *
+ * Ownership: both descriptions are worked out on the first call, kept for the life of the
+ * process and belong to the library. The caller must not free or change them.
+ *
+ * Thread-safety: every function may be called from any thread. First calls that race all return
+ * the same text.
+ *
+ * Cost: the first call opens and reads a file, the others read a pointer.
+ */
+#ifndef VNCOMMON_PLATFORM_H
+#define VNCOMMON_PLATFORM_H
+
+#include <vncommon/api.h>
+
+VN_BEGIN_DECLS
+
+/* The processor, from the first block of /proc/cpuinfo. On x86 and on ARM
+ *     vendor GenuineIntel family 6 model 85 stepping 4: Intel(R) Xeon(R) Platinum 8124M
+ *     implementer code 0x41 achitecture 8 part code 0xd0c: (null)
+ * The spelling of " achitecture " is deliberate. What the file does not say is left out, except
+ * the model name, which then is "(null)"; lines without any of it give " : (null)". At most 1023
+ * bytes.
+ * If the file cannot be opened, "FAIL: " and the system's error go to standard error (as perror
+ * writes them) and the answer is "Unknown CPU". Exhausted memory ends the process as in
+ * failure.h. */
+VN_API const char* vn_getCPUDetails(void);
+
+/* The Linux distribution, from the first of these files that can be opened:
+ *     /etc/os-release, /usr/lib/os-release    NAME without its last byte, a blank, VERSION
+ *                                             without its first byte (see below)
+ *     /etc/lsb-release                        the value of DISTRIB_DESCRIPTION
+ *     /etc/redhat-release, /etc/SuSE-release  the first line
+ *     /etc/debian_version                     "Debian " and the first line
+ * or "Unknown Linux platform" if there is none or it does not say.
+ *
+ * Values are taken as they are written, quotes included. In os-release the one trimming takes
+ * off NAME's closing quote and VERSION's opening one, deliberately no more:
+ *     "Debian GNU/Linux 12 (bookworm)"    with both quotes, for the usual quoted values
+ * and an unquoted value loses a byte of its own. Reading stops at the VERSION line, so a NAME
+ * after it is not seen. */
+VN_API const char* vn_getFullPlatformName(void);
+
+/* The value of a line "key: value": two bytes after its first colon, or the line's terminator
+ * if there is no colon or the line ends before. Never null, never beyond the terminator. */
+VN_API const char* find_colon(const char* line);
+
+/* Cuts text at its first line feed: writes the terminator there, or (again) at the text's end
+ * if there is none. Returns the index of that terminator, the new length. */
+VN_API size_t strip_linebreak(char* text);
+
+VN_END_DECLS
+
+#endif

@@ -1,0 +1,137 @@
+// The one-line description of the processor.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <vncommon/failure.h>
+
+#include "platform/line_reader.h"
+#include "platform/platform.h"
+
+namespace {
+
+std::atomic<const char*> result_static{nullptr};
+
+struct CheckedFree {
+    void operator()(char* text) const { vn_free(text); }
+};
+
+// One part of the description: how the kind of processor calls it, and what it is.
+struct Detail {
+    const char* label = "";
+    std::unique_ptr<char, CheckedFree> value;
+
+    const char* text() const { return value != nullptr ? value.get() : ""; }
+};
+
+struct CpuDetails {
+    Detail vendor;
+    Detail family;
+    Detail model;
+    Detail stepping;
+    Detail modelName;  // has no label
+};
+
+// A line that begins with start holds the detail. The last detail of a processor's block ends
+// the reading: only the first processor counts, and ARM's revision line comes too late.
+struct Rule {
+    const char* start;
+    Detail CpuDetails::*detail;
+    const char* label;
+    bool isLast = false;
+};
+
+// In this order; "model name" before "model", which it begins with.
+constexpr Rule rules[] = {
+    {"vendor_id", &CpuDetails::vendor, "vendor"},
+    {"CPU imple", &CpuDetails::vendor, "implementer code"},
+    {"cpu family", &CpuDetails::family, " family "},
+    {"CPU archit", &CpuDetails::family, " achitecture "},  // spelled so on purpose
+    {"model name", &CpuDetails::modelName, ""},
+    {"model", &CpuDetails::model, " model "},
+    {"revis", &CpuDetails::model, " revision "},
+    {"CPU part", &CpuDetails::stepping, " part code ", true},
+    {"stepping", &CpuDetails::stepping, " stepping ", true},
+};
+
+const Rule* findRule(const char* line) {
+    for (const Rule& rule : rules) {
+        if (strncmp(line, rule.start, strlen(rule.start)) == 0) {
+            return &rule;
+        }
+    }
+    return nullptr;
+}
+
+void readDetails(vncommon::LineReader& cpuinfo, CpuDetails& details) {
+    char line[1024];
+    while (cpuinfo.next(line)) {
+        const Rule* rule = findRule(line);
+        if (rule == nullptr) {
+            continue;
+        }
+        Detail& detail = details.*rule->detail;
+        detail.label = rule->label;
+        detail.value.reset(vn_strdup(find_colon(line)));
+        strip_linebreak(detail.value.get());
+        if (rule->isLast) {
+            return;
+        }
+    }
+}
+
+// What the C library prints for a null string; readers of the text know it as "no model name".
+const char* modelNameText(const Detail& modelName) {
+    return modelName.value != nullptr ? modelName.value.get() : "(null)";
+}
+
+}  // namespace
+
+char* vncommon::describeCpu(const char* cpuinfoFile) {
+    LineReader cpuinfo(cpuinfoFile);
+    if (!cpuinfo.isOpen()) {
+        perror("FAIL");
+        return nullptr;
+    }
+    CpuDetails details;
+    readDetails(cpuinfo, details);
+    const auto& [vendor, family, model, stepping, modelName] = details;
+    char text[1024];
+    snprintf(text, sizeof text, "%s %s%s%s%s%s%s%s: %s", vendor.label, vendor.text(), family.label,
+             family.text(), model.label, model.text(), stepping.label, stepping.text(),
+             modelNameText(modelName));
+    return vn_strdup(text);
+}
+
+const char* vncommon::remember(std::atomic<const char*>& cache, char* found, const char* unknown) {
+    const char* text = found != nullptr ? found : unknown;
+    const char* earlier = nullptr;
+    if (cache.compare_exchange_strong(earlier, text, std::memory_order_acq_rel)) {
+        return text;
+    }
+    free(found);
+    return earlier;
+}
+
+const char* vn_getCPUDetails(void) {
+    const char* known = result_static.load(std::memory_order_acquire);
+    if (known != nullptr) {
+        return known;
+    }
+    return vncommon::remember(result_static, vncommon::describeCpu("/proc/cpuinfo"), "Unknown CPU");
+}
+
+const char* find_colon(const char* line) {
+    const char* colon = strchr(line, ':');
+    if (colon == nullptr) {
+        return line + strlen(line);
+    }
+    return colon[1] == '\0' ? colon + 1 : colon + 2;
+}
+
+size_t strip_linebreak(char* text) {
+    const size_t length = strcspn(text, "\n");
+    text[length] = '\0';
+    return length;
+}

@@ -1,0 +1,108 @@
+// The one-line description of the Linux distribution, from the first release file there is.
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/line_reader.h"
+#include "platform/platform.h"
+#include "platform/text.h"
+
+namespace {
+
+using vncommon::join;
+using vncommon::LineReader;
+using vncommon::Text;
+
+std::atomic<const char*> fullPlatformName{nullptr};
+
+using Line = char[1024];
+
+bool nextLine(LineReader& file, Line& line) {
+    if (!file.next(line)) {
+        return false;
+    }
+    strip_linebreak(line);
+    return true;
+}
+
+// The value of a line "key=value" with this key and a value that is not empty, else null.
+const char* valueOf(const char* line, const char* key) {
+    const char* equals = strchr(line, '=');
+    if (equals == nullptr || equals[1] == '\0') {
+        return nullptr;
+    }
+    const size_t keyLength = static_cast<size_t>(equals - line);
+    const bool matches = keyLength == strlen(key) && memcmp(line, key, keyLength) == 0;
+    return matches ? equals + 1 : nullptr;
+}
+
+// The trimming is meant for quoted values and takes off one end of each only: NAME's last byte
+// and VERSION's first. Readers of the text expect the outer quotes.
+Text fromOsRelease(LineReader& file) {
+    Text name;
+    Line line;
+    while (nextLine(file, line)) {
+        if (const char* value = valueOf(line, "NAME")) {
+            name.reset(strndup(value, strlen(value) - 1));
+        } else if (const char* version = valueOf(line, "VERSION")) {
+            const Text start = name != nullptr ? join(name.get(), " ") : nullptr;
+            return start != nullptr ? join(start.get(), version + 1) : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+Text fromLsbRelease(LineReader& file) {
+    Line line;
+    while (nextLine(file, line)) {
+        if (const char* description = valueOf(line, "DISTRIB_DESCRIPTION")) {
+            return Text(strdup(description));
+        }
+    }
+    return nullptr;
+}
+
+Text fromFirstLine(LineReader& file) {
+    Line line;
+    return nextLine(file, line) ? Text(strdup(line)) : nullptr;
+}
+
+Text fromDebianVersion(LineReader& file) {
+    Line line;
+    return nextLine(file, line) ? join("Debian ", line) : nullptr;
+}
+
+struct ReleaseFile {
+    const char* path;
+    Text (*describe)(LineReader& file);
+};
+
+constexpr ReleaseFile releaseFiles[] = {
+    {"/etc/os-release", fromOsRelease},   {"/usr/lib/os-release", fromOsRelease},
+    {"/etc/lsb-release", fromLsbRelease}, {"/etc/redhat-release", fromFirstLine},
+    {"/etc/SuSE-release", fromFirstLine}, {"/etc/debian_version", fromDebianVersion},
+};
+
+}  // namespace
+
+char* vncommon::describePlatform(const char* root) {
+    for (const ReleaseFile& release : releaseFiles) {
+        const Text path = join(root, release.path);
+        if (path == nullptr) {
+            return nullptr;
+        }
+        LineReader file(path.get());
+        if (file.isOpen()) {
+            return release.describe(file).release();
+        }
+    }
+    return nullptr;
+}
+
+const char* vn_getFullPlatformName(void) {
+    const char* known = fullPlatformName.load(std::memory_order_acquire);
+    if (known != nullptr) {
+        return known;
+    }
+    return vncommon::remember(fullPlatformName, vncommon::describePlatform(""),
+                              "Unknown Linux platform");
+}

@@ -1,0 +1,27 @@
+// Texts from the platform's plain allocator, for code that must not end the process when memory
+// is exhausted: there, null.
+#ifndef VN_PLATFORM_TEXT_H
+#define VN_PLATFORM_TEXT_H
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace vncommon {
+
+struct PlainFree {
+    void operator()(char* text) const { free(text); }
+};
+using Text = std::unique_ptr<char, PlainFree>;
+
+// The parts one after the other.
+inline Text join(const char* first, const char* second, const char* third = "",
+                 const char* fourth = "") {
+    char* joined;
+    const int length = asprintf(&joined, "%s%s%s%s", first, second, third, fourth);
+    return Text(length < 0 ? nullptr : joined);
+}
+
+}  // namespace vncommon
+
+#endif
