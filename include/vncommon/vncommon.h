@@ -8,6 +8,7 @@
 #include <vncommon/utf8.h>
 #include <vncommon/discovery.h>
 #include <vncommon/platform.h>
+#include <vncommon/process.h>
 #include <vncommon/maths.h>
 
 #endif

@@ -1,0 +1,28 @@
+// The layer below the process helpers: the same work with its fixed inputs (a system file, the
+// clock, the user) as arguments, so that tests can feed others.
+#ifndef VN_PLATFORM_PROCESS_H
+#define VN_PLATFORM_PROCESS_H
+
+#include <sys/types.h>
+
+#include <vncommon/process.h>
+
+namespace vncommon {
+
+// The name of a user, read into a record of recordSize bytes (-1: the size is not known).
+char* userName(long recordSize, uid_t user);
+
+constexpr int maximumTraceFrames = 64;
+
+// How many of the gathered frames are printed: all but the last before a null, or all 64.
+int printedTraceFrames(void* const (&frames)[maximumTraceFrames]);
+
+// vn_get_os_statistics over another file.
+int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate);
+
+// vn_timeStampGet at a given time.
+const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milliseconds);
+
+}  // namespace vncommon
+
+#endif

@@ -1,0 +1,79 @@
+// Swap activity from the kernel's counters, kept between calls.
+#include <sys/time.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/process.h"
+
+namespace {
+
+// The last reading. Racing calls may mix their values, so each is atomic by itself.
+std::atomic<uint64_t> lastOSStatTime;  // milliseconds since 1970
+std::atomic<uint64_t> lastSwapInCount;
+std::atomic<uint64_t> lastSwapOutCount;
+std::atomic<double> lastSwapInRate;  // pages per second
+std::atomic<double> lastSwapOutRate;
+
+constexpr uint64_t readingHoldsFor = 100;  // milliseconds
+constexpr int malformedLine = 9;
+
+void countPages(const char* digits, uint64_t now, std::atomic<uint64_t>& lastCount,
+                std::atomic<double>& lastRate) {
+    const uint64_t count = static_cast<uint64_t>(strtoll(digits, nullptr, 10));
+    const double pages = static_cast<double>(count - lastCount);
+    const double seconds = static_cast<double>(now - lastOSStatTime) / 1000.0;
+    lastRate = pages / seconds;
+    lastCount = count;
+}
+
+// 0 once both counters were met or the file has ended.
+int readCounters(FILE* file, uint64_t now) {
+    char line[256];
+    for (int found = 0; found < 2 && fgets(line, sizeof line, file) != nullptr;) {
+        char* blank = strchr(line, ' ');
+        if (blank == nullptr) {
+            return malformedLine;
+        }
+        *blank = '\0';
+        if (strcmp(line, "pswpin") == 0) {
+            countPages(blank + 1, now, lastSwapInCount, lastSwapInRate);
+            ++found;
+        } else if (strcmp(line, "pswpout") == 0) {
+            countPages(blank + 1, now, lastSwapOutCount, lastSwapOutRate);
+            ++found;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+namespace vncommon {
+
+int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate) {
+    const uint64_t now = static_cast<uint64_t>(vn_sys_time());
+    if (lastOSStatTime + readingHoldsFor < now) {
+        FILE* file = fopen(vmstatPath, "re");
+        if (file == nullptr) {
+            return errno;
+        }
+        const int result = readCounters(file, now);
+        fclose(file);
+        lastOSStatTime = static_cast<uint64_t>(vn_sys_time());
+        if (result != 0) {
+            return result;
+        }
+    }
+    *swapInRate = lastSwapInRate;
+    *swapOutRate = lastSwapOutRate;
+    return 0;
+}
+
+}  // namespace vncommon
+
+int vn_get_os_statistics(double* swapInRate, double* swapOutRate) {
+    return vncommon::swapRates("/proc/vmstat", swapInRate, swapOutRate);
+}

@@ -1,0 +1,59 @@
+// The wall clock in milliseconds, and the text of a log line's time.
+#include <sys/time.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "platform/process.h"
+
+namespace {
+
+constexpr size_t dateLength = 20;  // of "YYYY-MM-DD hh:mm:ss."; the milliseconds follow
+
+void formatSecond(vn_TimeStampCache* cache, int64_t second) {
+    const time_t time = second;
+    tm local = {};
+    localtime_r(&time, &local);
+    char date[80];  // room for any number in every field
+    snprintf(date, sizeof date, "%04d-%02d-%02d %02d:%02d:%02d.", local.tm_year + 1900,
+             local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+             local.tm_sec < 60 ? local.tm_sec : 60);
+    memcpy(cache->text, date, dateLength);
+    cache->lastSecond = second;
+}
+
+}  // namespace
+
+namespace vncommon {
+
+const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milliseconds) {
+    if (second != cache->lastSecond) [[unlikely]] {
+        formatSecond(cache, second);
+    }
+    char* digits = cache->text + dateLength;
+    digits[0] = static_cast<char>('0' + milliseconds / 100);
+    digits[1] = static_cast<char>('0' + milliseconds / 10 % 10);
+    digits[2] = static_cast<char>('0' + milliseconds % 10);
+    digits[3] = '\0';
+    return cache->text;
+}
+
+}  // namespace vncommon
+
+int64_t vn_sys_time(void) {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_usec / 1000;
+}
+
+void vn_timeStampInit(vn_TimeStampCache* cache) {
+    cache->lastSecond = 0;
+}
+
+void vn_timeStampDestroy(vn_TimeStampCache*) {}
+
+const char* vn_timeStampGet(vn_TimeStampCache* cache) {
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return vncommon::timeStampAt(cache, now.tv_sec, static_cast<unsigned>(now.tv_nsec) / 1000000);
+}

@@ -1,0 +1,190 @@
+// Swap rates from files of our own and from the machine's. Each test reads in a fresh process,
+// because the last reading is kept for the life of one.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "platform/process.h"
+#include "support/child_process.h"
+
+namespace {
+
+struct Rates {
+    int result = -1;
+    double in = -1.0;  // what the caller had there
+    double out = -2.0;
+};
+
+Rates rates(const std::string& path) {
+    Rates read;
+    read.result = vncommon::swapRates(path.c_str(), &read.in, &read.out);
+    return read;
+}
+
+struct TemporaryFile {
+    explicit TemporaryFile(const std::string& text) {
+        close(mkstemp(path));
+        write(text);
+    }
+    ~TemporaryFile() { unlink(path); }
+    void write(const std::string& text) const { std::ofstream(path) << text; }
+
+    char path[32] = "/tmp/vnswapXXXXXX";
+};
+
+void waitForNextReading() {
+    usleep(130 * 1000);
+}
+
+void expectSuccess(const char* child) {
+    const ChildResult result = runChild(child);
+    EXPECT_EQ(result.exitStatus, 0) << result.err;
+}
+
+// A child names its first failed check and ends with 1.
+#define CHECK(condition)                                            \
+    do {                                                            \
+        if (!(condition)) {                                         \
+            fprintf(stderr, "line %d: %s\n", __LINE__, #condition); \
+            return 1;                                               \
+        }                                                           \
+    } while (false)
+
+}  // namespace
+
+VN_CHILD(ratesOfTwoReadings) {
+    const TemporaryFile file("nr_free_pages 1\npswpin 1000000\npswpout 3000000\npgfault 9\n");
+    const Rates first = rates(file.path);
+    CHECK(first.result == 0);
+    CHECK(first.in > 0 && first.in < 0.01);  // a million pages since 1970
+    CHECK(first.out > 2.9 * first.in && first.out < 3.1 * first.in);
+
+    file.write("pswpout 3000200\npswpin 1000100\n");
+    const int64_t firstEnded = vn_sys_time();
+    waitForNextReading();
+    const Rates second = rates(file.path);
+    const double longest = static_cast<double>(vn_sys_time() - firstEnded + 50) / 1000.0;
+    CHECK(second.result == 0);
+    CHECK(second.in >= 100 / longest && second.in <= 100 / 0.1);
+    CHECK(second.out == 2 * second.in);
+    return 0;
+}
+
+VN_CHILD(cachesForATenthOfASecond) {
+    const TemporaryFile file("pswpin 10\npswpout 20\n");
+    const Rates first = rates(file.path);
+    CHECK(first.result == 0);
+    const Rates second = rates("/nonexistent/vmstat");  // not read at all
+    CHECK(second.result == 0 && second.in == first.in && second.out == first.out);
+    waitForNextReading();
+    CHECK(rates("/nonexistent/vmstat").result == ENOENT);
+    return 0;
+}
+
+VN_CHILD(missingFileLeavesEverything) {
+    const Rates read = rates("/nonexistent/vmstat");
+    CHECK(read.result == ENOENT && read.in == -1.0 && read.out == -2.0);
+    CHECK(rates("/nonexistent/vmstat").result == ENOENT);  // no reading, so nothing is cached
+    return 0;
+}
+
+VN_CHILD(lineWithoutBlank) {
+    const TemporaryFile file("pswpin 10\nbroken\npswpout 20\n");
+    const Rates read = rates(file.path);
+    CHECK(read.result == 9 && read.in == -1.0 && read.out == -2.0);
+    // It was a reading nevertheless: for 100 ms the part before the line stands in for it.
+    const Rates cached = rates(file.path);
+    CHECK(cached.result == 0 && cached.in > 0 && cached.out == 0);
+    return 0;
+}
+
+VN_CHILD(stopsAtTheSecondKey) {
+    const TemporaryFile file("pswpout 20\nother 1\npswpin 10\nbroken\n");
+    CHECK(rates(file.path).result == 0);
+    return 0;
+}
+
+VN_CHILD(fileWithoutKeys) {
+    const TemporaryFile file("pswpinx 10\npswpi 20\n pswpin 30\npswpou 7\n");
+    const Rates read = rates(file.path);
+    CHECK(read.result == 0 && read.in == 0 && read.out == 0);
+    return 0;
+}
+
+VN_CHILD(emptyFile) {
+    const TemporaryFile file("");
+    const Rates read = rates(file.path);
+    CHECK(read.result == 0 && read.in == 0 && read.out == 0);
+    return 0;
+}
+
+VN_CHILD(longLineIsReadInPieces) {
+    const TemporaryFile noBlankLater("key " + std::string(300, 'x') + "\npswpin 1\npswpout 1\n");
+    CHECK(rates(noBlankLater.path).result == 9);
+    waitForNextReading();
+    // 255 bytes, then a piece that reads like a line of its own.
+    const TemporaryFile keyLater("key " + std::string(251, 'x') + "pswpin 1000000000\npswpout 0\n");
+    const Rates read = rates(keyLater.path);
+    CHECK(read.result == 0 && read.in > 1000 && read.out == 0);
+    return 0;
+}
+
+VN_CHILD(counterThatFellIsUnsigned) {
+    const TemporaryFile file("pswpin 100\npswpout 100\n");
+    CHECK(rates(file.path).result == 0);
+    waitForNextReading();
+    file.write("pswpin 99\npswpout nonsense\n");
+    const Rates read = rates(file.path);
+    CHECK(read.result == 0 && read.in > 1e18 && read.out > 1e18);
+    return 0;
+}
+
+VN_CHILD(realMachine) {
+    double in = -1, out = -1;
+    CHECK(vn_get_os_statistics(&in, &out) == 0);
+    CHECK(in >= 0 && in < 1e6 && out >= 0 && out < 1e6);
+    double inAgain = -1, outAgain = -1;
+    CHECK(vn_get_os_statistics(&inAgain, &outAgain) == 0);
+    CHECK(in == inAgain && out == outAgain);
+    return 0;
+}
+
+TEST(SwapRates, PagesOverSeconds) {
+    expectSuccess("ratesOfTwoReadings");
+}
+TEST(SwapRates, CachedForATenthOfASecond) {
+    expectSuccess("cachesForATenthOfASecond");
+}
+TEST(SwapRates, MissingFile) {
+    expectSuccess("missingFileLeavesEverything");
+}
+TEST(SwapRates, LineWithoutBlank) {
+    expectSuccess("lineWithoutBlank");
+}
+TEST(SwapRates, StopsAtTheSecondKey) {
+    expectSuccess("stopsAtTheSecondKey");
+}
+TEST(SwapRates, FileWithoutKeys) {
+    expectSuccess("fileWithoutKeys");
+}
+TEST(SwapRates, EmptyFile) {
+    expectSuccess("emptyFile");
+}
+TEST(SwapRates, LongLines) {
+    expectSuccess("longLineIsReadInPieces");
+}
+TEST(SwapRates, FallenCounter) {
+    expectSuccess("counterThatFellIsUnsigned");
+}
+
+TEST(SwapRates, RealMachine) {
+    if (access("/proc/vmstat", R_OK) != 0) {
+        GTEST_SKIP() << "this machine has no /proc/vmstat";
+    }
+    expectSuccess("realMachine");
+}
