@@ -1,0 +1,140 @@
+// The queue beside GAsyncQueue, std::queue under a mutex and a condition variable, and the same
+// ring written with a bare pthread mutex and semaphore.
+#include <benchmark/benchmark.h>
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <queue>
+
+#include <vncommon/queue.h>
+#ifdef VN_HAVE_GLIB_2_0
+#include <glib.h>
+#endif
+
+namespace {
+
+using Item = vn_qtsElement;
+
+struct Ours {
+    Ours() {
+        vn_threadInit();
+        vn_qtsInit(&queue, 0);
+    }
+    ~Ours() { vn_qtsDestroy(&queue); }
+    void add(const Item& item) { vn_qtsAdd(&queue, &item); }
+    void remove(Item& item) { vn_qtsRemove(&queue, &item); }
+    vn_qtsQueue queue;
+};
+
+// A fixed ring with the bare primitives: the floor.
+struct RawRing {
+    static constexpr uint32_t size = 1 << 16;
+    RawRing() : slots(new Item[size]) { sem_init(&available, 0, 0); }
+    ~RawRing() {
+        sem_destroy(&available);
+        delete[] slots;
+    }
+    void add(const Item& item) {
+        pthread_mutex_lock(&lock);
+        slots[tail] = item;
+        tail = (tail + 1) % size;
+        pthread_mutex_unlock(&lock);
+        sem_post(&available);
+    }
+    void remove(Item& item) {
+        sem_wait(&available);
+        pthread_mutex_lock(&lock);
+        item = slots[head];
+        head = (head + 1) % size;
+        pthread_mutex_unlock(&lock);
+    }
+    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    sem_t available;
+    uint32_t head = 0;
+    uint32_t tail = 0;
+    Item* slots;
+};
+
+struct StdQueue {
+    void add(const Item& item) {
+        {
+            const std::lock_guard<std::mutex> guard(lock);
+            items.push(item);
+        }
+        available.notify_one();
+    }
+    void remove(Item& item) {
+        std::unique_lock<std::mutex> guard(lock);
+        available.wait(guard, [&] { return !items.empty(); });
+        item = items.front();
+        items.pop();
+    }
+    std::mutex lock;
+    std::condition_variable available;
+    std::queue<Item> items;
+};
+
+#ifdef VN_HAVE_GLIB_2_0
+// It holds pointers, so an item of 24 bytes travels in a block of its own.
+struct GLibQueue {
+    ~GLibQueue() { g_async_queue_unref(queue); }
+    void add(const Item& item) {
+        Item* copy = static_cast<Item*>(malloc(sizeof(Item)));
+        *copy = item;
+        g_async_queue_push(queue, copy);
+    }
+    void remove(Item& item) {
+        Item* copy = static_cast<Item*>(g_async_queue_pop(queue));
+        item = *copy;
+        free(copy);
+    }
+    GAsyncQueue* queue = g_async_queue_new();
+};
+#endif
+
+// One thread: a queue that holds 1000 items; each iteration adds one and removes one.
+template <typename Queue>
+void uncontended(benchmark::State& state) {
+    Queue queue;
+    Item item{};
+    for (int i = 0; i < 1000; ++i) {
+        queue.add(item);
+    }
+    for (auto _ : state) {
+        queue.add(item);
+        queue.remove(item);
+        benchmark::DoNotOptimize(item);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+// Even threads produce, odd ones consume: as many adds as removes.
+template <typename Queue>
+void contended(benchmark::State& state) {
+    static Queue queue;
+    Item item{};
+    const bool producer = state.thread_index() % 2 == 0;
+    for (auto _ : state) {
+        if (producer) {
+            queue.add(item);
+        } else {
+            queue.remove(item);
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK_TEMPLATE(uncontended, Ours);
+BENCHMARK_TEMPLATE(uncontended, RawRing);
+BENCHMARK_TEMPLATE(uncontended, StdQueue);
+BENCHMARK_TEMPLATE(contended, Ours)->Threads(2)->Threads(4)->Iterations(300000)->UseRealTime();
+BENCHMARK_TEMPLATE(contended, StdQueue)->Threads(2)->Threads(4)->Iterations(300000)->UseRealTime();
+#ifdef VN_HAVE_GLIB_2_0
+BENCHMARK_TEMPLATE(uncontended, GLibQueue);
+BENCHMARK_TEMPLATE(contended, GLibQueue)->Threads(2)->Threads(4)->Iterations(300000)->UseRealTime();
+#endif
+
+}  // namespace

@@ -1,0 +1,151 @@
+// Thread-safe queue. The ring changes only under the lock; the semaphore is posted after the
+// lock is released and waited on before it is taken, so nobody blocks while holding it.
+#include <vncommon/queue.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include <vncommon/failure.h>
+
+namespace {
+
+void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
+    if (n > 0) {  // from may be null otherwise
+        memcpy(to, from, size_t{n} * sizeof(vn_qtsElement));
+    }
+}
+
+// Moves the elements, in queue order, to the start of a new ring.
+void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) {
+    auto* slots = static_cast<vn_qtsElement*>(vn_malloc(size_t{capacity} * sizeof(vn_qtsElement)));
+    const uint32_t beforeWrap = std::min(queue->count, queue->capacity - queue->head);
+    copyElements(slots, queue->slots + queue->head, beforeWrap);
+    copyElements(slots + beforeWrap, queue->slots, queue->count - beforeWrap);
+    free(queue->slots);
+    queue->slots = slots;
+    queue->capacity = capacity;
+    queue->head = 0;
+    queue->tail = queue->count;  // the new ring is never full
+}
+
+// needed is 64-bit: count + n may be more than a count can hold.
+void grow(vn_qtsQueue* queue, uint64_t needed) {
+    if (queue->capacity == queue->maxSize) {
+        return;
+    }
+    const uint64_t limit =
+        queue->maxSize != 0 ? queue->maxSize : std::numeric_limits<uint32_t>::max();
+    uint64_t capacity = queue->capacity;
+    while (capacity < needed) {
+        capacity *= 2;
+    }
+    changeCapacity(queue, static_cast<uint32_t>(std::min(capacity, limit)));
+}
+
+void shrink(vn_qtsQueue* queue) {
+    if (queue->capacity == 1) {
+        return;
+    }
+    uint32_t capacity = queue->capacity / 2;
+    while (queue->count < capacity / 2) {
+        capacity /= 2;
+    }
+    changeCapacity(queue, capacity);
+}
+
+uint32_t next(const vn_qtsQueue* queue, uint32_t slot) {
+    return slot + 1 == queue->capacity ? 0 : slot + 1;
+}
+
+void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
+    const uint32_t beforeWrap = std::min(n, queue->capacity - queue->tail);
+    copyElements(queue->slots + queue->tail, elements, beforeWrap);
+    copyElements(queue->slots, elements + beforeWrap, n - beforeWrap);
+    queue->tail = static_cast<uint32_t>((uint64_t{queue->tail} + n) % queue->capacity);
+    queue->count += n;
+}
+
+// The caller has taken a unit of the semaphore, so there is an element for it.
+void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
+    vn_Mutex_lock(&queue->lock);
+    --queue->count;
+    *out = queue->slots[queue->head];
+    queue->head = next(queue, queue->head);
+    if (queue->count <= queue->capacity / 4) {
+        shrink(queue);
+    }
+    vn_Mutex_unlock(&queue->lock);
+}
+
+}  // namespace
+
+void vn_qtsInit(vn_qtsQueue* queue, uint32_t maxSize) {
+    vn_Semaphore_init(&queue->available, 0);
+    vn_Mutex_init(&queue->lock);
+    queue->head = 0;
+    queue->tail = 0;
+    queue->count = 0;
+    queue->maxSize = maxSize;
+    queue->capacity = 1;
+    queue->slots = static_cast<vn_qtsElement*>(vn_malloc(sizeof(vn_qtsElement)));
+}
+
+void vn_qtsDestroy(vn_qtsQueue* queue) {
+    free(queue->slots);
+    vn_Semaphore_destroy(&queue->available);
+    vn_Mutex_destroy(&queue->lock);
+}
+
+int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element) {
+    vn_Mutex_lock(&queue->lock);
+    if (queue->count == queue->capacity) {
+        grow(queue, uint64_t{queue->count} + 1);
+    }
+    if (queue->count == queue->capacity) {
+        vn_Mutex_unlock(&queue->lock);
+        return 1;
+    }
+    queue->slots[queue->tail] = *element;
+    queue->tail = next(queue, queue->tail);
+    ++queue->count;
+    vn_Mutex_unlock(&queue->lock);
+    vn_Semaphore_post(&queue->available);
+    return 0;
+}
+
+uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
+    vn_Mutex_lock(&queue->lock);
+    const uint64_t needed = uint64_t{queue->count} + n;
+    if (needed > queue->capacity) {
+        grow(queue, needed);
+    }
+    const uint32_t taken = std::min(n, queue->capacity - queue->count);
+    append(queue, elements, taken);
+    vn_Mutex_unlock(&queue->lock);
+    for (uint32_t i = 0; i < taken; ++i) {
+        vn_Semaphore_post(&queue->available);
+    }
+    return n - taken;
+}
+
+void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out) {
+    vn_Semaphore_wait(&queue->available);
+    takeOldest(queue, out);
+}
+
+int vn_qtsRemoveNB(vn_qtsQueue* queue, vn_qtsElement* out) {
+    if (vn_Semaphore_trywait(&queue->available)) {
+        return 1;
+    }
+    takeOldest(queue, out);
+    return 0;
+}
+
+uint32_t vn_qtsSize(vn_qtsQueue* queue) {
+    vn_Mutex_lock(&queue->lock);
+    const uint32_t count = queue->count;
+    vn_Mutex_unlock(&queue->lock);
+    return count;
+}
