@@ -54,7 +54,7 @@ set(VN_FDLIBM_UPSTREAM_INCLUDE ${VN_NEWLIB_DIR}/libm/common)
 set(VN_FDLIBM_DEFINITIONS __OBSOLETE_MATH=1 _DEFAULT_SOURCE)
 # After the optimisation level, in this order. The results do not depend on the level itself.
 set(VN_FDLIBM_FLAGS -fno-fast-math -fno-math-errno -ffp-contract=off -fwrapv
-                    -fno-sanitize=all -fvisibility=hidden)
+                    -fno-sanitize=all)
 add_subdirectory(${PROJECT_SOURCE_DIR}/platform/fdlibm)
 list(APPEND VN_UPSTREAM_OBJECTS $<TARGET_OBJECTS:vn_fdlibm>)
 
