@@ -1,0 +1,471 @@
+// HashMap: buckets of pointers into one compacting entry array.
+//
+// Invariants: for every live entry e, slot e.bucketIndex of bucket e.hash & mask points to e;
+// count is the sum of the bucket sizes; entryFill <= entryCapacity.
+//
+// Storage: a bucket is a Vector record that starts with eight slots. The slots of all buckets
+// stand behind the records in one block, so that making a map costs two allocations whatever its
+// size, and a lookup knows where the slots are before it has read the record (two dependent cache
+// misses instead of three). A bucket that outgrows its eight slots gets a block of its own.
+#include <vncommon/hashmap.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t smallestSize = 16;
+constexpr uint32_t entriesPerBucket = 4;
+constexpr uint32_t smallestMask = smallestSize / entriesPerBucket - 1;
+constexpr uint32_t bucketSlots = 8;
+constexpr uint32_t entryStep = 1024;  // the entry array doubles up to here, then grows by it
+constexpr size_t cacheLine = 64;
+
+// ---- Buckets
+
+struct Buckets {
+    Vector* records;
+    uint32_t mask;  // number of records - 1
+};
+
+// The slots start on a cache line behind the records: the eight of one bucket fill a line.
+size_t sizeOfRecords(uint32_t mask) {
+    const size_t size = (size_t{mask} + 1) * sizeof(Vector);
+    return (size + cacheLine - 1) / cacheLine * cacheLine;
+}
+
+void** firstSlots(const Buckets& buckets, uint32_t index) {
+    char* block = reinterpret_cast<char*>(buckets.records);
+    return reinterpret_cast<void**>(block + sizeOfRecords(buckets.mask)) +
+           size_t{index} * bucketSlots;
+}
+
+bool hasFirstSlots(const Vector& bucket) {
+    return bucket.capacity == bucketSlots;
+}
+
+// The entries of a bucket. The record's data field is not read while it has its first slots:
+// the processor then fetches slots and record at the same time.
+HashMapEntry** slotsOf(const Buckets& buckets, uint32_t index) {
+    const Vector& bucket = buckets.records[index];
+    void** slots = hasFirstSlots(bucket) ? firstSlots(buckets, index) : bucket.data;
+    return reinterpret_cast<HashMapEntry**>(slots);
+}
+
+Buckets bucketsOf(const HashMap* map) {
+    return {map->buckets, map->mask};
+}
+
+Buckets makeBuckets(uint32_t mask, vn_HashMapCompare compare) {
+    const size_t slots = (size_t{mask} + 1) * bucketSlots * sizeof(void*);
+    void* block = aligned_alloc(cacheLine, sizeOfRecords(mask) + slots);
+    const Buckets buckets{static_cast<Vector*>(block), mask};
+    for (uint32_t i = 0; i <= mask; ++i) {
+        Vector& bucket = buckets.records[i];
+        bucket.size = 0;
+        bucket.capacity = bucketSlots;
+        bucket.initialCapacity = bucketSlots;
+        bucket.shrink = false;
+        bucket.data = firstSlots(buckets, i);
+        bucket.compare = compare;
+        bucket.onAdd = nullptr;
+        bucket.onRemove = nullptr;
+    }
+    return buckets;
+}
+
+void freeBuckets(const Buckets& buckets) {
+    for (uint32_t i = 0; i <= buckets.mask; ++i) {
+        if (!hasFirstSlots(buckets.records[i])) {
+            free(buckets.records[i].data);
+        }
+    }
+    free(buckets.records);
+}
+
+// From the shared block into one of its own, which Vector can then grow by itself.
+void leaveFirstSlots(Vector& bucket) {
+    void** block = static_cast<void**>(calloc(2 * bucketSlots, sizeof(void*)));
+    memcpy(block, bucket.data, bucketSlots * sizeof(void*));
+    bucket.data = block;
+    bucket.capacity = 2 * bucketSlots;
+}
+
+void append(Vector& bucket, HashMapEntry* entry) {
+    if (bucket.size == bucketSlots && hasFirstSlots(bucket)) [[unlikely]] {
+        leaveFirstSlots(bucket);
+    }
+    entry->bucketIndex = vn_Vector_add(&bucket, entry);
+}
+
+// Takes the entry out of its bucket; the bucket's last entry moves into its place.
+void unlink(HashMap* map, uint32_t index, const HashMapEntry* entry) {
+    HashMapEntry** slots = slotsOf(bucketsOf(map), index);
+    HashMapEntry* last = slots[--map->buckets[index].size];
+    slots[entry->bucketIndex] = last;
+    if (last != entry) {
+        last->bucketIndex = entry->bucketIndex;
+    }
+}
+
+void changeBucketCount(HashMap* map, uint32_t newMask) {
+    const Buckets old = bucketsOf(map);
+    const Buckets fresh = makeBuckets(newMask, map->compare);
+    for (uint32_t i = 0; i <= old.mask; ++i) {
+        HashMapEntry** slots = slotsOf(old, i);
+        for (uint32_t k = 0; k < old.records[i].size; ++k) {
+            append(fresh.records[slots[k]->hash & newMask], slots[k]);
+        }
+    }
+    freeBuckets(old);
+    map->buckets = fresh.records;
+    map->mask = fresh.mask;
+}
+
+// Halves the buckets, once. A mask with gaps can lie between 4 and 6, where half would be less
+// than the four buckets that every map has.
+void shrinkBuckets(HashMap* map) {
+    const uint32_t newMask = (map->mask + 1) / 2 - 1;
+    if (map->shrink && newMask >= smallestMask) {
+        changeBucketCount(map, newMask);
+    }
+}
+
+// ---- The entry array
+
+HashMapEntry* makeEntries(uint32_t capacity) {
+    return static_cast<HashMapEntry*>(malloc(size_t{capacity} * sizeof(HashMapEntry)));
+}
+
+// Copies the live entries into an array of the given size, without the holes and in the order of
+// the buckets.
+void rebuildEntries(HashMap* map, uint32_t capacity) {
+    HashMapEntry* fresh = makeEntries(capacity);
+    uint32_t fill = 0;
+    const Buckets buckets = bucketsOf(map);
+    for (uint32_t i = 0; i <= buckets.mask; ++i) {
+        HashMapEntry** slots = slotsOf(buckets, i);
+        for (uint32_t k = 0; k < buckets.records[i].size; ++k) {
+            fresh[fill] = *slots[k];
+            slots[k] = &fresh[fill++];
+        }
+    }
+    free(map->entries);
+    map->entries = fresh;
+    map->entryCapacity = capacity;
+    map->entryFill = fill;
+}
+
+void growEntries(HashMap* map) {
+    const uint32_t capacity = map->entryCapacity;
+    rebuildEntries(map, capacity < entryStep ? 2 * capacity : capacity + entryStep);
+}
+
+// Just above the step, one step less can be less than a quarter of the array: then it stays.
+void shrinkEntries(HashMap* map) {
+    const uint32_t capacity = map->entryCapacity;
+    if (!map->shrink || capacity <= smallestSize || map->count >= capacity / 4) {
+        return;
+    }
+    const uint32_t shrunk = capacity <= entryStep ? capacity / 2 : capacity - entryStep;
+    if (shrunk >= map->count) {
+        rebuildEntries(map, shrunk);
+    }
+}
+
+// ---- Lookup
+
+// The first entry of the bucket that equals the key, or null.
+HashMapEntry* findInBucket(const HashMap* map, uint32_t index, const void* key, uint32_t hash) {
+    HashMapEntry** slots = slotsOf(bucketsOf(map), index);
+    const uint32_t size = map->buckets[index].size;
+    const bool hashDecides = map->hashDecides;
+    for (uint32_t i = 0; i < size; ++i) {
+        HashMapEntry* entry = slots[i];
+        if (hashDecides && entry->hash != hash) {
+            continue;
+        }
+        if (map->compare(entry->key, key) == 0) {
+            return entry;
+        }
+    }
+    return nullptr;
+}
+
+// An empty map is never asked for a hash: programs count the calls.
+HashMapEntry* findEntry(const HashMap* map, const void* key) {
+    if (map->count == 0) {
+        return nullptr;
+    }
+    const uint32_t hash = map->hash(key);
+    return findInBucket(map, hash & map->mask, key, hash);
+}
+
+// ---- Adding and removing
+
+// Hashing a string a second time gives the same as long as no callback had the key in between.
+uint32_t hashAgain(const HashMap* map, const void* key, uint32_t hash) {
+    return map->hashDecides && map->fill == nullptr ? hash : map->hash(key);
+}
+
+void fillEntry(HashMap* map, HashMapEntry* entry, void* key, void* value) {
+    if (map->fill == nullptr) {
+        entry->key = key;
+        entry->value = value;
+    } else {
+        map->fill(entry, key, value);
+    }
+}
+
+// A fill callback that stores a key with another hash is answered as if hashes were never
+// compared, from then on.
+void distrustChangedKey(HashMap* map, const HashMapEntry* entry) {
+    if (map->hashDecides && map->fill != nullptr && vn_String_hash(entry->key) != entry->hash) {
+        map->hashDecides = false;
+    }
+}
+
+// Unlinks the key's entry; null when the key is absent.
+HashMapEntry* takeOut(HashMap* map, const void* key) {
+    HashMapEntry* entry = findEntry(map, key);
+    if (entry != nullptr) {
+        unlink(map, entry->hash & map->mask, entry);
+    }
+    return entry;
+}
+
+void countRemoval(HashMap* map) {
+    --map->count;
+    if (map->count <= map->mask) {
+        shrinkBuckets(map);
+    }
+}
+
+HashMapIterator* makeIterator(HashMap* map, HashMapEntry* entry) {
+    auto* iterator = static_cast<HashMapIterator*>(malloc(sizeof(HashMapIterator)));
+    iterator->map = map;
+    iterator->entry = entry;
+    return iterator;
+}
+
+bool canMove(const HashMapIterator* iterator) {
+    return vn_HashMapIterator_valid(iterator) && iterator->map->count > 0;
+}
+
+// The first entry in the buckets from index up, or null.
+HashMapEntry* firstEntryFrom(const HashMap* map, uint32_t index) {
+    const Buckets buckets = bucketsOf(map);
+    for (uint32_t i = index; i <= buckets.mask; ++i) {
+        if (buckets.records[i].size > 0) {
+            return slotsOf(buckets, i)[0];
+        }
+    }
+    return nullptr;
+}
+
+// The last entry in the buckets below index, or null.
+HashMapEntry* lastEntryBelow(const HashMap* map, uint32_t index) {
+    const Buckets buckets = bucketsOf(map);
+    for (uint32_t i = index; i-- > 0;) {
+        if (const uint32_t size = buckets.records[i].size; size > 0) {
+            return slotsOf(buckets, i)[size - 1];
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+// ---- Construction
+
+HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill,
+                         vn_HashMapRelease release, uint32_t initialSize, int shrink) {
+    auto* map = static_cast<HashMap*>(malloc(sizeof(HashMap)));
+    vn_HashMap_init(map, hash, compare, fill, release, initialSize, shrink);
+    return map;
+}
+
+void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compare,
+                     vn_HashMapFill fill, vn_HashMapRelease release, uint32_t initialSize,
+                     int shrink) {
+    const uint32_t size = std::max(initialSize, smallestSize);
+    const Buckets buckets = makeBuckets(size / entriesPerBucket - 1, compare);
+    map->count = 0;
+    map->mask = buckets.mask;
+    map->initialSize = size;
+    map->buckets = buckets.records;
+    map->entries = makeEntries(size);
+    map->entryCapacity = size;
+    map->entryFill = 0;
+    map->shrink = shrink != 0;
+    map->hashDecides = hash == vn_String_hash && compare == vn_String_compare;
+    map->hash = hash;
+    map->compare = compare;
+    map->fill = fill;
+    map->release = release;
+}
+
+void vn_HashMap_cleanup(HashMap* map) {
+    vn_HashMap_removeAll(map);
+    freeBuckets(bucketsOf(map));
+    free(map->entries);
+}
+
+void vn_HashMap_dtor(HashMap* map) {
+    vn_HashMap_cleanup(map);
+    free(map);
+}
+
+uint32_t vn_HashMap_size(const HashMap* map) {
+    return map->count;
+}
+
+// ---- Adding
+
+HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value) {
+    return makeIterator(map, vn_HashMap_addQuick(map, key, value));
+}
+
+HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
+    const uint32_t hash = map->hash(key);
+    uint32_t index = hash & map->mask;
+    if (findInBucket(map, index, key, hash) != nullptr) {
+        return nullptr;
+    }
+    const bool full = map->count == entriesPerBucket * map->mask + (entriesPerBucket - 1);
+    ++map->count;
+    if (full) {
+        changeBucketCount(map, 2 * map->mask + 1);
+        index = hashAgain(map, key, hash) & map->mask;
+    }
+    if (map->entryFill == map->entryCapacity) {
+        growEntries(map);
+    }
+    HashMapEntry* entry = &map->entries[map->entryFill++];
+    fillEntry(map, entry, key, value);
+    entry->hash = hashAgain(map, key, hash);
+    distrustChangedKey(map, entry);
+    append(map->buckets[index], entry);
+    return entry;
+}
+
+void* vn_HashMap_replace(HashMap* map, void* key, void* value) {
+    void* result = vn_HashMap_remove(map, key);
+    vn_HashMap_addQuick(map, key, value);
+    return result;
+}
+
+// ---- Removing
+
+void* vn_HashMap_remove(HashMap* map, const void* key) {
+    HashMapEntry* entry = takeOut(map, key);
+    if (entry == nullptr) {
+        return nullptr;
+    }
+    void* result = map->release != nullptr ? map->release(entry) : nullptr;
+    countRemoval(map);
+    shrinkEntries(map);
+    return result;
+}
+
+HashMapEntry* vn_HashMap_findValueAndRemove(HashMap* map, const void* key) {
+    HashMapEntry* entry = takeOut(map, key);
+    if (entry != nullptr) {
+        countRemoval(map);
+    }
+    return entry;
+}
+
+void vn_HashMap_removeAll(HashMap* map) {
+    for (uint32_t i = 0; map->count > 0 && i <= map->mask; ++i) {
+        Vector& bucket = map->buckets[i];
+        while (bucket.size > 0) {
+            HashMapEntry* entry = slotsOf(bucketsOf(map), i)[0];
+            unlink(map, i, entry);
+            if (map->release != nullptr) {
+                map->release(entry);
+            }
+        }
+    }
+    map->count = 0;
+    shrinkBuckets(map);
+}
+
+void vn_HashMap_clear(HashMap* map) {
+    for (uint32_t i = 0; i <= map->mask; ++i) {
+        vn_Vector_clear(&map->buckets[i]);
+    }
+    map->count = 0;
+    map->entryFill = 0;
+    shrinkBuckets(map);
+}
+
+// ---- Finding
+
+bool vn_HashMap_exists(const HashMap* map, const void* key) {
+    return findEntry(map, key) != nullptr;
+}
+
+HashMapIterator* vn_HashMap_find(HashMap* map, const void* key) {
+    HashMapEntry* entry = findEntry(map, key);
+    return entry != nullptr ? makeIterator(map, entry) : nullptr;
+}
+
+void* vn_HashMap_findValue(const HashMap* map, const void* key) {
+    const HashMapEntry* entry = findEntry(map, key);
+    return entry != nullptr ? entry->value : nullptr;
+}
+
+// ---- Iterating
+
+HashMapIterator* vn_HashMap_first(HashMap* map) {
+    HashMapEntry* entry = firstEntryFrom(map, 0);
+    return entry != nullptr ? makeIterator(map, entry) : nullptr;
+}
+
+HashMapIterator* vn_HashMap_last(HashMap* map) {
+    HashMapEntry* entry = lastEntryBelow(map, map->mask + 1);
+    return entry != nullptr ? makeIterator(map, entry) : nullptr;
+}
+
+bool vn_HashMapIterator_valid(const HashMapIterator* iterator) {
+    return iterator != nullptr && iterator->entry != nullptr;
+}
+
+void* vn_HashMapIterator_key(const HashMapIterator* iterator) {
+    return vn_HashMapIterator_valid(iterator) ? iterator->entry->key : nullptr;
+}
+
+void* vn_HashMapIterator_value(const HashMapIterator* iterator) {
+    return vn_HashMapIterator_valid(iterator) ? iterator->entry->value : nullptr;
+}
+
+bool vn_HashMapIterator_next(HashMapIterator* iterator) {
+    if (!canMove(iterator)) {
+        return false;
+    }
+    const HashMap* map = iterator->map;
+    const uint32_t index = iterator->entry->hash & map->mask;
+    const uint32_t following = iterator->entry->bucketIndex + 1;
+    iterator->entry = following < map->buckets[index].size
+                          ? slotsOf(bucketsOf(map), index)[following]
+                          : firstEntryFrom(map, index + 1);
+    return iterator->entry != nullptr;
+}
+
+bool vn_HashMapIterator_back(HashMapIterator* iterator) {
+    if (!canMove(iterator)) {
+        return false;
+    }
+    const HashMap* map = iterator->map;
+    const uint32_t index = iterator->entry->hash & map->mask;
+    const uint32_t position = iterator->entry->bucketIndex;
+    iterator->entry =
+        position > 0 ? slotsOf(bucketsOf(map), index)[position - 1] : lastEntryBelow(map, index);
+    return iterator->entry != nullptr;
+}
+
+void vn_HashMapIterator_dtor(HashMapIterator* iterator) {
+    free(iterator);
+}

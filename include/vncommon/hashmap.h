@@ -1,0 +1,173 @@
+/* HashMap: map from pointer-sized keys to pointer-sized values, with caller-supplied callbacks.
+ *
+ * A power-of-two array of buckets, each a Vector of pointers into one contiguous array of
+ * entries. The buckets double when they hold four entries on average. Removing leaves a hole in
+ * the entry array, which is closed the next time the array is rebuilt.
+ *
+ * Cost: adding, finding and removing take constant time on average, with three exceptions:
+ *  - Doubling the buckets visits every entry. It happens when the map reaches 16, 32, 64 ...
+ *    entries (initial size 16; otherwise at initial size times powers of two).
+ *  - A full entry array is rebuilt twice as large below 1024 slots and only 1024 slots larger
+ *    above, copying every live entry. Filling a map of n entries from a small initial size
+ *    therefore copies about n * n / 2048 entries: give the final size at construction, and
+ *    nothing is ever copied.
+ *  - With the shrink flag, removals give memory back by the same kind of rebuilding.
+ * A map made with size n takes about 52 bytes per entry of n, before the first add.
+ *
+ * Iteration follows the buckets, not the order of adding, and the order changes when the map
+ * grows or shrinks. Any change to the map (add, remove, clear) makes iterators and entry
+ * pointers obtained earlier meaningless.
+ *
+ * Memory comes from the platform's allocator and is not checked: without memory the behaviour
+ * is undefined. Counts are 32-bit.
+ *
+ * Thread-safety: none inside; the owner serialises access. Lookups that allocate no iterator
+ * (exists, findValue, size) do not change the map and may run side by side.
+ */
+#ifndef VNCOMMON_HASHMAP_H
+#define VNCOMMON_HASHMAP_H
+
+#include <vncommon/api.h>
+#include <vncommon/vector.h>
+
+VN_BEGIN_DECLS
+
+typedef struct HashMapEntry {
+    void* key;
+    void* value;
+    uint32_t hash;        /* of the key as it was added; rehashing uses it */
+    uint32_t bucketIndex; /* the entry's position inside its bucket */
+} HashMapEntry;
+
+/* The hash of a key. Called at most three times per add (twice when the buckets do not grow,
+ * once when the key is present already) and once per lookup in a map that is not empty. */
+typedef uint32_t (*vn_HashMapHash)(const void* key);
+/* 0 when the stored key equals key. The entries of a bucket are compared in order. */
+typedef int32_t (*vn_HashMapCompare)(const void* storedKey, const void* key);
+/* Fills key and value of a new entry, with copies for instance. The key that it leaves must
+ * stay equal to the one given for as long as it is in the map. */
+typedef void (*vn_HashMapFill)(HashMapEntry* entry, void* key, void* value);
+/* Called with an entry that leaves the map; frees what fill made. Its result is what remove and
+ * replace return, so one that frees should return null. */
+typedef void* (*vn_HashMapRelease)(HashMapEntry* entry);
+
+/* The fields may be read; only the functions below change them. The storage of a bucket belongs
+ * to the map: no function that adds to or ends a Vector may be called on one. */
+typedef struct HashMap {
+    uint32_t count;         /* live entries */
+    uint32_t mask;          /* bucket count - 1; a key's bucket is hash & mask */
+    uint32_t initialSize;   /* as given at construction, at least 16 */
+    Vector* buckets;        /* mask + 1 Vectors of HashMapEntry* (initial capacity 8, no shrink) */
+    HashMapEntry* entries;  /* storage of all entries */
+    uint32_t entryCapacity; /* slots in entries */
+    uint32_t entryFill;     /* slots handed out, the holes of removed entries included */
+    bool shrink;            /* whether removals may shrink the buckets and the entry array */
+    bool hashDecides;       /* private: equal keys are known to have equal stored hashes */
+    vn_HashMapHash hash;
+    vn_HashMapCompare compare;
+    vn_HashMapFill fill;       /* null: key and value are stored as given */
+    vn_HashMapRelease release; /* may be null */
+} HashMap;
+
+typedef struct HashMapIterator {
+    HashMap* map;
+    HashMapEntry* entry; /* null: past the end */
+} HashMapIterator;
+
+/* A new map on the heap, ended by vn_HashMap_dtor. initialSize is the number of entries that fit
+ * without growing, at least 16; it should be a power of two. Another size is accepted, but its
+ * mask has gaps: 20 gives 5 buckets with mask 4, of which only 0 and 4 are ever used.
+ * shrink is a flag. */
+VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill,
+                                vn_HashMapRelease release, uint32_t initialSize, int shrink);
+
+/* The same for the caller's record, ended by vn_HashMap_cleanup. */
+VN_API void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compare,
+                            vn_HashMapFill fill, vn_HashMapRelease release, uint32_t initialSize,
+                            int shrink);
+
+/* vn_HashMap_removeAll, then frees the storage. The record must not be used without a new init.
+ */
+VN_API void vn_HashMap_cleanup(HashMap* map);
+
+/* vn_HashMap_cleanup, then frees the record. */
+VN_API void vn_HashMap_dtor(HashMap* map);
+
+/* The number of entries. */
+VN_API uint32_t vn_HashMap_size(const HashMap* map);
+
+/* Adds key with value, unless the key is present: then nothing changes. add returns a new
+ * iterator on the new entry (on no entry when the key was present), for the caller to end with
+ * vn_HashMapIterator_dtor; addQuick returns the entry itself, or null. */
+VN_API HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value);
+VN_API HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value);
+
+/* vn_HashMap_remove, then adds key with value. Returns what remove returned. key must survive
+ * the release of the entry that it replaces. */
+VN_API void* vn_HashMap_replace(HashMap* map, void* key, void* value);
+
+/* Removes the key. Returns release(entry) when the key was present and release is set, otherwise
+ * null: without a release callback the result does not tell whether the key was there. */
+VN_API void* vn_HashMap_remove(HashMap* map, const void* key);
+
+/* Removes the key without calling release, and returns the entry that was removed, or null when
+ * the key is absent. The entry stays readable until the next add or remove. */
+VN_API HashMapEntry* vn_HashMap_findValueAndRemove(HashMap* map, const void* key);
+
+/* Whether the key is present. */
+VN_API bool vn_HashMap_exists(const HashMap* map, const void* key);
+
+/* A new iterator on the key's entry, ended by vn_HashMapIterator_dtor; null when absent. */
+VN_API HashMapIterator* vn_HashMap_find(HashMap* map, const void* key);
+
+/* The key's value, or null when absent. */
+VN_API void* vn_HashMap_findValue(const HashMap* map, const void* key);
+
+/* A new iterator on the first or last entry in bucket order, ended by vn_HashMapIterator_dtor;
+ * null when the map is empty. */
+VN_API HashMapIterator* vn_HashMap_first(HashMap* map);
+VN_API HashMapIterator* vn_HashMap_last(HashMap* map);
+
+/* Removes every entry, calling release (if set) on each: buckets in order, and in a bucket the
+ * first entry, then the last, which moved into its place, and so on. Slots of the entry array
+ * are deliberately not reused before it is rebuilt. With the shrink flag the number of buckets
+ * halves. */
+VN_API void vn_HashMap_removeAll(HashMap* map);
+
+/* Forgets every entry without calling release; entry slots are handed out from the first again.
+ * With the shrink flag the number of buckets halves. */
+VN_API void vn_HashMap_clear(HashMap* map);
+
+/* Whether the iterator stands on an entry; false for null. */
+VN_API bool vn_HashMapIterator_valid(const HashMapIterator* iterator);
+
+/* Key and value of the entry; null when the iterator is not valid. */
+VN_API void* vn_HashMapIterator_key(const HashMapIterator* iterator);
+VN_API void* vn_HashMapIterator_value(const HashMapIterator* iterator);
+
+/* Moves to the following or the preceding entry and returns true. When there is none, the
+ * iterator is no longer valid and the result is false. Past the end, and on an empty map, the
+ * result is false and nothing changes. */
+VN_API bool vn_HashMapIterator_next(HashMapIterator* iterator);
+VN_API bool vn_HashMapIterator_back(HashMapIterator* iterator);
+
+/* Frees the iterator; null is accepted. */
+VN_API void vn_HashMapIterator_dtor(HashMapIterator* iterator);
+
+/* Callbacks for keys that are NUL-terminated strings (they take void pointers so that they fit
+ * where a callback is expected).
+ *
+ * The hash is h = (h + c) * 0x9E3779B9 modulo 2^32 over the bytes c, from h = 0. Bytes are taken
+ * as signed, so those from 128 up count as negative; deliberately, because hashes are stored.
+ * The comparison is strcmp. A map built with both compares the stored hashes first, and the
+ * strings themselves only when they agree. */
+VN_API uint32_t vn_String_hash(const void* string);
+VN_API int32_t vn_String_compare(const void* a, const void* b);
+
+/* The smallest prime not below n; 0 when no prime of 64 bits is (n > 2^64 - 59). Takes time in
+ * proportion to the square root of n: some nanoseconds for small n, seconds near 2^64. */
+VN_API uint64_t vn_nextPrime(uint64_t n);
+
+VN_END_DECLS
+
+#endif
