@@ -1,0 +1,681 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <vncommon/hashmap.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <tuple>
+
+#include "containers/hashmap_model.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+void* word(uintptr_t number) {
+    return reinterpret_cast<void*>(number);
+}
+uintptr_t number(const void* pointer) {
+    return reinterpret_cast<uintptr_t>(pointer);
+}
+
+// ---- Callbacks that count
+
+uint64_t hashCalls;
+uint64_t compareCalls;
+std::vector<uintptr_t> released;
+
+uint32_t goodHash(uintptr_t key) {
+    return static_cast<uint32_t>((key * 0x9E3779B97F4A7C15U) >> 32);
+}
+// Few values, so that buckets outgrow their eight slots, and high bits that later masks see.
+uint32_t poorHash(uintptr_t key) {
+    return static_cast<uint32_t>((key % 5) << (key % 3 * 4));
+}
+
+uint32_t countingGoodHash(const void* key) {
+    ++hashCalls;
+    return goodHash(number(key));
+}
+
+uint32_t countingPoorHash(const void* key) {
+    ++hashCalls;
+    return poorHash(number(key));
+}
+
+int32_t countingCompare(const void* stored, const void* key) {
+    ++compareCalls;
+    return stored == key ? 0 : -7;
+}
+
+void fillPlusOne(HashMapEntry* entry, void* key, void* value) {
+    entry->key = key;
+    entry->value = word(number(value) + 1);
+}
+
+void* logRelease(HashMapEntry* entry) {
+    released.push_back(number(entry->key));
+    return entry->value;
+}
+
+void resetCounters() {
+    hashCalls = 0;
+    compareCalls = 0;
+    released.clear();
+}
+
+HashMap* makePlain(uint32_t initialSize = 0, int shrink = 0) {
+    return vn_HashMap_ctor(countingGoodHash, countingCompare, nullptr, nullptr, initialSize,
+                           shrink);
+}
+
+struct IteratorEnder {
+    void operator()(HashMapIterator* iterator) const { vn_HashMapIterator_dtor(iterator); }
+};
+using Iterator = std::unique_ptr<HashMapIterator, IteratorEnder>;
+
+struct MapEnder {
+    void operator()(HashMap* map) const { vn_HashMap_dtor(map); }
+};
+using Map = std::unique_ptr<HashMap, MapEnder>;
+
+std::vector<uintptr_t> keysForward(HashMap* map) {
+    std::vector<uintptr_t> keys;
+    const Iterator iterator(vn_HashMap_first(map));
+    for (bool on = iterator != nullptr; on; on = vn_HashMapIterator_next(iterator.get())) {
+        keys.push_back(number(vn_HashMapIterator_key(iterator.get())));
+    }
+    return keys;
+}
+
+std::vector<uintptr_t> keysBackward(HashMap* map) {
+    std::vector<uintptr_t> keys;
+    const Iterator iterator(vn_HashMap_last(map));
+    for (bool on = iterator != nullptr; on; on = vn_HashMapIterator_back(iterator.get())) {
+        keys.push_back(number(vn_HashMapIterator_key(iterator.get())));
+    }
+    return keys;
+}
+
+// ---- The model beside the map
+
+bool sameEntry(const HashMap& map, const HashMapModel& model, uint32_t slot, uint32_t position) {
+    const HashMapEntry& entry = map.entries[slot];
+    const HashMapModel::Entry& expected = model.entries[slot];
+    return number(entry.key) == expected.key && number(entry.value) == expected.value &&
+           entry.hash == expected.hash && entry.bucketIndex == position;
+}
+
+bool sameBucket(const HashMap& map, const HashMapModel& model, uint32_t index) {
+    const Vector& bucket = map.buckets[index];
+    const HashMapModel::Bucket& expected = model.buckets[index];
+    if (bucket.size != expected.slots.size() || bucket.capacity != expected.capacity ||
+        bucket.initialCapacity != 8 || bucket.shrink || bucket.compare != map.compare ||
+        bucket.onAdd != nullptr || bucket.onRemove != nullptr) {
+        return false;
+    }
+    for (uint32_t i = 0; i < bucket.size; ++i) {
+        const uint32_t slot = expected.slots[i];
+        if (vn_Vector_get(&bucket, i) != &map.entries[slot] || !sameEntry(map, model, slot, i)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void expectSame(const HashMap& map, const HashMapModel& model) {
+    ASSERT_EQ(map.count, model.count);
+    ASSERT_EQ(map.mask, model.mask());
+    ASSERT_EQ(map.entryCapacity, model.entries.size());
+    ASSERT_EQ(map.entryFill, model.entryFill);
+    ASSERT_EQ(hashCalls, model.hashCalls);
+    ASSERT_EQ(compareCalls, model.compareCalls);
+    ASSERT_EQ(released, model.released);
+    for (uint32_t i = 0; i <= map.mask; ++i) {
+        ASSERT_TRUE(sameBucket(map, model, i)) << "bucket " << i;
+    }
+}
+
+// One operation on both, with the same result.
+void step(HashMap& map, HashMapModel& model, uint32_t choice, uintptr_t key, uintptr_t value) {
+    const auto slotOf = [&](const HashMapEntry* entry) -> std::optional<uint32_t> {
+        if (entry == nullptr) {
+            return std::nullopt;
+        }
+        return static_cast<uint32_t>(entry - map.entries);
+    };
+    if (choice < 40) {
+        const HashMapEntry* entry = vn_HashMap_addQuick(&map, word(key), word(value));
+        ASSERT_EQ(entry != nullptr, model.add(key, value));
+        ASSERT_TRUE(entry == nullptr || slotOf(entry) == map.entryFill - 1);
+    } else if (choice < 45) {
+        const Iterator iterator(vn_HashMap_add(&map, word(key), word(value)));
+        ASSERT_EQ(vn_HashMapIterator_valid(iterator.get()), model.add(key, value));
+    } else if (choice < 75) {
+        ASSERT_EQ(number(vn_HashMap_remove(&map, word(key))), model.remove(key));
+    } else if (choice < 80) {
+        const HashMapEntry* entries = map.entries;
+        const HashMapEntry* entry = vn_HashMap_findValueAndRemove(&map, word(key));
+        ASSERT_EQ(map.entries, entries);
+        ASSERT_EQ(slotOf(entry), model.findAndRemove(key));
+        ASSERT_TRUE(entry == nullptr || number(entry->key) == key);
+    } else if (choice < 85) {
+        ASSERT_EQ(number(vn_HashMap_replace(&map, word(key), word(value))),
+                  model.replace(key, value));
+    } else if (choice < 90) {
+        ASSERT_EQ(vn_HashMap_exists(&map, word(key)), model.find(key).has_value());
+    } else if (choice < 95) {
+        const std::optional<uint32_t> slot = model.find(key);
+        ASSERT_EQ(number(vn_HashMap_findValue(&map, word(key))),
+                  slot ? model.entries[*slot].value : 0);
+    } else {
+        const Iterator iterator(vn_HashMap_find(&map, word(key)));
+        ASSERT_EQ(slotOf(iterator ? iterator->entry : nullptr), model.find(key));
+    }
+}
+
+void expectSameOrder(HashMap& map, const HashMapModel& model) {
+    std::vector<uintptr_t> keys = model.keysInOrder();
+    ASSERT_EQ(keysForward(&map), keys);
+    std::reverse(keys.begin(), keys.end());
+    ASSERT_EQ(keysBackward(&map), keys);
+}
+
+struct RandomRun {
+    uint32_t seed, initialSize, operations, keys;
+    bool shrink, poor, fill, release;
+    uint32_t checkEvery = 1;
+};
+
+// Phases of growing and of shrinking, now and then emptied as a whole.
+void compareWithModel(const RandomRun& run) {
+    resetCounters();
+    HashMap map;
+    vn_HashMap_init(&map, run.poor ? countingPoorHash : countingGoodHash, countingCompare,
+                    run.fill ? fillPlusOne : nullptr, run.release ? logRelease : nullptr,
+                    run.initialSize, run.shrink);
+    HashMapModel model(run.poor ? poorHash : goodHash, run.initialSize, run.shrink, run.fill,
+                       run.release);
+    ASSERT_EQ(map.initialSize, std::max(run.initialSize, 16U));
+    std::mt19937 random(run.seed);
+    const uint32_t phase = 2 * run.keys;
+    for (uint32_t i = 0; i < run.operations; ++i) {
+        const bool growing = i / phase % 2 == 0;
+        uint32_t choice = static_cast<uint32_t>(random() % 100);
+        if (random() % 4 == 0) {
+            choice = growing ? 0 : 45;
+        }
+        const uintptr_t key = 1 + random() % run.keys;
+        ASSERT_NO_FATAL_FAILURE(step(map, model, choice, key, random() % 1000))
+            << "operation " << i;
+        if (random() % (2 * phase) == 0) {
+            random() % 2 == 0 ? (vn_HashMap_removeAll(&map), model.removeAll())
+                              : (vn_HashMap_clear(&map), model.clear());
+        }
+        if (i % run.checkEvery == 0) {
+            ASSERT_NO_FATAL_FAILURE(expectSame(map, model)) << "operation " << i;
+        }
+        if (i % 100 == 0) {
+            ASSERT_NO_FATAL_FAILURE(expectSameOrder(map, model));
+        }
+    }
+    model.removeAll();
+    vn_HashMap_cleanup(&map);
+    EXPECT_EQ(released, model.released);
+    EXPECT_EQ(hashCalls, model.hashCalls);
+}
+
+// ---- String keys
+
+std::string keyText(const HashMapEntry* entry) {
+    return static_cast<const char*>(entry->key);
+}
+
+void fillCopy(HashMapEntry* entry, void* key, void* value) {
+    entry->key = strdup(static_cast<const char*>(key));
+    entry->value = value;
+}
+
+void* releaseCopy(HashMapEntry* entry) {
+    free(entry->key);
+    return nullptr;
+}
+
+// Stores the keys "1", "2" ... in place of the given ones.
+void fillOtherKey(HashMapEntry* entry, void* key, void* value) {
+    entry->key = static_cast<char*>(key) + 1;
+    entry->value = value;
+}
+
+uint32_t plainStringHash(const std::string& string) {
+    uint32_t hash = 0;
+    for (const char c : string) {
+        hash = (hash + static_cast<uint32_t>(static_cast<signed char>(c))) * 0x9E3779B9U;
+    }
+    return hash;
+}
+
+}  // namespace
+
+TEST(HashMap, FollowsTheModel) {
+    uint32_t seed = 1;
+    for (const uint32_t initialSize : {0U, 16U, 17U, 20U, 27U, 37U, 64U, 100U}) {
+        for (uint32_t options = 0; options < 16; ++options) {
+            const RandomRun run{.seed = seed++,
+                                .initialSize = initialSize,
+                                .operations = 1500,
+                                .keys = 120 + 60 * (options % 3),
+                                .shrink = (options & 1) != 0,
+                                .poor = (options & 2) != 0,
+                                .fill = (options & 4) != 0,
+                                .release = (options & 8) != 0};
+            SCOPED_TRACE(testing::Message() << "initial size " << initialSize << ", options "
+                                            << options << ", seed " << run.seed);
+            ASSERT_NO_FATAL_FAILURE(compareWithModel(run));
+        }
+    }
+}
+
+TEST(HashMap, FollowsTheModelWithThousandsOfEntries) {
+    uint32_t seed = 1000;
+    for (const uint32_t initialSize : {0U, 1000U, 1023U, 1030U, 4096U}) {
+        for (const bool shrink : {false, true}) {
+            const RandomRun run{.seed = seed++,
+                                .initialSize = initialSize,
+                                .operations = 60000,
+                                .keys = 6000,
+                                .shrink = shrink,
+                                .poor = false,
+                                .fill = false,
+                                .release = false,
+                                .checkEvery = 97};
+            SCOPED_TRACE(testing::Message()
+                         << "initial size " << initialSize << ", seed " << run.seed);
+            ASSERT_NO_FATAL_FAILURE(compareWithModel(run));
+        }
+    }
+}
+
+TEST(HashMap, HasTheLayoutThatCallersRead) {
+    EXPECT_EQ(sizeof(HashMapEntry), 24U);
+    EXPECT_EQ(offsetof(HashMapEntry, hash), 16U);
+    EXPECT_EQ(offsetof(HashMapEntry, bucketIndex), 20U);
+    EXPECT_EQ(offsetof(HashMap, buckets), 16U);
+    EXPECT_EQ(offsetof(HashMap, entries), 24U);
+    EXPECT_EQ(offsetof(HashMap, entryCapacity), 32U);
+    EXPECT_EQ(offsetof(HashMap, entryFill), 36U);
+    EXPECT_EQ(offsetof(HashMap, shrink), 40U);
+    EXPECT_EQ(offsetof(HashMap, hash), 48U);
+    EXPECT_EQ(offsetof(HashMap, release), 72U);
+    EXPECT_EQ(sizeof(HashMapIterator), 16U);
+}
+
+TEST(HashMap, GrowsBucketsAtSixteenAndEntriesAtSeventeen) {
+    const Map map(makePlain());
+    EXPECT_EQ(map->initialSize, 16U);
+    for (uintptr_t key = 1; key <= 15; ++key) {
+        vn_HashMap_addQuick(map.get(), word(key), nullptr);
+    }
+    EXPECT_EQ(map->mask, 3U);
+    EXPECT_EQ(map->entryCapacity, 16U);
+    vn_HashMap_addQuick(map.get(), word(16), nullptr);
+    EXPECT_EQ(map->mask, 7U);
+    EXPECT_EQ(map->entryCapacity, 16U);
+    vn_HashMap_addQuick(map.get(), word(17), nullptr);
+    EXPECT_EQ(map->mask, 7U);
+    EXPECT_EQ(map->entryCapacity, 32U);
+    EXPECT_EQ(vn_HashMap_size(map.get()), 17U);
+}
+
+TEST(HashMap, HashesTwicePerAddAndThreeTimesWhenBucketsDouble) {
+    const Map map(makePlain());
+    resetCounters();
+    EXPECT_FALSE(vn_HashMap_exists(map.get(), word(1)));
+    EXPECT_EQ(hashCalls, 0U) << "an empty map needs no hash";
+    for (uintptr_t key = 1; key <= 15; ++key) {
+        vn_HashMap_addQuick(map.get(), word(key), nullptr);
+        EXPECT_EQ(hashCalls, 2 * key);
+    }
+    vn_HashMap_addQuick(map.get(), word(16), nullptr);
+    EXPECT_EQ(hashCalls, 33U);
+    vn_HashMap_addQuick(map.get(), word(16), nullptr);
+    EXPECT_EQ(hashCalls, 34U) << "a key that is present is hashed once";
+}
+
+TEST(HashMap, RefusesAKeyTwice) {
+    const Map map(makePlain());
+    EXPECT_NE(vn_HashMap_addQuick(map.get(), word(5), word(50)), nullptr);
+    EXPECT_EQ(vn_HashMap_addQuick(map.get(), word(5), word(51)), nullptr);
+    const Iterator iterator(vn_HashMap_add(map.get(), word(5), word(52)));
+    ASSERT_NE(iterator, nullptr);
+    EXPECT_EQ(iterator->map, map.get());
+    EXPECT_FALSE(vn_HashMapIterator_valid(iterator.get()));
+    EXPECT_EQ(vn_HashMapIterator_key(iterator.get()), nullptr);
+    EXPECT_EQ(vn_HashMapIterator_value(iterator.get()), nullptr);
+    EXPECT_EQ(vn_HashMap_size(map.get()), 1U);
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), word(5)), word(50));
+}
+
+TEST(HashMap, RemoveWithoutReleaseReturnsNull) {
+    const Map map(makePlain());
+    vn_HashMap_addQuick(map.get(), word(5), word(50));
+    EXPECT_EQ(vn_HashMap_remove(map.get(), word(5)), nullptr);
+    EXPECT_EQ(vn_HashMap_size(map.get()), 0U);
+}
+
+TEST(HashMap, ReplaceReturnsWhatReleaseReturned) {
+    const Map map(vn_HashMap_ctor(countingGoodHash, countingCompare, nullptr, logRelease, 0, 0));
+    EXPECT_EQ(vn_HashMap_replace(map.get(), word(5), word(50)), nullptr);
+    EXPECT_EQ(vn_HashMap_replace(map.get(), word(5), word(51)), word(50));
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), word(5)), word(51));
+    EXPECT_EQ(vn_HashMap_size(map.get()), 1U);
+}
+
+TEST(HashMap, FindValueAndRemoveLeavesTheEntryReadable) {
+    resetCounters();
+    const Map map(vn_HashMap_ctor(countingGoodHash, countingCompare, nullptr, logRelease, 0, 1));
+    vn_HashMap_addQuick(map.get(), word(5), word(50));
+    const HashMapEntry* entry = vn_HashMap_findValueAndRemove(map.get(), word(5));
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->value, word(50));
+    EXPECT_TRUE(released.empty());
+    EXPECT_EQ(vn_HashMap_findValueAndRemove(map.get(), word(5)), nullptr);
+}
+
+TEST(HashMap, KeepsItsSizeWithoutShrink) {
+    const Map map(makePlain());
+    for (uintptr_t key = 1; key <= 100; ++key) {
+        vn_HashMap_addQuick(map.get(), word(key), nullptr);
+    }
+    EXPECT_EQ(map->mask, 31U);
+    EXPECT_EQ(map->entryCapacity, 128U);
+    for (uintptr_t key = 1; key <= 100; ++key) {
+        vn_HashMap_remove(map.get(), word(key));
+    }
+    vn_HashMap_removeAll(map.get());
+    vn_HashMap_clear(map.get());
+    EXPECT_EQ(map->mask, 31U);
+    EXPECT_EQ(map->entryCapacity, 128U);
+}
+
+TEST(HashMap, ShrinksToFourBucketsAndNoFurther) {
+    const Map map(makePlain(0, 1));
+    for (uintptr_t key = 1; key <= 16; ++key) {
+        vn_HashMap_addQuick(map.get(), word(key), nullptr);
+    }
+    for (uintptr_t key = 1; key <= 8; ++key) {
+        vn_HashMap_remove(map.get(), word(key));
+    }
+    EXPECT_EQ(map->mask, 7U) << "eight entries in eight buckets";
+    vn_HashMap_remove(map.get(), word(9));
+    EXPECT_EQ(map->mask, 3U);
+    vn_HashMap_removeAll(map.get());
+    vn_HashMap_removeAll(map.get());
+    vn_HashMap_clear(map.get());
+    EXPECT_EQ(map->mask, 3U);
+}
+
+TEST(HashMap, EmptyingHalvesTheBucketsOnce) {
+    const Map map(makePlain(256, 1));
+    EXPECT_EQ(map->mask, 63U);
+    vn_HashMap_removeAll(map.get());
+    EXPECT_EQ(map->mask, 31U) << "also when there was nothing to remove";
+    vn_HashMap_clear(map.get());
+    EXPECT_EQ(map->mask, 15U);
+    EXPECT_EQ(map->entryCapacity, 256U);
+}
+
+TEST(HashMap, NeverHasFewerThanFourBuckets) {
+    for (const uint32_t initialSize : {20U, 24U, 28U}) {
+        const Map map(makePlain(initialSize, 1));
+        vn_HashMap_addQuick(map.get(), word(1), word(10));
+        vn_HashMap_addQuick(map.get(), word(2), word(20));
+        vn_HashMap_remove(map.get(), word(2));
+        EXPECT_EQ(map->mask, initialSize / 4 - 1);
+        EXPECT_EQ(vn_HashMap_findValue(map.get(), word(1)), word(10));
+    }
+}
+
+TEST(HashMap, NeverShrinksBelowItsEntries) {
+    const Map map(makePlain(1025, 1));
+    for (uintptr_t key = 1; key <= 300; ++key) {
+        vn_HashMap_addQuick(map.get(), word(key), word(key));
+    }
+    for (uintptr_t key = 1; key <= 298; ++key) {
+        vn_HashMap_remove(map.get(), word(key));
+        ASSERT_EQ(map->entryCapacity, 1025U) << "1025 - 1024 slots would not hold what is left";
+    }
+    vn_HashMap_remove(map.get(), word(299));
+    EXPECT_EQ(map->entryCapacity, 1U);
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), word(300)), word(300));
+    vn_HashMap_addQuick(map.get(), word(301), nullptr);
+    EXPECT_EQ(map->entryCapacity, 2U);
+}
+
+TEST(HashMap, RemoveAllKeepsTheHighWaterMarkAndClearDoesNot) {
+    const Map map(makePlain());
+    for (uintptr_t key = 1; key <= 10; ++key) {
+        vn_HashMap_addQuick(map.get(), word(key), nullptr);
+    }
+    vn_HashMap_removeAll(map.get());
+    EXPECT_EQ(map->entryFill, 10U);
+    EXPECT_EQ(vn_HashMap_addQuick(map.get(), word(1), nullptr), &map->entries[10]);
+    vn_HashMap_clear(map.get());
+    EXPECT_EQ(map->entryFill, 0U);
+    EXPECT_EQ(vn_HashMap_addQuick(map.get(), word(1), nullptr), &map->entries[0]);
+}
+
+TEST(HashMap, RemoveAllReleasesFirstThenLastOfABucket) {
+    resetCounters();
+    const auto sameHash = [](const void*) -> uint32_t { return 2; };
+    const Map map(vn_HashMap_ctor(sameHash, countingCompare, nullptr, logRelease, 0, 0));
+    for (uintptr_t key = 1; key <= 5; ++key) {
+        vn_HashMap_addQuick(map.get(), word(key), nullptr);
+    }
+    vn_HashMap_removeAll(map.get());
+    EXPECT_THAT(released, ElementsAre(1, 5, 4, 3, 2));
+}
+
+TEST(HashMap, GapsInTheMaskLeaveBucketsUnused) {
+    const Map map(makePlain(20));
+    EXPECT_EQ(map->mask, 4U);
+    for (uintptr_t key = 1; key <= 19; ++key) {
+        vn_HashMap_addQuick(map.get(), word(key), word(key));
+    }
+    EXPECT_EQ(map->buckets[0].size + map->buckets[4].size, 19U);
+    vn_HashMap_addQuick(map.get(), word(20), word(20));
+    EXPECT_EQ(map->mask, 9U);
+    EXPECT_EQ(keysForward(map.get()).size(), 20U);
+}
+
+TEST(HashMap, ReadingFunctionsOfVectorWorkOnBuckets) {
+    const auto sameHash = [](const void*) -> uint32_t { return 3; };
+    const Map map(vn_HashMap_ctor(sameHash, countingCompare, nullptr, nullptr, 0, 0));
+    for (uintptr_t key = 1; key <= 15; ++key) {
+        const HashMapEntry* entry = vn_HashMap_addQuick(map.get(), word(key), nullptr);
+        const Vector* bucket = &map->buckets[3];
+        EXPECT_EQ(vn_Vector_size(bucket), key);
+        EXPECT_EQ(vn_Vector_get(bucket, static_cast<uint32_t>(key - 1)), entry);
+        EXPECT_EQ(bucket->data[key - 1], entry);
+        EXPECT_EQ(bucket->capacity, key <= 8 ? 8U : 16U);
+    }
+}
+
+TEST(HashMap, EmptyMapAnswersNothing) {
+    const Map map(makePlain());
+    EXPECT_EQ(vn_HashMap_first(map.get()), nullptr);
+    EXPECT_EQ(vn_HashMap_last(map.get()), nullptr);
+    EXPECT_EQ(vn_HashMap_find(map.get(), word(1)), nullptr);
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), word(1)), nullptr);
+    EXPECT_EQ(vn_HashMap_remove(map.get(), word(1)), nullptr);
+    EXPECT_EQ(vn_HashMap_size(map.get()), 0U);
+}
+
+TEST(HashMapIterator, EndsOnBothSides) {
+    const Map map(makePlain());
+    vn_HashMap_addQuick(map.get(), word(1), word(10));
+    for (const auto move : {vn_HashMapIterator_next, vn_HashMapIterator_back}) {
+        const Iterator iterator(vn_HashMap_first(map.get()));
+        ASSERT_TRUE(vn_HashMapIterator_valid(iterator.get()));
+        EXPECT_EQ(vn_HashMapIterator_value(iterator.get()), word(10));
+        EXPECT_FALSE(move(iterator.get()));
+        EXPECT_FALSE(vn_HashMapIterator_valid(iterator.get()));
+        EXPECT_FALSE(vn_HashMapIterator_next(iterator.get())) << "past the end it stays there";
+        EXPECT_FALSE(vn_HashMapIterator_back(iterator.get()));
+    }
+}
+
+TEST(HashMapIterator, StaysPutWhenTheMapWasEmptied) {
+    const Map map(makePlain());
+    const Iterator iterator(vn_HashMap_add(map.get(), word(1), word(10)));
+    HashMapEntry* entry = iterator->entry;
+    vn_HashMap_removeAll(map.get());
+    EXPECT_FALSE(vn_HashMapIterator_next(iterator.get()));
+    EXPECT_EQ(iterator->entry, entry);
+    EXPECT_FALSE(vn_HashMapIterator_back(iterator.get()));
+}
+
+TEST(HashMapIterator, AcceptsNull) {
+    EXPECT_FALSE(vn_HashMapIterator_valid(nullptr));
+    EXPECT_EQ(vn_HashMapIterator_key(nullptr), nullptr);
+    EXPECT_EQ(vn_HashMapIterator_value(nullptr), nullptr);
+    EXPECT_FALSE(vn_HashMapIterator_next(nullptr));
+    EXPECT_FALSE(vn_HashMapIterator_back(nullptr));
+    vn_HashMapIterator_dtor(nullptr);
+}
+
+TEST(HashMapOfStrings, HoldsWhatStdMapHolds) {
+    const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillCopy, releaseCopy, 0, 1));
+    std::map<std::string, uintptr_t> expected;
+    std::mt19937 random(7);
+    for (int i = 0; i < 50000; ++i) {
+        const std::string key = "key " + std::to_string(random() % 3000);
+        void* name = const_cast<char*>(key.c_str());
+        if (random() % 2 == 0) {
+            const uintptr_t value = random();
+            const bool added = expected.emplace(key, value).second;
+            ASSERT_EQ(vn_HashMap_addQuick(map.get(), name, word(value)) != nullptr, added);
+        } else {
+            const auto found = expected.find(key);
+            ASSERT_EQ(number(vn_HashMap_findValue(map.get(), name)),
+                      found != expected.end() ? found->second : 0);
+            vn_HashMap_remove(map.get(), name);
+            expected.erase(key);
+        }
+        ASSERT_EQ(map->count, expected.size());
+    }
+    for (const auto& [key, value] : expected) {
+        ASSERT_EQ(number(vn_HashMap_findValue(map.get(), key.c_str())), value);
+    }
+    for (uint32_t i = 0; i <= map->mask; ++i) {
+        for (uint32_t k = 0; k < map->buckets[i].size; ++k) {
+            const auto* entry = static_cast<HashMapEntry*>(map->buckets[i].data[k]);
+            ASSERT_EQ(entry->hash, plainStringHash(keyText(entry)));
+        }
+    }
+}
+
+// The stored hash may stand in for a comparison only while it is the hash of the stored key.
+TEST(HashMapOfStrings, FindsKeysThatFillChanged) {
+    const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillOtherKey, nullptr, 0, 0));
+    std::string probe;
+    for (int i = 0; i < 1000 && probe.empty(); ++i) {
+        const std::string candidate = std::to_string(i);
+        if ((plainStringHash("x" + candidate) & 3) == (plainStringHash(candidate) & 3)) {
+            probe = candidate;
+        }
+    }
+    std::string key = "x" + probe;
+    vn_HashMap_addQuick(map.get(), key.data(), word(9));
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), probe.c_str()), word(9));
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), key.c_str()), nullptr);
+}
+
+TEST(HashMapOfStrings, ComparesWhenHashesCollide) {
+    // Two different strings with one hash, found by trying.
+    std::map<uint32_t, std::string> seen;
+    std::string a, b;
+    for (uint32_t i = 0; b.empty(); ++i) {
+        const std::string candidate = std::to_string(i * 2654435761U);
+        const auto [place, fresh] = seen.emplace(plainStringHash(candidate), candidate);
+        if (!fresh && place->second != candidate) {
+            a = place->second;
+            b = candidate;
+        }
+    }
+    const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, nullptr, nullptr, 0, 0));
+    vn_HashMap_addQuick(map.get(), a.data(), word(1));
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), b.c_str()), nullptr);
+    vn_HashMap_addQuick(map.get(), b.data(), word(2));
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), a.c_str()), word(1));
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), b.c_str()), word(2));
+}
+
+TEST(StringKeys, HashIsTheSumOfSignedBytes) {
+    EXPECT_EQ(vn_String_hash(""), 0U);
+    EXPECT_EQ(vn_String_hash("a"), 0x61U * 0x9E3779B9U);
+    EXPECT_EQ(vn_String_hash("\x80"), (0U - 128U) * 0x9E3779B9U);
+    std::mt19937 random(3);
+    for (size_t length = 0; length < 70; ++length) {
+        for (int round = 0; round < 200; ++round) {
+            std::string string(length, '\0');
+            for (char& c : string) {
+                c = static_cast<char>(1 + random() % 255);
+            }
+            ASSERT_EQ(vn_String_hash(string.c_str()), plainStringHash(string));
+        }
+    }
+}
+
+TEST(StringKeys, ComparesBytes) {
+    EXPECT_EQ(vn_String_compare("abc", "abc"), 0);
+    EXPECT_LT(vn_String_compare("abc", "abd"), 0);
+    EXPECT_GT(vn_String_compare("\xFF", "a"), 0);
+    EXPECT_LT(vn_String_compare("", "a"), 0);
+}
+
+TEST(NextPrime, GivesTheSmallestPrimeNotBelow) {
+    for (const auto& [n, prime] : {std::pair{0, 2},
+                                   {1, 2},
+                                   {2, 2},
+                                   {3, 3},
+                                   {4, 5},
+                                   {5, 5},
+                                   {6, 7},
+                                   {8, 11},
+                                   {24, 29},
+                                   {25, 29},
+                                   {48, 53},
+                                   {98, 101}}) {
+        EXPECT_EQ(vn_nextPrime(static_cast<uint64_t>(n)), static_cast<uint64_t>(prime)) << n;
+    }
+}
+
+TEST(NextPrime, AgreesWithASieve) {
+    constexpr size_t limit = 200000;
+    std::vector<bool> composite(limit + 1);
+    for (size_t i = 2; i * i <= limit; ++i) {
+        for (size_t k = i * i; !composite[i] && k <= limit; k += i) {
+            composite[k] = true;
+        }
+    }
+    uint64_t prime = 199999;  // the largest below the limit
+    for (uint64_t n = prime; n >= 2; --n) {
+        prime = composite[n] ? prime : n;
+        ASSERT_EQ(vn_nextPrime(n), prime) << n;
+    }
+}
+
+TEST(NextPrime, ServesLargeNumbers) {
+    EXPECT_EQ(vn_nextPrime(4294967290U), 4294967291U);
+    EXPECT_EQ(vn_nextPrime(4294967292U), 4294967311U);
+    EXPECT_EQ(vn_nextPrime(uint64_t{65537} * 65537), 4295098403U);
+    EXPECT_EQ(vn_nextPrime(1000000000000U), 1000000000039U);
+    EXPECT_EQ(vn_nextPrime(18446744073709551558U), 0U) << "no prime of 64 bits is left";
+    EXPECT_EQ(vn_nextPrime(UINT64_MAX), 0U);
+}
