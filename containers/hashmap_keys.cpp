@@ -28,7 +28,6 @@ bool isPrime(uint64_t candidate) {
 
 // h = (h + c) * multiplier for every byte, four at a time: the chain of dependent
 // multiplications, which is what the hash costs, becomes a quarter as long.
-// For keys of 16 bytes: 6.5 ns instead of 16 ns.
 uint32_t vn_String_hash(const void* string) {
     const auto* bytes = static_cast<const signed char*>(string);
     const auto widened = [](signed char byte) { return static_cast<uint32_t>(int32_t{byte}); };
