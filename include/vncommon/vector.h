@@ -1,9 +1,19 @@
 /* Vector: growable array of pointer-sized elements with optional callbacks.
  *
+ * An element is a pointer or an integer of a pointer's width; the Vector never looks inside.
  * Growth doubles, so adding is amortised constant time. Removing does not keep the order: the
- * last element moves into the hole, so it costs constant time too. Memory comes from the
- * platform's malloc and calloc and is not checked: without memory the behaviour is undefined.
- * Indices and sizes are 32-bit; the most elements a Vector can hold is 2^32 - 1.
+ * last element moves into the hole, so it costs constant time too.
+ *
+ *     Vector* names = vn_Vector_ctor(compareNames, copyName, freeName, 0, 1);
+ *     vn_Vector_add(names, "first");            stores copyName("first")
+ *     vn_Vector_dtor(names);                    calls freeName for each
+ *
+ * Memory comes from the platform's malloc, not from vn_malloc, and is not checked: without memory
+ * the behaviour is undefined. Indices, sizes and capacities are 32-bit and count elements; a
+ * Vector holds at most 2^32 - 1, and one more ends the process through vn_outOfMemory (failure.h).
+ *
+ * Callbacks run inside the operation that calls them and must not use the same Vector. Those with
+ * no purpose may be null; compare must be set wherever vn_Vector_find is used.
  *
  * Thread-safety: none; one thread at a time, or under the owner's lock.
  */
@@ -14,26 +24,32 @@
 
 VN_BEGIN_DECLS
 
-/* 0 when element equals key (find only). */
+/* 0 when element equals key (convention 6). */
 typedef int32_t (*vn_VectorCompare)(const void* element, const void* key);
-/* What vn_Vector_add stores instead of element (a copy of it, as a rule). */
+
+/* What vn_Vector_add stores instead of the element that it is given: a copy of it, as a rule. */
 typedef void* (*vn_VectorOnAdd)(void* element);
-/* Called with an element that leaves the Vector. Its result is what remove and set return, so
- * one that frees the element should return null. */
+
+/* Called with an element that leaves the Vector, to release it as a rule. vn_Vector_remove and
+ * vn_Vector_set return its result, so one that frees the element should return null. */
 typedef void* (*vn_VectorOnRemove)(void* element);
 
+/* The fields may be read at any time: slots 0 to size - 1 of data are the elements, as
+ * vn_Vector_get answers them. Only the operations below change them. */
 typedef struct Vector {
     uint32_t size;            /* elements in use */
     uint32_t capacity;        /* element slots in data */
     uint32_t initialCapacity; /* as given at construction; the floor for shrinking */
-    bool shrink;              /* whether removals may shrink the storage */
+    bool shrink;              /* whether emptying and removing may shrink the storage */
     void** data;              /* null when capacity is 0 */
     vn_VectorCompare compare; /* may be null if find is never used */
     vn_VectorOnAdd onAdd;     /* may be null */
     vn_VectorOnRemove onRemove; /* may be null */
 } Vector;
 
-/* A new Vector on the heap, ended by vn_Vector_dtor; shrink is a flag. */
+/* A new, empty Vector on the heap, ended by vn_Vector_dtor. initialCapacity elements fit before it
+ * has to grow; with 0 there is no storage until the first add. A shrink other than 0 lets the
+ * storage shrink again (see vn_Vector_remove and vn_Vector_clear). */
 VN_API Vector* vn_Vector_ctor(vn_VectorCompare compare, vn_VectorOnAdd onAdd,
                               vn_VectorOnRemove onRemove, uint32_t initialCapacity, int shrink);
 
@@ -41,17 +57,19 @@ VN_API Vector* vn_Vector_ctor(vn_VectorCompare compare, vn_VectorOnAdd onAdd,
 VN_API void vn_Vector_init(Vector* vector, vn_VectorCompare compare, vn_VectorOnAdd onAdd,
                            vn_VectorOnRemove onRemove, uint32_t initialCapacity, int shrink);
 
-/* vn_Vector_removeAll, then frees the storage. The record must not be used without a new init. */
+/* vn_Vector_removeAll, then frees the storage but not the record, which must not be used again
+ * without vn_Vector_init. */
 VN_API void vn_Vector_cleanup(Vector* vector);
 
 /* vn_Vector_cleanup, then frees the record. */
 VN_API void vn_Vector_dtor(Vector* vector);
 
+/* The number of elements, and whether it is 0. */
 VN_API uint32_t vn_Vector_size(const Vector* vector);
 VN_API bool vn_Vector_empty(const Vector* vector);
 
 /* Stores onAdd(element), or element itself without onAdd, at the end; returns its index, always
- * the old size. A full Vector doubles its capacity (from 0 to 1). */
+ * the old size. A full Vector doubles its capacity first (from 0 to 1); the new slots are zero. */
 VN_API uint32_t vn_Vector_add(Vector* vector, void* element);
 
 /* The element, or null when index >= size. */
@@ -63,19 +81,25 @@ VN_API void* vn_Vector_set(Vector* vector, uint32_t index, void* element);
 
 /* Takes the element at index out and moves the last one into its place: removing index 0 from
  * [a, b, c] leaves [c, b]. Returns onRemove(element), or element itself without onRemove; null,
- * and nothing changes, when index >= size. With shrink set the storage shrinks when at most a
- * quarter of it is used. */
+ * and nothing changes, when index >= size.
+ *
+ * With shrink set, and at most capacity / 4 elements left of a capacity above the initial one, the
+ * storage shrinks: to the initial capacity when nothing is left; otherwise c, starting at the
+ * capacity, is halved until the elements fill it or it falls below the initial capacity, and the
+ * new capacity is 2 * c. 64 slots thus become 32 at 16 elements. The result may lie below the
+ * initial capacity (6 slots of initially 3 become 2), which is deliberate: owners count on these
+ * figures. */
 VN_API void* vn_Vector_remove(Vector* vector, uint32_t index);
 
-/* True and the index of the first element for which compare(element, key) is 0; otherwise false
- * with *index untouched. compare must be set. Linear. */
+/* True and the index of the first element for which compare(element, key) is 0; otherwise false,
+ * and *index keeps its value. Linear; an empty Vector calls nothing. */
 VN_API bool vn_Vector_find(const Vector* vector, const void* key, uint32_t* index);
 
-/* Empties the Vector, calling onRemove (if set) on each element from index 0 up and ignoring its
- * results. With shrink set the storage goes back to the initial capacity. */
+/* Empties the Vector after calling onRemove, if set, on each element from index 0 up; the results
+ * are ignored. With shrink set, a capacity above the initial one goes back to it. */
 VN_API void vn_Vector_removeAll(Vector* vector);
 
-/* The same without calling onRemove. */
+/* The same without calling onRemove: the elements remain the caller's. */
 VN_API void vn_Vector_clear(Vector* vector);
 
 VN_END_DECLS
