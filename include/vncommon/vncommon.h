@@ -8,6 +8,7 @@
 #include <vncommon/hashmap.h>
 #include <vncommon/queue.h>
 #include <vncommon/utf8.h>
+#include <vncommon/numbers.h>
 #include <vncommon/discovery.h>
 #include <vncommon/platform.h>
 #include <vncommon/process.h>

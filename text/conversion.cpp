@@ -1,0 +1,82 @@
+#include "text/conversion.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+
+#include <vncommon/numbers.h>
+
+#include "text/netlib/include/reent.h"
+
+namespace vncommon {
+
+namespace {
+
+// What one conversion needs besides its arguments: netlib's context and the scratch area that the
+// thread's slots lead to. The slots are put back at the end, so that they never lead to a frame
+// that is gone, and a conversion in a signal handler leaves the interrupted one its own area.
+class Conversion {
+  public:
+    explicit Conversion(char* digits)
+        : context_{digits, 0, nullptr, 0},
+          outerNext_(pthread_getspecific(dtoa_threadLocalMemNext)),
+          outerLeft_(pthread_getspecific(dtoa_threadLocalMemLeft)) {
+        pthread_setspecific(dtoa_threadLocalMemNext, scratch_);
+        pthread_setspecific(dtoa_threadLocalMemLeft, reinterpret_cast<void*>(scratchUnits));
+    }
+    ~Conversion() {
+        pthread_setspecific(dtoa_threadLocalMemLeft, outerLeft_);
+        pthread_setspecific(dtoa_threadLocalMemNext, outerNext_);
+    }
+    Conversion(const Conversion&) = delete;
+    Conversion& operator=(const Conversion&) = delete;
+
+    _reent* context() { return &context_; }
+
+  private:
+    static constexpr uintptr_t scratchUnits = 4000;
+
+    _reent context_;
+    void* outerNext_;
+    void* outerLeft_;
+    uint64_t scratch_[scratchUnits];
+};
+
+// The most digits before the point of a double. Fewer places than its negative leave no digit.
+constexpr int mostIntegerDigits = 309;
+static_assert(mostIntegerDigits + largestPrecision + 2 <= digitAreaSize);
+
+}  // namespace
+
+Digits convertToDigits(double x, DigitMode mode, int precision, char (&area)[digitAreaSize]) {
+    Conversion conversion(area);
+    // netlib adds to the precision without looking; this is low enough and cannot wrap round.
+    const int asked = std::max(precision, -mostIntegerDigits - 2);
+    int point = 0;
+    int sign = 0;
+    char* end = nullptr;
+    const char* text =
+        _dtoa_r(conversion.context(), x, static_cast<int>(mode), asked, &point, &sign, &end);
+    // An integer's tie rounded down leaves zeros behind: 205 to two digits is "20".
+    while (end - text > 1 && end[-1] == '0') {
+        --end;
+    }
+    if (end == text) {
+        point = -std::max(precision, -INT_MAX);
+    }
+    return {text, static_cast<int>(end - text), point, sign != 0};
+}
+
+double readDouble(const char* text, char** end) {
+    Conversion conversion(nullptr);
+    const double value = _strtod_r(conversion.context(), text, end);
+    if (conversion.context()->_errno != 0) {
+        errno = conversion.context()->_errno;
+    }
+    return value;
+}
+
+}  // namespace vncommon

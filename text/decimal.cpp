@@ -1,0 +1,33 @@
+// Decimal values: the decimal library's operations under our names.
+#include <vncommon/numbers.h>
+
+// The calling convention of the archive that is linked: values, and the status flags by pointer.
+#define DECIMAL_CALL_BY_REFERENCE 0
+#define DECIMAL_GLOBAL_ROUNDING 0
+#define DECIMAL_GLOBAL_EXCEPTION_FLAGS 0
+extern "C" {
+#include <bid_conf.h>
+
+#include <bid_functions.h>
+}
+
+void vn_dec_to_string(uint64_t d, char* out) {
+    unsigned discarded = 0;
+    __bid64_to_string(out, d, &discarded);
+}
+
+int vn_dec_isnan(uint64_t d) {
+    return __bid64_isNaN(d);
+}
+int vn_dec_isfinite(uint64_t d) {
+    return __bid64_isFinite(d);
+}
+int vn_dec_isinfinite(uint64_t d) {
+    return __bid64_isInf(d);
+}
+uint64_t VN_DEC_INFINITY(void) {
+    return __bid64_inf();
+}
+uint64_t VN_DEC_NAN(void) {
+    return __bid64_nan("NaN");
+}

@@ -1,0 +1,40 @@
+// The two locks of the number conversion and its two thread-local slots.
+#include "text/dtoalocks.h"
+
+#include <vncommon/numbers.h>
+
+vn_ThreadLocal dtoa_threadLocalMemNext;
+vn_ThreadLocal dtoa_threadLocalMemLeft;
+
+namespace {
+
+DtoaMutex ballocLock;  // the free lists of big-integer blocks
+DtoaMutex p5Lock;      // the cache of powers of five
+
+struct ScratchSlots {
+    ScratchSlots() {
+        vn_ThreadLocal_init(&dtoa_threadLocalMemNext, nullptr);
+        vn_ThreadLocal_init(&dtoa_threadLocalMemLeft, nullptr);
+        vn_ThreadLocal_set(&dtoa_threadLocalMemNext, nullptr);
+        vn_ThreadLocal_set(&dtoa_threadLocalMemLeft, nullptr);
+    }
+    ~ScratchSlots() {
+        vn_ThreadLocal_destroy(&dtoa_threadLocalMemNext);
+        vn_ThreadLocal_destroy(&dtoa_threadLocalMemLeft);
+    }
+} scratchSlots;
+
+}  // namespace
+
+int acquireBallocLock(void) {
+    return ballocLock.lock();
+}
+int freeBallocLock(void) {
+    return ballocLock.unlock();
+}
+int acquirep5Lock(void) {
+    return p5Lock.lock();
+}
+int freep5Lock(void) {
+    return p5Lock.unlock();
+}

@@ -1,0 +1,165 @@
+// Where the number conversion's big integers live, and the powers of five that it multiplies by.
+//
+// A block comes from the scratch area in the frame of the running conversion, which no other
+// thread sees; only when that is used up from the free lists, under a lock; and from the heap when
+// they are empty. Only reading of thousands of digits gets beyond the scratch area.
+#include <pthread.h>
+
+#include <atomic>
+#include <bit>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include <vncommon/failure.h>
+#include <vncommon/numbers.h>
+
+#include "text/netlib/include/reent.h"
+
+namespace {
+
+constexpr int sizeClasses = 16;
+
+// The blocks given back, by size class. Larger blocks go straight to the heap and back.
+struct FreeLists {
+    _Bigint* first[sizeClasses];
+
+    ~FreeLists() {
+        if (acquireBallocLock() != 0) {
+            return;
+        }
+        for (_Bigint*& list : first) {
+            while (list != nullptr) {
+                _Bigint* next = list->_next;
+                free(list);
+                list = next;
+            }
+        }
+        freeBallocLock();
+    }
+};
+constinit FreeLists freeLists{};
+
+size_t blockSize(int k) {
+    return offsetof(_Bigint, _x) + (sizeof(__ULong) << k);
+}
+
+// From the thread's scratch area, or null when the block does not fit in what is left of it.
+// The slots are used directly: a conversion may outlive them at exit, and then makes do with the
+// heap instead of reporting a failed call.
+_Bigint* carve(int k) {
+    const size_t units = (blockSize(k) + 7) / 8;
+    const auto left = reinterpret_cast<size_t>(pthread_getspecific(dtoa_threadLocalMemLeft));
+    if (units > left) {
+        return nullptr;
+    }
+    auto* next = static_cast<uint64_t*>(pthread_getspecific(dtoa_threadLocalMemNext));
+    pthread_setspecific(dtoa_threadLocalMemNext, next + units);
+    pthread_setspecific(dtoa_threadLocalMemLeft, reinterpret_cast<void*>(left - units));
+    return reinterpret_cast<_Bigint*>(next);
+}
+
+_Bigint* takeFromFreeList(int k) {
+    if (k >= sizeClasses || acquireBallocLock() != 0) {
+        return nullptr;
+    }
+    _Bigint* block = freeLists.first[k];
+    if (block != nullptr) {
+        freeLists.first[k] = block->_next;
+    }
+    freeBallocLock();
+    return block;
+}
+
+}  // namespace
+
+_Bigint* _Balloc(_reent*, int k) {
+    _Bigint* block = carve(k);
+    const bool carved = block != nullptr;
+    if (!carved) {
+        block = takeFromFreeList(k);
+    }
+    if (block == nullptr) {
+        block = static_cast<_Bigint*>(vn_malloc(blockSize(k)));
+    }
+    block->_carved = carved;
+    block->_k = k;
+    block->_maxwds = 1 << k;
+    block->_sign = block->_wds = 0;
+    return block;
+}
+
+void _Bfree(_reent*, _Bigint* block) {
+    if (block == nullptr || block->_carved) {
+        return;
+    }
+    if (block->_k >= sizeClasses || acquireBallocLock() != 0) {
+        free(block);
+        return;
+    }
+    block->_next = freeLists.first[block->_k];
+    freeLists.first[block->_k] = block;
+    freeBallocLock();
+}
+
+namespace {
+
+// 5^4 and its squares up to 5^1024, more than a double needs. Each is computed on first use outside
+// the lock, stored under it, and never changes after ready is set.
+constexpr int cachedPowers = 9;
+constexpr size_t largestPower = offsetof(_Bigint, _x) + 128 * sizeof(__ULong);
+
+struct CachedPower {
+    std::atomic<bool> ready;
+    alignas(_Bigint) unsigned char block[largestPower];
+
+    _Bigint* get() { return reinterpret_cast<_Bigint*>(block); }
+};
+constinit CachedPower powersOfFive[cachedPowers]{};
+
+// 5^(4 * 2^i); previous is the power before, null for i = 0.
+_Bigint* cachedPower(_reent* context, int i, _Bigint* previous) {
+    CachedPower& cached = powersOfFive[i];
+    if (cached.ready.load(std::memory_order_acquire)) {
+        return cached.get();
+    }
+    _Bigint* power = i == 0 ? __i2b(context, 625) : __multiply(context, previous, previous);
+    acquirep5Lock();
+    if (!cached.ready.load(std::memory_order_relaxed)) {
+        memcpy(cached.block, power, blockSize(power->_k));
+        cached.get()->_carved = true;
+        cached.ready.store(true, std::memory_order_release);
+    }
+    freep5Lock();
+    _Bfree(context, power);
+    return cached.get();
+}
+
+}  // namespace
+
+// b times 5^k; b is given up.
+_Bigint* __pow5mult(_reent* context, _Bigint* b, int k) {
+    constexpr int smallPowers[] = {1, 5, 25, 125};
+    if ((k & 3) != 0) {
+        b = __multadd(context, b, smallPowers[k & 3], 0);
+    }
+    _Bigint* power = nullptr;
+    int i = 0;
+    for (int rest = k >> 2; rest != 0; rest >>= 1, ++i) {
+        _Bigint* previous = power;
+        power = i < cachedPowers ? cachedPower(context, i, previous)
+                                 : __multiply(context, previous, previous);
+        if (i > cachedPowers) {
+            _Bfree(context, previous);
+        }
+        if ((rest & 1) != 0) {
+            _Bigint* product = __multiply(context, b, power);
+            _Bfree(context, b);
+            b = product;
+        }
+    }
+    if (i > cachedPowers) {
+        _Bfree(context, power);
+    }
+    return b;
+}

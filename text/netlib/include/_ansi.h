@@ -1,0 +1,2 @@
+/* What every source of netlib's includes first. */
+#include <reent.h>

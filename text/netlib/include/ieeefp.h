@@ -1,0 +1,6 @@
+/* Tells netlib's sources the byte order of doubles. */
+#if __FLOAT_WORD_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#define __IEEE_LITTLE_ENDIAN
+#else
+#define __IEEE_BIG_ENDIAN
+#endif
