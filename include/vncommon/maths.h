@@ -67,7 +67,7 @@ VN_API double vn_gammal(double x);
 
 /* ---- Taking doubles apart and putting them together ---- */
 
-VN_API double vn_nextafter(double x, double y); /* the double next to x towards y; y if equal */
+VN_API double vn_nextafter(double x, double y); /* the double next to x towards y; x if equal */
 VN_API double vn_scalbn(double x, int n);       /* x * 2^n, rounded once */
 
 /* The remainder of x / y with the sign of x, exact; NaN for infinite x and for y = 0. */

@@ -1,0 +1,54 @@
+#!/usr/bin/env python3
+"""The mathematics calls nothing of the system's mathematics library, and shows nothing of its own
+inside. Only signgam, the variable of <math.h>, may come from the C library."""
+import argparse
+import subprocess
+import sys
+
+# What rounds exactly by IEEE 754 (sqrt, floor and their like) may be used elsewhere in the library.
+NAMES = """acos acosh asin asinh atan atan2 atanh cbrt cos cosh erf erfc exp exp2 expm1 fmod frexp
+gamma hypot ilogb lgamma lgamma_r log log10 log1p log2 modf nextafter pow remainder scalb scalbn sin
+sincos sinh tan tanh tgamma""".split()
+FORBIDDEN = {name + suffix for name in NAMES for suffix in ("", "f", "l")}
+
+
+def symbols(nm, *arguments):
+    output = subprocess.run([nm, *arguments], check=True, capture_output=True, text=True).stdout
+    rows = [line.split() for line in output.splitlines()]
+    return {row[-1].split("@")[0] for row in rows if len(row) >= 2}
+
+
+def check_objects(nm, objects):
+    """Everything that the objects ask for is in them, but for signgam."""
+    open_names = symbols(nm, "--undefined-only", *objects) - symbols(nm, "--defined-only", *objects)
+    allowed = {"signgam", "_GLOBAL_OFFSET_TABLE_"}
+    instrumented = ("__asan_", "__ubsan_", "__tsan_", "__gcov_", "__llvm_")
+    return [f"called from the mathematics: {name}" for name in sorted(open_names - allowed)
+            if not name.startswith(instrumented)]
+
+
+def check_library(nm, library):
+    undefined = symbols(nm, "-D", "--undefined-only", library)
+    exported = symbols(nm, "-D", "--defined-only", library)
+    problems = [f"bound at run time: {name}" for name in sorted(undefined & FORBIDDEN)]
+    if "signgam" not in undefined:
+        problems.append("signgam is not the C library's")
+    problems += [f"exported: {name}" for name in sorted(exported)
+                 if name in FORBIDDEN or name.startswith(("__fd_", "__ieee754_", "__kernel_"))]
+    return problems
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--nm", default="nm")
+    parser.add_argument("--library", required=True)
+    parser.add_argument("objects", nargs="+")
+    options = parser.parse_args()
+    problems = (check_objects(options.nm, options.objects) +
+                check_library(options.nm, options.library))
+    print("\n".join(problems) or f"{len(options.objects)} objects and the library are closed")
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,56 @@
+# Tests of the mathematics beside its unit test: the JDK as oracle, the same bits from other
+# compilers and flags, and no call of the system's mathematics.
+vn_test(maths_test)
+
+add_executable(maths_checksum maths_checksum.cpp)
+target_compile_options(maths_checksum PRIVATE ${VN_WARNINGS})
+target_link_libraries(maths_checksum PRIVATE vncommon)
+target_compile_definitions(maths_test PRIVATE
+    VN_MATHS_CHECKSUM="$<TARGET_FILE:maths_checksum>"
+    VN_MATHS_EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}/maths_checksums.txt")
+add_dependencies(maths_test maths_checksum)
+
+# What the build of FDLIBM is given, but for the optimisation level.
+set(flags ${VN_FDLIBM_FLAGS})
+set(cFlags ${VN_FDLIBM_INCLUDES} ${VN_FDLIBM_UPSTREAM_INCLUDE})
+list(TRANSFORM cFlags PREPEND -I)
+foreach(definition IN LISTS VN_FDLIBM_DEFINITIONS)
+    list(APPEND cFlags -D${definition})
+endforeach()
+set(cxxFlags -I${PROJECT_SOURCE_DIR}/include -I${PROJECT_SOURCE_DIR})
+list(TRANSFORM flags PREPEND --flag=)
+list(TRANSFORM cFlags PREPEND --c-flag=)
+list(TRANSFORM cxxFlags PREPEND --cxx-flag=)
+add_test(NAME maths_same_bits_test
+    COMMAND Python3::Interpreter ${CMAKE_CURRENT_SOURCE_DIR}/maths_same_bits.py
+            --expected ${CMAKE_CURRENT_SOURCE_DIR}/maths_checksums.txt
+            ${flags} ${cFlags} ${cxxFlags}
+            ${VN_FDLIBM_UPSTREAM_SOURCES}
+            ${PROJECT_SOURCE_DIR}/platform/fdlibm/support.c
+            ${PROJECT_SOURCE_DIR}/platform/maths.cpp
+            ${CMAKE_CURRENT_SOURCE_DIR}/maths_checksum.cpp)
+set_tests_properties(maths_same_bits_test PROPERTIES TIMEOUT 300)
+
+add_test(NAME maths_symbols_test
+    COMMAND Python3::Interpreter ${CMAKE_CURRENT_SOURCE_DIR}/check_maths_symbols.py
+            --nm ${CMAKE_NM} --library $<TARGET_FILE:vncommon> $<TARGET_OBJECTS:vn_fdlibm>
+            $<FILTER:$<TARGET_OBJECTS:vncommon_objects>,INCLUDE,/maths\\.cpp>
+    COMMAND_EXPAND_LISTS)
+
+# Run it with a count of a million or more for a soak.
+find_package(Java COMPONENTS Development)
+if(Java_JAVAC_EXECUTABLE)
+    set(oracle ${CMAKE_CURRENT_BINARY_DIR}/StrictMathOracle.class)
+    add_custom_command(OUTPUT ${oracle}
+        COMMAND ${Java_JAVAC_EXECUTABLE} -d ${CMAKE_CURRENT_BINARY_DIR}
+                ${CMAKE_CURRENT_SOURCE_DIR}/StrictMathOracle.java
+        DEPENDS StrictMathOracle.java VERBATIM)
+    add_executable(maths_strictmath maths_strictmath.cpp ${oracle})
+    target_compile_options(maths_strictmath PRIVATE ${VN_WARNINGS})
+    target_link_libraries(maths_strictmath PRIVATE vncommon_inner)
+    add_test(NAME maths_strictmath_test
+        COMMAND maths_strictmath ${Java_JAVA_EXECUTABLE} ${CMAKE_CURRENT_BINARY_DIR} 10000 1)
+    set_tests_properties(maths_strictmath_test PROPERTIES TIMEOUT 300)
+else()
+    message(STATUS "No JDK: the mathematics is not compared with StrictMath")
+endif()
