@@ -30,7 +30,7 @@
 
 /* Lets the compiler check the arguments of the functions that take a format: the position of
  * the format and of its first argument (0 when they come as a va_list), counted from 1. */
-#define VN_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#define VN_PRINTF(formatAt, firstAt) __attribute__((format(printf, formatAt, firstAt)))
 
 /* Marks a function that never returns. */
 #define VN_NORETURN __attribute__((noreturn))
