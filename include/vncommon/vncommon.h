@@ -7,6 +7,7 @@
 #include <vncommon/vector.h>
 #include <vncommon/hashmap.h>
 #include <vncommon/queue.h>
+#include <vncommon/buffers.h>
 #include <vncommon/utf8.h>
 #include <vncommon/numbers.h>
 #include <vncommon/discovery.h>

@@ -1,0 +1,109 @@
+// The byte buffer. As in the string buffer, an outgrown block lives until its source is copied.
+#include <cstring>
+
+#include "text/buffers.h"
+
+using vncommon::ReplacedBlock;
+
+namespace {
+
+// A new block of the given capacity for the buffer, which gives back the one before; the
+// contents are copied to offset.
+uint8_t* moveToBlock(CByteBuffer* buffer, uint64_t capacity, uint64_t offset) {
+    uint8_t* block = static_cast<uint8_t*>(vn_malloc(capacity));
+    memcpy(block + offset, buffer->data, buffer->size);
+    uint8_t* replaced = buffer->data;
+    buffer->data = block;
+    buffer->capacity = capacity;
+    return replaced;
+}
+
+// Makes room for length more bytes; the contents of a new block begin at offset.
+ReplacedBlock reserve(CByteBuffer* buffer, uint64_t length, uint64_t offset = 0) {
+    const uint64_t need = vncommon::addSizes(buffer->size, length);
+    if (need <= buffer->capacity) [[likely]] {
+        return ReplacedBlock(nullptr);
+    }
+    return ReplacedBlock(moveToBlock(buffer, vncommon::grownCapacity(need), offset));
+}
+
+bool liesIn(const CByteBuffer* buffer, const uint8_t* pointer) {
+    const uintptr_t block = reinterpret_cast<uintptr_t>(buffer->data);
+    return reinterpret_cast<uintptr_t>(pointer) - block < buffer->size;
+}
+
+}  // namespace
+
+uint8_t* vn_bytebufInit(CByteBuffer* buffer, uint64_t initialCapacity) {
+    buffer->size = 0;
+    buffer->capacity = initialCapacity != 0 ? initialCapacity : vncommon::defaultCapacity;
+    buffer->data = static_cast<uint8_t*>(vn_malloc(buffer->capacity));
+    return buffer->data;
+}
+
+void vn_bytebufDestroy(CByteBuffer* buffer, int freeData) {
+    if (freeData != 0) {
+        vn_free(buffer->data);
+    }
+}
+
+uint8_t* vn_bytebufAppendString(CByteBuffer* buffer, const char* text) {
+    if (text == nullptr) {
+        text = "null";
+    }
+    return vn_bytebufAppendBytes(buffer, text, strlen(text));
+}
+
+uint8_t* vn_bytebufAppendBytes(CByteBuffer* buffer, const void* bytes, uint64_t length) {
+    if (bytes == nullptr) {
+        length = 0;
+    }
+    const ReplacedBlock replaced = reserve(buffer, length);
+    uint8_t* start = buffer->data + buffer->size;
+    if (length != 0) {
+        memcpy(start, bytes, length);
+    }
+    buffer->size += length;
+    return start;
+}
+
+uint64_t vn_bytebufAppendByte(CByteBuffer* buffer, int byte) {
+    const ReplacedBlock replaced = reserve(buffer, 1);
+    buffer->data[buffer->size] = static_cast<uint8_t>(byte);
+    return buffer->size++;
+}
+
+void vn_bytebufInsertBytesAtStart(CByteBuffer* buffer, const void* bytes, uint64_t length) {
+    if (bytes == nullptr || length == 0) {
+        return;
+    }
+    const uint8_t* source = static_cast<const uint8_t*>(bytes);
+    const uint8_t* block = buffer->data;
+    const ReplacedBlock replaced = reserve(buffer, length, length);
+    if (buffer->data == block) {  // did not grow: the contents have still to make way
+        if (liesIn(buffer, source)) {
+            source += length;
+        }
+        memmove(buffer->data + length, buffer->data, buffer->size);
+    }
+    memcpy(buffer->data, source, length);
+    buffer->size += length;
+}
+
+void vn_bytebufTruncate(CByteBuffer* buffer, uint64_t newSize) {
+    if (buffer->size <= newSize) {
+        return;
+    }
+    buffer->size = newSize;
+    if (vncommon::isWasteful(buffer->capacity, newSize)) {
+        vn_free(moveToBlock(buffer, newSize * 2, 0));
+    }
+}
+
+uint64_t vn_bytebufGetSize(const CByteBuffer* buffer) {
+    return buffer->size;
+}
+
+uint8_t* vn_bytebufGetBytes(const CByteBuffer* buffer) {
+    return buffer->data;
+}

@@ -1,0 +1,219 @@
+// The string buffer. Every append measures its source first and makes room; only then it copies,
+// and the block it outgrew lives that long: this is what lets a source lie in the buffer itself.
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <vncommon/process.h>
+
+#include "text/buffers.h"
+
+using vncommon::ReplacedBlock;
+using vncommon::reserve;
+
+namespace {
+
+constexpr uint64_t formatLimit = 10000;  // of vn_strbufAppendVA, terminator included
+constexpr uint64_t fileStep = 100;       // bytes that reading a file makes room for at a time
+
+// Fills block with the string of the buffer and NUL bytes up to buffer->size and one more.
+void copyString(char* block, const CStringBuffer* buffer) {
+    const uint64_t length = strnlen(buffer->data, std::min(buffer->size, buffer->capacity));
+    memcpy(block, buffer->data, length);
+    memset(block + length, 0, buffer->size + 1 - length);
+}
+
+// Gives back the block before, which is the caller's.
+char* moveToBlock(CStringBuffer* buffer, uint64_t capacity) {
+    char* block = static_cast<char*>(vn_malloc(capacity));
+    copyString(block, buffer);
+    char* replaced = buffer->data;
+    buffer->data = block;
+    buffer->capacity = capacity;
+    return replaced;
+}
+
+char* append(CStringBuffer* buffer, const char* text, uint64_t length) {
+    const ReplacedBlock replaced = reserve(buffer, length);
+    char* start = buffer->data + buffer->size;
+    memcpy(start, text, length);
+    start[length] = '\0';
+    buffer->size += length;
+    return start;
+}
+
+// For results that outgrew the stack. Formatted outside of the buffer, because an argument may
+// lie in it.
+void appendLongFormat(CStringBuffer* buffer, const char* format, va_list arguments,
+                      uint64_t length) {
+    char* text = static_cast<char*>(vn_malloc(length + 1));
+    vsnprintf(text, length + 1, format, arguments);
+    append(buffer, text, length);
+    vn_free(text);
+}
+
+void appendFormat(CStringBuffer* buffer, const char* format, va_list arguments) {
+    char text[1024];
+    va_list again;
+    va_copy(again, arguments);
+    const int length = vsnprintf(text, sizeof text, format, arguments);
+    vn_checkError(length == 0 ? 1 : 0, "vn_strbufAppendFormat: vsnprintf");
+    if (length >= static_cast<int>(sizeof text)) {
+        appendLongFormat(buffer, format, again, static_cast<uint64_t>(length));
+    } else if (length > 0) {
+        append(buffer, text, static_cast<uint64_t>(length));
+    }
+    va_end(again);
+}
+
+// What vn_strbufAppendVA does with an empty result, see the header. Room is made already.
+void appendEmptyResult(CStringBuffer* buffer) {
+    memset(buffer->data + buffer->size, 0, formatLimit + 1);
+    buffer->size += formatLimit;
+    buffer->data[formatLimit] = '\0';
+}
+
+// The first 9999 characters of a result of the given length, all of which is counted. Room for
+// 10000 is made already; what of the rest lies in the block is cleared.
+void appendLimitedResult(CStringBuffer* buffer, const char* text, uint64_t length) {
+    const uint64_t written = std::min(length, formatLimit - 1);
+    char* start = buffer->data + buffer->size;
+    memcpy(start, text, written);
+    const uint64_t room = buffer->capacity - buffer->size;
+    memset(start + written, 0, std::min(length + 1, room) - written);
+    buffer->size += length;
+}
+
+char* openError() {
+    char message[1024];
+    vn_strerror(message, sizeof message, errno);
+    CStringBuffer error;
+    vn_strbufInit(&error, 100);
+    vn_strbufAppendFormat(&error, "Can't open file due to error: %s", message);
+    return vn_strbufGetString(&error);
+}
+
+// Reads all the steps at once that fit without growing, so that the block grows where it would
+// grow reading them one by one.
+void appendStream(CStringBuffer* buffer, FILE* file) {
+    while (feof(file) == 0 && ferror(file) == 0) {
+        const ReplacedBlock replaced = reserve(buffer, fileStep);
+        const uint64_t room = buffer->capacity - 1 - buffer->size;
+        char* start = buffer->data + buffer->size;
+        buffer->size += fread(start, 1, room - room % fileStep, file);
+        buffer->data[buffer->size] = '\0';
+    }
+}
+
+}  // namespace
+
+char* vncommon::growString(CStringBuffer* buffer, uint64_t need) {
+    return moveToBlock(buffer, grownCapacity(need));
+}
+
+char* vn_strbufInit(CStringBuffer* buffer, uint64_t initialCapacity) {
+    buffer->size = 0;
+    buffer->capacity = initialCapacity != 0 ? initialCapacity : vncommon::defaultCapacity;
+    buffer->data = static_cast<char*>(vn_malloc(buffer->capacity));
+    buffer->data[0] = '\0';
+    return buffer->data;
+}
+
+void vn_strbufDestroy(CStringBuffer* buffer, int freeData) {
+    if (freeData != 0) {
+        vn_free(buffer->data);
+    }
+}
+
+char* vn_strbufAppendString(CStringBuffer* buffer, const char* text) {
+    if (text == nullptr) {
+        text = "null";
+    }
+    return append(buffer, text, strlen(text));
+}
+
+char* vn_strbufAppendStringN(CStringBuffer* buffer, const char* text, uint64_t length) {
+    if (text == nullptr) {
+        append(buffer, "null", 4);
+        return buffer->data;
+    }
+    const ReplacedBlock replaced = reserve(buffer, length);
+    char* start = buffer->data + buffer->size;
+    const uint64_t present = strnlen(text, length);
+    memcpy(start, text, present);
+    memset(start + present, 0, length + 1 - present);
+    buffer->size += length;
+    return buffer->data;
+}
+
+void vn_strbufAppendChar(CStringBuffer* buffer, int character) {
+    const ReplacedBlock replaced = reserve(buffer, 1);
+    buffer->data[buffer->size++] = static_cast<char>(character);
+    buffer->data[buffer->size] = '\0';
+}
+
+char* vn_strbufAppendBuf(CStringBuffer* buffer, const CStringBuffer* other) {
+    return vn_strbufAppendString(buffer, other != nullptr ? other->data : nullptr);
+}
+
+void vn_strbufAppendFormat(CStringBuffer* buffer, const char* format, ...) {
+    if (format == nullptr) {
+        append(buffer, "null", 4);
+    } else if (*format != '\0') {
+        va_list arguments;
+        va_start(arguments, format);
+        appendFormat(buffer, format, arguments);
+        va_end(arguments);
+    }
+}
+
+void vn_strbufAppendVA(CStringBuffer* buffer, const char* format, va_list arguments) {
+    if (format == nullptr) {
+        append(buffer, "null", 4);
+        return;
+    }
+    if (*format == '\0') {
+        return;
+    }
+    char text[formatLimit];  // not the buffer's own room: an argument may lie in its block
+    const int length = vsnprintf(text, sizeof text, format, arguments);
+    const ReplacedBlock replaced = reserve(buffer, formatLimit);
+    if (length == 0) {
+        appendEmptyResult(buffer);
+    } else if (length > 0) {
+        appendLimitedResult(buffer, text, static_cast<uint64_t>(length));
+    }
+}
+
+char* vn_strbufAppendFile(CStringBuffer* buffer, const char* path) {
+    FILE* file = vn_openStreamUTF8(path, "r");
+    if (file == nullptr) {
+        return openError();
+    }
+    appendStream(buffer, file);
+    const bool failed = ferror(file) != 0;
+    fclose(file);
+    return failed ? vn_strdup("Problem while reading from file") : nullptr;
+}
+
+void vn_strbufTruncate(CStringBuffer* buffer, uint64_t newSize) {
+    if (buffer->size <= newSize) {
+        return;
+    }
+    buffer->size = newSize;
+    if (newSize < buffer->capacity) {  // not so after an over-long vn_strbufAppendVA
+        buffer->data[newSize] = '\0';
+    }
+    if (vncommon::isWasteful(buffer->capacity, newSize)) {
+        vn_free(moveToBlock(buffer, std::max(newSize * 2, vncommon::defaultCapacity)));
+    }
+}
+
+char* vn_strbufGetString(const CStringBuffer* buffer) {
+    return buffer->data;
+}
+
+uint64_t vn_strbufGetSize(const CStringBuffer* buffer) {
+    return buffer->size;
+}
