@@ -1,9 +1,16 @@
-// Validation of UTF-8.
+// Validation of UTF-8: the plain path over byte tables, the choice of a vector kernel when the
+// library is loaded, and the walk over a text of unknown length.
 #include <vncommon/utf8.h>
 
 #include <array>
+#include <cstring>
+
+#include "text/utf8_kernel.h"
 
 namespace {
+
+using vncommon::isAsciiBytes;
+using vncommon::isUtf8Bytes;
 
 constexpr uint8_t invalidLead = 7;
 
@@ -43,29 +50,123 @@ constexpr uint8_t utf8_validMax[][4] = {{},
                                         {0xBF, 0xBF, 0xBF},
                                         {0x8F, 0xBF, 0xBF}};
 
-}  // namespace
-
-int vn_isAscii(const char* text) {
-    for (; *text != '\0'; ++text) {
-        if (static_cast<uint8_t>(*text) >= 0x80) {
-            return 0;
-        }
-    }
-    return 1;
+template <class Word>
+Word load(const uint8_t* bytes) {
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
 }
 
-int vn_isUTF8(const char* text) {
-    auto bytes = reinterpret_cast<const uint8_t*>(text);
-    while (*bytes != 0) {
+// Two words that overlap where the size is no multiple of theirs.
+template <class Word>
+bool isAsciiByWords(const uint8_t* bytes, size_t size) {
+    const uint8_t* const last = bytes + size - sizeof(Word);
+    Word any = load<Word>(last);
+    for (; bytes < last; bytes += sizeof(Word)) {
+        any |= load<Word>(bytes);
+    }
+    return (any & static_cast<Word>(0x8080808080808080)) == 0;
+}
+
+bool isAsciiPlain(const uint8_t* bytes, size_t size) {
+    if (size >= 8) {
+        return isAsciiByWords<uint64_t>(bytes, size);
+    }
+    if (size >= 4) {
+        return isAsciiByWords<uint32_t>(bytes, size);
+    }
+    return size == 0 || (bytes[0] | bytes[size / 2] | bytes[size - 1]) < 0x80;
+}
+
+bool isUtf8Plain(const uint8_t* bytes, size_t size) {
+    const uint8_t* const end = bytes + size;
+    while (bytes != end) {
         const uint8_t type = utf8_sequenceType[*bytes++];
         if (type == invalidLead) {
-            return 0;
+            return false;
         }
         for (size_t i = 0; utf8_validMin[type][i] != 0; ++i, ++bytes) {
-            if (*bytes < utf8_validMin[type][i] || *bytes > utf8_validMax[type][i]) {
-                return 0;
+            if (bytes == end || *bytes < utf8_validMin[type][i] ||
+                *bytes > utf8_validMax[type][i]) {
+                return false;
             }
         }
     }
-    return 1;
+    return true;
+}
+
+// Usable before the constructor below has run: the plain path is right everywhere.
+constinit vncommon::Utf8Kernel kernel = {isAsciiPlain, 0, isUtf8Plain, 0};
+
+#if defined(__x86_64__)
+[[gnu::constructor]] void chooseKernel() {
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx2")) {
+        kernel = vncommon::utf8KernelAvx2;
+    } else if (__builtin_cpu_supports("ssse3")) {
+        kernel = vncommon::utf8KernelSsse3;
+    }
+}
+#endif
+
+// Text is measured and then checked stretch by stretch: the second pass finds its bytes in the
+// first-level cache, and neither pass reads behind the terminator. 1 MiB of ASCII takes 1.5 to
+// 1.7 times as long as its strlen alone; with one strlen over the whole text it was 2.1 times.
+constexpr size_t stretchSize = 4096;
+
+constexpr bool isContinuation(char byte) {
+    return (static_cast<uint8_t>(byte) & 0xC0) == 0x80;
+}
+
+// The size of the stretch without a last character that may go on behind it.
+size_t wholeCharacters(const char* text, size_t size) {
+    size_t start = size;
+    while (start > size - 4 && isContinuation(text[start - 1])) {
+        --start;
+    }
+    return static_cast<uint8_t>(text[start - 1]) < 0x80 ? start : start - 1;
+}
+
+}  // namespace
+
+const vncommon::Utf8Kernel vncommon::utf8KernelPlain = {isAsciiPlain, 0, isUtf8Plain, 0};
+
+bool vncommon::isAsciiBytes(const char* bytes, size_t size) {
+    const auto data = reinterpret_cast<const uint8_t*>(bytes);
+    return size < kernel.asciiMinimum ? isAsciiPlain(data, size) : kernel.isAscii(data, size);
+}
+
+bool vncommon::isUtf8Bytes(const char* bytes, size_t size) {
+    const auto data = reinterpret_cast<const uint8_t*>(bytes);
+    return size < kernel.utf8Minimum ? isUtf8Plain(data, size) : kernel.isUtf8(data, size);
+}
+
+int vn_isAscii(const char* text) {
+    for (;;) {
+        const size_t size = strnlen(text, stretchSize);
+        if (!isAsciiBytes(text, size)) {
+            return 0;
+        }
+        if (size < stretchSize) {
+            return 1;
+        }
+        text += size;
+    }
+}
+
+int vn_isUTF8(const char* text) {
+    for (;;) {
+        size_t size = strnlen(text, stretchSize);
+        const bool last = size < stretchSize;
+        if (!isAsciiBytes(text, size)) {
+            size = last ? size : wholeCharacters(text, size);
+            if (!isUtf8Bytes(text, size)) {
+                return 0;
+            }
+        }
+        if (last) {
+            return 1;
+        }
+        text += size;
+    }
 }

@@ -120,9 +120,10 @@ VN_API int vn_UTF8isAsciiLetter(char character);
 /* ---- Comparison ---------------------------------------------------------------------------- */
 
 /* Compares without regard to case: negative, 0 or positive.
- * Two ASCII texts compare as strcasecmp has it. Otherwise Unicode default case folding and
- * canonical equivalence apply, in the order of UTF-16 units; a malformed text then equals every
- * other, since nothing can be said about it. Only the second way allocates. */
+ * Two ASCII texts compare as strcasecmp has it. Otherwise Unicode's default case folding and
+ * canonical equivalence apply, in the order of the UTF-16 units of the decomposed texts (so an
+ * accented letter stands behind its plain one). A malformed text then equals every other, since
+ * nothing can be said about it. Only this second way allocates. */
 VN_API int vn_UTF8CaseCmp(const char* a, const char* b);
 
 /* ---- White space ---------------------------------------------------------------------------

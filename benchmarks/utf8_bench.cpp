@@ -1,0 +1,105 @@
+// Validation and comparison of UTF-8.
+#include <benchmark/benchmark.h>
+#include <strings.h>
+#include <vncommon/utf8.h>
+
+#include <cstring>
+#include <string>
+
+#ifdef VN_HAVE_GLIB_2_0
+#include <glib.h>
+#endif
+
+namespace {
+
+enum Kind : int { ascii, latin, cjk, emoji };
+
+const char* const samples[] = {
+    "The quick brown fox jumps over the lazy dog, 0123456789 times. ",
+    "D\xC3\xA9j\xC3\xA0 vu \xC3\xA0 M\xC3\xBCnchen, na\xC3\xAFve fa\xC3\xA7\x61\x64\x65s "
+    "and \xC3\x85ngstr\xC3\xB6m units. ",
+    "\xE4\xBD\xA0\xE5\xA5\xBD\xE4\xB8\x96\xE7\x95\x8C\xE3\x80\x82\xE6\x9D\xB1\xE4\xBA\xAC\xE3\x80"
+    "\x81\xEC\x84\x9C\xEC\x9A\xB8",
+    "\xF0\x9F\x98\x80\xF0\x9F\x9A\x80\xF0\x9F\x8E\x89\xF0\x9F\x90\x8D",
+};
+
+// Whole samples, padded with letters to exactly `size` bytes.
+std::string makeText(int kind, size_t size) {
+    const std::string sample = samples[kind];
+    std::string text;
+    while (text.size() + sample.size() <= size) {
+        text += sample;
+    }
+    return text.append(size - text.size(), 'x');
+}
+
+template <class Function>
+void runOverText(benchmark::State& state, Function function) {
+    const auto size = static_cast<size_t>(state.range(1));
+    const std::string text = makeText(static_cast<int>(state.range(0)), size);
+    for (auto _ : state) {
+        const char* data = text.c_str();
+        benchmark::DoNotOptimize(data);
+        benchmark::DoNotOptimize(function(data));
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(1));
+}
+
+void allTexts(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"kind", "bytes"})->ArgsProduct({{ascii, latin, cjk, emoji}, {16, 64, 1 << 20}});
+}
+void asciiTexts(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"kind", "bytes"})->ArgsProduct({{ascii}, {16, 64, 1 << 20}});
+}
+
+void vnIsUTF8(benchmark::State& state) {
+    runOverText(state, vn_isUTF8);
+}
+BENCHMARK(vnIsUTF8)->Apply(allTexts);
+
+void vnIsAscii(benchmark::State& state) {
+    runOverText(state, vn_isAscii);
+}
+BENCHMARK(vnIsAscii)->Apply(asciiTexts);
+
+void platformStrlen(benchmark::State& state) {
+    runOverText(state, strlen);
+}
+BENCHMARK(platformStrlen)->Apply(asciiTexts);
+
+#ifdef VN_HAVE_GLIB_2_0
+void glibUtf8Validate(benchmark::State& state) {
+    runOverText(state, [](const char* text) { return g_utf8_validate(text, -1, nullptr); });
+}
+BENCHMARK(glibUtf8Validate)->Apply(allTexts);
+#endif
+
+// Equal but for the case of every letter: both texts are read to the end.
+template <class Function>
+void runOverPair(benchmark::State& state, Function function) {
+    const std::string a = makeText(ascii, static_cast<size_t>(state.range(0)));
+    std::string b = a;
+    for (char& c : b) {
+        c = static_cast<char>(vn_UTF8isAsciiLetter(c) ? c ^ 0x20 : c);
+    }
+    for (auto _ : state) {
+        const char* first = a.c_str();
+        const char* second = b.c_str();
+        benchmark::DoNotOptimize(first);
+        benchmark::DoNotOptimize(second);
+        benchmark::DoNotOptimize(function(first, second));
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+void vnCaseCmp(benchmark::State& state) {
+    runOverPair(state, vn_UTF8CaseCmp);
+}
+BENCHMARK(vnCaseCmp)->ArgName("bytes")->Arg(8)->Arg(20)->Arg(64)->Arg(1024)->Arg(1 << 20);
+
+void platformStrcasecmp(benchmark::State& state) {
+    runOverPair(state, strcasecmp);
+}
+BENCHMARK(platformStrcasecmp)->ArgName("bytes")->Arg(8)->Arg(20)->Arg(64)->Arg(1024)->Arg(1 << 20);
+
+}  // namespace

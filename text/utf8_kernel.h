@@ -1,0 +1,30 @@
+// The ways to check a stretch of bytes. utf8_validation.cpp chooses one when the library is loaded.
+#ifndef VN_TEXT_UTF8_KERNEL_H
+#define VN_TEXT_UTF8_KERNEL_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vncommon {
+
+// None of the bytes is zero, and nothing outside of them is read. Each check has a least size.
+struct Utf8Kernel {
+    bool (*isAscii)(const uint8_t* bytes, size_t size);  // no byte has its top bit set
+    size_t asciiMinimum;
+    bool (*isUtf8)(const uint8_t* bytes, size_t size);  // whole, valid characters
+    size_t utf8Minimum;
+};
+
+extern const Utf8Kernel utf8KernelPlain;  // words and byte tables, for any size
+#if defined(__x86_64__)
+extern const Utf8Kernel utf8KernelSsse3;
+extern const Utf8Kernel utf8KernelAvx2;
+#endif
+
+// With the kernel of this machine, or the plain one where the stretch is too short for it.
+bool isAsciiBytes(const char* bytes, size_t size);
+bool isUtf8Bytes(const char* bytes, size_t size);
+
+}  // namespace vncommon
+
+#endif
