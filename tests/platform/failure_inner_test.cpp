@@ -1,0 +1,199 @@
+// The report of failed system calls, and what the system never answers by itself: the linker
+// sends the library's calls of some functions through the wrappers here.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/failure.h"
+#include "support/child_process.h"
+
+namespace {
+
+int strerrorResult = -1;     // what strerror_r answers; -1: the real thing
+bool snprintfFails = false;  // with -5
+bool strdupFails = false;
+bool mallocFails = false;
+
+}  // namespace
+
+extern "C" {
+
+int __real___xpg_strerror_r(int errnum, char* buffer, size_t size);
+int __wrap___xpg_strerror_r(int errnum, char* buffer, size_t size);
+int __wrap_snprintf(char* buffer, size_t size, const char* format, ...);
+char* __real_strdup(const char* text);
+char* __wrap_strdup(const char* text);
+void* __real_malloc(size_t size);
+void* __wrap_malloc(size_t size);
+
+int __wrap___xpg_strerror_r(int errnum, char* buffer, size_t size) {
+    return strerrorResult >= 0 ? strerrorResult : __real___xpg_strerror_r(errnum, buffer, size);
+}
+
+int __wrap_snprintf(char* buffer, size_t size, const char* format, ...) {
+    if (snprintfFails) {
+        return -5;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = vsnprintf(buffer, size, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+char* __wrap_strdup(const char* text) {
+    return strdupFails ? nullptr : __real_strdup(text);
+}
+
+void* __wrap_malloc(size_t size) {
+    return mallocFails ? nullptr : __real_malloc(size);
+}
+}
+
+namespace {
+
+using testing::MatchesRegex;
+
+std::string reportOf(const std::string& call, const char* errnoText, const char* codeText) {
+    return "Fatal error: System call " + call + " failed\n(strerror(errno)=" + errnoText +
+           ")\n(strerror(errcode)=" + codeText + ")\n";
+}
+
+VN_CHILD(systemCall) {
+    errno = ENOENT;
+    checkError(atoi(arguments[0].c_str()), arguments[1].c_str());
+    return 9;
+}
+
+ChildResult systemCall(int code, const std::string& call) {
+    return runChild("systemCall",
+                    {.environment = {{"LC_ALL", "C"}, {"VN_ABORT_ON_OOM", std::nullopt}},
+                     .arguments = {std::to_string(code), call}});
+}
+
+TEST(SystemCall, ZeroIsNoFailure) {
+    const ChildResult child = systemCall(0, "pthread_create");
+    EXPECT_EQ(child.exitStatus, 9);
+    EXPECT_EQ(child.err, "");
+}
+
+TEST(SystemCall, FailureIsReportedAndSurvived) {
+    const struct {
+        int code;
+        const char* call;
+        const char* text;
+    } cases[] = {{16, "pthread_mutex_destroy", "Device or resource busy"},
+                 {11, "pthread_join", "Resource temporarily unavailable"},
+                 {12, "pthread_attr_init", "Cannot allocate memory"},
+                 {-1, "sem_wait", "An unknown error (-1) occurred"},
+                 {1, "pthread_create", "Operation not permitted"},
+                 {22, "pthread_create", "Invalid argument"},
+                 {11, "pthread_creat", "Resource temporarily unavailable"},
+                 {11, "pthread_create2", "Resource temporarily unavailable"},
+                 {-11, "pthread_create", "An unknown error (-11) occurred"}};
+    for (const auto& [code, call, text] : cases) {
+        const ChildResult child = systemCall(code, call);
+        EXPECT_EQ(child.exitStatus, 9) << call << code;
+        EXPECT_EQ(child.err, reportOf(call, "No such file or directory", text));
+    }
+}
+
+TEST(SystemCall, NoThreadForLackOfResourcesIsOutOfMemory) {
+    const struct {
+        int code;
+        const char* text;
+    } cases[] = {{11, "Resource temporarily unavailable"}, {12, "Cannot allocate memory"}};
+    for (const auto& [code, text] : cases) {
+        const ChildResult child = systemCall(code, "pthread_create");
+        const std::string report = reportOf("pthread_create", "No such file or directory", text);
+        EXPECT_EQ(child.exitStatus, 1);
+        ASSERT_EQ(child.err.substr(0, report.size()), report);
+        EXPECT_THAT(child.err.substr(report.size()),
+                    MatchesRegex("This process is out of memory... exiting\n"
+                                 "memory used: vm=[0-9]+\\.000000, rss=[0-9]+\\.000000\n"));
+    }
+}
+
+// ---- Answers that the system does not give ---------------------------------------------------
+
+std::string strerrorWith(int result, size_t size = 1024) {
+    std::string buffer(size, '#');
+    strerrorResult = result;
+    vn_strerror(buffer.data(), size, 7);
+    strerrorResult = -1;
+    return buffer.c_str();
+}
+
+TEST(StrerrorFallback, DependsOnTheResult) {
+    EXPECT_EQ(strerrorWith(EINVAL), "An unknown error (7) occurred");
+    EXPECT_EQ(strerrorWith(ERANGE),
+              "An error (7) occurred, but its message was too large to display");
+    EXPECT_EQ(strerrorWith(77), "Error (7:77) occurred");
+}
+
+TEST(StrerrorFallback, NeedsOneByteToSpare) {
+    constexpr size_t filled = sizeof "Error (7:77) occurred";
+    EXPECT_EQ(strerrorWith(77, filled + 1), "Error (7:77) occurred");
+    const ChildResult child =
+        runChild("strerrorWith", {.arguments = {"77", std::to_string(filled)}});
+    EXPECT_EQ(child.signal, SIGABRT);
+    EXPECT_EQ(child.err, "Fatal error: error message buffer too small\n");
+}
+
+VN_CHILD(strerrorWith) {
+    strerrorWith(atoi(arguments[0].c_str()), strtoul(arguments[1].c_str(), nullptr, 10));
+    return 0;
+}
+
+VN_CHILD(strerrorWithoutSnprintf) {
+    snprintfFails = true;
+    strerrorWith(77);
+    return 0;
+}
+
+TEST(StrerrorFallback, AbortsWhenItCannotBeFormatted) {
+    const ChildResult child = runChild("strerrorWithoutSnprintf");
+    EXPECT_EQ(child.signal, SIGABRT);
+    EXPECT_EQ(child.err, "Fatal error: snprintf unexpectedly failed (-5)\n");
+}
+
+VN_CHILD(exhausted) {
+    strdupFails = mallocFails = true;
+    if (arguments[0] == "malloc") {
+        vn_malloc(1);
+    } else if (arguments[0] == "strdup") {
+        vn_strdup("text");
+    } else {
+        vn_strndup("text", 2);
+    }
+    return 0;
+}
+
+TEST(Allocation, NullEndsTheProcess) {
+    for (const char* function : {"malloc", "strdup", "strndup"}) {
+        const ChildResult child = runChild("exhausted", {.arguments = {function}});
+        EXPECT_EQ(child.signal, SIGABRT) << function;
+        EXPECT_EQ(child.err,
+                  "Fatal error: malloc or similar returned null - this suggests the process has "
+                  "run out of memory\n");
+    }
+}
+
+VN_CHILD(outOfMemoryUnformatted) {
+    snprintfFails = true;
+    vn_outOfMemory();
+}
+
+TEST(OutOfMemory, SkipsAMemoryLineThatCannotBeFormatted) {
+    const ChildResult child =
+        runChild("outOfMemoryUnformatted", {.environment = {{"VN_ABORT_ON_OOM", std::nullopt}}});
+    EXPECT_EQ(child.exitStatus, 1);
+    EXPECT_EQ(child.err, "This process is out of memory... exiting\n");
+}
+
+}  // namespace
