@@ -149,7 +149,7 @@ vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool det
     vn_checkMemory(start);
     *start = {function, argument};
 
-    pthread_attr_t attributes;
+    pthread_attr_t attributes{};  // zeros serve as defaults if the call below should fail
     checkError(pthread_attr_init(&attributes), "pthread_attr_init");
     if (detached) {
         checkError(pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED),
