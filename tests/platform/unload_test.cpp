@@ -1,0 +1,28 @@
+// Loading and unloading: what the library makes at load it gives back at unload. This program is
+// not linked with the library.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+
+namespace {
+
+uint64_t firstNumberOfThisThread(void* library) {
+    const auto ask = reinterpret_cast<uint64_t (*)()>(dlsym(library, "vn_getCountedThreadId"));
+    return ask != nullptr ? ask() : 0;
+}
+
+// More rounds than a process has thread-local slots.
+TEST(Unload, GivesTheThreadLocalSlotsBack) {
+    for (int round = 0; round < PTHREAD_KEYS_MAX + 10; ++round) {
+        void* library = dlopen(VN_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << dlerror();
+        // Loaded afresh: the count starts again.
+        ASSERT_EQ(firstNumberOfThisThread(library), 1U);
+        ASSERT_EQ(dlclose(library), 0);
+        ASSERT_EQ(dlopen(VN_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr);
+    }
+}
+
+}  // namespace
