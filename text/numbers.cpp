@@ -53,6 +53,19 @@ char* moveThePoint(char* text, int count, int point) {
     return text + point;
 }
 
+// Writes a finite x. What does not fit leaves its first characters, as on the general path.
+char* putSized(char* buf, unsigned size, double x, std::chars_format form, int precision) {
+    const auto [end, error] = std::to_chars(buf, buf + size - 1, x, form, precision);
+    if (error == std::errc{}) [[likely]] {
+        *end = '\0';
+        return buf;
+    }
+    char whole[digitAreaSize];
+    std::to_chars(whole, whole + sizeof whole, x, form, precision);
+    memcpy(buf, whole, size);
+    return nullptr;
+}
+
 }  // namespace
 
 char* vn_g_fmt(char* buf, double x) {
@@ -74,28 +87,18 @@ char* vn_g_fmt(char* buf, double x) {
 }
 
 char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x) {
-    if (size >= 2 && precision >= 0 && std::isfinite(x)) {
-        const auto [end, error] = std::to_chars(buf, buf + size - 1, x, std::chars_format::fixed,
-                                                std::min(precision, largestPrecision));
-        if (error == std::errc{}) {
-            *end = '\0';
-            return buf;
-        }
+    if (size < 2 || precision < 0 || !std::isfinite(x)) {
+        return layOutFixed(buf, size, precision, x);
     }
-    return layOutFixed(buf, size, precision, x);
+    return putSized(buf, size, x, std::chars_format::fixed, std::min(precision, largestPrecision));
 }
 
 char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double x) {
-    if (size >= 2 && x != 0 && std::isfinite(x)) {
-        const auto [end, error] =
-            std::to_chars(buf, buf + size - 1, x, std::chars_format::scientific,
-                          std::clamp(precision, 1, largestPrecision) - 1);
-        if (error == std::errc{}) {
-            *end = '\0';
-            return buf;
-        }
+    if (size < 2 || x == 0 || !std::isfinite(x)) {
+        return layOutScientific(buf, size, precision, x);
     }
-    return layOutScientific(buf, size, precision, x);
+    const int places = std::clamp(precision, 1, largestPrecision) - 1;
+    return putSized(buf, size, x, std::chars_format::scientific, places);
 }
 
 namespace {

@@ -1,0 +1,249 @@
+// The fast paths against the general one, and the reader against the C library's.
+//
+// VN_SOAK=10000000 makes it a soak: so many random doubles instead of the few of the suite.
+#include <vncommon/numbers.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "numbers_samples.h"
+#include "text/conversion.h"
+
+using namespace vncommon;
+
+namespace {
+
+using Formatter = char* (*)(char*, unsigned, int, double);
+
+// Result and every byte of the buffer are the same on both ways.
+void expectSame(Formatter fast, Formatter general, unsigned size, int precision, double x) {
+    char one[512];
+    char other[512];
+    memset(one, '#', sizeof one);
+    memset(other, '#', sizeof other);
+    const bool fits = fast(one, size, precision, x) == one;
+    const bool fitsToo = general(other, size, precision, x) == other;
+    if (fits != fitsToo || memcmp(one, other, sizeof one) != 0) {
+        ADD_FAILURE() << std::hexfloat << x << " to " << precision << " in " << size << ": "
+                      << std::string(one, 60) << " but " << std::string(other, 60);
+    }
+}
+
+void expectSameShortest(double x) {
+    char fast[25];
+    char general[25];
+    vn_g_fmt(fast, x);
+    layOutShortest(general, x);
+    EXPECT_STREQ(fast, general) << std::hexfloat << x;
+    if (!std::isnan(x)) {
+        EXPECT_EQ(toBits(vn_strtod(fast, nullptr)), toBits(x)) << fast;
+    }
+}
+
+void expectSameEverywhere(double x, Random& random) {
+    expectSameShortest(x);
+    const auto size = static_cast<unsigned>(below(random, 30));
+    const auto precision = static_cast<int>(below(random, 25));
+    expectSame(vn_g_fmt_fixed, layOutFixed, 512, 2, x);
+    expectSame(vn_g_fmt_fixed, layOutFixed, 512, precision, x);
+    expectSame(vn_g_fmt_fixed, layOutFixed, size, precision, x);
+    expectSame(vn_g_fmt_scientific, layOutScientific, 512, 6, x);
+    expectSame(vn_g_fmt_scientific, layOutScientific, 512, precision, x);
+    expectSame(vn_g_fmt_scientific, layOutScientific, size, precision, x);
+}
+
+TEST(PathsTest, HardDoubles) {
+    Random random(1);
+    for (const double x : hardSamples()) {
+        expectSameEverywhere(x, random);
+    }
+}
+
+TEST(PathsTest, HardDoublesAtEveryPrecision) {
+    const std::vector<double> samples = hardSamples();
+    for (size_t i = 0; i < samples.size(); i += 97) {
+        for (int precision = -2; precision <= 101; ++precision) {
+            expectSame(vn_g_fmt_fixed, layOutFixed, 512, precision, samples[i]);
+            expectSame(vn_g_fmt_scientific, layOutScientific, 512, precision, samples[i]);
+        }
+    }
+}
+
+TEST(PathsTest, RandomDoubles) {
+    Random random(20240);
+    for (uint64_t left = sampleCount(40'000); left > 0; --left) {
+        expectSameEverywhere(randomSample(random), random);
+        if (HasFailure()) {
+            break;
+        }
+    }
+}
+
+struct Reading {
+    uint64_t bits;
+    ptrdiff_t length;
+    int error;
+
+    bool operator==(const Reading&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Reading& reading) {
+    return out << std::hexfloat << fromBits(reading.bits) << " after " << reading.length
+               << ", errno " << reading.error;
+}
+
+Reading read(double (*reader)(const char*, char**), const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    const double value = reader(text.c_str(), &end);
+    return {toBits(value), end - text.c_str(), errno};
+}
+
+void expectSameReading(const std::string& text) {
+    EXPECT_EQ(read(vn_strtod, text), read(readDouble, text)) << text;
+}
+
+// The C library's range error for subnormal results is not ours.
+void expectLikeTheLibrary(const std::string& text) {
+    Reading wanted = read(strtod, text);
+    const double value = fromBits(wanted.bits);
+    wanted.error = std::isinf(value) || value == 0 ? wanted.error : 0;
+    EXPECT_EQ(read(vn_strtod, text), wanted) << text;
+    EXPECT_EQ(read(readDouble, text), wanted) << text;
+}
+
+std::string printed(const char* format, int precision, long double x) {
+    std::string text(12'000, '\0');
+    text.resize(static_cast<size_t>(snprintf(text.data(), text.size(), format, precision, x)));
+    return text;
+}
+
+// Exactly between x and the double above it, and a last digit to either side.
+std::vector<std::string> aroundMidpoint(double x) {
+    const double above = std::nextafter(x, std::numeric_limits<double>::infinity());
+    const long double midpoint =
+        static_cast<long double>(x) / 2 + static_cast<long double>(above) / 2;
+    std::string exact = printed("%.*Le", 800, midpoint);
+    const size_t e = exact.find('e');
+    const size_t last = exact.find_last_not_of('0', e - 1);
+    const std::string exponent = exact.substr(e);
+    std::string digits = exact.substr(0, last + 1);
+    std::vector<std::string> texts = {digits + exponent, digits + "0001" + exponent};
+    if (digits.back() != '.') {
+        --digits.back();
+        texts.push_back(digits + "9999" + exponent);
+    }
+    return texts;
+}
+
+std::string randomDigits(Random& random, size_t count) {
+    std::string digits;
+    while (digits.size() < count) {
+        digits.push_back(static_cast<char>('0' + below(random, 10)));
+    }
+    return digits;
+}
+
+TEST(ReaderPathsTest, ExactMidpoints) {
+    Random random(3);
+    for (uint64_t left = sampleCount(20'000) / 40; left > 0; --left) {
+        const uint64_t exponent = below(random, 2046);
+        const uint64_t fraction = random() & ((uint64_t{1} << 52) - 1);
+        for (const uint64_t bits :
+             {exponent << 52 | fraction, exponent << 52, fraction >> (exponent % 52)}) {
+            for (const std::string& text : aroundMidpoint(fromBits(bits))) {
+                expectLikeTheLibrary(text);
+            }
+        }
+    }
+}
+
+TEST(ReaderPathsTest, PrintedDoubles) {
+    Random random(4);
+    for (uint64_t left = sampleCount(20'000); left > 0; --left) {
+        const double x = fromBits(random() & ~(uint64_t{1} << 62) >> below(random, 2));
+        if (std::isfinite(x)) {
+            expectLikeTheLibrary(printed("%.*Le", static_cast<int>(below(random, 25)), x));
+        }
+    }
+}
+
+TEST(ReaderPathsTest, RandomDigits) {
+    Random random(5);
+    for (uint64_t left = sampleCount(10'000); left > 0; --left) {
+        const std::string whole = randomDigits(random, below(random, 40));
+        const std::string part = randomDigits(random, below(random, left % 50 == 0 ? 1000 : 30));
+        const auto exponent = static_cast<int>(below(random, 700)) - 370;
+        expectLikeTheLibrary(whole + "." + part + "e" + std::to_string(exponent));
+    }
+}
+
+// Results around the subnormals from long integers.
+TEST(ReaderPathsTest, SubnormalsOfManyDigits) {
+    Random random(6);
+    for (uint64_t left = sampleCount(10'000); left > 0; --left) {
+        std::string whole = randomDigits(random, 18 + below(random, 10));
+        whole[0] = '1';
+        const int exponent = -static_cast<int>(whole.size() + 305 + below(random, 22));
+        expectLikeTheLibrary(whole + "." + randomDigits(random, 6) + "e" +
+                             std::to_string(exponent));
+    }
+}
+
+TEST(ReaderPathsTest, HexadecimalDigits) {
+    Random random(7);
+    for (uint64_t left = sampleCount(30'000); left > 0; --left) {
+        std::string text = left % 2 == 0 ? "0x" : "-0X";
+        const uint64_t count = 1 + below(random, 24);
+        const uint64_t point = below(random, 24);
+        for (uint64_t i = 0; i < count; ++i) {
+            // Many zeros and ones, for ties and carries.
+            text += "0000000088fff123456789abcdefABCDEF"[below(random, 34)];
+            text += i == point ? "." : "";
+        }
+        const int ranges[] = {100, 1100, 2400};
+        const int range = ranges[left % 3];
+        const auto exponent = static_cast<int>(below(random, static_cast<uint64_t>(range)));
+        expectLikeTheLibrary(text + "p" + std::to_string(exponent - range / 2));
+    }
+}
+
+// Odd forms: both ways stop at the same character.
+TEST(ReaderPathsTest, OddForms) {
+    Random random(8);
+    constexpr char alphabet[] = "00112599..eE+-xp inf\t";
+    for (uint64_t left = sampleCount(200'000); left > 0; --left) {
+        std::string text;
+        for (uint64_t count = below(random, 12); count > 0; --count) {
+            text += alphabet[below(random, sizeof alphabet - 1)];
+        }
+        expectSameReading(text);
+        if (HasFailure()) {
+            break;
+        }
+    }
+}
+
+TEST(ReaderPathsTest, LongTexts) {
+    Random random(9);
+    for (const size_t length : {800, 5'000, 16'384, 16'390}) {
+        const std::string digits = randomDigits(random, length);
+        const auto count = std::to_string(length);
+        expectLikeTheLibrary("0." + digits);
+        expectLikeTheLibrary(digits + "e-" + count);
+        expectLikeTheLibrary(std::string("0.").append(length, '0') + "123e" + count);
+        expectLikeTheLibrary(std::string("1").append(length, '0') + "e-" + count);
+        expectLikeTheLibrary("0x" + digits + "p-" + std::to_string(length * 4));
+    }
+}
+
+// Beyond the exponents that netlib tells apart the fast way must not know better.
+TEST(ReaderPathsTest, ExponentsThatLongDigitsMakeUpFor) {
+    expectSameReading(std::string("0.").append(20'500, '0') + "1e20500");
+    expectSameReading(std::string("1").append(20'500, '0') + "e-20500");
+    expectSameReading(std::string("0.").append(16'000, '0') + "1e20000");
+}
+
+}  // namespace
