@@ -14,5 +14,6 @@
 #include <vncommon/platform.h>
 #include <vncommon/process.h>
 #include <vncommon/maths.h>
+#include <vncommon/event_writer.h>
 
 #endif

@@ -1,0 +1,210 @@
+// Event writer, building: writers, their values, and their destruction. event_text.cpp renders.
+//
+// A writer owns its name, two Vectors and the values in them; a value owns its text (kinds 1 and
+// 9) or its child writer (6, 7 and 8). Every value and every text is a heap block of its own.
+#include <vncommon/event_writer.h>
+
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+namespace {
+
+bool holdsText(uint32_t kind) {
+    return kind == VN_EventKind_String || kind == VN_EventKind_Unformatted;
+}
+
+bool holdsWriter(uint32_t kind) {
+    return kind == VN_EventKind_Sequence || kind == VN_EventKind_Dictionary ||
+           kind == VN_EventKind_Event;
+}
+
+void* word(uint64_t value) {
+    return std::bit_cast<void*>(value);
+}
+
+char* copyOf(const char* text) {
+    return text == nullptr ? nullptr : strdup(text);
+}
+
+void append(Vector* vector, uint32_t kind, void* payload) {
+    auto* value = static_cast<VN_EventValue*>(malloc(sizeof(VN_EventValue)));
+    value->payload = payload;
+    value->kind = kind;
+    vn_Vector_add(vector, value);
+}
+
+// Takes a payload as the generic adds are given it.
+void appendCopy(Vector* vector, uint32_t kind, void* payload) {
+    append(vector, kind, holdsText(kind) ? copyOf(static_cast<const char*>(payload)) : payload);
+}
+
+Vector* newValues() {
+    return vn_Vector_ctor(nullptr, nullptr, nullptr, 0, 1);
+}
+
+constexpr VN_EventWriter operations = {
+    .kind = 0,
+    .name = nullptr,
+    .keys = nullptr,
+    .values = nullptr,
+    .addInt = VN_EventWriter_addInt,
+    .addString = VN_EventWriter_addString,
+    .addChar = VN_EventWriter_addChar,
+    .addFloat = VN_EventWriter_addFloat,
+    .addDecimal = VN_EventWriter_addDecimal,
+    .addBoolean = VN_EventWriter_addBoolean,
+    .addRefValue = VN_EventWriter_addRefValue,
+    .addValue = VN_EventWriter_addValue,
+    .addDictValue = VN_EventWriter_addDictValue,
+    .addAny = VN_EventWriter_addAny,
+    .addOptional = VN_EventWriter_addOptional,
+    .toString = VN_EventWriter_toString,
+    .addUnformatted = VN_EventWriter_addUnformatted,
+    .addAnyType = VN_EventWriter_addAnyType,
+};
+
+VN_EventWriter* appendWrapper(VN_EventWriter* writer, const char* name) {
+    VN_EventWriter* wrapper = VN_EventWriter_ctor(VN_EventKind_Wrapper, name);
+    append(writer->values, VN_EventKind_Event, wrapper);
+    return wrapper;
+}
+
+// The name of an event in an `any`, null when the caller's is to be used: an optional's own name
+// does not say what it is optional of.
+const char* ownTypeName(const VN_EventWriter* event) {
+    constexpr char optional[] = "optional";
+    if (event == nullptr || event->name == nullptr ||
+        strncmp(event->name, optional, sizeof optional - 1) == 0) {
+        return nullptr;
+    }
+    return event->name;
+}
+
+const char* typeNameInAny(uint32_t kind, const void* payload, const char* callers) {
+    static constexpr const char* names[] = {"integer", "string",  "string",  "float",   "decimal",
+                                            "boolean", "invalid", "invalid", "invalid", "string"};
+    if (kind == VN_EventKind_Event) {
+        const char* own = ownTypeName(static_cast<const VN_EventWriter*>(payload));
+        return own != nullptr ? own : callers;
+    }
+    if (holdsWriter(kind)) {
+        return callers;
+    }
+    return kind < std::size(names) ? names[kind] : "invalid";
+}
+
+// Frees the values of a writer. Their child writers join the list that waits for destruction, which
+// runs through the names: each child's own has been freed by then.
+void releaseValues(Vector* values, VN_EventWriter*& waiting) {
+    for (uint32_t i = 0; i < values->size; ++i) {
+        auto* value = static_cast<VN_EventValue*>(values->data[i]);
+        if (value != nullptr && holdsWriter(value->kind) && value->payload != nullptr) {
+            auto* child = static_cast<VN_EventWriter*>(value->payload);
+            free(child->name);
+            child->name = reinterpret_cast<char*>(waiting);
+            waiting = child;
+        } else if (value != nullptr && holdsText(value->kind)) {
+            free(value->payload);
+        }
+        free(value);
+    }
+    vn_Vector_dtor(values);
+}
+
+}  // namespace
+
+VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name) {
+    auto* writer = static_cast<VN_EventWriter*>(malloc(sizeof(VN_EventWriter)));
+    *writer = operations;
+    writer->kind = kind;
+    writer->name = copyOf(name);
+    writer->keys = newValues();
+    writer->values = newValues();
+    return writer;
+}
+
+void VN_EventWriter_dtor(VN_EventWriter* writer) {
+    if (writer == nullptr) {
+        return;
+    }
+    free(writer->name);
+    writer->name = nullptr;
+    VN_EventWriter* waiting = writer;
+    while (waiting != nullptr) {
+        VN_EventWriter* next = waiting;
+        waiting = reinterpret_cast<VN_EventWriter*>(next->name);
+        releaseValues(next->keys, waiting);
+        releaseValues(next->values, waiting);
+        free(next);
+    }
+}
+
+void VN_EventWriter_addInt(VN_EventWriter* writer, int64_t value) {
+    append(writer->values, VN_EventKind_Integer, word(static_cast<uint64_t>(value)));
+}
+
+void VN_EventWriter_addString(VN_EventWriter* writer, const char* text) {
+    append(writer->values, VN_EventKind_String, copyOf(text));
+}
+
+void VN_EventWriter_addChar(VN_EventWriter* writer, int character) {
+    append(writer->values, VN_EventKind_Character, word(static_cast<unsigned char>(character)));
+}
+
+void VN_EventWriter_addFloat(VN_EventWriter* writer, double value) {
+    append(writer->values, VN_EventKind_Float, word(std::bit_cast<uint64_t>(value)));
+}
+
+void VN_EventWriter_addDecimal(VN_EventWriter* writer, uint64_t value) {
+    append(writer->values, VN_EventKind_Decimal, word(value));
+}
+
+void VN_EventWriter_addBoolean(VN_EventWriter* writer, int value) {
+    append(writer->values, VN_EventKind_Boolean, word(static_cast<unsigned char>(value)));
+}
+
+void VN_EventWriter_addUnformatted(VN_EventWriter* writer, const char* text) {
+    append(writer->values, VN_EventKind_Unformatted, copyOf(text));
+}
+
+void VN_EventWriter_addAnyType(VN_EventWriter* writer, const char* text) {
+    VN_EventWriter_addUnformatted(writer, text);
+}
+
+void VN_EventWriter_addRefValue(VN_EventWriter* writer, VN_EventWriter* child) {
+    if (child != nullptr) {
+        append(writer->values, child->kind, child);
+    }
+}
+
+void VN_EventWriter_addValue(VN_EventWriter* writer, uint32_t kind, void* payload) {
+    appendCopy(writer->values, kind, payload);
+}
+
+void VN_EventWriter_addDictValue(VN_EventWriter* writer, uint32_t keyKind, void* keyPayload,
+                                 uint32_t valueKind, void* valuePayload) {
+    appendCopy(writer->keys, keyKind, keyPayload);
+    appendCopy(writer->values, valueKind, valuePayload);
+}
+
+void VN_EventWriter_addAny(VN_EventWriter* writer, uint32_t kind, void* payload,
+                           const char* typeName) {
+    VN_EventWriter* wrapper = appendWrapper(writer, "any");
+    if (kind != VN_EventKind_Wrapper) {
+        VN_EventWriter_addUnformatted(wrapper, typeNameInAny(kind, payload, typeName));
+        appendCopy(wrapper->values, kind, payload);
+    }
+}
+
+void VN_EventWriter_addOptional(VN_EventWriter* writer, uint32_t kind, void* payload) {
+    VN_EventWriter* wrapper = appendWrapper(writer, "optional");
+    if (kind != VN_EventKind_Wrapper) {
+        appendCopy(wrapper->values, kind, payload);
+    }
+}
+
+bool VN_EventWriterIsReferenceType(const VN_EventValue* value) {
+    return holdsWriter(value->kind);
+}

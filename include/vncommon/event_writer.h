@@ -1,0 +1,196 @@
+/* Event writer: builds an event, a sequence or a dictionary from typed values and renders it as
+ * one string.
+ *
+ *     VN_EventWriter* tick = VN_EventWriter_ctor(VN_EventKind_Event, "Tick");
+ *     VN_EventWriter_addInt(tick, 5);
+ *     VN_EventWriter_addString(tick, "a\"b");
+ *     VN_EventWriter_addFloat(tick, 1.5);
+ *     char* text = VN_EventWriter_toString(tick);       Tick(5,"a\"b",1.5)
+ *     free(text);
+ *     VN_EventWriter_dtor(tick);
+ *
+ * The text, without any blanks:
+ *     integer      signed decimal
+ *     string       "content"; see escaping below
+ *     character    the byte between double quotes, never escaped
+ *     float        as vn_g_fmt writes it (numbers.h): .5  100  1e+06  NaN  -Infinity
+ *     decimal      as vn_dec_to_string writes it (numbers.h): +15E-1
+ *     boolean      true or false
+ *     sequence     [element,element]
+ *     dictionary   {key:value,key:value}
+ *     event        name(field,field); nothing at all without a name
+ *     unformatted  the text as it stands
+ * Values nest freely. An `any` is an event named any with the unquoted name of the value's type
+ * and the value: any(integer,5); an `optional` one named optional with the value or nothing:
+ * optional("x"), optional().
+ *
+ * Escaping. A string without backslash and double quote is written as it stands, tabs and newlines
+ * included. Only when one of the two is present is the content escaped: each of them gets a
+ * backslash before it, a tab becomes \t and a newline \n. Readers of the format rely on this
+ * dependence; it is deliberate.
+ *
+ * Ownership. Texts are copied when they are added. A child writer passes to the writer it is added
+ * to and must not be used, added again or destroyed by the caller after that, except to add more
+ * to it. Null texts count as empty ones; a null child is kept as null.
+ *
+ * Memory comes from the platform's malloc and is not checked. Values nest as deeply as memory
+ * allows: neither rendering nor destruction uses the machine's stack for depth. Adding costs
+ * amortised constant time and an allocation or two, rendering and destroying linear time.
+ *
+ * Thread-safety: none; one thread at a time builds and renders a writer (convention 8).
+ */
+#ifndef VNCOMMON_EVENT_WRITER_H
+#define VNCOMMON_EVENT_WRITER_H
+
+#include <string.h>
+#include <vncommon/api.h>
+#include <vncommon/vector.h>
+
+VN_BEGIN_DECLS
+
+/* The kinds of values and of writers; the numbers are part of the interface. */
+enum {
+    VN_EventKind_Integer = 0,     /* signed 64-bit */
+    VN_EventKind_String = 1,      /* owned, NUL-terminated text */
+    VN_EventKind_Character = 2,   /* the low byte of the payload */
+    VN_EventKind_Float = 3,       /* the bits of a double */
+    VN_EventKind_Decimal = 4,     /* decimal64 in BID encoding */
+    VN_EventKind_Boolean = 5,     /* true when the payload's low byte is not 0 */
+    VN_EventKind_Sequence = 6,    /* owned child writer */
+    VN_EventKind_Dictionary = 7,  /* owned child writer */
+    VN_EventKind_Event = 8,       /* owned child writer */
+    VN_EventKind_Unformatted = 9, /* owned, NUL-terminated text */
+    VN_EventKind_Wrapper = 10     /* the writers of any and optional; never a value's kind */
+};
+
+/* A value as the writers' Vectors hold it, one heap block per value. */
+typedef struct VN_EventValue {
+    void* payload; /* one word, read as the kind says */
+    uint32_t kind;
+} VN_EventValue;
+
+typedef struct VN_EventWriter VN_EventWriter;
+
+/* Each writer carries the operations, so that a caller who holds only the record can add to it:
+ * writer->addInt(writer, 5). Fields are to be read, and changed by the operations only. */
+struct VN_EventWriter {
+    uint32_t kind;  /* 6, 7 or 8; 10 for the wrappers of any and optional */
+    char* name;     /* owned type name of an event, or null */
+    Vector* keys;   /* of VN_EventValue*; a dictionary's keys, else empty */
+    Vector* values; /* of VN_EventValue*; fields, elements or the dictionary's values */
+
+    void (*addInt)(VN_EventWriter* writer, int64_t value);
+    void (*addString)(VN_EventWriter* writer, const char* text);
+    void (*addChar)(VN_EventWriter* writer, int character);
+    void (*addFloat)(VN_EventWriter* writer, double value);
+    void (*addDecimal)(VN_EventWriter* writer, uint64_t value);
+    void (*addBoolean)(VN_EventWriter* writer, int value);
+    void (*addRefValue)(VN_EventWriter* writer, VN_EventWriter* child);
+    void (*addValue)(VN_EventWriter* writer, uint32_t kind, void* payload);
+    void (*addDictValue)(VN_EventWriter* writer, uint32_t keyKind, void* keyPayload,
+                         uint32_t valueKind, void* valuePayload);
+    void (*addAny)(VN_EventWriter* writer, uint32_t kind, void* payload, const char* typeName);
+    void (*addOptional)(VN_EventWriter* writer, uint32_t kind, void* payload);
+    char* (*toString)(const VN_EventWriter* writer);
+    void (*addUnformatted)(VN_EventWriter* writer, const char* text);
+    void (*addAnyType)(VN_EventWriter* writer, const char* text);
+};
+
+/* A new writer of kind 6, 7 or 8, ended by VN_EventWriter_dtor or by the writer that it is added
+ * to. The name is copied; it is the type name of an event and may be null for the others. */
+VN_API VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name);
+
+/* Frees the writer with everything that it owns, child writers included. Null does nothing. */
+VN_API void VN_EventWriter_dtor(VN_EventWriter* writer);
+
+/* Adding a value: an event's next field, a sequence's next element. Texts are copied. addBoolean
+ * keeps only the low byte of its argument, so that 256 is false; addChar keeps one byte too. */
+VN_API void VN_EventWriter_addInt(VN_EventWriter* writer, int64_t value);
+VN_API void VN_EventWriter_addString(VN_EventWriter* writer, const char* text);
+VN_API void VN_EventWriter_addChar(VN_EventWriter* writer, int character);
+VN_API void VN_EventWriter_addFloat(VN_EventWriter* writer, double value);
+VN_API void VN_EventWriter_addDecimal(VN_EventWriter* writer, uint64_t value);
+VN_API void VN_EventWriter_addBoolean(VN_EventWriter* writer, int value);
+
+/* Text that is written as it stands, without quotes; the two are the same. */
+VN_API void VN_EventWriter_addUnformatted(VN_EventWriter* writer, const char* text);
+VN_API void VN_EventWriter_addAnyType(VN_EventWriter* writer, const char* text);
+
+/* Hands a child over, as a value of the child's own kind. A null child adds nothing. A child of
+ * kind 10 is neither rendered nor destroyed with its parent. */
+VN_API void VN_EventWriter_addRefValue(VN_EventWriter* writer, VN_EventWriter* child);
+
+/* The generic adds. The payload is the word of a VN_EventValue of that kind: a text, which is
+ * copied (kinds 1 and 9); a child writer, which is handed over (6, 7 and 8); otherwise the value
+ * in the word itself, stored as it is. A kind above 9 is stored and renders as nothing. */
+VN_API void VN_EventWriter_addValue(VN_EventWriter* writer, uint32_t kind, void* payload);
+
+/* Adds a key and its value: a dictionary's next entry. */
+VN_API void VN_EventWriter_addDictValue(VN_EventWriter* writer, uint32_t keyKind, void* keyPayload,
+                                        uint32_t valueKind, void* valuePayload);
+
+/* Adds an `any`: an event whose child is a kind-10 writer named "any" that holds, unless kind is
+ * 10, the type's name as an unformatted value, and the value. The name is
+ *     "integer", "string", "string", "float", "decimal", "boolean"    for kinds 0 to 5
+ *     "string"                                                        for kind 9
+ *     typeName                                                        for kinds 6 and 7
+ *     the child's own name                                            for kind 8, but typeName if
+ *         that name begins with "optional" or is missing
+ *     "invalid"                                                       for kinds above 10
+ * typeName is copied; null counts as empty. */
+VN_API void VN_EventWriter_addAny(VN_EventWriter* writer, uint32_t kind, void* payload,
+                                  const char* typeName);
+
+/* Adds an `optional`: the same with the name "optional" and the value alone; empty for kind 10. */
+VN_API void VN_EventWriter_addOptional(VN_EventWriter* writer, uint32_t kind, void* payload);
+
+/* Payload words of numbers, for the generic adds. */
+static inline void* VN_EventPayload_ofInt(int64_t value) {
+    void* payload;
+    memcpy(&payload, &value, sizeof payload);
+    return payload;
+}
+
+static inline void* VN_EventPayload_ofFloat(double value) {
+    void* payload;
+    memcpy(&payload, &value, sizeof payload);
+    return payload;
+}
+
+/* Whether the value owns a child writer: kinds 6, 7 and 8. */
+VN_API bool VN_EventWriterIsReferenceType(const VN_EventValue* value);
+
+/* The writer as text, released with free. A writer whose own kind is not 6, 7 or 8 has no text of
+ * its own and gives "". */
+VN_API char* VN_EventWriter_toString(const VN_EventWriter* writer);
+
+/* One value as text, released with free. */
+VN_API char* valueToString(const VN_EventValue* value);
+
+/* The two passes for callers with a buffer of their own. Both read the payload as the given kind
+ * says, whatever the value's own; null and kinds above 9 count 0 and write nothing.
+ *
+ * The length of the value's text; UINT32_MAX if it is longer than that. A sequence or dictionary
+ * whose child is null counts 2, although only its opening bracket is written; this is kept. */
+VN_API uint32_t VN_EventWriter_strlen(const VN_EventValue* value, uint32_t kind);
+
+/* Writes the text at buffer[*position] and moves *position behind it, without terminating it. The
+ * limit bounds what is written, not how far the position moves:
+ *  - brackets, commas, colons and the characters of an escaped string are written, and move the
+ *    position, only while it is below the limit;
+ *  - numbers, characters, booleans and unescaped strings are cut so that they and a terminator,
+ *    which is written with them, end at buffer[limit] at the latest; the position moves by their
+ *    whole length;
+ *  - unformatted text likewise, but one byte earlier, and only below the limit: a bare kind-9
+ *    value needs a limit of its length plus one;
+ *  - decimals and names of events are written whole if the position is at most at the limit, and
+ *    even up to their own length beyond it.
+ * With the length of the first pass as limit, and that many bytes plus one in the buffer, nothing
+ * is cut but a bare kind-9 value. A smaller limit asks for a buffer with room for the longest name
+ * or decimal (22 bytes) behind it, twice, and a terminator. The position stops at INT_MAX. */
+VN_API void VN_EventWriter_buildString(const VN_EventValue* value, uint32_t kind, char* buffer,
+                                       int* position, int limit);
+
+VN_END_DECLS
+
+#endif
