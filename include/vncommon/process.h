@@ -91,10 +91,11 @@ VN_API bool vn_canStackTrace(void); /* true */
 
 /* Writes the call stack to fd, one frame a line, the innermost (this function) first.
  *
- * At most 64 frames, gathered in one process-wide record that is never cleared: frames that an
- * earlier, deeper trace left behind it are printed again after the new ones. The last known
- * frame is left out unless all 64 are in use. Both are deliberate; readers of the traces count
- * on the number of lines. */
+ * At most 64 frames, gathered in one process-wide record that is never cleared: where the system
+ * does not close a trace with an empty entry (it does so for stacks that it can follow to their
+ * end), what an earlier, deeper trace left is printed again after the new frames. The last frame
+ * before the empty entry is left out. Both are deliberate; readers of the traces count on the
+ * number of lines. */
 VN_API void vn_stackTrace(int fd);
 
 /* ---- Memory pressure ---- */
