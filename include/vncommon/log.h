@@ -1,0 +1,62 @@
+/* The logger of the process, for code that has none of its own.
+ *
+ * One FileLogger (file_logger.h), made by the first call here that needs it and never destroyed.
+ * Unless that call says otherwise it writes to standard error at level 7 (INFO). Every call
+ * forwards to the FileLogger_ operation of the same name, whose description holds: line format,
+ * levels, formats, failures, reopening on SIGHUP.
+ *
+ * Thread-safety: as in file_logger.h. First calls from several threads at once make one logger.
+ */
+#ifndef VNCOMMON_LOG_H
+#define VNCOMMON_LOG_H
+
+#include <stdarg.h>
+
+#include <vncommon/api.h>
+#include <vncommon/threads.h>
+
+VN_BEGIN_DECLS
+
+/* ---- Set-up -------------------------------------------------------------------------------- */
+
+/* Threshold, then destination, as FileLogger_SetLogLevel and FileLogger_SetFilename; returns
+ * whether the destination is a terminal. As the first call it makes the logger without touching
+ * standard error. */
+VN_API int VN_LogSetup(uint32_t level, const char* name, int truncate, int nameIsUTF8);
+
+VN_API int VN_LogSetFilename(const char* name, int truncate, int nameIsUTF8);
+VN_API int VN_LogSetFD(int descriptor);
+VN_API void VN_LogReOpen(void);
+VN_API void VN_LogSetLevel(uint32_t level);
+VN_API void VN_SetMutex(vn_Mutex* mutex);
+
+VN_API uint32_t VN_GetLogLevel(void);
+VN_API int VN_GetLogFD(void);
+/* The logger's own strings, not copies; null after VN_LogSetFD. */
+VN_API const char* VN_GetLogFileName(void);
+VN_API const char* VN_GetUTF8LogFileName(void);
+
+/* As in file_logger.h; these two do not make the logger. */
+VN_API uint32_t VN_StringToLogLevel(const char* word);
+VN_API const char* VN_LogLevelToString(uint32_t level);
+
+/* ---- Lines --------------------------------------------------------------------------------- */
+
+VN_API void VN_LogTrace(const char* format, ...) VN_PRINTF(1, 2);
+VN_API void VN_LogDebug(const char* format, ...) VN_PRINTF(1, 2);
+VN_API void VN_LogInfo(const char* format, ...) VN_PRINTF(1, 2);
+VN_API void VN_LogWarn(const char* format, ...) VN_PRINTF(1, 2);
+VN_API void VN_LogError(const char* format, ...) VN_PRINTF(1, 2);
+VN_API void VN_LogFatal(const char* format, ...) VN_PRINTF(1, 2);
+VN_API void VN_LogCrit(const char* format, ...) VN_PRINTF(1, 2);
+VN_API void VN_LogForce(const char* format, ...) VN_PRINTF(1, 2);
+
+/* BEWARE: the names are the other way round from the usual convention, on purpose; compiled
+ * programs call them so. VN_DoLog takes an argument list that the caller has started, VN_DoLogV
+ * takes the arguments themselves. */
+VN_API void VN_DoLog(uint32_t level, const char* format, va_list arguments) VN_PRINTF(2, 0);
+VN_API void VN_DoLogV(uint32_t level, const char* format, ...) VN_PRINTF(2, 3);
+
+VN_END_DECLS
+
+#endif

@@ -1,0 +1,83 @@
+// Level tables: names, words and the letters that override a threshold from the environment.
+#include "logging/levels.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+#include <vncommon/failure.h>
+#include <vncommon/file_logger.h>
+
+using namespace vncommon;
+
+namespace {
+
+// By level from 0 to 9, then once more from 1 to 9: lines use the first run, and
+// FileLogger_LogLevelToString the second one.
+constexpr const char* priorityNames[] = {
+    "NULL", "OFF",   "#####", "CRIT",  "FATAL", "ERROR", "WARN", "INFO",  "DEBUG", "TRACE",
+    "OFF",  "#####", "CRIT",  "FATAL", "ERROR", "WARN",  "INFO", "DEBUG", "TRACE", nullptr};
+constexpr uint32_t secondRun = levelTrace + 1;
+constexpr uint32_t nameCount = std::size(priorityNames) - 1;
+
+constexpr LevelLabel padded(std::string_view name) {
+    LevelLabel label{};
+    label.fill(' ');
+    std::copy(name.begin(), name.end(), label.begin());
+    return label;
+}
+
+constexpr auto labels = [] {
+    std::array<LevelLabel, nameCount> result{};
+    std::transform(priorityNames, priorityNames + nameCount, result.begin(), padded);
+    return result;
+}();
+
+constexpr auto charToLevelMap = [] {
+    std::array<uint32_t, 256> map{};
+    constexpr std::string_view letters = "OCFEWIDT";
+    constexpr uint32_t levels[] = {levelOff,     levelCritical, levelFatal, levelError,
+                                   levelWarning, levelInfo,     levelDebug, levelTrace};
+    for (size_t i = 0; i < letters.size(); ++i) {
+        const auto letter = static_cast<unsigned char>(letters[i]);
+        map[letter] = levels[i];
+        map[letter | 0x20] = levels[i];
+    }
+    map['A'] = levelCritical;  // alert; the capital letter only, on purpose
+    return map;
+}();
+
+struct Word {
+    const char* text;
+    uint32_t level;
+};
+
+// Forced lines have no word, on purpose: nothing that users write makes a threshold of 2.
+constexpr Word words[] = {{"TRACE", levelTrace},   {"DEBUG", levelDebug}, {"INFO", levelInfo},
+                          {"WARN", levelWarning},  {"ERROR", levelError}, {"FATAL", levelFatal},
+                          {"CRIT", levelCritical}, {"OFF", levelOff}};
+
+}  // namespace
+
+const LevelLabel& vncommon::levelLabel(uint32_t level) {
+    return labels[level < nameCount ? level : uint32_t{levelNone}];
+}
+
+uint32_t vncommon::levelOverride(const char* value) {
+    return charToLevelMap[static_cast<unsigned char>(*value)];
+}
+
+uint32_t FileLogger_StringToLogLevel(const char* word) {
+    if (word == nullptr) {
+        return levelNone;
+    }
+    const auto found = std::find_if(std::begin(words), std::end(words), [word](const Word& known) {
+        return vn_strcasecmp(word, known.text) == 0;
+    });
+    return found == std::end(words) ? uint32_t{levelNone} : found->level;
+}
+
+const char* FileLogger_LogLevelToString(uint32_t level) {
+    const bool known = level >= levelOff && level <= levelTrace;
+    return known ? priorityNames[secondRun + level - 1] : priorityNames[levelNone];
+}

@@ -1,0 +1,21 @@
+// The fields of a FileLogger that one thread reads while another one, or the SIGHUP handler,
+// writes them. The record is plain C, so the accesses are made atomic here, and relaxed: each
+// field means something on its own.
+#ifndef VN_LOGGING_SHARED_FIELD_H
+#define VN_LOGGING_SHARED_FIELD_H
+
+namespace vncommon {
+
+template <typename T>
+T loadField(const T& field) {
+    return __atomic_load_n(&field, __ATOMIC_RELAXED);
+}
+
+template <typename T>
+void storeField(T& field, T value) {
+    __atomic_store_n(&field, value, __ATOMIC_RELAXED);
+}
+
+}  // namespace vncommon
+
+#endif
