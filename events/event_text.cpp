@@ -18,6 +18,8 @@
 #include <iterator>
 #include <string_view>
 
+#include "text/short_decimal.h"
+
 namespace {
 
 // More than any number takes: an integer 20 bytes, a float 24, a decimal 22, and a terminator.
@@ -249,7 +251,7 @@ class NumberText {
     }
     static NumberText of(double value) {
         NumberText text;
-        text.length = strlen(vn_g_fmt(text.area, value));
+        text.length = static_cast<size_t>(vncommon::writeShortest(text.area, value) - text.area);
         return text;
     }
     static NumberText ofDecimal(uint64_t value) {
@@ -400,7 +402,7 @@ class GrowingText {
     }
     void number(double value) {
         reserve(numberSize);
-        at += strlen(vn_g_fmt(at, value));
+        at = vncommon::writeShortest(at, value);
     }
     void decimal(uint64_t value) {
         reserve(numberSize);

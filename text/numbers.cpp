@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "text/conversion.h"
+#include "text/short_decimal.h"
 
 using namespace vncommon;
 
@@ -68,9 +69,13 @@ char* putSized(char* buf, unsigned size, double x, std::chars_format form, int p
 
 }  // namespace
 
-char* vn_g_fmt(char* buf, double x) {
+char* vncommon::writeShortest(char* buf, double x) {
+    if (char* end = writeShortDecimal(buf, x)) {
+        *end = '\0';
+        return end;
+    }
     if (!std::isfinite(x)) [[unlikely]] {
-        return layOutShortest(buf, x);
+        return buf + strlen(layOutShortest(buf, x));
     }
     // The scientific form is ours already, to the byte; only the range of the fixed form is not.
     char* end = std::to_chars(buf, buf + shortestLength, x, std::chars_format::scientific).ptr;
@@ -83,6 +88,11 @@ char* vn_g_fmt(char* buf, double x) {
         end = moveThePoint(text, count, point);
     }
     *end = '\0';
+    return end;
+}
+
+char* vn_g_fmt(char* buf, double x) {
+    writeShortest(buf, x);
     return buf;
 }
 

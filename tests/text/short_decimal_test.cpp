@@ -1,0 +1,88 @@
+// The fast path for numbers with few places, beside the general conversion: the same bytes, or
+// none at all.
+#include "text/short_decimal.h"
+
+#include <gtest/gtest.h>
+#include <vncommon/numbers.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "text/conversion.h"
+
+namespace {
+
+std::string general(double x) {
+    char buffer[64];
+    return vncommon::layOutShortest(buffer, x);
+}
+
+// Empty when the fast path does not take x.
+std::string fast(double x) {
+    char buffer[64];
+    const char* begin = buffer;
+    const char* end = vncommon::writeShortDecimal(buffer, x);
+    return end == nullptr ? std::string() : std::string(begin, end);
+}
+
+// The fast path gives the general text or nothing, and the formatters the general text.
+void expectRight(double x) {
+    const std::string text = general(x);
+    const std::string quick = fast(x);
+    if (!quick.empty()) {
+        ASSERT_EQ(quick, text);
+    }
+    char buffer[64];
+    ASSERT_EQ(vncommon::writeShortest(buffer, x), buffer + text.size());
+    ASSERT_EQ(buffer, text);
+    ASSERT_STREQ(vn_g_fmt(buffer, x), text.c_str());
+}
+
+TEST(ShortDecimal, TakesWhatPeopleWrite) {
+    for (const char* text : {"1", "-1", "100000", "123456789", "999999999", ".5", "-.25", ".0001",
+                             "1.000001", "999999999.999999", "101.25", "-7.1", ".000999"}) {
+        EXPECT_EQ(fast(std::stod(text)), text);
+    }
+}
+
+TEST(ShortDecimal, LeavesTheRest) {
+    const double infinity = std::numeric_limits<double>::infinity();
+    for (const double x : {0.0, -0.0, 1e6, 3e6, 7e8, 1e9, 9.9e-5, 1e-7, 1.0000001, 0.1 + 0.2,
+                           1.0 / 3, 5e-324, 1e300, infinity, -infinity, std::nan("")}) {
+        EXPECT_EQ(fast(x), "") << x;
+        expectRight(x);
+    }
+}
+
+TEST(ShortDecimal, AgreesOnEveryNumberOfPlaces) {
+    std::mt19937_64 random(20);
+    for (double scale = 1; scale <= 1e8; scale *= 10) {
+        for (int i = 0; i < 20000; ++i) {
+            const auto digits = static_cast<double>(random() >> (10 + random() % 50));
+            const double x = (random() % 2 == 0 ? digits : -digits) / scale;
+            expectRight(x);
+        }
+    }
+}
+
+TEST(ShortDecimal, AgreesOnTheNeighboursOfShortDecimals) {
+    std::mt19937_64 random(21);
+    for (int i = 0; i < 50000; ++i) {
+        const double x = static_cast<double>(random() % 1'000'000'000'000'000) / 1e6;
+        expectRight(x);
+        expectRight(std::nextafter(x, 0));
+        expectRight(std::nextafter(x, 1e10));
+    }
+}
+
+TEST(ShortDecimal, AgreesOnTheWholeRange) {
+    std::mt19937_64 random(22);
+    std::uniform_real_distribution<double> exponent(-5, 10);
+    for (int i = 0; i < 50000; ++i) {
+        expectRight(std::pow(10, exponent(random)));
+    }
+}
+
+}  // namespace
