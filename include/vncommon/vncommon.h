@@ -8,6 +8,7 @@
 #include <vncommon/hashmap.h>
 #include <vncommon/queue.h>
 #include <vncommon/buffers.h>
+#include <vncommon/strings.h>
 #include <vncommon/utf8.h>
 #include <vncommon/numbers.h>
 #include <vncommon/discovery.h>
