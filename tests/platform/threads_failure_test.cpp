@@ -140,6 +140,7 @@ VN_CHILD(failingCreation) {
     int runs = 0;
     errno = ENOENT;
     const vn_ThreadId thread = vn_createThread(countRun, &runs, detached);
+    failing = "";
     const bool created = arguments[0] != "pthread_create";
     if (created) {
         vn_joinThread(thread);  // the attribute was not set, so it can be joined
