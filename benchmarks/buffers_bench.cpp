@@ -92,6 +92,17 @@ void char_vn(benchmark::State& state) {
 }
 BENCHMARK(char_vn);
 
+// Across the call, as programs that are compiled already do it.
+void char_vnCalled(benchmark::State& state) {
+    void (*volatile exported)(CStringBuffer*, int) = vn_strbufAppendChar;
+    build(state, [append = exported](CStringBuffer* buffer) {
+        for (size_t i = 0; i < total; ++i) {
+            append(buffer, static_cast<int>('a' + i % 16));
+        }
+    });
+}
+BENCHMARK(char_vnCalled);
+
 void char_std(benchmark::State& state) {
     buildStd(state, [](std::string& text) {
         for (size_t i = 0; i < total; ++i) {

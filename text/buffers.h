@@ -44,8 +44,9 @@ class ReplacedBlock {
     void* block;
 };
 
-// Moves the buffer to a block with room for need characters and gives back the one before.
-char* growString(CStringBuffer* buffer, uint64_t need);
+// Moves the buffer to a block with room for need characters and gives back the one before. Kept
+// out of its callers, whose usual path then needs no registers of its own.
+[[gnu::cold, gnu::noinline]] char* growString(CStringBuffer* buffer, uint64_t need);
 
 // Makes room for length more characters and the terminator.
 inline ReplacedBlock reserve(CStringBuffer* buffer, uint64_t length) {

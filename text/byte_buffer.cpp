@@ -9,7 +9,8 @@ namespace {
 
 // A new block of the given capacity for the buffer, which gives back the one before; the
 // contents are copied to offset.
-uint8_t* moveToBlock(CByteBuffer* buffer, uint64_t capacity, uint64_t offset) {
+[[gnu::cold, gnu::noinline]] uint8_t* moveToBlock(CByteBuffer* buffer, uint64_t capacity,
+                                                  uint64_t offset) {
     uint8_t* block = static_cast<uint8_t*>(vn_malloc(capacity));
     memcpy(block + offset, buffer->data, buffer->size);
     uint8_t* replaced = buffer->data;
@@ -68,9 +69,14 @@ uint8_t* vn_bytebufAppendBytes(CByteBuffer* buffer, const void* bytes, uint64_t 
 }
 
 uint64_t vn_bytebufAppendByte(CByteBuffer* buffer, int byte) {
-    const ReplacedBlock replaced = reserve(buffer, 1);
-    buffer->data[buffer->size] = static_cast<uint8_t>(byte);
-    return buffer->size++;
+    const uint64_t index = buffer->size;
+    if (index >= buffer->capacity) [[unlikely]] {
+        const uint64_t need = vncommon::addSizes(index, 1);
+        vn_free(moveToBlock(buffer, vncommon::grownCapacity(need), 0));
+    }
+    buffer->data[index] = static_cast<uint8_t>(byte);
+    buffer->size = index + 1;
+    return index;
 }
 
 void vn_bytebufInsertBytesAtStart(CByteBuffer* buffer, const void* bytes, uint64_t length) {

@@ -43,6 +43,12 @@ char* append(CStringBuffer* buffer, const char* text, uint64_t length) {
     return start;
 }
 
+// Apart from vn_strbufAppendChar, which as a leaf takes 3.1 ns instead of 3.5.
+[[gnu::cold, gnu::noinline]] void growAndAppendChar(CStringBuffer* buffer, int character) {
+    const char text = static_cast<char>(character);
+    append(buffer, &text, 1);
+}
+
 // For results that outgrew the stack. Formatted outside of the buffer, because an argument may
 // lie in it.
 void appendLongFormat(CStringBuffer* buffer, const char* format, va_list arguments,
@@ -148,9 +154,14 @@ char* vn_strbufAppendStringN(CStringBuffer* buffer, const char* text, uint64_t l
 }
 
 void vn_strbufAppendChar(CStringBuffer* buffer, int character) {
-    const ReplacedBlock replaced = reserve(buffer, 1);
-    buffer->data[buffer->size++] = static_cast<char>(character);
-    buffer->data[buffer->size] = '\0';
+    const uint64_t size = buffer->size;
+    if (size >= buffer->capacity - 1) [[unlikely]] {
+        return growAndAppendChar(buffer, character);
+    }
+    char* end = buffer->data + size;
+    buffer->size = size + 1;
+    end[0] = static_cast<char>(character);
+    end[1] = '\0';
 }
 
 char* vn_strbufAppendBuf(CStringBuffer* buffer, const CStringBuffer* other) {

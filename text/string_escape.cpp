@@ -11,87 +11,94 @@
 
 namespace {
 
-// The escape of one character. Text is copied with the fixed width of its table, so that table's
-// room per character is never less than that.
-struct Escape {
-    char character;
+// What becomes of one byte.
+struct Translation {
+    char text[4];
     uint8_t length;
-    char text[5];
 };
 
-constexpr std::array<Escape, 4> plainEscapes = {{
-    {'\n', 2, "\\n"},
-    {'\r', 2, "\\r"},
-    {'"', 2, "\\\""},
-    {'\\', 2, "\\\\"},
-}};
+using Translations = std::array<Translation, 256>;
+
+constexpr Translations copies = [] {
+    Translations table = {};
+    for (unsigned byte = 0; byte < table.size(); ++byte) {
+        table[byte] = {{static_cast<char>(byte)}, 1};
+    }
+    return table;
+}();
+
+constexpr Translations plainTranslations = [] {
+    Translations table = copies;
+    table['\n'] = {{'\\', 'n'}, 2};
+    table['\r'] = {{'\\', 'r'}, 2};
+    table['"'] = {{'\\', '"'}, 2};
+    table['\\'] = {{'\\', '\\'}, 2};
+    return table;
+}();
 
 // For a reader that removes escapes twice.
-constexpr std::array<Escape, 5> semiColonEscapes = {{
-    {'\n', 2, "\\n"},
-    {'\r', 2, "\\r"},
-    {'"', 2, "\\\""},
-    {';', 3, "\\\\;"},
-    {'\\', 4, "\\\\\\\\"},
-}};
+constexpr Translations semiColonTranslations = [] {
+    Translations table = plainTranslations;
+    table[';'] = {{'\\', '\\', ';'}, 3};
+    table['\\'] = {{'\\', '\\', '\\', '\\'}, 4};
+    return table;
+}();
 
-// escapes: the table. width: the longest escape, which is the room kept for each character.
-template <const auto& escapes, size_t width>
+// width: the longest translation, which is the room that is kept for each character. Each
+// character may therefore be written with that many bytes, the surplus of which the next
+// overwrites.
+template <const Translations& translations, size_t width>
 struct Escaper {
-    // By byte: the number of its escape counted from 1, or 0.
-    static constexpr std::array<uint8_t, 256> escapeOf = [] {
-        std::array<uint8_t, 256> table = {};
-        for (size_t i = 0; i < escapes.size(); ++i) {
-            table[static_cast<uint8_t>(escapes[i].character)] = static_cast<uint8_t>(i + 1);
+    static char* translate(char* to, const char* from, const char* end) {
+        for (; from != end; ++from) {
+            const Translation& translation = translations[static_cast<uint8_t>(*from)];
+            memcpy(to, translation.text, width);
+            to += translation.length;
         }
-        return table;
-    }();
+        return to;
+    }
 
 #ifdef __SSE2__
-    // Copies 16 bytes; bit i of the result tells that byte i needs an escape.
+    static constexpr ptrdiff_t blockSize = 16;
+
+    // Copies a block; bit i of the result tells that byte i needs an escape.
     static unsigned copyBlock(char* to, const char* from) {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
         __m128i found = _mm_setzero_si128();
-        for (const Escape& escape : escapes) {
-            found = _mm_or_si128(found, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(escape.character)));
+        for (const char special : {'\n', '\r', '"', '\\', ';'}) {
+            if (translations[static_cast<uint8_t>(special)].length != 1) {
+                found = _mm_or_si128(found, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(special)));
+            }
         }
         return static_cast<unsigned>(_mm_movemask_epi8(found));
     }
 
-    // Copies blocks up to the first character that needs an escape, or to the last whole block.
-    static void copyBlocks(char*& to, const char*& from, const char* end) {
-        while (end - from >= 16) {
+    // Copies runs by the block. A block with more than two characters to escape is translated
+    // byte by byte, which takes the same time whatever it holds.
+    static char* escape(char* to, const char* from, const char* end) {
+        while (end - from >= blockSize) {
             const unsigned found = copyBlock(to, from);
-            const int clean = found == 0 ? 16 : std::countr_zero(found);
-            to += clean;
-            from += clean;
-            if (found != 0) {
-                return;
+            const unsigned afterFirst = found & (found - 1);
+            if (found == 0) {
+                to += blockSize;
+                from += blockSize;
+            } else if ((afterFirst & (afterFirst - 1)) == 0) {
+                const int clean = std::countr_zero(found);
+                to = translate(to + clean, from + clean, from + clean + 1);
+                from += clean + 1;
+            } else {
+                to = translate(to, from, from + blockSize);
+                from += blockSize;
             }
         }
+        return translate(to, from, end);
     }
 #else
-    static void copyBlocks(char*&, const char*&, const char*) {}
-#endif
-
-    // to has room for width bytes per character. Returns the end of what was written.
     static char* escape(char* to, const char* from, const char* end) {
-        while (from != end) {
-            copyBlocks(to, from, end);
-            uint8_t escapeNumber = 0;
-            while (from != end && (escapeNumber = escapeOf[static_cast<uint8_t>(*from)]) == 0) {
-                *to++ = *from++;
-            }
-            if (from != end) {
-                const Escape& escape = escapes[escapeNumber - 1u];
-                memcpy(to, escape.text, width);
-                to += escape.length;
-                ++from;
-            }
-        }
-        return to;
+        return translate(to, from, end);
     }
+#endif
 
     static void append(CStringBuffer* buffer, const char* text) {
         if (text == nullptr) {
@@ -108,9 +115,9 @@ struct Escaper {
 }  // namespace
 
 void vn_strbufAppendStringEscape(CStringBuffer* buffer, const char* text) {
-    Escaper<plainEscapes, 2>::append(buffer, text);
+    Escaper<plainTranslations, 2>::append(buffer, text);
 }
 
 void vn_strbufAppendStringEscapeSemiColon(CStringBuffer* buffer, const char* text) {
-    Escaper<semiColonEscapes, 4>::append(buffer, text);
+    Escaper<semiColonTranslations, 4>::append(buffer, text);
 }

