@@ -1,0 +1,252 @@
+// HashMap beside GHashTable and std::unordered_map: string keys and integer keys, each pass over
+// all the keys in an order of its own. The figure to compare is ns_per_op. Maps that can be made
+// with their final size are.
+#include <benchmark/benchmark.h>
+#include <vncommon/hashmap.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#ifdef VN_HAVE_GLIB_2_0
+#include <glib.h>
+#endif
+
+namespace {
+
+using Words = std::vector<void*>;
+
+// Twice as many keys as entries: the second half is missing from the map.
+struct Strings {
+    explicit Strings(size_t count) : texts(2 * count) {
+        std::mt19937_64 random(11);
+        for (std::string& text : texts) {
+            char buffer[40];
+            snprintf(buffer, sizeof buffer, "key-%016llx",
+                     static_cast<unsigned long long>(random()));
+            text = buffer;
+        }
+    }
+    Words keys() {
+        Words words;
+        for (std::string& text : texts) {
+            words.push_back(text.data());
+        }
+        return words;
+    }
+    std::vector<std::string> texts;
+};
+
+struct Integers {
+    explicit Integers(size_t count) : numbers(2 * count) {
+        std::mt19937_64 random(12);
+        for (uintptr_t& number : numbers) {
+            number = random() | 1;
+        }
+    }
+    Words keys() {
+        Words words;
+        for (const uintptr_t number : numbers) {
+            words.push_back(reinterpret_cast<void*>(number));
+        }
+        return words;
+    }
+    std::vector<uintptr_t> numbers;
+};
+
+// ---- The maps, one interface
+
+uint32_t hashInteger(const void* key) {
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key));
+}
+int32_t compareIntegers(const void* a, const void* b) {
+    return a == b ? 0 : 1;
+}
+
+template <typename Keys>
+struct Ours {
+    static constexpr bool strings = std::is_same_v<Keys, Strings>;
+    explicit Ours(size_t count)
+        : map(vn_HashMap_ctor(strings ? vn_String_hash : hashInteger,
+                              strings ? vn_String_compare : compareIntegers, nullptr, nullptr,
+                              powerOfTwo(count), 0)) {}
+    ~Ours() { vn_HashMap_dtor(map); }
+    Ours(const Ours&) = delete;
+    Ours& operator=(const Ours&) = delete;
+    static uint32_t powerOfTwo(size_t count) {
+        uint32_t size = 16;
+        while (size < count) {
+            size *= 2;
+        }
+        return size;
+    }
+    void add(void* key) { vn_HashMap_addQuick(map, key, key); }
+    void* find(void* key) { return vn_HashMap_findValue(map, key); }
+    void remove(void* key) { vn_HashMap_remove(map, key); }
+    size_t iterate() {
+        size_t sum = 0;
+        HashMapIterator* iterator = vn_HashMap_first(map);
+        do {
+            sum += reinterpret_cast<size_t>(vn_HashMapIterator_value(iterator));
+        } while (vn_HashMapIterator_next(iterator));
+        vn_HashMapIterator_dtor(iterator);
+        return sum;
+    }
+    HashMap* map;
+};
+
+template <typename Keys>
+struct Std {
+    using Key = std::conditional_t<std::is_same_v<Keys, Strings>, std::string_view, uintptr_t>;
+    explicit Std(size_t count) { map.reserve(count); }
+    static Key keyOf(void* key) {
+        if constexpr (std::is_same_v<Keys, Strings>) {
+            return static_cast<const char*>(key);
+        } else {
+            return reinterpret_cast<uintptr_t>(key);
+        }
+    }
+    void add(void* key) { map.emplace(keyOf(key), key); }
+    void* find(void* key) {
+        const auto found = map.find(keyOf(key));
+        return found != map.end() ? found->second : nullptr;
+    }
+    void remove(void* key) { map.erase(keyOf(key)); }
+    size_t iterate() {
+        size_t sum = 0;
+        for (const auto& [key, value] : map) {
+            sum += reinterpret_cast<size_t>(value);
+        }
+        return sum;
+    }
+    std::unordered_map<Key, void*> map;
+};
+
+#ifdef VN_HAVE_GLIB_2_0
+template <typename Keys>
+struct GLib {
+    static constexpr bool strings = std::is_same_v<Keys, Strings>;
+    explicit GLib(size_t)
+        : map(g_hash_table_new(strings ? g_str_hash : g_direct_hash,
+                               strings ? g_str_equal : g_direct_equal)) {}
+    ~GLib() { g_hash_table_destroy(map); }
+    GLib(const GLib&) = delete;
+    GLib& operator=(const GLib&) = delete;
+    void add(void* key) { g_hash_table_insert(map, key, key); }
+    void* find(void* key) { return g_hash_table_lookup(map, key); }
+    void remove(void* key) { g_hash_table_remove(map, key); }
+    size_t iterate() {
+        size_t sum = 0;
+        GHashTableIter iterator;
+        g_hash_table_iter_init(&iterator, map);
+        gpointer value;
+        while (g_hash_table_iter_next(&iterator, nullptr, &value)) {
+            sum += reinterpret_cast<size_t>(value);
+        }
+        return sum;
+    }
+    GHashTable* map;
+};
+#endif
+
+// ---- The measurements
+
+enum class Operation { add, find, miss, remove, iterate };
+
+class Stopwatch {
+  public:
+    double seconds() const {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+
+  private:
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+};
+
+template <typename Map>
+double timeOf(Operation operation, Map& map, const Words& keys) {
+    const Stopwatch watch;
+    size_t sum = 0;
+    if (operation == Operation::iterate) {
+        sum = map.iterate();
+    }
+    for (void* key : keys) {
+        if (operation == Operation::add) {
+            map.add(key);
+        } else if (operation == Operation::remove) {
+            map.remove(key);
+        } else if (operation != Operation::iterate) {
+            sum += reinterpret_cast<size_t>(map.find(key));
+        }
+    }
+    benchmark::DoNotOptimize(sum);
+    return watch.seconds();
+}
+
+template <template <typename> class Map, typename Keys, Operation operation>
+void measure(benchmark::State& state) {
+    const auto count = static_cast<size_t>(state.range(0));
+    Keys storage(count);
+    const Words all = storage.keys();
+    const auto middle = all.begin() + static_cast<std::ptrdiff_t>(count);
+    const Words present(all.begin(), middle);
+    Words asked = operation == Operation::miss ? Words(middle, all.end()) : present;
+    if (operation != Operation::add) {
+        std::shuffle(asked.begin(), asked.end(), std::mt19937(5));
+    }
+    constexpr bool changes = operation == Operation::add || operation == Operation::remove;
+    Map<Keys> kept(count);
+    for (void* key : present) {
+        kept.add(key);
+    }
+    for ([[maybe_unused]] auto _ : state) {
+        if constexpr (changes) {
+            Map<Keys> fresh(count);
+            for (void* key : operation == Operation::remove ? present : Words()) {
+                fresh.add(key);
+            }
+            state.SetIterationTime(timeOf(operation, fresh, asked));
+        } else {
+            state.SetIterationTime(timeOf(operation, kept, asked));
+        }
+    }
+    state.counters["ns_per_op"] = benchmark::Counter(
+        static_cast<double>(count) * 1e-9,
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+template <template <typename> class Map, typename Keys>
+void enlist(const std::string& name) {
+    const auto add = [&](const char* operation, void (*body)(benchmark::State&)) {
+        benchmark::RegisterBenchmark((name + "/" + operation).c_str(), body)
+            ->Arg(1000)
+            ->Arg(100000)
+            ->Arg(1000000)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+    };
+    add("add", measure<Map, Keys, Operation::add>);
+    add("find", measure<Map, Keys, Operation::find>);
+    add("miss", measure<Map, Keys, Operation::miss>);
+    add("remove", measure<Map, Keys, Operation::remove>);
+    add("iterate", measure<Map, Keys, Operation::iterate>);
+}
+
+[[maybe_unused]] const bool enlisted = [] {
+    enlist<Ours, Integers>("HashMap/integers");
+    enlist<Std, Integers>("std::unordered_map/integers");
+    enlist<Ours, Strings>("HashMap/strings");
+    enlist<Std, Strings>("std::unordered_map/strings");
+#ifdef VN_HAVE_GLIB_2_0
+    enlist<GLib, Integers>("GHashTable/integers");
+    enlist<GLib, Strings>("GHashTable/strings");
+#endif
+    return true;
+}();
+
+}  // namespace
