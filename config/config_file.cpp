@@ -1,0 +1,342 @@
+// Reader of the per-user configuration file: finds it, reads it line by line and keeps the
+// entries in a HashMap from category name to Vector of text.
+#include <vncommon/config_file.h>
+#include <vncommon/failure.h>
+#include <vncommon/process.h>
+#include <vncommon/strings.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr char defaultName[] = ".vantrel.conf";
+constexpr char unnamedCategory[] = "";
+
+// Plain globals: loading and unloading is for one thread at a time.
+VN_ConfigFile* Static_ConfigFile = nullptr;  // the process-wide configuration
+char* ConfigFileName = nullptr;              // of the last load; empty after a failed search
+
+// ---- Finding the file
+
+struct OpenFile {
+    FILE* stream = nullptr;
+    char* name = nullptr;  // as it was opened, from the checked allocator
+};
+
+// Takes over the name.
+OpenFile openNamed(char* name) {
+    const OpenFile file{vn_openStreamUTF8(name, "r"), name};
+    if (file.stream == nullptr) {
+        vn_free(name);
+        return {};
+    }
+    return file;
+}
+
+OpenFile openInDirectory(const char* directory) {
+    const size_t length = strlen(directory);
+    char* path = static_cast<char*>(vn_malloc(length + 1 + sizeof defaultName));
+    memcpy(path, directory, length);
+    path[length] = '/';
+    memcpy(path + length + 1, defaultName, sizeof defaultName);
+    return openNamed(path);
+}
+
+OpenFile openFirst(const char* fileName) {
+    OpenFile file;
+    if (fileName != nullptr) {
+        file = openNamed(vn_strdup(fileName));
+    }
+    if (file.stream == nullptr) {
+        file = openNamed(vn_strdup(defaultName));
+    }
+    if (file.stream == nullptr) {
+        const char* home = getenv("HOME");
+        const char* directory = home != nullptr ? home : getenv("VANTREL_HOME");
+        file = directory != nullptr ? openInDirectory(directory) : OpenFile{};
+    }
+    return file;
+}
+
+// ---- Reading lines
+
+// Hands out the lines of a stream, each with its line feed, in a buffer that the caller may
+// write to. There is always one more byte behind the line to write to.
+class LineReader {
+  public:
+    explicit LineReader(FILE* source)
+        : stream(source), buffer(static_cast<char*>(vn_malloc(initialCapacity + 1))) {}
+    ~LineReader() { vn_free(buffer); }
+    LineReader(const LineReader&) = delete;
+    LineReader& operator=(const LineReader&) = delete;
+
+    // The next line, up to *end, or null after the last. The byte at *end is the caller's to
+    // change, but has to be put back. When reading fails, what was read of the last line is
+    // dropped.
+    char* next(char** end) {
+        size_t searched = begin;
+        for (;;) {
+            void* feed = memchr(buffer + searched, '\n', filled - searched);
+            if (feed != nullptr) {
+                *end = static_cast<char*>(feed) + 1;
+                return take(*end);
+            }
+            const size_t seen = filled - begin;
+            if (!refill()) {
+                break;
+            }
+            searched = begin + seen;
+        }
+        if (begin == filled || ferror(stream) != 0) {
+            return nullptr;
+        }
+        *end = buffer + filled;
+        return take(*end);
+    }
+
+  private:
+    char* take(const char* end) {
+        char* line = buffer + begin;
+        begin = static_cast<size_t>(end - buffer);
+        return line;
+    }
+
+    // Moves the unfinished line to the front, makes room if it fills the buffer, and reads on.
+    bool refill() {
+        memmove(buffer, buffer + begin, filled - begin);
+        filled -= begin;
+        begin = 0;
+        if (filled == capacity) {
+            capacity *= 2;
+            buffer = static_cast<char*>(vn_realloc(buffer, capacity + 1));
+        }
+        const size_t count = fread(buffer + filled, 1, capacity - filled, stream);
+        filled += count;
+        buffer[filled] = '\0';
+        return count > 0;
+    }
+
+    static constexpr size_t initialCapacity = 64 * 1024;
+    FILE* stream;
+    char* buffer;
+    size_t capacity = initialCapacity;
+    size_t begin = 0;   // of what is not handed out yet
+    size_t filled = 0;  // end of what was read
+};
+
+// ---- Lines
+
+// Resolves quotes and escapes in place; returns the end of what is left. `from` is the first byte
+// that is not plain text. A NUL ends the line wherever it stands.
+char* resolveQuotes(char* from, const char* end) {
+    bool escaped = false;
+    bool inSingle = false;
+    bool inDouble = false;
+    char* to = from;
+    for (; from != end && *from != '\0'; ++from) {
+        const char c = *from;
+        if (escaped) {
+            escaped = false;
+            *to++ = c;
+        } else if (c == '\\') {
+            escaped = true;
+        } else if (c == '"' && !inSingle) {
+            inDouble = !inDouble;
+        } else if (c == '\'' && !inDouble) {
+            inSingle = !inSingle;
+        } else if (c != '\n' || inSingle || inDouble) {
+            *to++ = c;
+        }
+    }
+    return to;
+}
+
+// Most lines are plain text up to their line feed: strcspn finds that out at several bytes per
+// cycle.
+void addEntry(Vector* category, char* line, char* end) {
+    char* entryEnd = line + strcspn(line, "\n\\\"'");
+    if (entryEnd != end && *entryEnd != '\n' && *entryEnd != '\0') {
+        entryEnd = resolveQuotes(entryEnd, end);
+    }
+    if (entryEnd == line) {
+        return;
+    }
+    const char behind = *entryEnd;
+    *entryEnd = '\0';
+    vn_Vector_add(category, line);
+    *entryEnd = behind;
+}
+
+// Cuts the line down to the category's name.
+char* categoryName(char* line, char* end) {
+    *end = '\0';
+    if (char* bracket = strchr(line, ']'); bracket != nullptr) {
+        *bracket = '\0';
+    }
+    vn_rtrim(line);
+    return line + 1;
+}
+
+// ---- The table of categories
+
+void* insertEntry(void* entry) {
+    return vn_strdup(static_cast<const char*>(entry));
+}
+
+void* removeEntry(void* entry) {
+    vn_free(entry);
+    return nullptr;
+}
+
+void insertCategory(HashMapEntry* entry, void* key, void* value) {
+    entry->key = vn_strdup(static_cast<const char*>(key));
+    entry->value = value;
+}
+
+void* removeCategory(HashMapEntry* entry) {
+    vn_free(entry->key);
+    vn_Vector_dtor(static_cast<Vector*>(entry->value));
+    entry->key = nullptr;
+    entry->value = nullptr;
+    return nullptr;
+}
+
+// The category of that name, made when there is none yet.
+Vector* needCategory(HashMap* categories, const char* name) {
+    auto* category = static_cast<Vector*>(vn_HashMap_findValue(categories, name));
+    if (category == nullptr) {
+        category = vn_Vector_ctor(vn_String_compare, insertEntry, removeEntry, 0, 1);
+        vn_HashMap_addQuick(categories, const_cast<char*>(name), category);
+    }
+    return category;
+}
+
+void readLines(FILE* stream, HashMap* categories) {
+    Vector* current = needCategory(categories, unnamedCategory);
+    LineReader reader(stream);
+    char* end;
+    while (char* line = reader.next(&end)) {
+        if (*line == '[') {
+            const char behind = *end;
+            current = needCategory(categories, categoryName(line, end));
+            *end = behind;
+        } else if (*line != '#') {
+            addEntry(current, line, end);
+        }
+    }
+}
+
+// ---- Handles
+
+// Replaces the name of the last load; takes over the new one.
+void rememberName(char* name) {
+    vn_free(ConfigFileName);
+    ConfigFileName = name;
+}
+
+VN_ConfigFileCategory* makeCategory(Vector* entries, uint32_t cursor) {
+    auto* category = static_cast<VN_ConfigFileCategory*>(vn_malloc(sizeof(VN_ConfigFileCategory)));
+    category->entries = entries;
+    category->cursor = cursor;
+    return category;
+}
+
+// A handle on the category at the cursor, or null past the last. It starts past its entries.
+VN_ConfigFileCategory* categoryAtCursor(const VN_ConfigFile* config) {
+    auto* entries = static_cast<Vector*>(vn_HashMapIterator_value(config->iterator));
+    return entries != nullptr ? makeCategory(entries, vn_Vector_size(entries)) : nullptr;
+}
+
+const char* entryAtCursor(const VN_ConfigFileCategory* category) {
+    return static_cast<const char*>(vn_Vector_get(category->entries, category->cursor));
+}
+
+}  // namespace
+
+const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out) {
+    if (out == nullptr && Static_ConfigFile != nullptr) {
+        return ConfigFileName;
+    }
+    auto* config = static_cast<VN_ConfigFile*>(vn_malloc(sizeof(VN_ConfigFile)));
+    config->categories = nullptr;
+    config->iterator = nullptr;
+    (out != nullptr ? *out : Static_ConfigFile) = config;
+
+    const OpenFile file = openFirst(fileName);
+    if (file.stream == nullptr) {
+        // *out keeps pointing to the freed handle, and a configuration loaded earlier is
+        // forgotten without being freed: deliberate, callers hold pointers into it.
+        rememberName(vn_strdup(""));
+        vn_free(config);
+        Static_ConfigFile = nullptr;
+        return nullptr;
+    }
+    rememberName(file.name);
+    config->categories =
+        vn_HashMap_ctor(vn_String_hash, vn_String_compare, insertCategory, removeCategory, 0, 1);
+    readLines(file.stream, config->categories);
+    const bool complete = feof(file.stream) != 0;
+    fclose(file.stream);
+    return complete ? ConfigFileName : nullptr;
+}
+
+void VN_ConfigFile_Unload(void) {
+    if (Static_ConfigFile == nullptr) {
+        return;
+    }
+    vn_HashMap_dtor(Static_ConfigFile->categories);
+    VN_ConfigFile_Release(Static_ConfigFile);
+    Static_ConfigFile = nullptr;
+}
+
+bool VN_ConfigFile_IsLoaded(void) {
+    return Static_ConfigFile != nullptr;
+}
+
+VN_ConfigFile* VN_ConfigFile_Get(void) {
+    return Static_ConfigFile;
+}
+
+uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config) {
+    return vn_HashMap_size(config->categories);
+}
+
+VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config) {
+    vn_HashMapIterator_dtor(config->iterator);
+    config->iterator = vn_HashMap_first(config->categories);
+    return categoryAtCursor(config);
+}
+
+VN_ConfigFileCategory* VN_ConfigFile_GetNextCategory(VN_ConfigFile* config) {
+    return vn_HashMapIterator_next(config->iterator) ? categoryAtCursor(config) : nullptr;
+}
+
+VN_ConfigFileCategory* VN_ConfigFile_GetCategory(VN_ConfigFile* config, const char* name) {
+    auto* entries = static_cast<Vector*>(vn_HashMap_findValue(config->categories, name));
+    return entries != nullptr ? makeCategory(entries, vn_Vector_size(entries) - 1) : nullptr;
+}
+
+void VN_ConfigFile_Release(VN_ConfigFile* config) {
+    vn_HashMapIterator_dtor(config->iterator);
+    vn_free(config);
+}
+
+uint32_t VN_ConfigFileCategory_GetEntryCount(VN_ConfigFileCategory* category) {
+    return vn_Vector_size(category->entries);
+}
+
+const char* VN_ConfigFileCategory_GetFirstEntry(VN_ConfigFileCategory* category) {
+    category->cursor = 0;
+    return entryAtCursor(category);
+}
+
+const char* VN_ConfigFileCategory_GetNextEntry(VN_ConfigFileCategory* category) {
+    ++category->cursor;
+    return entryAtCursor(category);
+}
+
+void VN_ConfigFileCategory_Release(VN_ConfigFileCategory* category) {
+    vn_free(category);
+}

@@ -1,0 +1,105 @@
+/* The per-user configuration file ".vantrel.conf": named categories of free-form text entries.
+ *
+ * Format. The file is read as bytes, line by line; a line may have any length, no encoding is
+ * assumed, and a NUL byte hides the rest of its line. The first byte of a line decides:
+ *
+ *     #...       a comment. Anywhere else, also after a blank, "#" is ordinary text.
+ *     [name]     starts a category, or goes back to it if it exists. The name is what stands
+ *                between "[" and the first "]" (or the end of the line), without trailing white
+ *                space; leading blanks belong to it. The rest of the line is ignored. Names are
+ *                case-sensitive; "[]" is the unnamed category.
+ *     else       an entry of the current category, unless nothing is left of it.
+ *
+ * Entries before the first header belong to the unnamed category, which always exists. In an
+ * entry, a backslash takes the next byte as it is, single or double quotes protect each other,
+ * and both are dropped. Blanks, also leading and trailing ones, and the carriage return of a CR
+ * LF line end stay. A quote left open ends with its line, whose line feed then belongs to the
+ * entry, as does a line feed after a backslash: no entry goes on in the next line. Duplicates are
+ * kept; entries stay in the order of the file.
+ *
+ * Cost: loading takes time in proportion to the file; a configuration takes some 40 bytes per
+ * entry beside its text.
+ *
+ * Thread-safety: none, and one configuration is process-wide: load, unload and walk from one
+ * thread at a time. A loaded configuration does not change any more.
+ */
+#ifndef VNCOMMON_CONFIG_FILE_H
+#define VNCOMMON_CONFIG_FILE_H
+
+#include <vncommon/api.h>
+#include <vncommon/hashmap.h>
+#include <vncommon/vector.h>
+
+VN_BEGIN_DECLS
+
+typedef struct VN_ConfigFile {
+    HashMap* categories;       /* from names to Vectors of entries (NUL-terminated text) */
+    HashMapIterator* iterator; /* the category cursor; null before GetFirstCategory */
+} VN_ConfigFile;
+
+typedef struct VN_ConfigFileCategory {
+    Vector* entries; /* the configuration's */
+    uint32_t cursor; /* index of the current entry */
+} VN_ConfigFileCategory;
+
+/* Loads the first of these files that can be opened:
+ *   1. fileName, unless it is null;
+ *   2. ".vantrel.conf" in the working directory;
+ *   3. ".vantrel.conf" in the directory that HOME names, or, only when HOME is not set, in the
+ *      one that VANTREL_HOME names. Where HOME is set, VANTREL_HOME is deliberately not tried.
+ *
+ * With out null the process-wide configuration is loaded, unless it is loaded already: then
+ * nothing is read and fileName is ignored. Otherwise a private configuration is loaded and *out
+ * set to it; it can be walked like the other, and VN_ConfigFile_Release ends the handle.
+ *
+ * Returns the name of the file, which stays readable until the next call that loads, and belongs
+ * to the library. Returns null
+ *   - when no file could be opened. The process-wide configuration is then forgotten, without
+ *     being freed, even when the call was for a private one, and *out is not to be used: it
+ *     points to memory that is freed already. Programs rely on this order of things.
+ *   - when reading failed before the end of the file (it is a directory, for instance). What was
+ *     read before stays loaded.
+ */
+VN_API const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out);
+
+/* Frees the process-wide configuration with all its names and entries; does nothing when none is
+ * loaded. Category handles made from it must not be used any more, only released. */
+VN_API void VN_ConfigFile_Unload(void);
+
+/* Whether the process-wide configuration is loaded, and its handle (null when it is not). The
+ * handle is ended by VN_ConfigFile_Unload, not by VN_ConfigFile_Release. */
+VN_API bool VN_ConfigFile_IsLoaded(void);
+VN_API VN_ConfigFile* VN_ConfigFile_Get(void);
+
+/* The number of categories, the unnamed one included. */
+VN_API uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config);
+
+/* Walk the categories, in the order of the map that holds them (not of the file). Each call
+ * returns a new handle, for the caller to end with VN_ConfigFileCategory_Release, or null past
+ * the last category (GetNextCategory also before GetFirstCategory). The cursor belongs to the
+ * configuration: two walks at a time disturb each other. */
+VN_API VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config);
+VN_API VN_ConfigFileCategory* VN_ConfigFile_GetNextCategory(VN_ConfigFile* config);
+
+/* A new handle on the category of exactly this name ("" is the unnamed one), ended by
+ * VN_ConfigFileCategory_Release; null when there is none. */
+VN_API VN_ConfigFileCategory* VN_ConfigFile_GetCategory(VN_ConfigFile* config, const char* name);
+
+/* Frees the handle of a private configuration and its category cursor. The categories
+ * deliberately stay allocated: category handles and entries remain good. */
+VN_API void VN_ConfigFile_Release(VN_ConfigFile* config);
+
+/* The number of entries. */
+VN_API uint32_t VN_ConfigFileCategory_GetEntryCount(VN_ConfigFileCategory* category);
+
+/* Walk the entries in the order of the file; null past the last. The text belongs to the
+ * configuration. A fresh handle stands past its entries: start with GetFirstEntry. */
+VN_API const char* VN_ConfigFileCategory_GetFirstEntry(VN_ConfigFileCategory* category);
+VN_API const char* VN_ConfigFileCategory_GetNextEntry(VN_ConfigFileCategory* category);
+
+/* Frees the handle; the entries stay. */
+VN_API void VN_ConfigFileCategory_Release(VN_ConfigFileCategory* category);
+
+VN_END_DECLS
+
+#endif
