@@ -15,6 +15,7 @@
 #include <vncommon/platform.h>
 #include <vncommon/process.h>
 #include <vncommon/maths.h>
+#include <vncommon/config_file.h>
 #include <vncommon/event_writer.h>
 
 #endif
