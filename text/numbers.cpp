@@ -1,5 +1,5 @@
-// The exported formatters and the reader: a fast path wherever it gives the same bytes as the
-// general path (conversion.h), which takes the rest.
+// The exported formatters: fast paths wherever they give the same bytes as the general path
+// (conversion.h), which takes the rest.
 //
 // Fast and general path agree on the hard classes and on random doubles: tests/text, and its soak.
 #include <vncommon/numbers.h>
@@ -19,21 +19,63 @@ namespace {
 // The longest shortest form, "-1.7976931348623157e+308", without its terminator.
 constexpr int shortestLength = 24;
 
-// Length of the exponent ("e+06", "e-300") at the end of a scientific text.
-ptrdiff_t exponentLength(const char* end) {
-    return end[-4] == 'e' ? 4 : 5;
+constexpr double powersOfTen[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+
+char* putWhole(char* out, uint64_t value) {
+    return std::to_chars(out, out + 20, value).ptr;
 }
 
-int exponentValue(const char* text, ptrdiff_t length) {
-    int magnitude = 0;
-    for (ptrdiff_t i = 2; i < length; ++i) {
-        magnitude = magnitude * 10 + (text[i] - '0');
+// A point and `places` digits. scale is 10^places; the digit that it adds makes way for the point.
+char* putFraction(char* out, uint64_t fraction, uint64_t scale) {
+    char* end = putWhole(out, fraction + scale);
+    *out = '.';
+    return end;
+}
+
+// Integers and decimals of few places, as people write them: three times as fast as std::to_chars
+// on prices, and a few nanoseconds lost on others. Gives the end, or null for what is left to do.
+//
+// The doubles around an integer below 2^53 are 1 away or nearer, and a shorter text would be
+// another integer. No two decimals of at most 15 digits share a double, so when x is the one
+// nearest to scaled / 10^6, that decimal without trailing zeros is its shortest text.
+char* putShortDecimal(char* out, double x) {
+    constexpr uint64_t scale = 1'000'000;
+    const double magnitude = std::fabs(x);
+    if (magnitude >= 0x1p53 || magnitude < 1e-3) {
+        return nullptr;
     }
+    *out = '-';
+    out += std::signbit(x) ? 1 : 0;
+    const auto whole = static_cast<uint64_t>(magnitude);
+    if (static_cast<double>(whole) == magnitude) {
+        return whole % scale == 0 ? nullptr : putWhole(out, whole);  // six zeros: an exponent
+    }
+    if (magnitude >= 1e9) {
+        return nullptr;
+    }
+    const auto scaled = static_cast<uint64_t>(magnitude * scale + 0.5);
+    if (static_cast<double>(scaled) / scale != magnitude) {
+        return nullptr;
+    }
+    if (whole != 0) {
+        out = putWhole(out, whole);
+    }
+    out = putFraction(out, scaled % scale, scale);
+    while (out[-1] == '0') {
+        --out;
+    }
+    return out;
+}
+
+// The exponent at the end of a scientific text, of two digits: "e+06", "e-05".
+constexpr ptrdiff_t exponentLength = 4;
+
+int exponentValue(const char* text) {
+    const int magnitude = (text[2] - '0') * 10 + (text[3] - '0');
     return text[1] == '-' ? -magnitude : magnitude;
 }
 
 // Turns "d.ddd" into the fixed form with the point behind the first `point` digits; gives its end.
-// Nothing moves by more than 4 places.
 char* moveThePoint(char* text, int count, int point) {
     if (point <= 0) {
         const int zeros = -point;
@@ -53,6 +95,48 @@ char* moveThePoint(char* text, int count, int point) {
     memset(text + count, '0', static_cast<size_t>(point - count));
     return text + point;
 }
+
+// Any finite x. The scientific form of std::to_chars is ours already, to the byte; only the range
+// of the fixed form is not. Gives the end.
+//
+// 17 digits and 5 zeros do not reach to 1e22, and below 1e-5 there is no fixed form either.
+char* putShortest(char* out, double x) {
+    char* end = std::to_chars(out, out + shortestLength, x, std::chars_format::scientific).ptr;
+    const double magnitude = std::fabs(x);
+    if (magnitude >= 1e22 || (magnitude < 1e-5 && magnitude != 0)) {
+        return end;
+    }
+    const char* exponent = end - exponentLength;
+    const int point = exponentValue(exponent) + 1;
+    char* text = out + (*out == '-' ? 1 : 0);
+    const auto width = static_cast<int>(exponent - text);
+    const int count = width == 1 ? 1 : width - 1;
+    const bool fixed = point >= -3 && point <= count + 5;
+    return fixed ? moveThePoint(text, count, point) : end;
+}
+
+// Rounds x to few places by one multiplication, a third of the time of std::to_chars. Gives the
+// end, or null where that may err.
+//
+// The product is off by 2^-10 at most, so a remainder below 0.499 is truly below one half.
+char* putRounded(char* out, double x, int places) {
+    const double scaled = std::fabs(x) * powersOfTen[places];
+    if (scaled >= 0x1p43) {
+        return nullptr;
+    }
+    const auto nearest = static_cast<uint64_t>(scaled + 0.5);
+    if (std::fabs(scaled - static_cast<double>(nearest)) > 0.499) {
+        return nullptr;
+    }
+    *out = '-';
+    out += std::signbit(x) ? 1 : 0;
+    const auto scale = static_cast<uint64_t>(powersOfTen[places]);
+    out = putWhole(out, nearest / scale);
+    return places == 0 ? out : putFraction(out, nearest % scale, scale);
+}
+
+constexpr int mostRoundedPlaces = 9;
+constexpr unsigned roundedSize = 32;  // sign, 13 digits, point, 9 digits and more
 
 // Writes a finite x. What does not fit leaves its first characters, as on the general path.
 char* putSized(char* buf, unsigned size, double x, std::chars_format form, int precision) {
@@ -77,15 +161,9 @@ char* vncommon::writeShortest(char* buf, double x) {
     if (!std::isfinite(x)) [[unlikely]] {
         return buf + strlen(layOutShortest(buf, x));
     }
-    // The scientific form is ours already, to the byte; only the range of the fixed form is not.
-    char* end = std::to_chars(buf, buf + shortestLength, x, std::chars_format::scientific).ptr;
-    const ptrdiff_t tail = exponentLength(end);
-    const int point = exponentValue(end - tail, tail) + 1;
-    char* text = buf + (*buf == '-' ? 1 : 0);
-    const auto width = static_cast<int>(end - tail - text);
-    const int count = width == 1 ? 1 : width - 1;
-    if (point >= -3 && point <= count + 5) {
-        end = moveThePoint(text, count, point);
+    char* end = putShortDecimal(buf, x);
+    if (end == nullptr) {
+        end = putShortest(buf, x);
     }
     *end = '\0';
     return end;
@@ -100,6 +178,12 @@ char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x) {
     if (size < 2 || precision < 0 || !std::isfinite(x)) {
         return layOutFixed(buf, size, precision, x);
     }
+    if (size >= roundedSize && precision <= mostRoundedPlaces) {
+        if (char* end = putRounded(buf, x, precision)) {
+            *end = '\0';
+            return buf;
+        }
+    }
     return putSized(buf, size, x, std::chars_format::fixed, std::min(precision, largestPrecision));
 }
 
@@ -109,62 +193,4 @@ char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double x) {
     }
     const int places = std::clamp(precision, 1, largestPrecision) - 1;
     return putSized(buf, size, x, std::chars_format::scientific, places);
-}
-
-namespace {
-
-// Longer texts go to netlib, whose limit on exponents they could reach: it takes those beyond 19999
-// for 19999, which no text of this length can tell from the true one, but a longer one could.
-constexpr ptrdiff_t longestFastText = 16384;
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-// The decimal number at the start of text, which has a digit or a point there: the first character
-// that cannot belong to it, or null when it is too long to read fast.
-const char* boundOfNumber(const char* text) {
-    const char* at = text;
-    while (isDigit(*at) || *at == '.' || *at == 'e' || *at == 'E' || *at == '+' || *at == '-') {
-        if (++at - text > longestFastText) {
-            return nullptr;
-        }
-    }
-    return at;
-}
-
-// Reads the plain decimal form of a normal double. std::from_chars rounds correctly as netlib does,
-// and accepts the same characters once blanks, sign, hexadecimal and named forms are out of the
-// way. Zero and everything near the ends of the range, where errno comes in, are netlib's.
-bool readFast(const char* text, char** end, double& value) {
-    while (*text == ' ' || (*text >= '\t' && *text <= '\r')) {
-        ++text;
-    }
-    const bool negative = *text == '-';
-    if (negative || *text == '+') {
-        ++text;
-    }
-    if ((!isDigit(*text) && *text != '.') || (*text == '0' && (text[1] | 0x20) == 'x')) {
-        return false;
-    }
-    const char* bound = boundOfNumber(text);
-    if (bound == nullptr) {
-        return false;
-    }
-    const auto [stop, error] = std::from_chars(text, bound, value);
-    if (error != std::errc{} || !std::isnormal(value)) {
-        return false;
-    }
-    value = negative ? -value : value;
-    if (end != nullptr) {
-        *end = const_cast<char*>(stop);
-    }
-    return true;
-}
-
-}  // namespace
-
-double vn_strtod(const char* text, char** end) {
-    double value = 0;
-    return readFast(text, end, value) ? value : readDouble(text, end);
 }
