@@ -1,0 +1,35 @@
+// A program that loads the library, makes a logger and unloads the library again: the handler
+// that it leaves behind must still be there when a SIGHUP comes.
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace {
+
+template <typename Function>
+Function* symbol(void* library, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(library, name));
+}
+
+TEST(LoggerUnload, HandlerOutlivesTheLibrarysHandle) {
+    std::string directory = "/tmp/vn_unload_XXXXXX";
+    ASSERT_NE(mkdtemp(directory.data()), nullptr);
+    const std::string file = directory + "/log";
+    void* library = dlopen(VN_LIBRARY, RTLD_NOW);
+    ASSERT_NE(library, nullptr) << dlerror();
+    void* logger = symbol<void*()>(library, "FileLogger_ctor")();
+    symbol<int(void*, const char*, int, int)>(library, "FileLogger_SetFilename")(
+        logger, file.c_str(), 0, 1);
+    dlclose(library);
+    std::filesystem::remove(file);
+    raise(SIGHUP);
+    EXPECT_TRUE(std::filesystem::exists(file));
+    std::filesystem::remove_all(directory);
+}
+
+}  // namespace
