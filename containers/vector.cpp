@@ -5,6 +5,7 @@
 #include <vncommon/failure.h>
 #include <vncommon/vector.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -39,15 +40,50 @@ void clearTail(void** first, void** last) {
     }
 }
 
-// Moves the elements into a block of the given capacity whose other slots are zero. realloc saves
-// the copy wherever the block can grow in place: 1e5 adds take 0.38 ms, 1.48 ms with a calloc and
-// a copy.
+// No block has fewer slots, whatever the capacity says, so that the first steps of doubling stay in
+// place; what lies behind the capacity of such a block is zero. An event of eight fields is built
+// and destroyed in four fifths of the time.
+constexpr uint32_t smallestBlock = 8;
+
+// Blocks up to here come from the C library's cache of small blocks, which realloc goes past.
+constexpr uint32_t cachedBlock = 128;
+
+void** allocateSlots(uint32_t capacity) {
+    if (capacity <= smallestBlock) {
+        constexpr size_t size = smallestBlock * sizeof(void*);
+        return static_cast<void**>(memset(malloc(size), 0, size));
+    }
+    return static_cast<void**>(malloc(size_t{capacity} * sizeof(void*)));
+}
+
+// The elements in a block for another capacity. realloc saves the copy wherever a larger block can
+// grow in place: 1e5 adds take 0.38 ms, 1.48 ms with a calloc and a copy.
+void** resizedBlock(const Vector* vector, uint32_t capacity) {
+    if (capacity > cachedBlock) {
+        return static_cast<void**>(realloc(vector->data, size_t{capacity} * sizeof(void*)));
+    }
+    void** block = allocateSlots(capacity);
+    std::copy_n(vector->data, vector->size, block);
+    free(vector->data);
+    return block;
+}
+
+void releaseSlots(Vector* vector) {
+    free(vector->data);
+    vector->data = nullptr;
+    vector->capacity = 0;
+}
+
+// Moves the elements into a block of the given capacity whose other slots are zero.
 void changeCapacity(Vector* vector, uint32_t capacity) {
     if (capacity == 0) {
-        free(vector->data);
-        vector->data = nullptr;
+        return releaseSlots(vector);
+    }
+    const uint32_t old = vector->capacity;
+    if (std::max(old, capacity) <= smallestBlock && old > 0) {
+        std::fill(vector->data + vector->size, vector->data + old, nullptr);
     } else {
-        vector->data = static_cast<void**>(realloc(vector->data, size_t{capacity} * sizeof(void*)));
+        vector->data = resizedBlock(vector, capacity);
         clearTail(vector->data + vector->size, vector->data + capacity);
     }
     vector->capacity = capacity;
@@ -93,6 +129,14 @@ void* leave(const Vector* vector, void* element) {
     return vector->onRemove != nullptr ? vector->onRemove(element) : element;
 }
 
+void removeEach(const Vector* vector) {
+    if (vector->onRemove != nullptr) {
+        for (uint32_t i = 0; i < vector->size; ++i) {
+            vector->onRemove(vector->data[i]);
+        }
+    }
+}
+
 // The rare cases of add and remove stay out of line and are reached by a jump: the usual ones then
 // save no registers, which makes them 1.4 times as fast.
 [[gnu::noinline]] uint32_t addWithGrowthOrHook(Vector* vector, void* element) {
@@ -126,16 +170,14 @@ void vn_Vector_init(Vector* vector, vn_VectorCompare compare, vn_VectorOnAdd onA
     vector->capacity = initialCapacity;
     vector->initialCapacity = initialCapacity;
     vector->shrink = shrink != 0;
-    vector->data = initialCapacity == 0
-                       ? nullptr
-                       : static_cast<void**>(malloc(size_t{initialCapacity} * sizeof(void*)));
+    vector->data = initialCapacity == 0 ? nullptr : allocateSlots(initialCapacity);
     vector->compare = compare;
     vector->onAdd = onAdd;
     vector->onRemove = onRemove;
 }
 
 void vn_Vector_cleanup(Vector* vector) {
-    vn_Vector_removeAll(vector);
+    removeEach(vector);
     free(vector->data);
 }
 
@@ -196,11 +238,7 @@ bool vn_Vector_find(const Vector* vector, const void* key, uint32_t* index) {
 }
 
 void vn_Vector_removeAll(Vector* vector) {
-    if (vector->onRemove != nullptr) {
-        for (uint32_t i = 0; i < vector->size; ++i) {
-            vector->onRemove(vector->data[i]);
-        }
-    }
+    removeEach(vector);
     vn_Vector_clear(vector);
 }
 

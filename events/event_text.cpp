@@ -9,6 +9,7 @@
 #include <vncommon/numbers.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 #include <climits>
@@ -31,18 +32,17 @@ const char* orEmpty(const char* text) {
 
 // The letter behind the backslash that stands for a byte, 0 for the bytes that stand for
 // themselves.
-constexpr char escapeLetter(char c) {
-    switch (c) {
-        case '"':
-        case '\\':
-            return c;
-        case '\t':
-            return 't';
-        case '\n':
-            return 'n';
-        default:
-            return 0;
-    }
+constexpr std::array<char, 256> escapeLetters = [] {
+    std::array<char, 256> letters{};
+    letters['"'] = '"';
+    letters['\\'] = '\\';
+    letters['\t'] = 't';
+    letters['\n'] = 'n';
+    return letters;
+}();
+
+char escapeLetter(char c) {
+    return escapeLetters[static_cast<unsigned char>(c)];
 }
 
 // Whether any of the eight bytes is c.
@@ -52,29 +52,51 @@ constexpr bool anyByteIs(uint64_t bytes, char c) {
     return ((zeroWhereEqual - ones) & ~zeroWhereEqual & (ones << 7)) != 0;
 }
 
-// Whether a string is escaped at all: tabs and newlines alone do not make it so, on purpose.
-bool needsEscapes(std::string_view text) {
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    for (; end - at >= 8; at += 8) {
+bool asksForEscapes(uint64_t bytes) {
+    return anyByteIs(bytes, '"') || anyByteIs(bytes, '\\');
+}
+
+bool asksForEscapes(char c) {
+    return c == '"' || c == '\\';
+}
+
+// Copies a string that is not escaped; false, with some of it copied, for one that is. Tabs and
+// newlines alone do not make it so, on purpose. Looking and copying in one go, eight bytes at a
+// time, takes half the time of a search and a memcpy.
+bool copyUnescaped(char* to, std::string_view text) {
+    constexpr size_t width = sizeof(uint64_t);
+    const auto copyWord = [&](size_t offset) {
         uint64_t bytes;
-        memcpy(&bytes, at, sizeof bytes);
-        if (anyByteIs(bytes, '"') || anyByteIs(bytes, '\\')) {
-            return true;
+        memcpy(&bytes, text.data() + offset, width);
+        memcpy(to + offset, &bytes, width);
+        return !asksForEscapes(bytes);
+    };
+    if (text.size() < width) {
+        for (const char c : text) {
+            if (asksForEscapes(c)) {
+                return false;
+            }
+            *to++ = c;
+        }
+        return true;
+    }
+    const size_t last = text.size() - width;
+    for (size_t offset = 0; offset < last; offset += width) {
+        if (!copyWord(offset)) {
+            return false;
         }
     }
-    for (; at != end; ++at) {
-        if (*at == '"' || *at == '\\') {
-            return true;
-        }
-    }
-    return false;
+    return copyWord(last);
+}
+
+bool needsEscapes(std::string_view text) {
+    return text.find('"') != text.npos || text.find('\\') != text.npos;
 }
 
 // --- The walk ----------------------------------------------------------------------------------
 
 // A writer whose text has begun and not ended. A step is an element, or half an entry of a
-// dictionary: its key, or its value.
+// dictionary: its key, or its value. Those below `step` are written.
 struct OpenWriter {
     const VN_EventWriter* writer;
     uint64_t step;
@@ -128,7 +150,9 @@ class Walk {
     explicit Walk(Output& output) : out(output) {}
 
     void render(const VN_EventValue* value, uint32_t kind) {
-        write(value, kind);
+        if (value != nullptr) {
+            write(*value, kind);
+        }
         while (open.size() > 0) {
             resume();
         }
@@ -136,13 +160,10 @@ class Walk {
 
   private:
     // Writes a value, or the beginning of one that holds others.
-    void write(const VN_EventValue* value, uint32_t kind) {
-        if (value == nullptr) {
-            return;
-        }
-        const auto word = std::bit_cast<uint64_t>(value->payload);
-        const char* text = static_cast<const char*>(value->payload);
-        const auto* child = static_cast<const VN_EventWriter*>(value->payload);
+    void write(const VN_EventValue& value, uint32_t kind) {
+        const auto word = std::bit_cast<uint64_t>(value.payload);
+        const char* text = static_cast<const char*>(value.payload);
+        const auto* child = static_cast<const VN_EventWriter*>(value.payload);
         switch (kind) {
             case VN_EventKind_Integer:
                 return out.integer(static_cast<int64_t>(word));
@@ -187,50 +208,63 @@ class Walk {
 
     // Goes on with the innermost writer until it ends or another one begins in it.
     void resume() {
+        OpenWriter& innermost = open.innermost();
+        switch (innermost.kind) {
+            case VN_EventKind_Sequence:
+                return resumeList(innermost, ']');
+            case VN_EventKind_Event:
+                return resumeList(innermost, ')');
+            default:
+                return resumeDictionary(innermost);
+        }
+    }
+
+    void resumeList(OpenWriter& list, char bracket) {
         const size_t depth = open.size();
-        const OpenWriter& writer = open.innermost();
-        const uint64_t values = vn_Vector_size(writer.writer->values);
-        const uint64_t steps = writer.kind == VN_EventKind_Dictionary ? 2 * values : values;
-        while (writer.step < steps) {
-            takeStep();
+        const Vector& values = *list.writer->values;
+        while (list.step < values.size) {
+            if (list.step > 0) {
+                out.single(',');
+            }
+            writeItem(values, list.step++);
             if (open.size() != depth) {
                 return;
             }
         }
-        end(writer.kind);
+        end(bracket);
     }
 
-    void takeStep() {
-        OpenWriter& writer = open.innermost();
-        const uint64_t step = writer.step++;
-        if (writer.kind != VN_EventKind_Dictionary) {
-            if (step > 0) {
+    void resumeDictionary(OpenWriter& dictionary) {
+        const size_t depth = open.size();
+        const Vector& keys = *dictionary.writer->keys;
+        const Vector& values = *dictionary.writer->values;
+        while (dictionary.step / 2 < values.size) {
+            const uint64_t entry = dictionary.step / 2;
+            const bool isKey = dictionary.step++ % 2 == 0;
+            if (!isKey) {
+                out.single(':');
+            } else if (entry > 0) {
                 out.single(',');
             }
-            return writeItem(writer.writer->values, static_cast<uint32_t>(step));
+            writeItem(isKey ? keys : values, entry);  // a missing key is empty
+            if (open.size() != depth) {
+                return;
+            }
         }
-        const auto entry = static_cast<uint32_t>(step / 2);
-        if (step % 2 == 1) {
-            out.single(':');
-            return writeItem(writer.writer->values, entry);
-        }
-        if (entry > 0) {
-            out.single(',');
-        }
-        writeItem(writer.writer->keys, entry);  // a missing key is empty
+        end('}');
     }
 
-    void writeItem(const Vector* values, uint32_t index) {
-        const auto* value = static_cast<const VN_EventValue*>(vn_Vector_get(values, index));
-        if (value != nullptr) {
-            write(value, value->kind);
+    void writeItem(const Vector& values, uint64_t index) {
+        if (index < values.size) {
+            const auto* value = static_cast<const VN_EventValue*>(values.data[index]);
+            if (value != nullptr) {
+                write(*value, value->kind);
+            }
         }
     }
 
-    void end(uint32_t kind) {
-        out.single(kind == VN_EventKind_Sequence     ? ']'
-                   : kind == VN_EventKind_Dictionary ? '}'
-                                                     : ')');
+    void end(char bracket) {
+        out.single(bracket);
         open.pop();
     }
 
@@ -422,10 +456,10 @@ class GrowingText {
     }
     void name(std::string_view text) { unformatted(text); }
     void string(std::string_view text) {
-        if (!needsEscapes(text)) {
-            reserve(text.size() + 2);
-            put('"');
-            put(text);
+        reserve(text.size() + 2);
+        *at = '"';
+        if (copyUnescaped(at + 1, text)) {
+            at += text.size() + 1;
             put('"');
         } else {
             escaped(text);
@@ -444,9 +478,8 @@ class GrowingText {
         put('"');
         for (const char c : text) {
             const char letter = escapeLetter(c);
-            if (letter != 0) {
-                put('\\');
-            }
+            *at = '\\';
+            at += letter != 0 ? 1 : 0;
             put(letter != 0 ? letter : c);
         }
         put('"');
