@@ -13,6 +13,18 @@
 
 using vncommon::SystemText;
 
+namespace {
+
+// What the system says of a null path, without handing it one: its declarations forbid that.
+bool isBadAddress(const char* path) {
+    if (path == nullptr) {
+        errno = EFAULT;
+    }
+    return path == nullptr;
+}
+
+}  // namespace
+
 char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) {
     mode_t mode = 0;
     if ((flags & O_CREAT) != 0) {
@@ -22,7 +34,7 @@ char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) {
         va_end(arguments);
     }
     const SystemText name(path);
-    *fd = open(name.get(), flags, mode);
+    *fd = isBadAddress(path) ? -1 : open(name.get(), flags, mode);
     if (*fd != -1) {
         return nullptr;
     }
@@ -33,12 +45,12 @@ char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) {
 
 FILE* vn_openStreamUTF8(const char* path, const char* mode) {
     const SystemText name(path);
-    return fopen(name.get(), mode);
+    return isBadAddress(path) ? nullptr : fopen(name.get(), mode);
 }
 
 int vn_statUTF8(const char* path, struct stat* status) {
     const SystemText name(path);
-    return stat(name.get(), status);
+    return isBadAddress(path) ? -1 : stat(name.get(), status);
 }
 
 void vn_writeToConsoleUTF8(int fd, const char* text) {

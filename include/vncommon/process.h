@@ -12,7 +12,7 @@
  * vn_get_os_statistics share one process-wide record each without a lock: concurrent calls do
  * no harm, but may mix their contents.
  *
- * A null path is handed to the system as it is: the file functions fail with EFAULT.
+ * A null path makes the file functions fail with EFAULT, as any other bad address does.
  */
 #ifndef VNCOMMON_PROCESS_H
 #define VNCOMMON_PROCESS_H

@@ -113,6 +113,9 @@ TEST(Files, StreamsAndStatKeepErrno) {
     errno = 0;
     EXPECT_EQ(vn_statUTF8(nullptr, &status), -1);
     EXPECT_EQ(errno, EFAULT);
+    errno = 0;
+    EXPECT_EQ(vn_openStreamUTF8(nullptr, "r"), nullptr);
+    EXPECT_EQ(errno, EFAULT);
 }
 
 // ---- Names ----
