@@ -228,7 +228,7 @@ TEST(ReaderPathsTest, OddForms) {
 
 TEST(ReaderPathsTest, LongTexts) {
     Random random(9);
-    for (const size_t length : {800, 5'000, 16'384, 16'390}) {
+    for (const size_t length : {800u, 5'000u, 16'384u, 16'390u}) {
         const std::string digits = randomDigits(random, length);
         const auto count = std::to_string(length);
         expectLikeTheLibrary("0." + digits);
