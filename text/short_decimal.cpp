@@ -1,6 +1,8 @@
 // Why it is right: n / 1e6 with n below 2^53 is rounded once, so it is the double nearest to the
 // decimal of six places; if that is x, the decimal reads back to x. No other decimal of at most 15
 // digits is nearest to the same double, so this one, without the zeros at its end, is the shortest.
+// The doubles around an integer below 2^53 are 1 away or nearer, and a shorter text than its own
+// would be another integer.
 #include "text/short_decimal.h"
 
 #include <array>
@@ -39,28 +41,32 @@ char* writePlaces(char* at, uint32_t millionths) {
     return at;
 }
 
+char* writeWhole(char* at, bool negative, uint64_t whole) {
+    if (negative) {
+        *at++ = '-';
+    }
+    return whole == 0 ? at : std::to_chars(at, at + 20, whole).ptr;
+}
+
 }  // namespace
 
 char* vncommon::writeShortDecimal(char* buffer, double x) {
     const double magnitude = std::fabs(x);
-    if (!(magnitude >= 1e-4 && magnitude < 1e9)) {
+    if (!(magnitude >= 1e-4 && magnitude < 0x1p53)) {
+        return nullptr;
+    }
+    const auto integer = static_cast<uint64_t>(magnitude);
+    if (static_cast<double>(integer) == magnitude) {
+        // Six zeros at the end have an exponent.
+        return integer % million == 0 ? nullptr : writeWhole(buffer, std::signbit(x), integer);
+    }
+    if (magnitude >= 1e9) {
         return nullptr;
     }
     const auto scaled = static_cast<uint64_t>(magnitude * million + 0.5);
     if (static_cast<double>(scaled) / million != magnitude) {
         return nullptr;
     }
-    const auto whole = static_cast<uint32_t>(scaled / million);
-    const auto millionths = static_cast<uint32_t>(scaled % million);
-    if (millionths == 0 && whole % million == 0) {
-        return nullptr;  // these have an exponent
-    }
-    char* at = buffer;
-    if (std::signbit(x)) {
-        *at++ = '-';
-    }
-    if (whole != 0) {
-        at = std::to_chars(at, at + 10, whole).ptr;
-    }
-    return millionths == 0 ? at : writePlaces(at, millionths);
+    char* at = writeWhole(buffer, std::signbit(x), integer);
+    return writePlaces(at, static_cast<uint32_t>(scaled % million));
 }
