@@ -1,0 +1,331 @@
+// Timestamp sets and the pools they are recycled through.
+//
+// Each pool is guarded by its own mutex; no two are ever held together. Before the pools exist
+// and after they are gone (static initialisation, unload) everything goes to the heap.
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <vncommon/discovery.h>
+#include <vncommon/log.h>
+#include <vncommon/threads.h>
+#include <vncommon/timestamp_set.h>
+
+namespace {
+
+constexpr uint32_t TS_POOL_SIZE = 32;    // free sets that a pool keeps
+constexpr uint32_t TSE_POOL_SIZE = 128;  // free entries that a pool keeps
+constexpr uint32_t entriesAtFirst = 8;   // room in a new set
+
+// Free objects, last in, first out. A pooled set's Vector is empty.
+struct Pool {
+    VN_TimestampSet* sets[TS_POOL_SIZE];
+    TimeStamp* entries[TSE_POOL_SIZE];
+    uint32_t setCount;
+    uint32_t entryCount;
+    vn_Mutex lock;
+};
+
+class PoolGuard {
+  public:
+    explicit PoolGuard(Pool& pool) : pool_(pool) { vn_Mutex_lock(&pool_.lock); }
+    ~PoolGuard() { vn_Mutex_unlock(&pool_.lock); }
+    PoolGuard(const PoolGuard&) = delete;
+    PoolGuard& operator=(const PoolGuard&) = delete;
+
+  private:
+    Pool& pool_;
+};
+
+int32_t integer_compare(const void* element, const void* key) {
+    const auto stageOf = [](const void* entry) {
+        return static_cast<uint32_t>(static_cast<const TimeStamp*>(entry)->stage);
+    };
+    return static_cast<int32_t>(stageOf(element) - stageOf(key));
+}
+
+VN_TimestampSet* newSet() {
+    auto* set = static_cast<VN_TimestampSet*>(vn_malloc(sizeof(VN_TimestampSet)));
+    set->entries = vn_Vector_ctor(integer_compare, nullptr, nullptr, entriesAtFirst, 0);
+    set->functions = &VN_TimestampSetFunctions;
+    return set;
+}
+
+void freeSet(VN_TimestampSet* set) {
+    vn_Vector_dtor(set->entries);
+    free(set);
+}
+
+// All the pools of the process, from load to unload.
+class VN_TimestampSet_Pools {
+  public:
+    VN_TimestampSet_Pools() {
+        if (getenv("VN_OBJECTPOOL_DISABLED") != nullptr) {
+            return;
+        }
+        count_ = static_cast<uint64_t>(std::max(vn_numberOfCPUs(), 1));
+        pools_ = static_cast<Pool*>(calloc(count_, sizeof(Pool)));
+        vn_checkMemory(pools_);
+        for (uint64_t i = 0; i < count_; ++i) {
+            vn_Mutex_init(&pools_[i].lock);
+        }
+    }
+
+    ~VN_TimestampSet_Pools() {
+        Pool* pools = pools_;
+        pools_ = nullptr;
+        if (pools == nullptr) {
+            return;
+        }
+        for (uint64_t i = 0; i < count_; ++i) {
+            std::for_each_n(pools[i].sets, pools[i].setCount, freeSet);
+            std::for_each_n(pools[i].entries, pools[i].entryCount, free);
+            vn_Mutex_destroy(&pools[i].lock);
+        }
+        free(pools);
+    }
+
+    // The calling thread's pool; null when there is no pooling.
+    Pool* ofThisThread() const {
+        return pools_ != nullptr ? &pools_[vn_getCountedThreadId() % count_] : nullptr;
+    }
+
+  private:
+    Pool* pools_ = nullptr;
+    uint64_t count_ = 0;
+};
+
+VN_TimestampSet_Pools VN_TimestampSet_Global;
+
+TimeStamp* takeEntry() {
+    if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
+        const PoolGuard guard(*pool);
+        if (pool->entryCount > 0) {
+            return pool->entries[--pool->entryCount];
+        }
+    }
+    return static_cast<TimeStamp*>(vn_malloc(sizeof(TimeStamp)));
+}
+
+// The pool's lock is held.
+void recycleInto(Pool& pool, TimeStamp* entry) {
+    if (pool.entryCount < TSE_POOL_SIZE) {
+        pool.entries[pool.entryCount++] = entry;
+    } else {
+        free(entry);
+    }
+}
+
+void recycle(TimeStamp* entry) {
+    if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
+        const PoolGuard guard(*pool);
+        recycleInto(*pool, entry);
+    } else {
+        free(entry);
+    }
+}
+
+TimeStamp* entryAt(const VN_TimestampSet* set, uint32_t index) {
+    return static_cast<TimeStamp*>(vn_Vector_get(set->entries, index));
+}
+
+// False when the pool already holds all the sets it keeps.
+bool recycleSet(VN_TimestampSet* set) {
+    Pool* pool = VN_TimestampSet_Global.ofThisThread();
+    if (pool == nullptr) {
+        return false;
+    }
+    const PoolGuard guard(*pool);
+    if (pool->setCount == TS_POOL_SIZE) {
+        return false;
+    }
+    for (uint32_t i = 0; i < set->entries->size; ++i) {
+        recycleInto(*pool, entryAt(set, i));
+    }
+    vn_Vector_clear(set->entries);
+    pool->sets[pool->setCount++] = set;
+    return true;
+}
+
+bool findStage(const VN_TimestampSet* set, uint64_t stage, uint32_t* index) {
+    const TimeStamp key = {stage, 0.0};
+    return vn_Vector_find(set->entries, &key, index);
+}
+
+// Unlike vn_Vector_remove this keeps the order: "earliest-added" must stay true of position 0.
+void removeInOrder(VN_TimestampSet* set, uint32_t index) {
+    Vector* entries = set->entries;
+    TimeStamp* entry = entryAt(set, index);
+    memmove(entries->data + index, entries->data + index + 1,
+            (entries->size - index - 1) * sizeof(void*));
+    --entries->size;
+    recycle(entry);
+}
+
+uint32_t hashStage(const void* stage) {
+    const auto value = reinterpret_cast<uint64_t>(stage);
+    return static_cast<uint32_t>(value >> 32) + static_cast<uint32_t>(value);
+}
+
+int32_t compareStages(const void* stored, const void* key) { return stored == key ? 0 : 1; }
+
+void printEntries(const VN_TimestampSet* set, CStringBuffer* text) {
+    HashMap printed;
+    vn_HashMap_init(&printed, hashStage, compareStages, nullptr, nullptr, 16, 0);
+    for (uint32_t i = 0; i < set->entries->size; ++i) {
+        VectorElement_toString(entryAt(set, i), text, &printed);
+    }
+    vn_HashMap_cleanup(&printed);
+}
+
+// Drops what follows the last entry: ", " after an entry, the blank after "NULL".
+void cutSeparator(CStringBuffer* text) {
+    const char* comma = strrchr(text->data, ',');
+    if (comma != nullptr) {
+        vn_strbufTruncate(text, static_cast<uint64_t>(comma - text->data) + 1);
+    }
+    if (text->size >= 2) {
+        vn_strbufTruncate(text, text->size - 1);
+    }
+}
+
+}  // namespace
+
+const VN_TimestampSetFunctionTable VN_TimestampSetFunctions = {
+    VN_TimestampSet_addNow,
+    VN_TimestampSet_addTime,
+    VN_TimestampSet_replace,
+    VN_TimestampSet_replaceWithNow,
+    VN_TimestampSet_findTime,
+    VN_TimestampSet_findTimeAndRemove,
+    VN_TimestampSet_getNextStampAndRemove,
+    VN_TimestampSet_getSize,
+    VN_TimestampSet_toString,
+};
+
+VN_TimestampSet* VN_TimestampSet_ctor(void) {
+    if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
+        const PoolGuard guard(*pool);
+        if (pool->setCount > 0) {
+            return pool->sets[--pool->setCount];
+        }
+    }
+    return newSet();
+}
+
+VN_TimestampSet* VN_TimestampSet_copy(VN_TimestampSet* set) {
+    VN_TimestampSet* copy = VN_TimestampSet_ctor();
+    for (uint32_t i = 0; i < set->entries->size; ++i) {
+        const TimeStamp* entry = entryAt(set, i);
+        copy->functions->addTime(copy, entry->stage, entry->time);
+    }
+    return copy;
+}
+
+void VN_TimestampSet_dtor(VN_TimestampSet* set) {
+    if (set == nullptr || recycleSet(set)) {
+        return;
+    }
+    for (uint32_t i = 0; i < set->entries->size; ++i) {
+        recycle(entryAt(set, i));
+    }
+    freeSet(set);
+}
+
+void VN_TimestampSet_addNow(VN_TimestampSet* set, uint64_t stage) {
+    VN_TimestampSet_addTime(set, stage, VN_TimestampSet_getRelativeTime());
+}
+
+void VN_TimestampSet_addTime(VN_TimestampSet* set, uint64_t stage, double time) {
+    TimeStamp* entry = takeEntry();
+    *entry = {stage, time};
+    vn_Vector_add(set->entries, entry);
+}
+
+TimeStamp* VN_TimestampSet_replace(VN_TimestampSet* set, uint64_t stage, double time) {
+    uint32_t index;
+    if (!findStage(set, stage, &index)) {
+        return nullptr;
+    }
+    TimeStamp* entry = entryAt(set, index);
+    entry->time = time;
+    return entry;
+}
+
+TimeStamp* VN_TimestampSet_replaceWithNow(VN_TimestampSet* set, uint64_t stage) {
+    uint32_t index;
+    if (!findStage(set, stage, &index)) {
+        return nullptr;
+    }
+    TimeStamp* entry = entryAt(set, index);
+    entry->time = VN_TimestampSet_getRelativeTime();
+    return entry;
+}
+
+double VN_TimestampSet_findTime(VN_TimestampSet* set, uint64_t stage) {
+    uint32_t index;
+    return findStage(set, stage, &index) ? entryAt(set, index)->time : 0.0;
+}
+
+double VN_TimestampSet_findTimeAndRemove(VN_TimestampSet* set, uint64_t stage) {
+    uint32_t index;
+    if (!findStage(set, stage, &index)) {
+        return 0.0;
+    }
+    const double time = entryAt(set, index)->time;
+    removeInOrder(set, index);
+    return time;
+}
+
+bool VN_TimestampSet_getNextStampAndRemove(VN_TimestampSet* set, uint64_t* stage, double* time) {
+    if (vn_Vector_empty(set->entries)) {
+        return false;
+    }
+    const TimeStamp earliest = *entryAt(set, 0);
+    *stage = earliest.stage;
+    *time = earliest.time;
+    removeInOrder(set, 0);
+    return true;
+}
+
+uint32_t VN_TimestampSet_getSize(VN_TimestampSet* set) { return vn_Vector_size(set->entries); }
+
+char* VN_TimestampSet_toString(VN_TimestampSet* set) {
+    CStringBuffer text;
+    vn_strbufInit(&text, 256);
+    vn_strbufAppendString(&text, "{");
+    if (set == nullptr || set->entries == nullptr) {
+        vn_strbufAppendString(&text, "NULL ");
+    } else {
+        printEntries(set, &text);
+    }
+    cutSeparator(&text);
+    vn_strbufAppendString(&text, "}");
+    return text.data;
+}
+
+double VN_TimestampSet_getRelativeTime(void) {
+    timeval now;
+    if (gettimeofday(&now, nullptr) != 0) {
+        VN_LogWarn("VN_TimestampSet_getRelativeTime(): gettimeofday() failed, errno = %ld",
+                   static_cast<long>(errno));
+        return 0.0;
+    }
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1000000.0;
+}
+
+void VectorElement_toString(TimeStamp* entry, CStringBuffer* text, HashMap* printed) {
+    void* stage = reinterpret_cast<void*>(entry->stage);
+    if (vn_HashMap_exists(printed, stage)) {
+        return;
+    }
+    vn_strbufAppendFormat(text, "%lu:%f, ", entry->stage, entry->time);
+    vn_HashMap_addQuick(printed, stage, stage);
+}
+
+double Java_com_vantrel_util_CommonNativeMethods_getMicroTime(void*, void*) {
+    return VN_TimestampSet_getRelativeTime();
+}

@@ -1,0 +1,74 @@
+/* Sockets: a small blocking TCP layer over IPv4.
+ *
+ * Ordinary network failures are not fatal: every operation that can fail returns null on success
+ * and otherwise a newly allocated message text, which the caller shows or logs and frees with
+ * vn_free. Texts that describe a system error are the system's own (vn_strerror), or "Unknown
+ * error" when errno is 0. Descriptors and counts come back through out-parameters, which are
+ * written on success only.
+ *
+ * SIGPIPE is the application's business: sends carry no flags, so writing to a connection that
+ * the peer has closed raises it, and its default is to end the process. A server therefore begins
+ * with
+ *     signal(SIGPIPE, SIG_IGN);
+ * and then gets the failure as a text ("Broken pipe").
+ *
+ * Limits: IPv4 only, the first address of a name only, no time-out while connecting, and ports are
+ * taken modulo 65536.
+ *
+ * Thread-safety: no state is shared; calls on different descriptors are independent. Every call
+ * may block.
+ */
+#ifndef VNCOMMON_SOCKETS_H
+#define VNCOMMON_SOCKETS_H
+
+#include <vncommon/api.h>
+#include <vncommon/buffers.h>
+
+VN_BEGIN_DECLS
+
+/* Nothing to set up or clean up on this platform; the first returns 0. */
+VN_API int vn_socketInit(void);
+VN_API void vn_socketCleanup(void);
+
+/* Connects to host (a dotted address, or a name whose first IPv4 address is taken; null means
+ * "127.0.0.1") and port. On success *fd is the caller's, to be closed with vn_socketClose.
+ * Failures: "Failed to resolve hostname.", "Failed to create network socket.", "Failed to connect
+ * to host." The system's reason for the last one is only logged, as "connect: %s\n" at DEBUG. */
+VN_API char* vn_socketConnect(const char* host, int port, int* fd);
+
+/* Listens on all local addresses with SO_REUSEADDR and a backlog of 20. Port 0 lets the system
+ * choose one (getsockname tells). Failures: "Failed to create listening socket.", "Failed to set
+ * SO_REUSEADDR option.", "Failed to bind listening socket.", "Failed to listen on listening
+ * socket."; the socket made is closed. */
+VN_API char* vn_createListeningSocket(int port, int* fd);
+
+/* Takes the next connection; it times out after 10 seconds without progress in either direction.
+ * Failures: "The accept() call failed", and "Failed to listen on listening socket." when the
+ * descriptor cannot listen, in which case IT IS CLOSED, deliberately: callers loop on accept and
+ * rely on a dead listener not being kept.
+ * If a time-out cannot be set the connection is still returned, and "Failed to set SO_RCVTIMEO
+ * option: %s" (or SO_SNDTIMEO) is logged as a warning. */
+VN_API char* vn_socketAccept(int listeningFd, int* fd);
+
+/* Receives once, up to *length bytes; on success *length is the count received, at least 1.
+ * "Network connection lost." when the peer has closed. An interrupted receive is reported like
+ * any other failure, not retried; deliberately, so that a signal can end a wait. */
+VN_API char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer);
+
+/* Appends the next line to the string buffer (which must be initialised), without its line feed
+ * and without any carriage return. There is no limit on its length. Failures as for
+ * vn_socketReadBuffer; what was read of the line by then stays in the buffer. One system call
+ * per byte. */
+VN_API char* vn_socketReadLine(int fd, CStringBuffer* line);
+
+/* Sends everything, in as many pieces as it takes; not retried on interruption. An empty text
+ * sends once with length 0. */
+VN_API char* vn_socketWrite(int fd, const char* text);
+VN_API char* vn_socketWriteBuffer(int fd, unsigned length, const uint8_t* buffer);
+
+/* The result of close(). */
+VN_API int vn_socketClose(int fd);
+
+VN_END_DECLS
+
+#endif

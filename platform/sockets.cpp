@@ -1,0 +1,201 @@
+// Blocking TCP over IPv4. Failures come back as texts; nothing here ends the process.
+#include <vncommon/sockets.h>
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include <vncommon/failure.h>
+#include <vncommon/log.h>
+
+namespace {
+
+constexpr int backlog = 20;
+constexpr timeval timeOut = {10, 0};  // of accepted connections, in both directions
+
+// The system's message for errno, in storage of its own.
+class SystemMessage {
+  public:
+    SystemMessage() {
+        const int error = errno;
+        if (error == 0) {
+            strcpy(text_, "Unknown error");
+        } else {
+            vn_strerror(text_, sizeof text_, error);
+        }
+    }
+    const char* text() const { return text_; }
+
+  private:
+    char text_[1024];
+};
+
+char* systemFailure() { return vn_strdup(SystemMessage().text()); }
+
+char* closeAndFail(int fd, const char* message) {
+    close(fd);
+    return vn_strdup(message);
+}
+
+sockaddr_in addressOf(in_addr_t host, int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = host;
+    return address;
+}
+
+bool resolve(const char* host, in_addr_t& address) {
+    address = inet_addr(host);
+    if (address != INADDR_NONE) {
+        return true;
+    }
+    // The re-entrant form: concurrent look-ups must not share the answer. 64 KiB hold the largest
+    // answer that a name server can send.
+    char storage[65536];
+    hostent entry;
+    hostent* found = nullptr;
+    int error;
+    gethostbyname_r(host, &entry, storage, sizeof storage, &found, &error);
+    if (found == nullptr || found->h_addrtype != AF_INET || found->h_addr_list[0] == nullptr) {
+        return false;
+    }
+    memcpy(&address, found->h_addr_list[0], sizeof address);
+    return true;
+}
+
+void setTimeOut(int fd, int option, const char* warning) {
+    if (setsockopt(fd, SOL_SOCKET, option, &timeOut, sizeof timeOut) != 0) {
+        VN_LogWarn(warning, SystemMessage().text());
+    }
+}
+
+// Receives up to size bytes, at least 1 on success. A count of 0 with EINTR is tried again, a
+// failed receive never is.
+char* receive(int fd, void* buffer, size_t size, ssize_t& count) {
+    for (;;) {
+        errno = 0;
+        count = recv(fd, buffer, size, 0);
+        if (count > 0) {
+            return nullptr;
+        }
+        if (count < 0) {
+            return systemFailure();
+        }
+        if (errno != EINTR) {
+            return vn_strdup("Network connection lost.");
+        }
+    }
+}
+
+char* sendAll(int fd, const void* data, size_t length) {
+    size_t sent = 0;
+    do {
+        const ssize_t count =
+            send(fd, static_cast<const char*>(data) + sent, length - sent, 0);
+        if (count < 0) {
+            return systemFailure();
+        }
+        sent += static_cast<size_t>(count);
+    } while (sent < length);
+    return nullptr;
+}
+
+}  // namespace
+
+int vn_socketInit(void) { return 0; }
+
+void vn_socketCleanup(void) {}
+
+char* vn_socketConnect(const char* host, int port, int* fd) {
+    in_addr_t hostAddress;
+    if (!resolve(host != nullptr ? host : "127.0.0.1", hostAddress)) {
+        return vn_strdup("Failed to resolve hostname.");
+    }
+    const int connection = socket(AF_INET, SOCK_STREAM, 0);
+    if (connection < 0) {
+        return vn_strdup("Failed to create network socket.");
+    }
+    const sockaddr_in address = addressOf(hostAddress, port);
+    if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        VN_LogDebug("connect: %s\n", SystemMessage().text());
+        return closeAndFail(connection, "Failed to connect to host.");
+    }
+    *fd = connection;
+    return nullptr;
+}
+
+char* vn_createListeningSocket(int port, int* fd) {
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    if (listener < 0) {
+        return vn_strdup("Failed to create listening socket.");
+    }
+    const int on = 1;
+    if (setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
+        return closeAndFail(listener, "Failed to set SO_REUSEADDR option.");
+    }
+    const sockaddr_in address = addressOf(htonl(INADDR_ANY), port);
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return closeAndFail(listener, "Failed to bind listening socket.");
+    }
+    if (listen(listener, backlog) != 0) {
+        return closeAndFail(listener, "Failed to listen on listening socket.");
+    }
+    *fd = listener;
+    return nullptr;
+}
+
+char* vn_socketAccept(int listeningFd, int* fd) {
+    if (listen(listeningFd, backlog) != 0) {
+        return closeAndFail(listeningFd, "Failed to listen on listening socket.");
+    }
+    const int connection = accept(listeningFd, nullptr, nullptr);
+    if (connection < 0) {
+        return vn_strdup("The accept() call failed");
+    }
+    setTimeOut(connection, SO_RCVTIMEO, "Failed to set SO_RCVTIMEO option: %s");
+    setTimeOut(connection, SO_SNDTIMEO, "Failed to set SO_SNDTIMEO option: %s");
+    *fd = connection;
+    return nullptr;
+}
+
+char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer) {
+    ssize_t count;
+    char* failure = receive(fd, buffer, *length, count);
+    if (failure == nullptr) {
+        *length = static_cast<unsigned>(count);
+    }
+    return failure;
+}
+
+char* vn_socketReadLine(int fd, CStringBuffer* line) {
+    for (;;) {
+        char byte;
+        ssize_t count;
+        if (char* failure = receive(fd, &byte, 1, count)) {
+            return failure;
+        }
+        if (byte == '\n') {
+            return nullptr;
+        }
+        if (byte != '\r') {
+            vn_strbufAppendChar(line, byte);
+        }
+    }
+}
+
+char* vn_socketWrite(int fd, const char* text) {
+    return sendAll(fd, text, strlen(text));
+}
+
+char* vn_socketWriteBuffer(int fd, unsigned length, const uint8_t* buffer) {
+    return sendAll(fd, buffer, length);
+}
+
+int vn_socketClose(int fd) { return close(fd); }

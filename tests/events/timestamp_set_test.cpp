@@ -1,0 +1,379 @@
+// Timestamp sets through the interface; what load and unload do, in fresh processes; and a count
+// of the heap calls, which is how pooling can be seen from outside.
+#include <vncommon/timestamp_set.h>
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <vncommon/failure.h>
+#include <vncommon/threads.h>
+
+#include "support/child_process.h"
+#include "support/heap_count.h"
+
+namespace {
+
+struct Set {
+    Set() : set(VN_TimestampSet_ctor()) {}
+    explicit Set(VN_TimestampSet* made) : set(made) {}
+    ~Set() { VN_TimestampSet_dtor(set); }
+    Set(const Set&) = delete;
+    Set& operator=(const Set&) = delete;
+    void add(uint64_t stage, double time) { VN_TimestampSet_addTime(set, stage, time); }
+    VN_TimestampSet* set;
+};
+
+std::string textOf(VN_TimestampSet* set) {
+    char* text = VN_TimestampSet_toString(set);
+    const std::string result = text;
+    vn_free(text);
+    return result;
+}
+
+double wallClock() {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1e6;
+}
+
+constexpr uint64_t high = uint64_t{1} << 32;
+
+TEST(TimestampSet, TableHoldsTheOperationsInOrder) {
+    Set s;
+    EXPECT_EQ(s.set->functions, &VN_TimestampSetFunctions);
+    ASSERT_EQ(sizeof VN_TimestampSetFunctions, 9 * sizeof(void*));
+    void* slots[9];
+    memcpy(slots, &VN_TimestampSetFunctions, sizeof slots);
+    void* expected[9] = {
+        reinterpret_cast<void*>(VN_TimestampSet_addNow),
+        reinterpret_cast<void*>(VN_TimestampSet_addTime),
+        reinterpret_cast<void*>(VN_TimestampSet_replace),
+        reinterpret_cast<void*>(VN_TimestampSet_replaceWithNow),
+        reinterpret_cast<void*>(VN_TimestampSet_findTime),
+        reinterpret_cast<void*>(VN_TimestampSet_findTimeAndRemove),
+        reinterpret_cast<void*>(VN_TimestampSet_getNextStampAndRemove),
+        reinterpret_cast<void*>(VN_TimestampSet_getSize),
+        reinterpret_cast<void*>(VN_TimestampSet_toString),
+    };
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(slots[i], expected[i]) << "slot " << i + 1;
+    }
+}
+
+TEST(TimestampSet, NewSetIsEmptyWithRoomForEight) {
+    Set s;
+    EXPECT_EQ(VN_TimestampSet_getSize(s.set), 0u);
+    EXPECT_EQ(s.set->entries->initialCapacity, 8u);
+    EXPECT_FALSE(s.set->entries->shrink);
+    EXPECT_EQ(textOf(s.set), "{}");
+}
+
+TEST(TimestampSet, AddsInOrder) {
+    Set s;
+    s.add(2, 20.5);
+    s.add(1, 10.25);
+    ASSERT_EQ(VN_TimestampSet_getSize(s.set), 2u);
+    const auto* first = static_cast<TimeStamp*>(vn_Vector_get(s.set->entries, 0));
+    EXPECT_EQ(first->stage, 2u);
+    EXPECT_EQ(first->time, 20.5);
+    EXPECT_EQ(VN_TimestampSet_findTime(s.set, 1), 10.25);
+}
+
+TEST(TimestampSet, StampsWithTheWallClockInMicroseconds) {
+    Set s;
+    const double before = wallClock();
+    VN_TimestampSet_addNow(s.set, 1);
+    const double after = wallClock();
+    const double time = VN_TimestampSet_findTime(s.set, 1);
+    EXPECT_GE(time, before);
+    EXPECT_LE(time, after);
+    EXPECT_NEAR(time * 1e6, std::round(time * 1e6), 0.3);
+    const double relative = VN_TimestampSet_getRelativeTime();
+    EXPECT_GE(relative, after);
+    EXPECT_LE(relative, wallClock());
+    EXPECT_GE(Java_com_vantrel_util_CommonNativeMethods_getMicroTime(nullptr, nullptr), relative);
+}
+
+TEST(TimestampSet, AbsentStage) {
+    Set s;
+    s.add(1, 1.5);
+    EXPECT_EQ(VN_TimestampSet_findTime(s.set, 9), 0.0);
+    EXPECT_EQ(VN_TimestampSet_findTimeAndRemove(s.set, 9), 0.0);
+    EXPECT_EQ(VN_TimestampSet_replace(s.set, 9, 2.0), nullptr);
+    EXPECT_EQ(VN_TimestampSet_replaceWithNow(s.set, 9), nullptr);
+    EXPECT_EQ(VN_TimestampSet_getSize(s.set), 1u);
+}
+
+TEST(TimestampSet, ReplacesTheFirst) {
+    Set s;
+    s.add(1, 1.0);
+    s.add(2, 2.0);
+    s.add(1, 3.0);
+    TimeStamp* entry = VN_TimestampSet_replace(s.set, 1, 7.0);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry, vn_Vector_get(s.set->entries, 0));
+    EXPECT_EQ(entry->time, 7.0);
+    EXPECT_EQ(static_cast<TimeStamp*>(vn_Vector_get(s.set->entries, 2))->time, 3.0);
+    const double before = wallClock();
+    EXPECT_EQ(VN_TimestampSet_replaceWithNow(s.set, 2), vn_Vector_get(s.set->entries, 1));
+    EXPECT_GE(VN_TimestampSet_findTime(s.set, 2), before);
+}
+
+TEST(TimestampSet, RemovingKeepsTheOrderOfTheRest) {
+    Set s;
+    for (uint64_t stage = 1; stage <= 5; ++stage) {
+        s.add(stage, static_cast<double>(stage));
+    }
+    EXPECT_EQ(VN_TimestampSet_findTimeAndRemove(s.set, 2), 2.0);
+    EXPECT_EQ(VN_TimestampSet_getSize(s.set), 4u);
+    uint64_t stage = 0;
+    double time = 0;
+    for (const uint64_t expected : {1u, 3u, 4u, 5u}) {
+        ASSERT_TRUE(VN_TimestampSet_getNextStampAndRemove(s.set, &stage, &time));
+        EXPECT_EQ(stage, expected);
+        EXPECT_EQ(time, static_cast<double>(expected));
+    }
+    stage = 77;
+    time = 7.5;
+    EXPECT_FALSE(VN_TimestampSet_getNextStampAndRemove(s.set, &stage, &time));
+    EXPECT_EQ(stage, 77u);
+    EXPECT_EQ(time, 7.5);
+}
+
+TEST(TimestampSet, RepeatedStages) {
+    Set s;
+    s.add(3, 1.0);
+    s.add(3, 2.0);
+    EXPECT_EQ(VN_TimestampSet_findTime(s.set, 3), 1.0);
+    EXPECT_EQ(textOf(s.set), "{3:1.000000}");
+    EXPECT_EQ(VN_TimestampSet_findTimeAndRemove(s.set, 3), 1.0);
+    EXPECT_EQ(VN_TimestampSet_findTimeAndRemove(s.set, 3), 2.0);
+    EXPECT_EQ(VN_TimestampSet_getSize(s.set), 0u);
+}
+
+TEST(TimestampSet, StagesMatchByTheirLowBitsButPrintWhole) {
+    Set s;
+    s.add(high + 5, 1.0);
+    s.add(5, 2.0);
+    EXPECT_EQ(VN_TimestampSet_findTime(s.set, 5), 1.0);
+    EXPECT_EQ(VN_TimestampSet_findTime(s.set, 7 * high + 5), 1.0);
+    VN_TimestampSet_replace(s.set, 3 * high + 5, 9.0);
+    EXPECT_EQ(textOf(s.set), "{4294967301:9.000000, 5:2.000000}");
+    EXPECT_EQ(VN_TimestampSet_findTimeAndRemove(s.set, 9 * high + 5), 9.0);
+    EXPECT_EQ(textOf(s.set), "{5:2.000000}");
+}
+
+TEST(TimestampSet, Text) {
+    Set s;
+    s.add(1, 1700000000.25);
+    EXPECT_EQ(textOf(s.set), "{1:1700000000.250000}");
+    s.add(2, 1700000000.5);
+    EXPECT_EQ(textOf(s.set), "{1:1700000000.250000, 2:1700000000.500000}");
+    s.add(0, 0.0);
+    s.add(~uint64_t{0}, -1.0);
+    EXPECT_EQ(textOf(s.set),
+              "{1:1700000000.250000, 2:1700000000.500000, 0:0.000000, "
+              "18446744073709551615:-1.000000}");
+    EXPECT_EQ(textOf(nullptr), "{NULL}");
+    VN_TimestampSet bare = {nullptr, &VN_TimestampSetFunctions};
+    EXPECT_EQ(textOf(&bare), "{NULL}");
+}
+
+TEST(TimestampSet, TextOfManyStages) {
+    Set s;
+    std::string expected = "{";
+    for (uint64_t stage = 0; stage < 1000; ++stage) {
+        s.add(stage * 16, 1.0);
+        s.add(stage * 16, 2.0);
+        expected += (stage > 0 ? ", " : "") + std::to_string(stage * 16) + ":1.000000";
+    }
+    EXPECT_EQ(textOf(s.set), expected + "}");
+}
+
+uint32_t hashOfStage(const void* stage) {
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(stage));
+}
+
+int32_t compareStages(const void* a, const void* b) { return a == b ? 0 : 1; }
+
+TEST(TimestampSet, ElementPrintsItsStageOnce) {
+    HashMap printed;
+    vn_HashMap_init(&printed, hashOfStage, compareStages, nullptr, nullptr, 16, 0);
+    CStringBuffer text;
+    vn_strbufInit(&text, 0);
+    TimeStamp entry = {12, 0.5};
+    VectorElement_toString(&entry, &text, &printed);
+    EXPECT_STREQ(text.data, "12:0.500000, ");
+    VectorElement_toString(&entry, &text, &printed);
+    EXPECT_STREQ(text.data, "12:0.500000, ");
+    EXPECT_TRUE(vn_HashMap_exists(&printed, reinterpret_cast<void*>(uintptr_t{12})));
+    vn_strbufDestroy(&text, 1);
+    vn_HashMap_cleanup(&printed);
+}
+
+TEST(TimestampSet, CopyKeepsEverything) {
+    Set s;
+    Set empty(VN_TimestampSet_copy(s.set));
+    EXPECT_EQ(VN_TimestampSet_getSize(empty.set), 0u);
+    s.add(1, 1.0);
+    s.add(1, 2.0);
+    s.add(high, 3.0);
+    Set copy(VN_TimestampSet_copy(s.set));
+    ASSERT_EQ(VN_TimestampSet_getSize(copy.set), 3u);
+    VN_TimestampSet_replace(copy.set, 1, 8.0);
+    EXPECT_EQ(VN_TimestampSet_findTime(s.set, 1), 1.0) << "entries are copies";
+    uint64_t stage;
+    double time;
+    ASSERT_TRUE(VN_TimestampSet_getNextStampAndRemove(copy.set, &stage, &time));
+    ASSERT_TRUE(VN_TimestampSet_getNextStampAndRemove(copy.set, &stage, &time));
+    EXPECT_EQ(time, 2.0);
+}
+
+TEST(TimestampSet, DestroyingNullIsIgnored) { VN_TimestampSet_dtor(nullptr); }
+
+TEST(TimestampSet, SetsCrossThreads) {
+    std::vector<VN_TimestampSet*> sets;
+    std::thread maker([&] {
+        for (int i = 0; i < 100; ++i) {
+            sets.push_back(VN_TimestampSet_ctor());
+            for (uint64_t stage = 0; stage < 10; ++stage) {
+                VN_TimestampSet_addNow(sets.back(), stage);
+            }
+        }
+    });
+    maker.join();
+    for (VN_TimestampSet* set : sets) {
+        EXPECT_EQ(VN_TimestampSet_getSize(set), 10u);
+        VN_TimestampSet_dtor(set);
+    }
+}
+
+TEST(TimestampSet, ManyThreadsShareThePools) {
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (uint64_t t = 0; t < 8; ++t) {
+        threads.emplace_back([t, &wrong] {
+            for (int round = 0; round < 2000; ++round) {
+                VN_TimestampSet* set = VN_TimestampSet_ctor();
+                for (uint64_t stage = 0; stage < 12; ++stage) {
+                    VN_TimestampSet_addTime(set, stage, static_cast<double>(t * 100 + stage));
+                }
+                wrong += VN_TimestampSet_findTimeAndRemove(set, 7) != static_cast<double>(t * 100 + 7);
+                wrong += VN_TimestampSet_getSize(set) != 11;
+                VN_TimestampSet_dtor(set);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
+void takeStampAndDestroy() {
+    VN_TimestampSet* set = VN_TimestampSet_ctor();
+    for (uint64_t stage = 1; stage <= 6; ++stage) {
+        VN_TimestampSet_addNow(set, stage);
+    }
+    VN_TimestampSet_dtor(set);
+}
+
+TEST(TimestampSet, NoHeapCallInSteadyState) {
+    takeStampAndDestroy();
+    const HeapCount count;
+    for (int i = 0; i < 1000; ++i) {
+        takeStampAndDestroy();
+    }
+    EXPECT_EQ(count.allocations(), 0u);
+    EXPECT_EQ(count.frees(), 0u);
+}
+
+// Counts heap calls around filling one thread's pool. Exit status 0 when all figures hold.
+VN_CHILD(poolCapacities) {
+    std::vector<VN_TimestampSet*> sets;
+    for (int i = 0; i < 40; ++i) {
+        sets.push_back(VN_TimestampSet_ctor());
+        for (uint64_t stage = 0; stage < 4; ++stage) {
+            VN_TimestampSet_addTime(sets.back(), stage, 1.0);
+        }
+    }
+    const HeapCount filling;
+    for (int i = 0; i < 32; ++i) {
+        VN_TimestampSet_dtor(sets[static_cast<size_t>(i)]);
+    }
+    // 32 sets and 128 entries fit exactly; the 33rd set has room for nothing.
+    EXPECT_EQ(filling.frees(), 0u);
+    const HeapCount overflowing;
+    VN_TimestampSet_dtor(sets[32]);
+    EXPECT_EQ(overflowing.frees(), 4u + 3u) << "4 entries, the storage, the Vector, the set";
+
+    // Take 20 entries out of the pool: a set beyond the 32 is freed, its entries are kept.
+    VN_TimestampSet* big = sets[39];
+    for (uint64_t stage = 0; stage < 20; ++stage) {
+        VN_TimestampSet_addTime(big, stage, 1.0);
+    }
+    const HeapCount entriesOnly;
+    VN_TimestampSet_dtor(sets[33]);
+    EXPECT_EQ(entriesOnly.frees(), 3u);
+    for (size_t i = 34; i < 40; ++i) {
+        VN_TimestampSet_dtor(sets[i]);
+    }
+    return testing::Test::HasFailure() ? 1 : 0;
+}
+
+TEST(TimestampSet, PoolsKeep32SetsAnd128Entries) {
+    const ChildResult child =
+        runChild("poolCapacities", {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
+    EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+}
+
+VN_CHILD(withoutPools) {
+    takeStampAndDestroy();
+    const HeapCount count;
+    takeStampAndDestroy();
+    printf("%lu %lu\n", static_cast<unsigned long>(count.allocations()),
+           static_cast<unsigned long>(count.frees()));
+    return 0;
+}
+
+TEST(TimestampSet, DisabledPoolsFreeAtOnce) {
+    for (const char* value : {"", "0", "yes"}) {
+        const ChildResult child =
+            runChild("withoutPools", {.environment = {{"VN_OBJECTPOOL_DISABLED", value}}});
+        EXPECT_EQ(child.out, "9 9\n") << "a set, its Vector and storage, 6 entries; " << child.err;
+    }
+}
+
+VN_CHILD(countedThreads) {
+    // Threads beyond the number of pools share them; everything still adds up.
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 5; ++i) {
+        threads.emplace_back([] {
+            for (int round = 0; round < 200; ++round) {
+                takeStampAndDestroy();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    return 0;
+}
+
+TEST(TimestampSet, AnyNumberOfPools) {
+    for (const char* cpus : {"1", "2", "3", "7", "16", "64"}) {
+        EXPECT_EQ(runChild("countedThreads", {.environment = {{"VN_ASSUME_CPUS", cpus}}}).exitStatus, 0)
+            << cpus;
+    }
+}
+
+}  // namespace
