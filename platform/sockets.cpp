@@ -36,7 +36,9 @@ class SystemMessage {
     char text_[1024];
 };
 
-char* systemFailure() { return vn_strdup(SystemMessage().text()); }
+char* systemFailure() {
+    return vn_strdup(SystemMessage().text());
+}
 
 char* closeAndFail(int fd, const char* message) {
     close(fd);
@@ -97,8 +99,7 @@ char* receive(int fd, void* buffer, size_t size, ssize_t& count) {
 char* sendAll(int fd, const void* data, size_t length) {
     size_t sent = 0;
     do {
-        const ssize_t count =
-            send(fd, static_cast<const char*>(data) + sent, length - sent, 0);
+        const ssize_t count = send(fd, static_cast<const char*>(data) + sent, length - sent, 0);
         if (count < 0) {
             return systemFailure();
         }
@@ -109,7 +110,9 @@ char* sendAll(int fd, const void* data, size_t length) {
 
 }  // namespace
 
-int vn_socketInit(void) { return 0; }
+int vn_socketInit(void) {
+    return 0;
+}
 
 void vn_socketCleanup(void) {}
 
@@ -198,4 +201,6 @@ char* vn_socketWriteBuffer(int fd, unsigned length, const uint8_t* buffer) {
     return sendAll(fd, buffer, length);
 }
 
-int vn_socketClose(int fd) { return close(fd); }
+int vn_socketClose(int fd) {
+    return close(fd);
+}

@@ -8,8 +8,10 @@
 #include <sys/time.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,6 +21,31 @@
 
 #include "support/child_process.h"
 #include "support/heap_count.h"
+
+namespace {
+
+// What the library's gettimeofday gives while a test says so.
+bool clockIsFake = false;
+bool clockFails = false;
+timeval fakeTime;
+
+}  // namespace
+
+// Stands before the C library's for the shared library too.
+extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* time, void*) noexcept {
+    if (clockFails) {
+        errno = ENOSYS;
+        return -1;
+    }
+    if (clockIsFake) {
+        *time = fakeTime;
+        return 0;
+    }
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    *time = {now.tv_sec, now.tv_nsec / 1000};
+    return 0;
+}
 
 namespace {
 
@@ -40,7 +67,7 @@ std::string textOf(VN_TimestampSet* set) {
 }
 
 double wallClock() {
-    timeval now;
+    timeval now{};
     gettimeofday(&now, nullptr);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1e6;
 }
@@ -101,6 +128,50 @@ TEST(TimestampSet, StampsWithTheWallClockInMicroseconds) {
     EXPECT_GE(relative, after);
     EXPECT_LE(relative, wallClock());
     EXPECT_GE(Java_com_vantrel_util_CommonNativeMethods_getMicroTime(nullptr, nullptr), relative);
+}
+
+// Every microsecond, around powers of two: the sum of seconds and their exactly rounded fraction.
+TEST(TimestampSet, TimeIsSecondsPlusMicrosecondsExactly) {
+    for (const int64_t seconds : {0L, 1L, (1L << 21) - 1, 1L << 21, (1L << 21) + 1, (1L << 30) - 1,
+                                  1L << 30, 1700000000L, (1L << 31) - 1, 1L << 31}) {
+        for (int64_t microseconds = 0; microseconds < 1000000; ++microseconds) {
+            fakeTime = {seconds, microseconds};
+            const double expected =
+                static_cast<double>(seconds) + static_cast<double>(microseconds) / 1000000.0;
+            clockIsFake = true;
+            const double time = VN_TimestampSet_getRelativeTime();
+            clockIsFake = false;
+            ASSERT_EQ(time, expected) << seconds << " s " << microseconds << " us";
+        }
+    }
+}
+
+VN_CHILD(clockFails) {
+    clockFails = true;
+    Set s;
+    VN_TimestampSet_addNow(s.set, 1);
+    s.add(2, 5.0);
+    VN_TimestampSet_replaceWithNow(s.set, 2);
+    EXPECT_EQ(VN_TimestampSet_replaceWithNow(s.set, 3), nullptr) << "does not read the clock";
+    EXPECT_EQ(Java_com_vantrel_util_CommonNativeMethods_getMicroTime(nullptr, nullptr), 0.0);
+    clockFails = false;
+    puts(textOf(s.set).c_str());
+    return 0;
+}
+
+TEST(TimestampSet, FailingClockIsLoggedAndGivesZero) {
+    const ChildResult child = runChild("clockFails");
+    EXPECT_EQ(child.out, "{1:0.000000, 2:0.000000}\n");
+    const std::string warning = "WARN  [";
+    const std::string message =
+        "] - VN_TimestampSet_getRelativeTime(): gettimeofday() failed, errno = 38\n";
+    size_t lines = 0;
+    for (size_t at = child.err.find(message); at != std::string::npos;
+         at = child.err.find(message, at + 1)) {
+        ++lines;
+    }
+    EXPECT_EQ(lines, 3u) << child.err;
+    EXPECT_NE(child.err.find(warning), std::string::npos) << child.err;
 }
 
 TEST(TimestampSet, AbsentStage) {
@@ -203,7 +274,9 @@ uint32_t hashOfStage(const void* stage) {
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(stage));
 }
 
-int32_t compareStages(const void* a, const void* b) { return a == b ? 0 : 1; }
+int32_t compareStages(const void* a, const void* b) {
+    return a == b ? 0 : 1;
+}
 
 TEST(TimestampSet, ElementPrintsItsStageOnce) {
     HashMap printed;
@@ -238,7 +311,9 @@ TEST(TimestampSet, CopyKeepsEverything) {
     EXPECT_EQ(time, 2.0);
 }
 
-TEST(TimestampSet, DestroyingNullIsIgnored) { VN_TimestampSet_dtor(nullptr); }
+TEST(TimestampSet, DestroyingNullIsIgnored) {
+    VN_TimestampSet_dtor(nullptr);
+}
 
 TEST(TimestampSet, SetsCrossThreads) {
     std::vector<VN_TimestampSet*> sets;
@@ -267,7 +342,8 @@ TEST(TimestampSet, ManyThreadsShareThePools) {
                 for (uint64_t stage = 0; stage < 12; ++stage) {
                     VN_TimestampSet_addTime(set, stage, static_cast<double>(t * 100 + stage));
                 }
-                wrong += VN_TimestampSet_findTimeAndRemove(set, 7) != static_cast<double>(t * 100 + 7);
+                wrong +=
+                    VN_TimestampSet_findTimeAndRemove(set, 7) != static_cast<double>(t * 100 + 7);
                 wrong += VN_TimestampSet_getSize(set) != 11;
                 VN_TimestampSet_dtor(set);
             }
@@ -332,7 +408,8 @@ VN_CHILD(poolCapacities) {
 
 TEST(TimestampSet, PoolsKeep32SetsAnd128Entries) {
     const ChildResult child =
-        runChild("poolCapacities", {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
+        runChild("poolCapacities",
+                 {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
@@ -371,7 +448,8 @@ VN_CHILD(countedThreads) {
 
 TEST(TimestampSet, AnyNumberOfPools) {
     for (const char* cpus : {"1", "2", "3", "7", "16", "64"}) {
-        EXPECT_EQ(runChild("countedThreads", {.environment = {{"VN_ASSUME_CPUS", cpus}}}).exitStatus, 0)
+        EXPECT_EQ(
+            runChild("countedThreads", {.environment = {{"VN_ASSUME_CPUS", cpus}}}).exitStatus, 0)
             << cpus;
     }
 }

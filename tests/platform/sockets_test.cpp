@@ -43,7 +43,9 @@ int portOf(int fd) {
     return ntohs(address.sin_port);
 }
 
-bool isOpen(int fd) { return fcntl(fd, F_GETFD) >= 0; }
+bool isOpen(int fd) {
+    return fcntl(fd, F_GETFD) >= 0;
+}
 
 int openDescriptors() {
     int count = 0;
@@ -126,7 +128,9 @@ TEST(Sockets, ConnectsByNullDottedAddressAndName) {
     }
 }
 
-TEST(Sockets, CloseGivesTheSystemsResult) { EXPECT_EQ(vn_socketClose(-1), -1); }
+TEST(Sockets, CloseGivesTheSystemsResult) {
+    EXPECT_EQ(vn_socketClose(-1), -1);
+}
 
 TEST(Sockets, UnknownNameIsNotResolved) {
     int fd = -7;
@@ -172,7 +176,8 @@ TEST(Sockets, SystemsReasonOfARefusedConnectionIsLogged) {
         Listener listener;
         port = portOf(listener.fd);
     }
-    const ChildResult child = runChild("refusedIsLoggedAtDebug", {.arguments = {std::to_string(port)}});
+    const ChildResult child =
+        runChild("refusedIsLoggedAtDebug", {.arguments = {std::to_string(port)}});
     EXPECT_EQ(child.exitStatus, 0);
     EXPECT_NE(child.err.find("DEBUG ["), std::string::npos) << child.err;
     EXPECT_NE(child.err.find("] - connect: Connection refused\n"), std::string::npos) << child.err;

@@ -27,7 +27,8 @@ std::vector<std::string> childEnvironment(const std::string& name, const ChildOp
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
         const size_t equals = text.find('=');
-        variables[text.substr(0, equals)] = equals == std::string::npos ? "" : text.substr(equals + 1);
+        variables[text.substr(0, equals)] =
+            equals == std::string::npos ? "" : text.substr(equals + 1);
     }
     for (const auto& [key, value] : options.environment) {
         if (value) {
@@ -67,8 +68,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 // Reads both pipes until they close; kills the child when the time is over.
 void collect(pid_t pid, int out, int err, int timeoutSeconds, ChildResult& result) {
-    const auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     pollfd pipes[2] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
     std::string* texts[2] = {&result.out, &result.err};
     while (pipes[0].fd >= 0 || pipes[1].fd >= 0) {

@@ -39,10 +39,10 @@ bool registerChild(const char* name, ChildBody body);
 bool runAsChild(int argc, char** argv, int& status);
 ChildResult runChild(const std::string& name, const ChildOptions& options = {});
 
-#define VN_CHILD(name)                                                                          \
-    static int vnChild_##name(const ChildArguments& arguments);                                 \
-    [[maybe_unused]] static const bool vnChildRegistered_##name =                               \
-        registerChild(#name, vnChild_##name);                                                   \
+#define VN_CHILD(name)                                            \
+    static int vnChild_##name(const ChildArguments& arguments);   \
+    [[maybe_unused]] static const bool vnChildRegistered_##name = \
+        registerChild(#name, vnChild_##name);                     \
     static int vnChild_##name([[maybe_unused]] const ChildArguments& arguments)
 
 #endif

@@ -24,8 +24,12 @@ void countFree(const volatile void* block) {
 
 }  // namespace
 
-uint64_t heapAllocations() { return allocations; }
-uint64_t heapFrees() { return frees; }
+uint64_t heapAllocations() {
+    return allocations;
+}
+uint64_t heapFrees() {
+    return frees;
+}
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
@@ -34,14 +38,19 @@ uint64_t heapFrees() { return frees; }
 
 namespace {
 
-void onMalloc(const volatile void* block, size_t) { counted(const_cast<void*>(block)); }
+void onMalloc(const volatile void* block, size_t) {
+    counted(const_cast<void*>(block));
+}
 
-[[maybe_unused]] const int installed = __sanitizer_install_malloc_and_free_hooks(onMalloc, countFree);
+[[maybe_unused]] const int installed =
+    __sanitizer_install_malloc_and_free_hooks(onMalloc, countFree);
 
 }  // namespace
 
 #else
 
+// Visible to the shared libraries of the program, whose calls are meant.
+#pragma GCC visibility push(default)
 extern "C" {
 
 void* __libc_malloc(size_t size);
@@ -50,13 +59,21 @@ void* __libc_realloc(void* block, size_t size);
 void* __libc_memalign(size_t alignment, size_t size);
 void __libc_free(void* block);
 
-void* malloc(size_t size) { return counted(__libc_malloc(size)); }
+void* malloc(size_t size) {
+    return counted(__libc_malloc(size));
+}
 
-void* calloc(size_t count, size_t size) { return counted(__libc_calloc(count, size)); }
+void* calloc(size_t count, size_t size) {
+    return counted(__libc_calloc(count, size));
+}
 
-void* realloc(void* block, size_t size) { return counted(__libc_realloc(block, size)); }
+void* realloc(void* block, size_t size) {
+    return counted(__libc_realloc(block, size));
+}
 
-void* memalign(size_t alignment, size_t size) { return counted(__libc_memalign(alignment, size)); }
+void* memalign(size_t alignment, size_t size) {
+    return counted(__libc_memalign(alignment, size));
+}
 
 void* aligned_alloc(size_t alignment, size_t size) {
     return counted(__libc_memalign(alignment, size));
@@ -73,5 +90,6 @@ void free(void* block) {
 }
 
 }  // extern "C"
+#pragma GCC visibility pop
 
 #endif
