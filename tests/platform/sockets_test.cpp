@@ -231,25 +231,23 @@ TEST(Sockets, AcceptedConnectionsTimeOutAfterTenSeconds) {
     }
 }
 
-TEST(Sockets, SilentPeerEndsAReadAndAFullPipeEndsAWrite) {
+TEST(Sockets, SilentPeerEndsARead) {
     Connection connection;
-    std::string writeFailure;
-    double writeSeconds = 0;
-    std::thread writer([&] {
-        const auto start = Clock::now();
-        const std::string megabytes(64 << 20, 'x');
-        writeFailure = taken(vn_socketWrite(connection.ours, megabytes.c_str()));
-        writeSeconds = secondsSince(start);
-    });
-    Connection other;
     const auto start = Clock::now();
     uint8_t byte;
     unsigned length = 1;
-    EXPECT_EQ(taken(vn_socketReadBuffer(other.ours, &length, &byte)), strerror(EAGAIN));
+    EXPECT_EQ(taken(vn_socketReadBuffer(connection.ours, &length, &byte)), strerror(EAGAIN));
     EXPECT_NEAR(secondsSince(start), 10, 2);
-    writer.join();
-    EXPECT_EQ(writeFailure, strerror(EAGAIN));
-    EXPECT_GE(writeSeconds, 9.5);
+}
+
+// The time-out is made shorter here: a send that has moved some bytes returns after one of them,
+// and the next one after another.
+TEST(Sockets, PeerThatStopsReadingEndsAWrite) {
+    Connection connection;
+    const timeval shorter = {0, 100000};
+    setsockopt(connection.ours, SOL_SOCKET, SO_SNDTIMEO, &shorter, sizeof shorter);
+    const std::string megabytes(64 << 20, 'x');
+    EXPECT_EQ(taken(vn_socketWrite(connection.ours, megabytes.c_str())), strerror(EAGAIN));
 }
 
 TEST(Sockets, ReadsLinesAndDropsCarriageReturns) {

@@ -62,7 +62,13 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     if (!options.workingDirectory.empty() && chdir(options.workingDirectory.c_str()) != 0) {
         _exit(126);
     }
-    execve("/proc/self/exe", arguments, environment);
+    // By its own name: under valgrind "/proc/self/exe" itself would start valgrind.
+    char program[4096];
+    const ssize_t length = readlink("/proc/self/exe", program, sizeof program - 1);
+    if (length > 0) {
+        program[length] = '\0';
+        execve(program, arguments, environment);
+    }
     _exit(127);
 }
 

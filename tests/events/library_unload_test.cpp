@@ -18,7 +18,7 @@ using AddNow = void (*)(void*, uint64_t);
 using Dtor = void (*)(void*);
 
 int fail(const char* what) {
-    fprintf(stderr, "unload_test: %s\n", what);
+    fprintf(stderr, "library_unload_test: %s\n", what);
     return 1;
 }
 
@@ -64,7 +64,7 @@ int openDescriptors() {
 
 int main(int argc, char** argv) {
     if (argc != 2) {
-        return fail("usage: unload_test LIBRARY");
+        return fail("usage: library_unload_test LIBRARY");
     }
     setenv("VN_ASSUME_CPUS", "3", 1);
     for (int i = 0; i < 20; ++i) {
@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
     // A pool's array alone is more than 1 KiB a load: a leak cannot hide in this margin.
     const size_t grown = mallinfo2().uordblks - memory;
     if (static_cast<ptrdiff_t>(grown) > 4096) {
-        fprintf(stderr, "unload_test: %zu bytes were not given back by 200 loads\n", grown);
+        fprintf(stderr, "library_unload_test: %zu bytes were not given back by 200 loads\n", grown);
         return 1;
     }
     if (openDescriptors() != descriptors) {
