@@ -1,7 +1,7 @@
 // Timestamp sets and the pools they are recycled through.
 //
-// Each pool is guarded by its own mutex; no two are ever held together. Before the pools exist
-// and after they are gone (static initialisation, unload) everything goes to the heap.
+// Each pool is guarded by its own mutex; no two are ever held together. Without pools (before load
+// has made them, after unload, when there is no memory for them) everything goes to the heap.
 //
 // A set that comes from a pool brings along, under the same lock, as many free entries as it held
 // the last time. Stamps then take no lock: a set with six stamps costs 1.4 times six bare clock
@@ -23,6 +23,7 @@ namespace {
 
 constexpr uint32_t TS_POOL_SIZE = 32;    // free sets that a pool keeps
 constexpr uint32_t TSE_POOL_SIZE = 128;  // free entries that a pool keeps
+constexpr int mostPools = 4096;          // whatever VN_ASSUME_CPUS claims: 1.5 KiB each
 constexpr uint32_t entriesAtFirst = 8;   // room in a new set
 
 // The record that clients see, and what it brings along.
@@ -80,9 +81,11 @@ class VN_TimestampSet_Pools {
         if (getenv("VN_OBJECTPOOL_DISABLED") != nullptr) {
             return;
         }
-        count_ = static_cast<uint64_t>(std::max(vn_numberOfCPUs(), 1));
+        count_ = static_cast<uint64_t>(std::clamp(vn_numberOfCPUs(), 1, mostPools));
         pools_ = static_cast<Pool*>(calloc(count_, sizeof(Pool)));
-        vn_checkMemory(pools_);
+        if (pools_ == nullptr) {
+            return;
+        }
         for (uint64_t i = 0; i < count_; ++i) {
             vn_Mutex_init(&pools_[i].lock);
         }
