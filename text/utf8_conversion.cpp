@@ -8,9 +8,12 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+
+#include "text/utf8_kernel.h"
 
 namespace {
 
@@ -78,6 +81,28 @@ MallocBlock<char> convertExactly(const char* text, size_t length, size_t capacit
     }
     *end = '\0';
     return result;
+}
+
+// Not so in Turkish locales, where strcasecmp tells I and i apart.
+bool foldsAsciiAsUsual() {
+    return (*__ctype_tolower_loc())[size_t{'I'}] == 'i';
+}
+
+int compareFolded(const char* a, const char* b) {
+    const MallocBlock<uint16_t> wideA(vn_getUTF16(a));
+    const MallocBlock<uint16_t> wideB(vn_getUTF16(b));
+    UErrorCode status = U_ZERO_ERROR;  // ICU answers 0 for a null argument
+    return unorm_compare(reinterpret_cast<const UChar*>(wideA.get()), -1,
+                         reinterpret_cast<const UChar*>(wideB.get()), -1, U_COMPARE_IGNORE_CASE,
+                         &status);
+}
+
+// The first `common` bytes are ASCII and equal but for case.
+[[gnu::noinline]] int compareFrom(size_t common, const char* a, const char* b) {
+    if (!vn_isAscii(a + common) || !vn_isAscii(b + common)) {
+        return compareFolded(a, b);
+    }
+    return foldsAsciiAsUsual() ? strcasecmp(a + common, b + common) : strcasecmp(a, b);
 }
 
 // ICU counts in 32 bits; longer text is passed through.
@@ -175,13 +200,9 @@ unsigned int vn_codeUnitsUTF16(const uint16_t* text) {
 }
 
 int vn_UTF8CaseCmp(const char* a, const char* b) {
-    if (vn_isAscii(a) && vn_isAscii(b)) {
-        return strcasecmp(a, b);
+    const size_t common = vncommon::commonAscii(a, b);
+    if (a[common] == '\0' && b[common] == '\0' && foldsAsciiAsUsual()) {
+        return 0;
     }
-    const MallocBlock<uint16_t> wideA(vn_getUTF16(a));
-    const MallocBlock<uint16_t> wideB(vn_getUTF16(b));
-    UErrorCode status = U_ZERO_ERROR;  // ICU answers 0 for a null argument
-    return unorm_compare(reinterpret_cast<const UChar*>(wideA.get()), -1,
-                         reinterpret_cast<const UChar*>(wideB.get()), -1, U_COMPARE_IGNORE_CASE,
-                         &status);
+    return compareFrom(common, a, b);
 }

@@ -7,12 +7,18 @@
 
 namespace vncommon {
 
-// None of the bytes is zero, and nothing outside of them is read. Each check has a least size.
 struct Utf8Kernel {
+    // Checks of a stretch. None of its bytes is zero, and nothing outside of it is read. Each
+    // check has a least size.
     bool (*isAscii)(const uint8_t* bytes, size_t size);  // no byte has its top bit set
     size_t asciiMinimum;
     bool (*isUtf8)(const uint8_t* bytes, size_t size);  // whole, valid characters
     size_t utf8Minimum;
+
+    // How many bytes two terminated texts have in common before the terminator: ASCII, equal but
+    // for the case of letters. Any smaller answer is allowed. Reads behind a terminator, but never
+    // in another page.
+    size_t (*commonAscii)(const uint8_t* a, const uint8_t* b);
 };
 
 extern const Utf8Kernel utf8KernelPlain;  // words and byte tables, for any size
@@ -21,9 +27,16 @@ extern const Utf8Kernel utf8KernelSsse3;
 extern const Utf8Kernel utf8KernelAvx2;
 #endif
 
-// With the kernel of this machine, or the plain one where the stretch is too short for it.
+extern Utf8Kernel utf8Kernel;  // the one chosen for this machine
+
+// With the chosen kernel, or the plain one where the stretch is too short for it.
 bool isAsciiBytes(const char* bytes, size_t size);
 bool isUtf8Bytes(const char* bytes, size_t size);
+
+inline size_t commonAscii(const char* a, const char* b) {
+    return utf8Kernel.commonAscii(reinterpret_cast<const uint8_t*>(a),
+                                  reinterpret_cast<const uint8_t*>(b));
+}
 
 }  // namespace vncommon
 

@@ -7,10 +7,18 @@
 
 #include "text/utf8_kernel.h"
 
+#if __has_include(<valgrind/valgrind.h>)
+#include <valgrind/valgrind.h>
+#else
+#define RUNNING_ON_VALGRIND 0
+#endif
+
 namespace {
 
 using vncommon::isAsciiBytes;
 using vncommon::isUtf8Bytes;
+using vncommon::Utf8Kernel;
+using vncommon::utf8Kernel;
 
 constexpr uint8_t invalidLead = 7;
 
@@ -95,16 +103,36 @@ bool isUtf8Plain(const uint8_t* bytes, size_t size) {
     return true;
 }
 
-// Usable before the constructor below has run: the plain path is right everywhere.
-constinit vncommon::Utf8Kernel kernel = {isAsciiPlain, 0, isUtf8Plain, 0};
+size_t commonAsciiPlain(const uint8_t*, const uint8_t*) {
+    return 0;
+}
+
+constexpr Utf8Kernel plainKernel = {isAsciiPlain, 0, isUtf8Plain, 0, commonAsciiPlain};
+
+// Checkers of memory object to reading behind a terminator, although it is harmless within a page.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#elif defined(__has_feature)
+constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) ||
+                           __has_feature(memory_sanitizer);
+#else
+constexpr bool sanitized = false;
+#endif
+
+bool isMemoryChecked() {
+    return sanitized || RUNNING_ON_VALGRIND != 0;
+}
 
 #if defined(__x86_64__)
 [[gnu::constructor]] void chooseKernel() {
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx2")) {
-        kernel = vncommon::utf8KernelAvx2;
+        utf8Kernel = vncommon::utf8KernelAvx2;
     } else if (__builtin_cpu_supports("ssse3")) {
-        kernel = vncommon::utf8KernelSsse3;
+        utf8Kernel = vncommon::utf8KernelSsse3;
+    }
+    if (isMemoryChecked()) {
+        utf8Kernel.commonAscii = commonAsciiPlain;
     }
 }
 #endif
@@ -129,16 +157,19 @@ size_t wholeCharacters(const char* text, size_t size) {
 
 }  // namespace
 
-const vncommon::Utf8Kernel vncommon::utf8KernelPlain = {isAsciiPlain, 0, isUtf8Plain, 0};
+const Utf8Kernel vncommon::utf8KernelPlain = plainKernel;
+// Usable before the constructor above has run: the plain path is right everywhere.
+constinit Utf8Kernel vncommon::utf8Kernel = plainKernel;
 
 bool vncommon::isAsciiBytes(const char* bytes, size_t size) {
     const auto data = reinterpret_cast<const uint8_t*>(bytes);
-    return size < kernel.asciiMinimum ? isAsciiPlain(data, size) : kernel.isAscii(data, size);
+    return size < utf8Kernel.asciiMinimum ? isAsciiPlain(data, size)
+                                          : utf8Kernel.isAscii(data, size);
 }
 
 bool vncommon::isUtf8Bytes(const char* bytes, size_t size) {
     const auto data = reinterpret_cast<const uint8_t*>(bytes);
-    return size < kernel.utf8Minimum ? isUtf8Plain(data, size) : kernel.isUtf8(data, size);
+    return size < utf8Kernel.utf8Minimum ? isUtf8Plain(data, size) : utf8Kernel.isUtf8(data, size);
 }
 
 int vn_isAscii(const char* text) {

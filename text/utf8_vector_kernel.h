@@ -1,12 +1,12 @@
-// Validation of UTF-8 with vectors of bytes, for any width. Each file that includes this header
+// Work on UTF-8 with vectors of bytes, for any width. Each file that includes this header
 // brings its instructions as a type (see utf8_kernel_ssse3.cpp) and is compiled for a processor
 // that has them. So that no such code ends up in a function that other files share, everything
-// here has internal linkage and nothing of the standard library is called.
+// here has internal linkage and no inline function of the standard library is called.
 //
-// Most faults show in two neighbouring bytes. A fault of that sort is told by three half bytes:
-// both halves of the first byte and the upper half of the second. Each half byte selects a mask
-// of the faults that it allows; the pair has the faults that all three masks share. What
-// remains is whether continuation bytes stand exactly where a lead two or three bytes before
+// Validation: most faults show in two neighbouring bytes. A fault of that sort is told by three
+// half bytes: both halves of the first byte and the upper half of the second. Each half byte
+// selects a mask of the faults that it allows; the pair has the faults that all three masks share.
+// What remains is whether continuation bytes stand exactly where a lead two or three bytes before
 // asks for them. That is the top bit: "two continuation bytes in a row" is a fault where no such
 // lead stands before, and its absence is one where it does.
 #ifndef VN_TEXT_UTF8_VECTOR_KERNEL_H
@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "text/utf8_kernel.h"
 
@@ -162,10 +163,114 @@ bool hasNoTopBit(const uint8_t* bytes, size_t size) {
     return Isa::isAscii(any);
 }
 
+// How many vectors of both texts can be read without touching the next page of either.
+template <class Isa>
+size_t vectorsInPages(const uint8_t* a, const uint8_t* b) {
+    constexpr size_t pageSize = 4096;  // or a multiple of it
+    const size_t offsetOfA = reinterpret_cast<uintptr_t>(a) % pageSize;
+    const size_t offsetOfB = reinterpret_cast<uintptr_t>(b) % pageSize;
+    const size_t offset = offsetOfA > offsetOfB ? offsetOfA : offsetOfB;
+    return (pageSize - offset) / sizeof(typename Isa::Vector);
+}
+
+// Whether so many bytes stand before the terminator: then they can be read in any page.
+bool isAtLeast(const uint8_t* text, size_t size) {
+    return strnlen(reinterpret_cast<const char*>(text), size) == size;
+}
+
+// The comparison reads behind terminators, never beyond the page: with strlen of both texts first,
+// short texts took twice as long.
+bool isCommonAscii(uint8_t a, uint8_t b) {
+    const bool isLetter = static_cast<uint8_t>((a | 0x20) - 'a') < 26;
+    return a != 0 && a < 0x80 && (a == b || (isLetter && (a ^ b) == 0x20));
+}
+
+// All bits of each byte that isCommonAscii.
+template <class Isa>
+typename Isa::Vector commonAsciiAt(const uint8_t* a, const uint8_t* b) {
+    const auto first = Isa::load(a);
+    const auto difference = Isa::differ(first, Isa::load(b));
+    // 'z' becomes the greatest signed byte; whatever lies above, the smallest ones.
+    const auto moved = Isa::add(Isa::either(first, Isa::all(0x20)), Isa::all(0x7F - 'z'));
+    const auto isLetter = Isa::greater(moved, Isa::all(0x7F - 'z' + 'a' - 1));
+    const auto excused = Isa::both(isLetter, Isa::all(0x20));
+    return Isa::both(Isa::greater(first, Isa::zero()),  // neither the terminator nor above ASCII
+                     Isa::equal(Isa::without(difference, excused), Isa::zero()));
+}
+
+template <class Isa>
+bool areFourCommonAscii(const uint8_t* a, const uint8_t* b) {
+    constexpr size_t width = sizeof(typename Isa::Vector);
+    const auto front =
+        Isa::both(commonAsciiAt<Isa>(a, b), commonAsciiAt<Isa>(a + width, b + width));
+    const auto back = Isa::both(commonAsciiAt<Isa>(a + 2 * width, b + 2 * width),
+                                commonAsciiAt<Isa>(a + 3 * width, b + 3 * width));
+    return Isa::notSet(Isa::both(front, back)) == 0;
+}
+
+template <class Isa>
+size_t commonAsciiBetween(const uint8_t* a, const uint8_t* b, size_t at, size_t end) {
+    for (; at < end; at += sizeof(typename Isa::Vector)) {
+        const uint32_t notCommon = Isa::notSet(commonAsciiAt<Isa>(a + at, b + at));
+        if (notCommon != 0) {
+            return at + static_cast<size_t>(__builtin_ctz(notCommon));
+        }
+    }
+    return end;
+}
+
+// As far as size, in whole vectors.
+template <class Isa>
+[[gnu::noinline]] size_t commonAsciiWithin(const uint8_t* a, const uint8_t* b, size_t size) {
+    constexpr size_t four = 4 * sizeof(typename Isa::Vector);
+    size_t at = 0;
+    while (size - at >= four && areFourCommonAscii<Isa>(a + at, b + at)) {
+        at += four;
+    }
+    return commonAsciiBetween<Isa>(a, b, at, size);
+}
+
+template <class Isa>
+[[gnu::noinline]] size_t commonAsciiOfLong(const uint8_t* a, const uint8_t* b, size_t at) {
+    constexpr size_t width = sizeof(typename Isa::Vector);
+    for (;;) {
+        size_t size = vectorsInPages<Isa>(a + at, b + at) * width;
+        if (size == 0 && isAtLeast(a + at, width) && isAtLeast(b + at, width)) {
+            size = width;
+        }
+        const size_t common = commonAsciiWithin<Isa>(a + at, b + at, size);
+        at += common;
+        if (common < size) {
+            return at;
+        }
+        if (size == 0) {  // one of the texts ends before its page does
+            while (isCommonAscii(a[at], b[at])) {
+                ++at;
+            }
+            return at;
+        }
+    }
+}
+
+// Most texts end or differ early: they need one or two vectors and no stack frame.
+template <class Isa>
+size_t commonAscii(const uint8_t* a, const uint8_t* b) {
+    size_t at = 0;
+    for (size_t left = vectorsInPages<Isa>(a, b); left > 0 && at < 4 * sizeof(typename Isa::Vector);
+         --left) {
+        const uint32_t notCommon = Isa::notSet(commonAsciiAt<Isa>(a + at, b + at));
+        if (notCommon != 0) {
+            return at + static_cast<size_t>(__builtin_ctz(notCommon));
+        }
+        at += sizeof(typename Isa::Vector);
+    }
+    return commonAsciiOfLong<Isa>(a, b, at);
+}
+
 template <class Isa>
 constexpr vncommon::Utf8Kernel makeKernel() {
     return {hasNoTopBit<Isa>, sizeof(typename Isa::Vector), Validator<Isa>::run,
-            Validator<Isa>::minimum};
+            Validator<Isa>::minimum, commonAscii<Isa>};
 }
 
 }  // namespace

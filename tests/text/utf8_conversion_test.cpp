@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <vncommon/utf8.h>
 
+#include <clocale>
 #include <cstdlib>
 #include <memory>
 #include <optional>
@@ -289,6 +290,44 @@ TEST(CaseCmp, OfAsciiIsThatOfThePlatform) {
         }
     }
     EXPECT_LT(vn_UTF8CaseCmp("ABC", "abd"), 0);
+}
+
+// strcasecmp folds by the locale, and so must we: in Turkish, I and i are different letters.
+VN_CHILD(compareInTurkish) {
+    if (!setlocale(LC_ALL, "tr_TR.ISO-8859-9")) {
+        return 77;
+    }
+    return vn_UTF8CaseCmp("TITLE", "title") == strcasecmp("TITLE", "title") ? 0 : 1;
+}
+
+TEST(CaseCmp, FollowsTheLocaleInAscii) {
+    const std::string folder = testing::TempDir() + "vn_locale_" + std::to_string(getpid());
+    const std::string make = "mkdir " + folder + " && localedef -i tr_TR -f ISO-8859-9 " + folder +
+                             "/tr_TR.ISO-8859-9 >/dev/null 2>&1";
+    const int made = std::system(make.c_str());
+    const ChildResult child = runChild("compareInTurkish", {.environment = {{"LOCPATH", folder}}});
+    EXPECT_EQ(std::system(("rm -r " + folder).c_str()), 0);
+    if (made != 0 || child.exitStatus == 77) {
+        GTEST_SKIP() << "the sources of the Turkish locale are not installed";
+    }
+    EXPECT_EQ(child.exitStatus, 0);
+}
+
+TEST(CaseCmp, LongTexts) {
+    const auto expectAsPlatform = [](const std::string& a, const std::string& b) {
+        EXPECT_EQ(vn_UTF8CaseCmp(a.c_str(), b.c_str()), strcasecmp(a.c_str(), b.c_str()));
+    };
+    for (const size_t size : {31U, 32U, 127U, 128U, 4095U, 4096U, 20000U}) {
+        std::string a(size, 'n');
+        std::string b(size, 'N');
+        EXPECT_EQ(vn_UTF8CaseCmp(a.c_str(), b.c_str()), 0);
+        a += "!";
+        expectAsPlatform(a, b);
+        b += "?";
+        expectAsPlatform(a, b);
+        a[size / 2] = '_';
+        expectAsPlatform(a, b);
+    }
 }
 
 TEST(CaseCmp, FoldsBeyondAscii) {

@@ -325,4 +325,88 @@ TEST(Kernels, AgreeOnTheSweepOfFourBytes) {
     });
 }
 
+// The common start by the definition, byte by byte.
+size_t commonByBytes(const char* a, const char* b) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : +c; };
+    size_t at = 0;
+    while (a[at] > 0 && b[at] > 0 && lower(a[at]) == lower(b[at])) {
+        ++at;
+    }
+    return at;
+}
+
+void expectCommonAscii(const char* a, const char* b) {
+    const size_t common = commonByBytes(a, b);
+    for (const auto& [name, kernel] : kernels()) {
+        const size_t answer = kernel.commonAscii(reinterpret_cast<const uint8_t*>(a),
+                                                 reinterpret_cast<const uint8_t*>(b));
+        if (std::string(name) == "plain") {
+            ASSERT_LE(answer, common);
+        } else {
+            ASSERT_EQ(answer, common) << name << ' ' << a << ' ' << b;
+        }
+    }
+}
+
+// The vector kernels read behind terminators, to which checkers of memory object. Those run the
+// plain one.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VN_SKIP_WHEN_CHECKED() GTEST_SKIP()
+#else
+#define VN_SKIP_WHEN_CHECKED() static_cast<void>(0)
+#endif
+
+TEST(CommonAscii, OfEveryPairOfBytes) {
+    VN_SKIP_WHEN_CHECKED();
+    for (const size_t before : {5U, 31U, 200U}) {
+        std::string a(before + 20, 'q');
+        std::string b(before + 20, 'Q');
+        for (int first = 0; first < 256; ++first) {
+            for (int second = 0; second < 256; ++second) {
+                a[before] = static_cast<char>(first);
+                b[before] = static_cast<char>(second);
+                ASSERT_NO_FATAL_FAILURE(expectCommonAscii(a.c_str(), b.c_str()));
+            }
+        }
+    }
+}
+
+// One text ends at its guard, the other at any distance from its own.
+TEST(CommonAscii, StaysInThePagesOfItsTexts) {
+    VN_SKIP_WHEN_CHECKED();
+    GuardedMemory first;
+    GuardedMemory second;
+    for (size_t size = 0; size <= 130; ++size) {
+        for (size_t distance = 0; distance <= 70; ++distance) {
+            for (const char fault : {'\0', '\x80', '!'}) {
+                char* a = first.end() - size - 1;
+                char* b = second.end() - size - 1 - distance;
+                std::memset(a, 'k', size);
+                std::memset(b, 'K', size + distance);
+                a[size] = '\0';
+                b[size] = fault;
+                b[size + distance] = '\0';
+                ASSERT_NO_FATAL_FAILURE(expectCommonAscii(a, b));
+                ASSERT_NO_FATAL_FAILURE(expectCommonAscii(b, a));
+                if (size > 2) {
+                    b[size / 2] = '\xC3';
+                    ASSERT_NO_FATAL_FAILURE(expectCommonAscii(a, b));
+                }
+            }
+        }
+    }
+}
+
+TEST(CommonAscii, GoesOnAcrossPages) {
+    VN_SKIP_WHEN_CHECKED();
+    const std::string text(20000, 'm');
+    for (size_t shift = 0; shift < 40; ++shift) {
+        std::string other(20000, 'M');
+        const char* a = text.c_str() + shift;
+        ASSERT_NO_FATAL_FAILURE(expectCommonAscii(a, other.c_str() + shift / 3));
+        other[10000 + 7 * shift] = '?';
+        ASSERT_NO_FATAL_FAILURE(expectCommonAscii(a, other.c_str() + 1));
+    }
+}
+
 }  // namespace
