@@ -70,6 +70,14 @@ void* threadMain(void* argument) {
     return nullptr;
 }
 
+[[gnu::noinline]] uint64_t numberThisThread() {
+    vn_Mutex_lock(&threadCounterIdMutex);
+    const uint64_t number = ++threadCounter;
+    vn_ThreadLocal_set(&threadCounterId, reinterpret_cast<void*>(number));
+    vn_Mutex_unlock(&threadCounterIdMutex);
+    return number;
+}
+
 timespec toTimespec(uint64_t milliseconds) {
     timespec time;
     time.tv_sec = static_cast<time_t>(milliseconds / 1000);
@@ -79,7 +87,9 @@ timespec toTimespec(uint64_t milliseconds) {
 
 }  // namespace
 
-void vn_threadInit(void) { initDone = true; }
+void vn_threadInit(void) {
+    initDone = true;
+}
 
 void vn_Mutex_init(vn_Mutex* mutex) {
     checkError(pthread_mutex_init(mutex, nullptr), "pthread_mutex_init");
@@ -89,7 +99,9 @@ void vn_Mutex_destroy(vn_Mutex* mutex) {
     checkError(pthread_mutex_destroy(mutex), "pthread_mutex_destroy");
 }
 
-void vn_Mutex_lock(vn_Mutex* mutex) { checkError(pthread_mutex_lock(mutex), "pthread_mutex_lock"); }
+void vn_Mutex_lock(vn_Mutex* mutex) {
+    checkError(pthread_mutex_lock(mutex), "pthread_mutex_lock");
+}
 
 void vn_Mutex_unlock(vn_Mutex* mutex) {
     checkError(pthread_mutex_unlock(mutex), "pthread_mutex_unlock");
@@ -130,7 +142,9 @@ void vn_Semaphore_destroy(vn_Semaphore* semaphore) {
     checkError(sem_destroy(semaphore), "sem_destroy");
 }
 
-void vn_Semaphore_post(vn_Semaphore* semaphore) { checkError(sem_post(semaphore), "sem_post"); }
+void vn_Semaphore_post(vn_Semaphore* semaphore) {
+    checkError(sem_post(semaphore), "sem_post");
+}
 
 void vn_Semaphore_wait(vn_Semaphore* semaphore) {
     while (sem_wait(semaphore) != 0) {
@@ -140,7 +154,9 @@ void vn_Semaphore_wait(vn_Semaphore* semaphore) {
     }
 }
 
-bool vn_Semaphore_trywait(vn_Semaphore* semaphore) { return sem_trywait(semaphore) != 0; }
+bool vn_Semaphore_trywait(vn_Semaphore* semaphore) {
+    return sem_trywait(semaphore) != 0;
+}
 
 vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool detached) {
     // Before the initialisation test, which may abort: the order is part of the behaviour.
@@ -171,7 +187,9 @@ void* vn_joinThread(vn_ThreadId thread) {
     return exitValue;
 }
 
-vn_ThreadId vn_getThreadID(void) { return pthread_self(); }
+vn_ThreadId vn_getThreadID(void) {
+    return pthread_self();
+}
 
 void vn_sleep(uint32_t milliseconds) {
     timespec left = toTimespec(milliseconds);
@@ -187,7 +205,9 @@ void vn_ThreadLocal_destroy(vn_ThreadLocal* slot) {
     checkError(pthread_key_delete(*slot), "pthread_key_delete");
 }
 
-void* vn_ThreadLocal_get(vn_ThreadLocal* slot) { return pthread_getspecific(*slot); }
+void* vn_ThreadLocal_get(vn_ThreadLocal* slot) {
+    return pthread_getspecific(*slot);
+}
 
 void vn_ThreadLocal_set(vn_ThreadLocal* slot, void* value) {
     checkError(pthread_setspecific(*slot, value), "pthread_setspecific");
@@ -195,14 +215,7 @@ void vn_ThreadLocal_set(vn_ThreadLocal* slot, void* value) {
 
 uint64_t vn_getCountedThreadId(void) {
     void* known = vn_ThreadLocal_get(&threadCounterId);
-    if (known != nullptr) {
-        return reinterpret_cast<uint64_t>(known);
-    }
-    vn_Mutex_lock(&threadCounterIdMutex);
-    const uint64_t number = ++threadCounter;
-    vn_ThreadLocal_set(&threadCounterId, reinterpret_cast<void*>(number));
-    vn_Mutex_unlock(&threadCounterIdMutex);
-    return number;
+    return known != nullptr ? reinterpret_cast<uint64_t>(known) : numberThisThread();
 }
 
 void vn_reportLoggerFD(void) {}

@@ -66,10 +66,7 @@ char* warnOfNullText() {
 
 }  // namespace
 
-void checkError(int code, const char* systemCall) {
-    if (code == 0) {
-        return;
-    }
+void reportFailedCall(int code, const char* systemCall) {
     const ErrorTexts texts(code);
     fprintf(stderr, "Fatal error: System call %s failed\n", systemCall);
     texts.print();
