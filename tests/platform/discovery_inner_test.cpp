@@ -67,7 +67,10 @@ TEST_F(DiscoveryFiles, AssumedProcessorsNeedNoFile) {
     std::atomic<int> cache{vncommon::unknownCpus};
     EXPECT_EQ(vncommon::physicalCpus(cache, (folder / "missing").c_str()), 3);
     EXPECT_EQ(cache, 3);
-    for (const char* ignored : {"0", "-2", "word", "4294967296"}) {
+    // The largest count is tried here, where nothing else is made in that number.
+    setenv("VN_ASSUME_CPUS", "2147483647", 1);
+    EXPECT_EQ(count(""), 2147483647);
+    for (const char* ignored : {"0", "-2", "word", "2147483648", "4294967296"}) {
         setenv("VN_ASSUME_CPUS", ignored, 1);
         EXPECT_EQ(count("processor\nprocessor\n"), 2);
     }
@@ -151,7 +154,7 @@ TEST(LineReader, GivesThePiecesThatFgetsGives) {
     };
     for (const std::string& text : texts) {
         const std::string path = folder.write("text", text);
-        for (const size_t size : {2, 3, 16, 256, 1023, 1024, 1025, 4096}) {
+        for (const size_t size : {2U, 3U, 16U, 256U, 1023U, 1024U, 1025U, 4096U}) {
             EXPECT_EQ(withLineReader(path, size), withFgets(path, size)) << size << text;
         }
     }

@@ -509,7 +509,6 @@ TEST(AssumedCpus, ReplaceTheMachinesWhenPositiveIn32Bits) {
         int expected;
     } cases[] = {{"3", 3},
                  {" +17 processors", 17},
-                 {"2147483647", 2147483647},
                  {"4294967297", 1},  // cut to 32 bits
                  {"-4294967295", 1},
                  {"2147483648", machine},  // negative in 32 bits

@@ -302,7 +302,7 @@ TEST_F(Threads, TimedWaitIsFalseForPastDeadlines) {
 
 TEST_F(Threads, TimedWaitLastsToTheDeadlineInMilliseconds) {
     Gate gate;
-    for (const uint64_t wait : {50, 51, 130}) {
+    for (const uint64_t wait : {50U, 51U, 130U}) {
         const uint64_t deadline = vn_systime() + wait;
         EXPECT_FALSE(gate.passBefore(deadline));
         EXPECT_GE(vn_systime(), deadline);
