@@ -13,6 +13,7 @@
 #include <vncommon/file_logger.h>
 #include <vncommon/utf8.h>
 
+#include "logging/guarded_entry.h"
 #include "logging/levels.h"
 #include "logging/line.h"
 #include "logging/not_cancelled.h"
@@ -170,25 +171,25 @@ void vncommon::writeLine(FileLogger* logger, uint32_t level, const char* format,
 }
 
 // The eight operations, by name and level.
-#define VN_LOG_OPERATION(operation, level)                                     \
-    void FileLogger_##operation(FileLogger* logger, const char* format, ...) { \
-        if (!isWritten(logger, level)) {                                       \
-            return;                                                            \
-        }                                                                      \
-        va_list arguments;                                                     \
-        va_start(arguments, format);                                           \
-        writeLine(logger, level, format, arguments);                           \
-        va_end(arguments);                                                     \
+#define VN_LOG_OPERATION(operation, level)                                               \
+    VN_GUARDED_BY_ARGUMENT(operation, level);                                            \
+    extern "C" void VN_WRITER(operation)(FileLogger * logger, const char* format, ...) { \
+        if (isWritten(logger, level)) {                                                  \
+            va_list arguments;                                                           \
+            va_start(arguments, format);                                                 \
+            writeLine(logger, level, format, arguments);                                 \
+            va_end(arguments);                                                           \
+        }                                                                                \
     }
 
-VN_LOG_OPERATION(LogTrace, levelTrace)
-VN_LOG_OPERATION(LogDebug, levelDebug)
-VN_LOG_OPERATION(LogInfo, levelInfo)
-VN_LOG_OPERATION(LogWarn, levelWarning)
-VN_LOG_OPERATION(LogError, levelError)
-VN_LOG_OPERATION(LogFatal, levelFatal)
-VN_LOG_OPERATION(LogCrit, levelCritical)
-VN_LOG_OPERATION(LogForce, levelForced)
+VN_LOG_OPERATION(FileLogger_LogTrace, 9)
+VN_LOG_OPERATION(FileLogger_LogDebug, 8)
+VN_LOG_OPERATION(FileLogger_LogInfo, 7)
+VN_LOG_OPERATION(FileLogger_LogWarn, 6)
+VN_LOG_OPERATION(FileLogger_LogError, 5)
+VN_LOG_OPERATION(FileLogger_LogFatal, 4)
+VN_LOG_OPERATION(FileLogger_LogCrit, 3)
+VN_LOG_OPERATION(FileLogger_LogForce, 2)
 
 void FileLogger_DoLog(FileLogger* logger, uint32_t level, const char* format, va_list arguments) {
     if (isWritten(logger, level)) {

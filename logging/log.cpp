@@ -6,15 +6,20 @@
 #include <vncommon/file_logger.h>
 #include <vncommon/threads.h>
 
+#include "logging/guarded_entry.h"
 #include "logging/levels.h"
 #include "logging/line.h"
 #include "logging/reopening.h"
 
 using namespace vncommon;
 
+// Null until the first call; never destroyed. The name is for guarded_entry.h.
+#define VN_LOGGER_SYMBOL "vncommon_logger"
+__attribute__((visibility("hidden"))) std::atomic<FileLogger*> logger asm(VN_LOGGER_SYMBOL) =
+    nullptr;
+
 namespace {
 
-std::atomic<FileLogger*> logger{nullptr};  // null until the first call; never destroyed
 vn_Mutex creation = PTHREAD_MUTEX_INITIALIZER;
 
 enum class Destination { standardError, chosenNext };
@@ -99,26 +104,26 @@ const char* VN_LogLevelToString(uint32_t level) {
 }
 
 // The eight operations, by name and level.
-#define VN_LOG_OPERATION(operation, level)            \
-    void VN_##operation(const char* format, ...) {    \
-        FileLogger* current = ensureLogger();         \
-        if (!isWritten(current, level)) {             \
-            return;                                   \
-        }                                             \
-        va_list arguments;                            \
-        va_start(arguments, format);                  \
-        writeLine(current, level, format, arguments); \
-        va_end(arguments);                            \
+#define VN_LOG_OPERATION(operation, level)                          \
+    VN_GUARDED_BY_POINTER(operation, level, VN_LOGGER_SYMBOL);      \
+    extern "C" void VN_WRITER(operation)(const char* format, ...) { \
+        FileLogger* current = ensureLogger();                       \
+        if (isWritten(current, level)) {                            \
+            va_list arguments;                                      \
+            va_start(arguments, format);                            \
+            writeLine(current, level, format, arguments);           \
+            va_end(arguments);                                      \
+        }                                                           \
     }
 
-VN_LOG_OPERATION(LogTrace, levelTrace)
-VN_LOG_OPERATION(LogDebug, levelDebug)
-VN_LOG_OPERATION(LogInfo, levelInfo)
-VN_LOG_OPERATION(LogWarn, levelWarning)
-VN_LOG_OPERATION(LogError, levelError)
-VN_LOG_OPERATION(LogFatal, levelFatal)
-VN_LOG_OPERATION(LogCrit, levelCritical)
-VN_LOG_OPERATION(LogForce, levelForced)
+VN_LOG_OPERATION(VN_LogTrace, 9)
+VN_LOG_OPERATION(VN_LogDebug, 8)
+VN_LOG_OPERATION(VN_LogInfo, 7)
+VN_LOG_OPERATION(VN_LogWarn, 6)
+VN_LOG_OPERATION(VN_LogError, 5)
+VN_LOG_OPERATION(VN_LogFatal, 4)
+VN_LOG_OPERATION(VN_LogCrit, 3)
+VN_LOG_OPERATION(VN_LogForce, 2)
 
 void VN_DoLog(uint32_t level, const char* format, va_list arguments) {
     FileLogger_DoLog(ensureLogger(), level, format, arguments);

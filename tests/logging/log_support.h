@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -47,20 +46,33 @@ inline std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
+// Whether text starts with the pattern, in which 0 stands for a digit and ? for any character.
+inline bool startsLike(const std::string& text, const std::string& pattern) {
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        const char c = i < text.size() ? text[i] : '\0';
+        const bool digit = c >= '0' && c <= '9';
+        if (pattern[i] == '0' ? !digit : pattern[i] != '?' && pattern[i] != c) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // A line taken apart; empty fields when it does not have the format of a line.
 struct Line {
     explicit Line(const std::string& line) {
-        static const std::regex head(
-            R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\.(\d{3}) (.{5}) \[(\d+)\] - )");
-        const std::string start = line.substr(0, 64);
-        std::smatch match;
-        if (std::regex_search(start, match, head, std::regex_constants::match_continuous)) {
-            second = match[1];
-            milliseconds = match[2];
-            level = match[3];
-            thread = match[4];
-            message = line.substr(static_cast<size_t>(match.length()));
+        const std::string head = "0000-00-00 00:00:00.000 ????? [0";
+        const size_t threadStart = head.size() - 1;
+        const size_t threadEnd = line.find_first_not_of("0123456789", threadStart);
+        if (!startsLike(line, head) || threadEnd == std::string::npos ||
+            line.compare(threadEnd, 4, "] - ") != 0) {
+            return;
         }
+        second = line.substr(0, 19);
+        milliseconds = line.substr(20, 3);
+        level = line.substr(24, 5);
+        thread = line.substr(threadStart, threadEnd - threadStart);
+        message = line.substr(threadEnd + 4);
     }
     std::string second, milliseconds, level, thread, message;
 };
