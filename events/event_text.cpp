@@ -475,14 +475,16 @@ class GrowingText {
 
     void escaped(std::string_view text) {
         reserve(2 * text.size() + 2);
-        put('"');
+        char* to = at;  // the member would be stored and loaded again for every byte
+        *to++ = '"';
         for (const char c : text) {
             const char letter = escapeLetter(c);
-            *at = '\\';
-            at += letter != 0 ? 1 : 0;
-            put(letter != 0 ? letter : c);
+            *to = '\\';
+            to += letter != 0 ? 1 : 0;
+            *to++ = letter != 0 ? letter : c;
         }
-        put('"');
+        *to++ = '"';
+        at = to;
     }
 
     void reserve(size_t size) {

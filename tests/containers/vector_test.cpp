@@ -279,7 +279,7 @@ TEST(VectorShrink, NeedsTheFlag) {
 TEST(VectorFind, AnswersTheFirstMatch) {
     forget();
     const VectorHandle vector(vn_Vector_ctor(compareNumbers, nullptr, nullptr, 0, 0));
-    for (const uintptr_t element : {4, 7, 9, 7}) {
+    for (const uintptr_t element : {4u, 7u, 9u, 7u}) {
         vn_Vector_add(vector.get(), pointer(element));
     }
     uint32_t index = 99;
