@@ -4,6 +4,7 @@
 
 #include <vncommon/failure.h>
 #include <vncommon/threads.h>
+#include <vncommon/sockets.h>
 #include <vncommon/vector.h>
 #include <vncommon/hashmap.h>
 #include <vncommon/queue.h>
@@ -16,6 +17,9 @@
 #include <vncommon/process.h>
 #include <vncommon/maths.h>
 #include <vncommon/config_file.h>
+#include <vncommon/file_logger.h>
+#include <vncommon/log.h>
 #include <vncommon/event_writer.h>
+#include <vncommon/timestamp_set.h>
 
 #endif

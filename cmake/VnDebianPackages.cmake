@@ -1,0 +1,54 @@
+# `cpack -G DEB` makes one Debian package of each component of VnInstall.cmake. scripts/package
+# does it in a build whose prefix is /usr, where GNUInstallDirs picks Debian's library folder.
+include(VnCopyright)
+
+set(VN_COPYRIGHT ${CMAKE_CURRENT_BINARY_DIR}/copyright)
+vn_write_copyright(${VN_COPYRIGHT})
+function(vn_install_documents component package)
+    install(FILES ${VN_COPYRIGHT} ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
+endfunction()
+set(VN_RUNTIME_PACKAGE libvncommon${PROJECT_VERSION_MAJOR})
+vn_install_documents(runtime ${VN_RUNTIME_PACKAGE})
+vn_install_documents(development libvncommon-dev)
+vn_install_documents(tools vninfo)
+
+# CPack puts the project's description, the short one, before each of the component's.
+set(CPACK_PACKAGE_NAME vncommon)
+set(CPACK_PACKAGE_VENDOR "libvncommon developers")
+set(CPACK_PACKAGE_CONTACT "libvncommon developers <vncommon@localhost>")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+    GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+if(TARGET vninfo)
+    list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Threads, sockets, container-aware discovery of processors and memory, containers, text, logging
+and events behind a flat C interface.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${VN_RUNTIME_PACKAGE})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+# Programs built against one version run with it and with all later ones of this major version.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Development files: headers, CMake package, pkg-config file and the jar with the Java class.")
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvncommon-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "vninfo prints the processors and the memory that a process may use, with every source that was
+read and which one won: text for people, JSON for scripts.")
+set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vninfo)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+
+include(CPack)

@@ -1,0 +1,47 @@
+# What `cmake --install` puts where, in three components: "runtime" (the shared library),
+# "development" (headers, CMake package, vncommon.pc, the jar) and "tools" (vninfo).
+# Everything finds its neighbours relative to itself, so that the prefix may still be chosen, or
+# the installed tree moved, after the build.
+include(CMakePackageConfigHelpers)
+
+set(VN_INSTALL_TEMPLATES ${CMAKE_CURRENT_LIST_DIR}/install)
+set(VN_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/vncommon)
+set(VN_INSTALL_JAVADIR ${CMAKE_INSTALL_DATADIR}/java)
+set(VN_INSTALL_JAR ${VN_INSTALL_JAVADIR}/vncommon.jar)
+
+install(TARGETS vncommon EXPORT vncommon-targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            COMPONENT runtime NAMELINK_COMPONENT development)
+install(DIRECTORY include/vncommon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    COMPONENT development FILES_MATCHING PATTERN "*.h")
+if(TARGET vncommon_jar)
+    install_jar(vncommon_jar DESTINATION ${VN_INSTALL_JAVADIR} COMPONENT development)
+endif()
+if(TARGET vninfo)
+    file(RELATIVE_PATH VN_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(vninfo PROPERTIES INSTALL_RPATH $ORIGIN/${VN_BIN_TO_LIB})
+    install(TARGETS vninfo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
+
+# find_package(vncommon CONFIG)
+install(EXPORT vncommon-targets NAMESPACE vncommon:: DESTINATION ${VN_INSTALL_CMAKEDIR}
+    COMPONENT development)
+configure_package_config_file(${VN_INSTALL_TEMPLATES}/vncommon-config.cmake.in
+    ${CMAKE_CURRENT_BINARY_DIR}/vncommon-config.cmake
+    INSTALL_DESTINATION ${VN_INSTALL_CMAKEDIR} PATH_VARS VN_INSTALL_JAR)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vncommon-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vncommon-config.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/vncommon-config-version.cmake
+    DESTINATION ${VN_INSTALL_CMAKEDIR} COMPONENT development)
+
+# pkg-config vncommon
+file(RELATIVE_PATH VN_PC_TO_PREFIX
+     ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+cmake_path(APPEND VN_PC_LIBDIR "\${prefix}" ${CMAKE_INSTALL_LIBDIR})
+cmake_path(APPEND VN_PC_INCLUDEDIR "\${prefix}" ${CMAKE_INSTALL_INCLUDEDIR})
+configure_file(${VN_INSTALL_TEMPLATES}/vncommon.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vncommon.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vncommon.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+include(VnDebianPackages)

@@ -1,0 +1,80 @@
+// What the library sees of the machine and of the environment, gathered once and then reported as
+// text or as JSON.
+#ifndef VNINFO_FACTS_H
+#define VNINFO_FACTS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vninfo {
+
+// A file or an environment variable that had a say.
+struct Reading {
+    enum class Kind { file, variable };
+    Kind kind;
+    std::string name;
+    std::optional<std::string> text;  // first line, or value; nothing when there is none
+};
+
+// One place that processors or memory were looked up in.
+struct Source {
+    std::string name;
+    std::vector<Reading> readings;
+    std::optional<double> value;  // nothing: this source sets no limit
+};
+
+struct Resource {
+    double usable;
+    std::vector<Source> sources;
+    const Source* winner() const;  // the first source that says what is usable; may be null
+};
+
+struct CodePage {
+    std::optional<std::string> name;      // nothing: ICU's default converter
+    std::optional<std::string> variable;  // the one that was looked at
+};
+
+struct Configuration {
+    std::vector<std::string> tried;   // in this order
+    std::optional<std::string> file;  // the one that was loaded
+    bool loaded = false;              // without a file: one was opened, and reading it failed
+    uint32_t categories = 0;
+    uint32_t entries = 0;
+};
+
+struct LevelVariable {
+    Reading variable;
+    std::string level;  // the threshold of lines that name this variable
+};
+
+struct Facts {
+    std::string cpu;
+    std::string platform;
+    std::string controlGroupsRoot;
+    std::string controlGroupsSelf;
+    Resource processors;  // in processors
+    int processorCount;
+    Resource memory;  // in bytes
+    double virtualBytes;
+    double residentBytes;
+    CodePage codePage;
+    Configuration configuration;
+    std::string logLevel;
+    std::vector<LevelVariable> levelVariables;
+};
+
+struct Questions {
+    const char* configFile = nullptr;
+    std::vector<std::string> levelVariables;
+};
+
+Facts gatherFacts(const Questions& questions);
+
+void printText(const Facts& facts);
+void printJson(const Facts& facts);
+
+}  // namespace vninfo
+
+#endif
