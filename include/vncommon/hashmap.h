@@ -9,8 +9,8 @@
  *    entries (initial size 16; otherwise at initial size times powers of two).
  *  - A full entry array is rebuilt twice as large below 1024 slots and only 1024 slots larger
  *    above, copying every live entry. Filling a map of n entries from a small initial size
- *    therefore copies about n * n / 2048 entries: give the final size at construction, and
- *    nothing is ever copied.
+ *    therefore copies about n * n / 2048 entries: give a size above the final one at
+ *    construction, and nothing is ever copied.
  *  - With the shrink flag, removals give memory back by the same kind of rebuilding.
  * A map made with size n takes about 52 bytes per entry of n, before the first add.
  *
@@ -74,10 +74,10 @@ typedef struct HashMapIterator {
     HashMapEntry* entry; /* null: past the end */
 } HashMapIterator;
 
-/* A new map on the heap, ended by vn_HashMap_dtor. initialSize is the number of entries that fit
- * without growing, at least 16; it should be a power of two. Another size is accepted, but its
- * mask has gaps: 20 gives 5 buckets with mask 4, of which only 0 and 4 are ever used.
- * shrink is a flag. */
+/* A new map on the heap, ended by vn_HashMap_dtor. initialSize is the number of entries that have
+ * room, at least 16; the buckets double when that many are there. It should be a power of two.
+ * Another size is accepted, but its mask has gaps: 20 gives 5 buckets with mask 4, of which only 0
+ * and 4 are ever used. shrink is a flag. */
 VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill,
                                 vn_HashMapRelease release, uint32_t initialSize, int shrink);
 
