@@ -1,15 +1,18 @@
-// Turns one package record into an event:
+// Turns a record into an event:
 //   package(name,version,size in KiB,size in MiB,essential,[dependencies],{other fields},
 //           optional(homepage),description)
 #ifndef VN_EXAMPLES_PACKAGE_EVENT_H
 #define VN_EXAMPLES_PACKAGE_EVENT_H
 
-#include <string>
+#include <vncommon/event_writer.h>
 
-#include "package_reader.h"
+#include "record.h"
 
-// The event's text in text; false with a message that names the field when one is missing or
-// does not parse.
-bool renderPackageEvent(const PackageRecord& record, std::string& text, std::string& error);
+// The caller ends the event with VN_EventWriter_dtor.
+VN_EventWriter* buildPackageEvent(const Record& record);
+
+// The event's text on one line, released with free. A line feed stands in the text only inside a
+// string that is written as it is; as \n it means the same to every reader of the format.
+char* renderOnOneLine(const VN_EventWriter* event);
 
 #endif

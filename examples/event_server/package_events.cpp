@@ -1,41 +1,53 @@
-// Prints the package database as events, one a line, and counts and rates on standard error.
-// A broken file leaves nothing half-written: everything is rendered before the first byte goes
-// out.
+// Prints the package database as events, one a line, and counts and rates on standard error: what
+// the server does, without the server. A broken file leaves nothing half-written: everything is
+// rendered before the first byte goes out.
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include <vncommon/failure.h>
 
 #include "package_event.h"
 #include "package_reader.h"
+#include "record_line.h"
+#include "record_parser.h"
 
 namespace {
 
 constexpr char defaultFile[] = "/var/lib/dpkg/status";
 
-struct Counts {
-    unsigned long records = 0;
-    unsigned long bytes = 0;
-};
+bool render(const PackageRecord& stanza, RecordParser& parser, std::string& output,
+            std::string& error) {
+    Record record;
+    std::string line = recordLine(stanza);
+    if (!parser.parse(line, record, error)) {
+        return false;
+    }
+    VN_EventWriter* event = buildPackageEvent(record);
+    char* text = renderOnOneLine(event);
+    output += text;
+    output += '\n';
+    free(text);
+    VN_EventWriter_dtor(event);
+    return true;
+}
 
-bool renderAll(const char* path, std::string& output, Counts& counts, std::string& error) {
+bool renderAll(const char* path, std::string& output, unsigned long& records, std::string& error) {
     PackageReader reader;
-    PackageRecord record;
-    std::string text;
+    RecordParser parser;
+    PackageRecord stanza;
     if (!reader.open(path)) {
         error = reader.error();
         return false;
     }
-    while (reader.next(record)) {
-        ++counts.records;
-        if (!renderPackageEvent(record, text, error)) {
-            error = std::string(path) + ": record " + std::to_string(counts.records) + ": " + error;
+    while (reader.next(stanza)) {
+        ++records;
+        if (!render(stanza, parser, output, error)) {
+            error = std::string(path) + ": record " + std::to_string(records) + ": " + error;
             return false;
         }
-        output += text;
-        output += '\n';
     }
-    counts.bytes = output.size();
     error = reader.error();
     return error.empty();
 }
@@ -49,17 +61,18 @@ int fail(const std::string& error) {
 
 int main(int argc, char** argv) {
     if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
-        fprintf(stderr,
+        const bool help = argc == 2 && strcmp(argv[1], "--help") == 0;
+        fprintf(help ? stdout : stderr,
                 "Usage: package_events [FILE]\n"
                 "Prints the records of FILE (default %s) as events.\n",
                 defaultFile);
-        return 2;
+        return help ? 0 : 2;
     }
     const uint64_t start = vn_systime();
     std::string output;
     std::string error;
-    Counts counts;
-    if (!renderAll(argc == 2 ? argv[1] : defaultFile, output, counts, error)) {
+    unsigned long records = 0;
+    if (!renderAll(argc == 2 ? argv[1] : defaultFile, output, records, error)) {
         return fail(error);
     }
     const uint64_t elapsed = vn_systime() - start;
@@ -67,8 +80,8 @@ int main(int argc, char** argv) {
         return fail("standard output cannot be written");
     }
     const double seconds = static_cast<double>(elapsed > 0 ? elapsed : 1) / 1000.0;
-    fprintf(stderr, "%lu events, %lu bytes in %.3f s: %.0f events/s, %.1f MB/s\n", counts.records,
-            counts.bytes, seconds, static_cast<double>(counts.records) / seconds,
-            static_cast<double>(counts.bytes) / seconds / 1e6);
+    fprintf(stderr, "%lu events, %lu bytes in %.3f s: %.0f events/s, %.1f MB/s\n", records,
+            output.size(), seconds, static_cast<double>(records) / seconds,
+            static_cast<double>(output.size()) / seconds / 1e6);
     return 0;
 }

@@ -22,6 +22,7 @@ PackageReader::~PackageReader() {
     if (stream_ != nullptr) {
         fclose(stream_);
     }
+    free(buffer_);
 }
 
 bool PackageReader::open(const std::string& path) {
@@ -53,20 +54,14 @@ bool PackageReader::next(PackageRecord& record) {
 }
 
 bool PackageReader::readLine(std::string& line) {
-    char* text = nullptr;
-    size_t size = 0;
-    const ssize_t length = getline(&text, &size, stream_);
-    if (length >= 0) {
-        ++lineNumber_;
-        line.assign(text, static_cast<size_t>(length));
-        if (!line.empty() && line.back() == '\n') {
-            line.pop_back();
-        }
-    } else if (ferror(stream_) != 0) {
-        fail(strerror(errno));
+    const ssize_t length = getline(&buffer_, &bufferSize_, stream_);
+    if (length < 0) {
+        return ferror(stream_) != 0 && fail(strerror(errno));
     }
-    free(text);
-    return length >= 0;
+    ++lineNumber_;
+    const bool ended = length > 0 && buffer_[length - 1] == '\n';
+    line.assign(buffer_, static_cast<size_t>(length) - (ended ? 1 : 0));
+    return true;
 }
 
 bool PackageReader::addLine(const std::string& line, PackageRecord& record) {
@@ -77,7 +72,8 @@ bool PackageReader::addLine(const std::string& line, PackageRecord& record) {
         if (record.fields.empty()) {
             return fail("line " + std::to_string(lineNumber_) + " continues no field");
         }
-        record.fields.back().second += "\n" + line.substr(1);
+        record.fields.back().second += '\n';
+        record.fields.back().second.append(line, 1);
         return true;
     }
     const size_t colon = line.find(':');

@@ -37,6 +37,8 @@ class PackageReader {
     bool fail(const std::string& what);
 
     std::FILE* stream_ = nullptr;
+    char* buffer_ = nullptr;  // of getline
+    size_t bufferSize_ = 0;
     std::string path_;
     unsigned long lineNumber_ = 0;
     std::string error_;

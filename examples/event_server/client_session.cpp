@@ -1,0 +1,137 @@
+#include "client_session.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <cstdio>
+
+#include <vncommon/failure.h>
+#include <vncommon/sockets.h>
+
+namespace {
+
+constexpr size_t longestAnswer = size_t{16} << 20;
+constexpr time_t patienceSeconds = 30;  // without any answer
+
+std::string firstField(const std::string& line) {
+    return line.substr(0, line.find('\t'));
+}
+
+}  // namespace
+
+ClientSession::ClientSession(const ClientPlan& plan, size_t firstLine)
+    : plan_(plan), firstLine_(firstLine), sentAt_(window), splitter_(longestAnswer) {
+    vn_Semaphore_init(&room_, window);
+}
+
+ClientSession::~ClientSession() {
+    if (fd_ >= 0) {
+        vn_socketClose(fd_);
+    }
+    vn_Semaphore_destroy(&room_);
+}
+
+void ClientSession::start() {
+    start_ = VN_TimestampSet_getRelativeTime();
+    receiver_ = vn_createThread(runReceiver, this, false);
+}
+
+void ClientSession::join() {
+    vn_joinThread(receiver_);
+}
+
+void* ClientSession::runReceiver(void* self) {
+    auto* session = static_cast<ClientSession*>(self);
+    if (session->connect()) {
+        session->sender_ = vn_createThread(runSender, session, false);
+        session->receive();
+        vn_joinThread(session->sender_);
+    }
+    return nullptr;
+}
+
+void* ClientSession::runSender(void* self) {
+    static_cast<ClientSession*>(self)->send();
+    return nullptr;
+}
+
+bool ClientSession::connect() {
+    char* failure = vn_socketConnect(plan_.host.c_str(), plan_.port, &fd_);
+    if (failure != nullptr) {
+        fail(failure);
+        return false;
+    }
+    const timeval patience = {patienceSeconds, 0};
+    const int on = 1;
+    setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    return true;
+}
+
+void ClientSession::fail(char* message) {
+    failure_ = message;
+    vn_free(message);
+}
+
+// The server closes when it has answered everything, which the end of the sending asked for.
+void ClientSession::receive() {
+    std::vector<uint8_t> chunk(size_t{64} << 10);
+    std::string answer;
+    char* failure = nullptr;
+    while (failure == nullptr) {
+        auto length = static_cast<unsigned>(chunk.size());
+        failure = vn_socketReadBuffer(fd_, &length, chunk.data());
+        if (failure == nullptr) {
+            splitter_.add(chunk.data(), length);
+        }
+        while (splitter_.next(answer) == LineSplitter::Result::Line) {
+            takeAnswer(answer);
+        }
+    }
+    fail(failure);
+    broken_ = true;
+    vn_Semaphore_post(&room_);
+}
+
+void ClientSession::takeAnswer(const std::string& answer) {
+    latency_.add(VN_TimestampSet_getRelativeTime() - sentAt_[answered_ % window]);
+    if (answer.compare(0, 6, "error:") == 0) {
+        ++errors_;
+        const std::string& line = plan_.lines[(firstLine_ + answered_) % plan_.lines.size()];
+        fprintf(stderr, "%s: %s\n", firstField(line).c_str(), answer.c_str());
+    } else if (answered_ < plan_.shown) {
+        printf("%s\n", answer.c_str());
+    }
+    ++answered_;
+    vn_Semaphore_post(&room_);
+}
+
+bool ClientSession::goesOn() const {
+    if (broken_) {
+        return false;
+    }
+    if (plan_.seconds <= 0.0) {
+        return sent_ < plan_.lines.size();
+    }
+    return sent_ < plan_.most && VN_TimestampSet_getRelativeTime() - start_ < plan_.seconds;
+}
+
+void ClientSession::send() {
+    std::string line;
+    for (vn_Semaphore_wait(&room_); goesOn(); vn_Semaphore_wait(&room_)) {
+        line = plan_.lines[(firstLine_ + sent_) % plan_.lines.size()];
+        line += '\n';
+        sentAt_[sent_ % window] = VN_TimestampSet_getRelativeTime();
+        ++sent_;
+        char* failure = vn_socketWriteBuffer(fd_, static_cast<unsigned>(line.size()),
+                                             reinterpret_cast<const uint8_t*>(line.data()));
+        if (failure != nullptr) {  // the receiver will see the end of the connection, too
+            vn_free(failure);
+            break;
+        }
+    }
+    shutdown(fd_, SHUT_WR);
+}

@@ -1,0 +1,243 @@
+#include "connection.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <vncommon/failure.h>
+#include <vncommon/log.h>
+#include <vncommon/sockets.h>
+
+#include "lock.h"
+#include "stages.h"
+
+namespace {
+
+constexpr size_t longestLine = size_t{1} << 20;  // this long is too long
+constexpr size_t ringSize = 256;
+constexpr size_t largestShare = size_t{4} << 20;
+constexpr size_t largestBatch = size_t{64} << 10;
+constexpr size_t keptCapacity = size_t{16} << 10;  // of a request's strings, between two uses
+constexpr size_t chunkSize = size_t{64} << 10;
+constexpr int closeSeconds = 2;
+
+// A failure only means that the connection goes without.
+void setOption(int fd, int level, int option) {
+    const int on = 1;
+    setsockopt(fd, level, option, &on, sizeof on);
+}
+
+void giveBack(std::string& text) {
+    text.clear();
+    if (text.capacity() > keptCapacity) {
+        std::string().swap(text);
+    }
+}
+
+}  // namespace
+
+Connection::Connection(int fd, uint64_t id, TaskQueue& queue, const StopEvent& stop)
+    : fd_(fd), id_(id), queue_(queue), stop_(stop), splitter_(longestLine), ring_(ringSize) {
+    vn_Mutex_init(&mutex_);
+    vn_Condition_init(&room_);
+    vn_Condition_init(&ready_);
+    setOption(fd_, SOL_SOCKET, SO_KEEPALIVE);  // finds silent clients that are gone
+    setOption(fd_, IPPROTO_TCP, TCP_NODELAY);  // answers are not held back for more
+}
+
+Connection::~Connection() {
+    vn_socketClose(fd_);
+    vn_Condition_destroy(&ready_);
+    vn_Condition_destroy(&room_);
+    vn_Mutex_destroy(&mutex_);
+}
+
+void Connection::start() {
+    writer_ = vn_createThread(runWriter, this, false);
+    reader_ = vn_createThread(runReader, this, false);
+}
+
+void Connection::join() {
+    vn_joinThread(reader_);
+    vn_joinThread(writer_);
+}
+
+void Connection::abandon() {
+    lost_ = true;
+    shutdown(fd_, SHUT_RDWR);
+    const Lock lock(mutex_);
+    vn_Condition_signal(&room_);
+}
+
+void* Connection::runReader(void* self) {
+    static_cast<Connection*>(self)->read();
+    return nullptr;
+}
+
+void* Connection::runWriter(void* self) {
+    static_cast<Connection*>(self)->write();
+    return nullptr;
+}
+
+// ---- Reading ------------------------------------------------------------------------------------
+
+void Connection::read() {
+    VN_LogInfo("Connection %lu: opened", id_);
+    std::vector<uint8_t> chunk(chunkSize);
+    while (stop_.waitReadable(fd_) && receive(chunk) && submitLines()) {
+    }
+    if (closedByPeer_ && splitter_.insideLine()) {
+        submitHalfLine();
+    }
+    finishReading();
+}
+
+// The library's receive time-out cannot strike: there is something to read. An idle client may
+// stay silent for as long as it likes.
+bool Connection::receive(std::vector<uint8_t>& chunk) {
+    auto length = static_cast<unsigned>(chunk.size());
+    char* failure = vn_socketReadBuffer(fd_, &length, chunk.data());
+    if (failure == nullptr) {
+        splitter_.add(chunk.data(), length);
+        return true;
+    }
+    VN_LogInfo("Connection %lu: %s", id_, failure);
+    vn_free(failure);
+    closedByPeer_ = true;
+    return false;
+}
+
+bool Connection::submitLines() {
+    for (Request* request = nextRequest(); request != nullptr; request = nextRequest()) {
+        switch (splitter_.next(request->line)) {
+            case LineSplitter::Result::Line:
+                submit(*request, nullptr);
+                break;
+            case LineSplitter::Result::TooLong:
+                submit(*request, "line: 1 MiB or longer");
+                break;
+            case LineSplitter::Result::More:
+                return true;
+        }
+    }
+    return false;
+}
+
+void Connection::submitHalfLine() {
+    Request* request = nextRequest();
+    if (request != nullptr) {
+        submit(*request, "line: the connection ended inside it");
+    }
+}
+
+// Waits until the client has not too much under way; null when it is lost.
+Request* Connection::nextRequest() {
+    const Lock lock(mutex_);
+    while (!lost_ && (taken_ - sent_ == ring_.size() || share_ > largestShare)) {
+        vn_Condition_wait(&room_, &mutex_);
+    }
+    return lost_ ? nullptr : &ring_[taken_ % ring_.size()];
+}
+
+void Connection::submit(Request& request, const char* problem) {
+    VN_TimestampSet* stamps = VN_TimestampSet_ctor();
+    stamps->functions->addNow(stamps, Received);
+    request.problem = problem;
+    request.cost = request.line.size();
+    {
+        const Lock lock(mutex_);
+        request.answered = false;
+        request.number = ++taken_;
+        share_ += request.cost;
+    }
+    queue_.put({this, &request, stamps});
+}
+
+void Connection::finishReading() {
+    const Lock lock(mutex_);
+    readingDone_ = true;
+    vn_Condition_signal(&ready_);
+}
+
+// ---- Writing ------------------------------------------------------------------------------------
+
+void Connection::answer(Request& request) {
+    const Lock lock(mutex_);
+    request.answered = true;
+    if (&request == &ring_[sent_ % ring_.size()]) {
+        vn_Condition_signal(&ready_);
+    }
+}
+
+void Connection::write() {
+    std::string batch;
+    for (size_t requests = collect(batch); requests > 0; requests = collect(batch)) {
+        if (!lost_) {
+            send(batch);
+        }
+        release(requests);
+    }
+    shutdown(fd_, SHUT_WR);
+    if (!closedByPeer_ && !lost_) {
+        waitForClose();
+    }
+    VN_LogInfo("Connection %lu: closed after %lu lines", id_, sent_);
+    ended_ = true;
+}
+
+// Waits for the next answer in order, and puts it and those that follow into batch. Returns how
+// many they are; 0 when all are sent and no more will come.
+size_t Connection::collect(std::string& batch) {
+    batch.clear();
+    const Lock lock(mutex_);
+    while (!(readingDone_ && sent_ == taken_) &&
+           !(sent_ < taken_ && ring_[sent_ % ring_.size()].answered)) {
+        vn_Condition_wait(&ready_, &mutex_);
+    }
+    uint64_t next = sent_;
+    while (next < taken_ && ring_[next % ring_.size()].answered && batch.size() < largestBatch) {
+        batch += ring_[next % ring_.size()].answer;
+        batch += '\n';
+        ++next;
+    }
+    return next - sent_;
+}
+
+void Connection::send(const std::string& batch) {
+    char* failure = vn_socketWriteBuffer(fd_, static_cast<unsigned>(batch.size()),
+                                         reinterpret_cast<const uint8_t*>(batch.data()));
+    if (failure != nullptr) {
+        VN_LogWarn("Connection %lu: answers cannot be sent: %s", id_, failure);
+        vn_free(failure);
+        abandon();
+    }
+}
+
+void Connection::release(size_t requests) {
+    const Lock lock(mutex_);
+    for (; requests > 0; --requests) {
+        Request& request = ring_[sent_ % ring_.size()];
+        share_ -= request.cost;
+        giveBack(request.line);
+        giveBack(request.answer);
+        ++sent_;
+    }
+    vn_Condition_signal(&room_);
+}
+
+// When it is the server that ends the connection: closing while bytes of the client are unread
+// would reset the connection, and take answers away that the client has not read yet.
+void Connection::waitForClose() {
+    uint8_t ignored[4096];
+    const uint64_t deadline = vn_systime() + closeSeconds * 1000;
+    pollfd watched = {fd_, POLLIN, 0};
+    while (vn_systime() < deadline && poll(&watched, 1, 100) >= 0) {
+        unsigned length = sizeof ignored;
+        char* failure = watched.revents != 0 ? vn_socketReadBuffer(fd_, &length, ignored) : nullptr;
+        if (failure != nullptr) {
+            vn_free(failure);
+            return;
+        }
+    }
+}

@@ -1,0 +1,94 @@
+// One client: a thread that reads its lines, and a thread that writes the answers.
+//
+// Every line gets exactly one line as an answer, in the order of the lines. Between the two
+// threads the requests are in the hands of the queue and the workers, which finish them in any
+// order; a ring of requests per connection puts the answers back in order. A client whose ring is
+// full is not read any further, so it takes a bounded share of the server, whatever it does. No
+// worker ever waits for a client: a client that does not read its answers stops only its own
+// threads, until the library's send time-out drops it.
+#ifndef VN_EXAMPLES_CONNECTION_H
+#define VN_EXAMPLES_CONNECTION_H
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <vncommon/threads.h>
+
+#include "line_splitter.h"
+#include "stop_event.h"
+#include "task_queue.h"
+
+struct Request {
+    uint64_t number = 0;  // of the line in its connection, from 1
+    std::string line;
+    const char* problem = nullptr;  // what is wrong with the line as a whole, if anything is
+    std::string answer;             // without its line feed
+    size_t cost = 0;                // bytes counted against the connection's share
+    bool answered = false;          // guarded by the connection's lock
+};
+
+class Connection {
+  public:
+    // The descriptor passes to the connection.
+    Connection(int fd, uint64_t id, TaskQueue& queue, const StopEvent& stop);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    void start();
+
+    // For workers: request.answer is complete. The connection may be gone right after the call.
+    void answer(Request& request);
+
+    // Makes both threads give up on the client.
+    void abandon();
+
+    // Whether both threads have done their work. Join, then destroy.
+    bool ended() const { return ended_; }
+    void join();
+
+    uint64_t id() const { return id_; }
+
+  private:
+    static void* runReader(void* self);
+    static void* runWriter(void* self);
+
+    void read();
+    bool receive(std::vector<uint8_t>& chunk);
+    bool submitLines();
+    void submitHalfLine();
+    Request* nextRequest();
+    void submit(Request& request, const char* problem);
+    void finishReading();
+
+    void write();
+    size_t collect(std::string& batch);
+    void send(const std::string& batch);
+    void release(size_t requests);
+    void waitForClose();
+
+    const int fd_;
+    const uint64_t id_;
+    TaskQueue& queue_;
+    const StopEvent& stop_;
+    vn_ThreadId reader_{};
+    vn_ThreadId writer_{};
+    LineSplitter splitter_;
+    bool closedByPeer_ = false;  // the reader's own until readingDone_
+
+    vn_Mutex mutex_;  // guards what follows
+    vn_Condition room_;
+    vn_Condition ready_;
+    std::vector<Request> ring_;  // request n stands at n modulo its size
+    uint64_t taken_ = 0;         // requests submitted
+    uint64_t sent_ = 0;          // requests whose answers were sent or dropped
+    size_t share_ = 0;           // cost of the requests in between
+    bool readingDone_ = false;
+
+    std::atomic<bool> lost_ = false;  // answers can no longer be sent
+    std::atomic<bool> ended_ = false;
+};
+
+#endif

@@ -1,0 +1,45 @@
+// Reads a record from a line of text.
+//
+// A line holds fields of the form key=value, separated by tabs. A key is 1 to 64 characters of
+// A-Z a-z 0-9 _ . - and stands once in a line. In a value \n, \r, \t and \\ stand for a line
+// feed, a carriage return, a tab and a backslash. These keys have a type:
+//     name         text; must be there
+//     version      text
+//     size         integer, not negative, in KiB; decimal or hexadecimal with 0x
+//     size_mib     number; size / 1024 when absent
+//     essential    true, t, yes, y, 1 or false, f, no, n, 0 in any case
+//     depends      list separated by commas; a version in parentheses is dropped
+//     homepage     text, optional
+//     description  text
+// All others are kept as texts.
+#ifndef VN_EXAMPLES_RECORD_PARSER_H
+#define VN_EXAMPLES_RECORD_PARSER_H
+
+#include <string>
+
+#include <vncommon/hashmap.h>
+
+#include "record.h"
+
+class RecordParser {
+  public:
+    RecordParser();
+    ~RecordParser();
+    RecordParser(const RecordParser&) = delete;
+    RecordParser& operator=(const RecordParser&) = delete;
+
+    // Takes the line apart in place: the record's texts are pieces of it, and hold as long as it
+    // does. False with a message "FIELD: what is wrong" in error.
+    bool parse(std::string& line, Record& record, std::string& error);
+
+  private:
+    bool parseField(char* begin, char* end, Record& record);
+    bool set(const char* key, char* value, Record& record);
+    std::string place() const;
+    bool fail(const std::string& field, const std::string& what);
+
+    HashMap seen_;  // the keys of the line in hand
+    std::string error_;
+};
+
+#endif

@@ -1,0 +1,51 @@
+// The server: accepts connections, and owns them, the queue and the workers.
+#ifndef VN_EXAMPLES_SERVER_H
+#define VN_EXAMPLES_SERVER_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "connection.h"
+#include "settings.h"
+#include "statistics.h"
+#include "stop_event.h"
+#include "stop_signals.h"
+#include "task_queue.h"
+#include "worker.h"
+
+class Server {
+  public:
+    Server(const Settings& settings, uint32_t workers);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    // False with a message in error.
+    bool listen(std::string& error);
+
+    // The port it listens on, also when the system chose it.
+    int port() const;
+
+    // Serves until SIGINT or SIGTERM, then finishes what has been read, and returns.
+    void run(const StopSignals& signals);
+
+    const Statistics& statistics() const { return statistics_; }
+
+  private:
+    void accept();
+    void removeEnded();
+    void stopConnections();
+    void stopWorkers();
+
+    const Settings settings_;
+    int listener_ = -1;
+    uint64_t lastId_ = 0;
+    StopEvent stop_;
+    TaskQueue queue_;
+    Statistics statistics_;
+    std::vector<std::unique_ptr<Worker>> workers_;
+    std::vector<std::unique_ptr<Connection>> connections_;
+};
+
+#endif
