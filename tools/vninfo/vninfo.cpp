@@ -26,7 +26,11 @@ struct Options {
 };
 
 [[noreturn]] void finish() {
-    exit(fflush(stdout) == 0 && ferror(stdout) == 0 ? success : outputFailed);
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) {
+        exit(success);
+    }
+    perror("vninfo: writing failed");
+    exit(outputFailed);
 }
 
 [[noreturn]] void refuse(const char* problem, const char* argument) {

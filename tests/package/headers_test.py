@@ -1,0 +1,65 @@
+#!/usr/bin/env python3
+"""Every public header compiles alone, as C11 and as C++17, without a warning, with every compiler
+at hand; and vncommon.h includes all of them."""
+import argparse
+import concurrent.futures
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import unittest
+
+import support
+
+OPTIONS = None
+WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-fsyntax-only"]
+
+
+def present(compilers):
+    """Each compiler once, whatever its names."""
+    paths = (shutil.which(compiler) for compiler in compilers)
+    return sorted({os.path.realpath(path): path for path in paths if path}.values())
+
+
+def complaints(compiler, language, standard, header):
+    """Included twice, so that the guard is tried as well."""
+    done = subprocess.run([compiler, "-x", language, standard, f"-I{OPTIONS.include}", *WARNINGS, "-"],
+                          input=f"#include <vncommon/{header}>\n" * 2, text=True,
+                          capture_output=True, check=False)
+    return f"{compiler} {standard} {header}:\n{done.stderr}" if done.returncode != 0 else ""
+
+
+class Headers(unittest.TestCase):
+    def setUp(self):
+        self.headers = sorted(path.name for path in (OPTIONS.include / "vncommon").glob("*.h"))
+
+    def test_each_compiles_alone(self):
+        languages = [("c", "-std=c11", present(OPTIONS.compilers)),
+                     ("c++", "-std=c++17", present(OPTIONS.cxx_compilers))]
+        jobs = [(compiler, language, standard, header)
+                for language, standard, compilers in languages
+                for compiler in compilers for header in self.headers]
+        self.assertGreaterEqual(len(jobs), 2 * len(self.headers))
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            found = [text for text in pool.map(lambda job: complaints(*job), jobs) if text]
+        self.assertEqual(found, [], "\n".join(found))
+        print(f"{len(self.headers)} headers, {len(jobs)} compilations", file=sys.stderr)
+
+    def test_a_wrong_header_is_noticed(self):
+        self.assertIn("no_such_header.h",
+                      complaints(present(OPTIONS.compilers)[0], "c", "-std=c11", "no_such_header.h"))
+
+    def test_the_common_header_includes_all(self):
+        text = (OPTIONS.include / "vncommon/vncommon.h").read_text()
+        included = re.findall(r"#include <vncommon/(\w+\.h)>", text)
+        self.assertEqual(sorted(included), sorted(set(self.headers) - {"vncommon.h", "api.h"}))
+
+
+if __name__ == "__main__":
+    arguments = argparse.ArgumentParser(description=__doc__)
+    arguments.add_argument("--include", type=pathlib.Path, required=True)
+    arguments.add_argument("--compilers", nargs="+", default=["gcc", "clang"])
+    arguments.add_argument("--cxx-compilers", nargs="+", default=["g++", "clang++"])
+    support.main(arguments, sys.modules[__name__])

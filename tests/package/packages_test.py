@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""Makes the Debian packages and looks into them: names, dependencies, files, notices."""
+import argparse
+import pathlib
+import shutil
+import sys
+import tempfile
+import unittest
+
+import support
+
+OPTIONS = None
+
+
+class Packages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        shutil.rmtree(OPTIONS.packages, ignore_errors=True)
+        support.run([OPTIONS.cpack, "-G", "DEB", "--config", OPTIONS.build / "CPackConfig.cmake",
+                     "-B", OPTIONS.packages])
+        cls.files = {path.name.split("_")[0]: path for path in OPTIONS.packages.glob("*.deb")}
+
+    def field(self, package, name):
+        return support.run(["dpkg-deb", "--field", self.files[package], name]).strip()
+
+    def contents(self, package):
+        listing = support.run(["dpkg-deb", "--contents", self.files[package]])
+        names = (line.split(maxsplit=5)[5].split(" -> ")[0] for line in listing.splitlines())
+        return {name.lstrip(".") for name in names if not name.endswith("/")}
+
+    def ends_with(self, package, *endings):
+        contents = self.contents(package)
+        for ending in endings:
+            self.assertTrue(any(name.endswith(ending) for name in contents), (ending, contents))
+
+    def test_the_packages(self):
+        self.assertEqual(set(self.files), {"libvncommon1", "libvncommon-dev", "vninfo"})
+        for package in self.files:
+            self.assertTrue(all(name.startswith("/usr/") for name in self.contents(package)))
+
+    def test_the_library(self):
+        version = self.field("libvncommon1", "Version")
+        self.ends_with("libvncommon1", "/libvncommon.so.1", f"/libvncommon.so.{version}")
+        self.assertNotIn(".h\n", "\n".join(self.contents("libvncommon1")) + "\n")
+        depends = self.field("libvncommon1", "Depends")
+        for library in ["libc6", "libicu", "libstdc++6"]:
+            self.assertIn(library, depends)
+        shlibs = support.run(["dpkg-deb", "--info", self.files["libvncommon1"], "shlibs"])
+        self.assertEqual(shlibs.strip(), f"libvncommon 1 libvncommon1 (>= {version})")
+
+    def test_the_development_files(self):
+        version = self.field("libvncommon1", "Version")
+        self.assertEqual(self.field("libvncommon-dev", "Depends"), f"libvncommon1 (= {version})")
+        headers = sorted((OPTIONS.include / "vncommon").glob("*.h"))
+        self.assertTrue(headers)
+        self.ends_with("libvncommon-dev", "/libvncommon.so", "/pkgconfig/vncommon.pc",
+                       "/cmake/vncommon/vncommon-config.cmake", "/usr/share/java/vncommon.jar",
+                       *(f"/usr/include/vncommon/{path.name}" for path in headers))
+
+    def test_the_tool(self):
+        self.ends_with("vninfo", "/usr/bin/vninfo")
+        self.assertIn("libvncommon1 (= ", self.field("vninfo", "Depends"))
+
+    def test_the_notices_of_what_is_linked_in(self):
+        for package, path in self.files.items():
+            with tempfile.TemporaryDirectory() as folder:
+                support.run(["dpkg-deb", "--extract", path, folder])
+                text = pathlib.Path(folder, f"usr/share/doc/{package}/copyright").read_text()
+            for owner in ["Sun Microsystems, Inc. All rights reserved", "Copyright (c) 1991 by AT&T",
+                          "Lucent Technologies\nAll Rights Reserved", "Intel Corp"]:
+                self.assertIn(owner, text)
+
+
+if __name__ == "__main__":
+    arguments = argparse.ArgumentParser(description=__doc__)
+    arguments.add_argument("--build", type=pathlib.Path, required=True)
+    arguments.add_argument("--cpack", default="cpack")
+    arguments.add_argument("--packages", type=pathlib.Path, required=True)
+    arguments.add_argument("--include", type=pathlib.Path, required=True)
+    support.main(arguments, sys.modules[__name__])

@@ -1,0 +1,67 @@
+"""What the tests of this folder share."""
+import pathlib
+import re
+import subprocess
+import sys
+import unittest
+
+CONSUMER = pathlib.Path(__file__).parent / "consumer"
+
+
+def run(command, **keywords):
+    """Runs a command and returns its output; fails with all of it when the command does."""
+    done = subprocess.run(command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          check=False, **keywords)
+    if done.returncode != 0:
+        raise AssertionError(f"{command} ended with {done.returncode}:\n{done.stdout}")
+    return done.stdout
+
+
+class Readme:
+    """The pieces of the README that claim to work as shown."""
+
+    def __init__(self, path):
+        self.text = path.read_text()
+        self.programs = dict(re.findall(r"\(`(hello\.\w+)`\):\n\n```\w+\n(.*?)```", self.text,
+                                        re.DOTALL))
+        self.command = self._only(r"^    (cc hello\.c .*)$")
+        self.cmake = self._only(r"^```cmake\n(.*?)```")
+
+    def _only(self, pattern):
+        found = re.findall(pattern, self.text, re.DOTALL | re.MULTILINE if "```" in pattern
+                           else re.MULTILINE)
+        if len(found) != 1:
+            raise AssertionError(f"the README holds {len(found)} pieces like {pattern}")
+        return found[0]
+
+    def write(self, folder):
+        """hello.c, hello.cpp and the CMake lines, beside the project that includes them."""
+        for name, text in self.programs.items():
+            (folder / name).write_text(text)
+        (folder / "readme.cmake").write_text(self.cmake)
+        (folder / "CMakeLists.txt").write_text((CONSUMER / "CMakeLists.txt").read_text())
+
+
+def check_hello(case, program, **keywords):
+    output = run([program], **keywords)
+    case.assertRegex(output, r' - Tick\("ACME",12\.5\)\n$')
+    case.assertRegex(output, r" INFO  \[\d+\] - .*, \d+ processors\n")
+
+
+def check_hello_cpp(case, program, **keywords):
+    output = run([program], **keywords)
+    case.assertRegex(output, r" - \.1\n.* - \{1:\d+\.\d{6}, 2:\d+\.\d{6}\}\n$")
+
+
+def build_with_cmake(cmake, folder, *definitions):
+    build = folder / "build"
+    run([cmake, "-S", folder, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+         *definitions])
+    run([cmake, "--build", build])
+    return build
+
+
+def main(parser, module):
+    """Leaves what the parser knows in module.OPTIONS and runs the module's tests."""
+    module.OPTIONS, rest = parser.parse_known_args()
+    unittest.main(module=module, argv=[sys.argv[0], *rest], verbosity=2)
