@@ -17,6 +17,7 @@
 #include "logging/levels.h"
 #include "logging/line.h"
 #include "logging/not_cancelled.h"
+#include "logging/quick_format.h"
 
 using namespace vncommon;
 
@@ -84,6 +85,11 @@ int roomForMessage(const FileLogger* logger, int head) {
 
 // The length of the message as it stands after the head; -1 when printf refuses the format.
 int putFormatted(FileLogger* logger, int head, const char* format, va_list arguments) {
+    const int quickLength =
+        quickFormat(logger->buffer + head, roomForMessage(logger, head), format, arguments);
+    if (quickLength >= 0) {
+        return quickLength;
+    }
     for (;;) {
         va_list once;
         va_copy(once, arguments);

@@ -1,0 +1,261 @@
+#include "logging/quick_format.h"
+
+#include <langinfo.h>
+
+#include <bit>
+#include <cfenv>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+
+namespace {
+
+__extension__ typedef unsigned __int128 Wide;
+
+struct Conversion {
+    bool left = false;   // flag -
+    bool zeros = false;  // flag 0
+    int width = 0;
+    int precision = -1;  // none given
+    bool is64Bit = false;
+    char type = '\0';
+};
+
+// Larger numbers are left to vsnprintf, so that sums of them cannot overflow.
+constexpr int largestNumber = 100'000;
+
+int parseNumber(const char*& at) {
+    int number = 0;
+    while (*at >= '0' && *at <= '9' && number < largestNumber) {
+        number = number * 10 + (*at++ - '0');
+    }
+    return number;
+}
+
+bool parseLength(const char*& at) {
+    const char* start = at;
+    if (at[0] == 'l' && at[1] == 'l') {
+        at += 2;
+    } else if (*at == 'l' || *at == 'z' || *at == 'j' || *at == 't') {
+        ++at;
+    }
+    return at != start;
+}
+
+// What follows a '%', up to and including the type.
+Conversion parseConversion(const char*& at) {
+    Conversion conversion;
+    for (; *at == '-' || *at == '0'; ++at) {
+        (*at == '-' ? conversion.left : conversion.zeros) = true;
+    }
+    conversion.width = parseNumber(at);
+    if (*at == '.') {
+        ++at;
+        conversion.precision = parseNumber(at);
+    }
+    conversion.is64Bit = parseLength(at);
+    conversion.type = *at;
+    if (*at != '\0') {
+        ++at;
+    }
+    return conversion;
+}
+
+// The room for the message. What does not fit is left out and remembered.
+class Output {
+  public:
+    Output(char* room, int size) : start(room), at(room), end(room + size) {}
+
+    void put(std::string_view text) {
+        if (char* to = take(text.size())) {
+            memcpy(to, text.data(), text.size());
+        }
+    }
+    void fill(char c, size_t count) {
+        if (char* to = take(count)) {
+            memset(to, c, count);
+        }
+    }
+    int length() const { return fits ? static_cast<int>(at - start) : -1; }
+
+  private:
+    char* take(size_t count) {
+        fits = fits && count <= static_cast<size_t>(end - at);
+        char* before = at;
+        at += fits ? count : 0;
+        return fits ? before : nullptr;
+    }
+
+    char* start;
+    char* at;
+    char* end;
+    bool fits = true;
+};
+
+void putField(Output& out, const Conversion& conversion, std::string_view sign,
+              std::string_view text) {
+    const size_t length = sign.size() + text.size();
+    const auto width = static_cast<size_t>(conversion.width);
+    const size_t padding = width > length ? width - length : 0;
+    const bool zeros = conversion.zeros && !conversion.left;
+    if (!conversion.left && !zeros) {
+        out.fill(' ', padding);
+    }
+    out.put(sign);
+    if (zeros) {
+        out.fill('0', padding);
+    }
+    out.put(text);
+    if (conversion.left) {
+        out.fill(' ', padding);
+    }
+}
+
+bool putUnsigned(Output& out, const Conversion& conversion, std::string_view sign, uint64_t value) {
+    if (conversion.precision >= 0) {
+        return false;
+    }
+    char digits[20];
+    const int base = conversion.type == 'x' ? 16 : 10;
+    const char* end = std::to_chars(digits, std::end(digits), value, base).ptr;
+    putField(out, conversion, sign, {digits, static_cast<size_t>(end - digits)});
+    return true;
+}
+
+bool putSigned(Output& out, const Conversion& conversion, int64_t value) {
+    const auto bits = static_cast<uint64_t>(value);
+    return putUnsigned(out, conversion, value < 0 ? "-" : "", value < 0 ? 0 - bits : bits);
+}
+
+bool putString(Output& out, const Conversion& conversion, const char* text) {
+    if (text == nullptr || conversion.zeros || conversion.is64Bit) {
+        return false;
+    }
+    const size_t length = conversion.precision < 0
+                              ? strlen(text)
+                              : strnlen(text, static_cast<size_t>(conversion.precision));
+    putField(out, conversion, "", {text, length});
+    return true;
+}
+
+bool putCharacter(Output& out, const Conversion& conversion, int character) {
+    if (conversion.zeros || conversion.is64Bit || conversion.precision >= 0) {
+        return false;
+    }
+    const char c = static_cast<char>(character);
+    putField(out, conversion, "", {&c, 1});
+    return true;
+}
+
+constexpr uint64_t powersOfTen[] = {1,       10,        100,        1'000,       10'000,
+                                    100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
+constexpr int mostDecimals = static_cast<int>(std::size(powersOfTen)) - 1;
+
+// |value| * 10^decimals, rounded to nearest, ties to even. The product of the mantissa and the
+// power has at most 83 bits, so nothing is lost before the rounding. False out of range.
+bool scaleExactly(double value, int decimals, uint64_t& scaled) {
+    const auto bits = std::bit_cast<uint64_t>(value);
+    const auto exponent = static_cast<int>(bits >> 52 & 0x7ff);
+    const uint64_t fraction = bits & ((uint64_t{1} << 52) - 1);
+    scaled = 0;
+    if (exponent == 0) {
+        return fraction == 0;
+    }
+    const int shift = 1075 - exponent;
+    if (shift < 1 || shift > 120) {
+        return false;
+    }
+    const Wide product = Wide{fraction | uint64_t{1} << 52} * powersOfTen[decimals];
+    const Wide whole = product >> shift;
+    const Wide rest = product - (whole << shift);
+    const Wide half = Wide{1} << (shift - 1);
+    const bool up = rest > half || (rest == half && (whole & 1) != 0);
+    scaled = static_cast<uint64_t>(whole) + (up ? 1 : 0);
+    return whole >> 63 == 0;
+}
+
+// printf follows the rounding mode and the locale's decimal point.
+bool usesPointAndNearest() {
+    return fegetround() == FE_TONEAREST && strcmp(nl_langinfo(RADIXCHAR), ".") == 0;
+}
+
+bool putDouble(Output& out, const Conversion& conversion, double value) {
+    const int decimals = conversion.precision < 0 ? 6 : conversion.precision;
+    uint64_t scaled;
+    if (conversion.is64Bit || decimals > mostDecimals || !usesPointAndNearest() ||
+        !scaleExactly(value, decimals, scaled)) {
+        return false;
+    }
+    char text[32];
+    char* end = std::to_chars(text, std::end(text), scaled / powersOfTen[decimals]).ptr;
+    if (decimals > 0) {
+        *end = '.';
+        uint64_t rest = scaled % powersOfTen[decimals];
+        for (int i = decimals; i > 0; --i, rest /= 10) {
+            end[i] = static_cast<char>('0' + rest % 10);
+        }
+        end += decimals + 1;
+    }
+    putField(out, conversion, std::signbit(value) ? "-" : "",
+             {text, static_cast<size_t>(end - text)});
+    return true;
+}
+
+// Takes one argument and writes it. False for what vsnprintf has to do.
+bool putArgument(Output& out, const Conversion& conversion, va_list& arguments) {
+    if (conversion.width >= largestNumber || conversion.precision >= largestNumber) {
+        return false;
+    }
+    switch (conversion.type) {
+        case 'd':
+        case 'i':
+            return putSigned(
+                out, conversion,
+                conversion.is64Bit ? va_arg(arguments, int64_t) : va_arg(arguments, int));
+        case 'u':
+        case 'x':
+            return putUnsigned(
+                out, conversion, "",
+                conversion.is64Bit ? va_arg(arguments, uint64_t) : va_arg(arguments, unsigned));
+        case 's':
+            return putString(out, conversion, va_arg(arguments, const char*));
+        case 'c':
+            return putCharacter(out, conversion, va_arg(arguments, int));
+        case 'f':
+            return putDouble(out, conversion, va_arg(arguments, double));
+        default:
+            return false;
+    }
+}
+
+bool putAll(Output& out, const char* format, va_list& arguments) {
+    const char* at = format;
+    for (;;) {
+        const char* percent = strchrnul(at, '%');
+        out.put({at, static_cast<size_t>(percent - at)});
+        if (*percent == '\0') {
+            return true;
+        }
+        at = percent + 1;
+        if (*at == '%') {
+            out.put("%");
+            ++at;
+        } else if (!putArgument(out, parseConversion(at), arguments)) {
+            return false;
+        }
+    }
+}
+
+}  // namespace
+
+int vncommon::quickFormat(char* room, int size, const char* format, va_list arguments) {
+    va_list own;
+    va_copy(own, arguments);
+    Output out(room, size);
+    const bool done = putAll(out, format, own);
+    va_end(own);
+    return done ? out.length() : -1;
+}
