@@ -39,9 +39,21 @@ Destination standardStreamDestination(const char* name, int failure) {
     return {vn_strdup(name), vn_strdup(name), standardStream(name), false, failure};
 }
 
+// What open() says to a null name, without asking it.
+int refuseNullName(bool nameIsUTF8, char*& errorText) {
+    char text[1024];
+    vn_strerror(text, sizeof text, EFAULT);
+    errorText = nameIsUTF8 ? vn_strdup(text) : nullptr;
+    errno = EFAULT;
+    return -1;
+}
+
 // open(), with the text of its error where the name is UTF-8. errno tells the error too.
 int openOnce(const char* name, int flags, bool nameIsUTF8, char*& errorText) {
     errorText = nullptr;
+    if (name == nullptr) {
+        return refuseNullName(nameIsUTF8, errorText);
+    }
     if (!nameIsUTF8) {
         return open(name, flags, logFileMode);
     }

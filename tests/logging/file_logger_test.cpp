@@ -694,6 +694,7 @@ VN_CHILD(logsUnderALatinName) {
     ok = ok && std::string(FileLogger_GetUTF8FileName(logger)) ==
                    "gr\xC3\xBC\xC3\x9F"
                    "e";
+    free(logger->buffer);
     FileLogger_dtor(logger);
     return ok ? 0 : 1;
 }

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -176,7 +177,9 @@ TEST(Rotation, LeavesErrnoAlone) {
 VN_CHILD(rotatesWithoutAFreeDescriptor) {
     TestLogger logger("log");
     rename("log", "old");
-    while (dup(0) >= 0) {
+    std::vector<int> spare;
+    for (int fd = dup(0); fd >= 0; fd = dup(0)) {
+        spare.push_back(fd);
     }
     if (arguments[0] == "signal") {
         raise(SIGHUP);
@@ -184,6 +187,7 @@ VN_CHILD(rotatesWithoutAFreeDescriptor) {
         FileLogger_ReOpen(logger);
     }
     FileLogger_LogInfo(logger, "new");
+    std::for_each(spare.begin(), spare.end(), close);
     return logger->openFailure;
 }
 
