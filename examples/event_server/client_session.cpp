@@ -13,6 +13,7 @@
 namespace {
 
 constexpr size_t longestAnswer = size_t{16} << 20;
+constexpr size_t largestBatch = size_t{16} << 10;
 constexpr time_t patienceSeconds = 30;  // without any answer
 
 std::string firstField(const std::string& line) {
@@ -120,18 +121,27 @@ bool ClientSession::goesOn() const {
 }
 
 void ClientSession::send() {
-    std::string line;
-    for (vn_Semaphore_wait(&room_); goesOn(); vn_Semaphore_wait(&room_)) {
-        line = plan_.lines[(firstLine_ + sent_) % plan_.lines.size()];
-        line += '\n';
+    std::string batch;
+    char* failure = nullptr;
+    while (failure == nullptr && collect(batch)) {
+        failure = vn_socketWriteBuffer(fd_, static_cast<unsigned>(batch.size()),
+                                       reinterpret_cast<const uint8_t*>(batch.data()));
+    }
+    vn_free(failure);  // the receiver will see the end of the connection, too
+    shutdown(fd_, SHUT_WR);
+}
+
+// Waits until a record may be sent, and takes those that may be sent at once. False at the end.
+bool ClientSession::collect(std::string& batch) {
+    batch.clear();
+    vn_Semaphore_wait(&room_);
+    bool room = true;
+    while (room && goesOn()) {
+        batch += plan_.lines[(firstLine_ + sent_) % plan_.lines.size()];
+        batch += '\n';
         sentAt_[sent_ % window] = VN_TimestampSet_getRelativeTime();
         ++sent_;
-        char* failure = vn_socketWriteBuffer(fd_, static_cast<unsigned>(line.size()),
-                                             reinterpret_cast<const uint8_t*>(line.data()));
-        if (failure != nullptr) {  // the receiver will see the end of the connection, too
-            vn_free(failure);
-            break;
-        }
+        room = batch.size() < largestBatch && !vn_Semaphore_trywait(&room_);
     }
-    shutdown(fd_, SHUT_WR);
+    return !batch.empty();
 }

@@ -47,6 +47,7 @@ class ClientSession {
     void receive();
     void takeAnswer(const std::string& answer);
     void send();
+    bool collect(std::string& batch);
     bool goesOn() const;
     void fail(char* message);
 
@@ -59,8 +60,9 @@ class ClientSession {
     vn_ThreadId sender_{};
     vn_Semaphore room_;
     double start_ = 0.0;
-    std::vector<double> sentAt_;  // of record n at n modulo the window; room_ hands places over
-    uint64_t sent_ = 0;           // the sender's
+    std::vector<std::atomic<double>>
+        sentAt_;         // of record n at n modulo the window; room_ hands places over
+    uint64_t sent_ = 0;  // the sender's
     std::atomic<bool> broken_ = false;
 
     LineSplitter splitter_;  // the rest is the receiver's

@@ -171,13 +171,15 @@ void Connection::answer(Request& request) {
 }
 
 void Connection::write() {
-    std::string batch;
+    CByteBuffer batch;
+    vn_bytebufInit(&batch, 0);
     for (size_t requests = collect(batch); requests > 0; requests = collect(batch)) {
         if (!lost_) {
             send(batch);
         }
         release(requests);
     }
+    vn_bytebufDestroy(&batch, 1);
     shutdown(fd_, SHUT_WR);
     if (!closedByPeer_ && !lost_) {
         waitForClose();
@@ -188,25 +190,26 @@ void Connection::write() {
 
 // Waits for the next answer in order, and puts it and those that follow into batch. Returns how
 // many they are; 0 when all are sent and no more will come.
-size_t Connection::collect(std::string& batch) {
-    batch.clear();
+size_t Connection::collect(CByteBuffer& batch) {
+    vn_bytebufTruncate(&batch, 0);
     const Lock lock(mutex_);
     while (!(readingDone_ && sent_ == taken_) &&
            !(sent_ < taken_ && ring_[sent_ % ring_.size()].answered)) {
         vn_Condition_wait(&ready_, &mutex_);
     }
     uint64_t next = sent_;
-    while (next < taken_ && ring_[next % ring_.size()].answered && batch.size() < largestBatch) {
-        batch += ring_[next % ring_.size()].answer;
-        batch += '\n';
+    while (next < taken_ && ring_[next % ring_.size()].answered && batch.size < largestBatch) {
+        const std::string& answer = ring_[next % ring_.size()].answer;
+        vn_bytebufAppendBytes(&batch, answer.data(), answer.size());
+        vn_bytebufAppendByte(&batch, '\n');
         ++next;
     }
     return next - sent_;
 }
 
-void Connection::send(const std::string& batch) {
-    char* failure = vn_socketWriteBuffer(fd_, static_cast<unsigned>(batch.size()),
-                                         reinterpret_cast<const uint8_t*>(batch.data()));
+void Connection::send(const CByteBuffer& batch) {
+    const auto length = static_cast<unsigned>(vn_bytebufGetSize(&batch));
+    char* failure = vn_socketWriteBuffer(fd_, length, vn_bytebufGetBytes(&batch));
     if (failure != nullptr) {
         VN_LogWarn("Connection %lu: answers cannot be sent: %s", id_, failure);
         vn_free(failure);

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include <vncommon/buffers.h>
 #include <vncommon/threads.h>
 
 #include "line_splitter.h"
@@ -64,8 +65,8 @@ class Connection {
     void finishReading();
 
     void write();
-    size_t collect(std::string& batch);
-    void send(const std::string& batch);
+    size_t collect(CByteBuffer& batch);
+    void send(const CByteBuffer& batch);
     void release(size_t requests);
     void waitForClose();
 

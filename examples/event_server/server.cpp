@@ -3,8 +3,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <algorithm>
-
 #include <vncommon/failure.h>
 #include <vncommon/log.h>
 #include <vncommon/sockets.h>
@@ -20,10 +18,20 @@ void refuse(int fd) {
     vn_socketClose(fd);
 }
 
+void* joinAndFree(void* element) {
+    auto* connection = static_cast<Connection*>(element);
+    connection->join();
+    delete connection;
+    return nullptr;
+}
+
 }  // namespace
 
 Server::Server(const Settings& settings, uint32_t workers)
-    : settings_(settings), queue_(settings.queue), statistics_(workers) {
+    : settings_(settings),
+      queue_(settings.queue),
+      statistics_(workers),
+      connections_(vn_Vector_ctor(nullptr, nullptr, joinAndFree, 16, 1)) {
     for (uint32_t i = 0; i < workers; ++i) {
         workers_.push_back(std::make_unique<Worker>(queue_, statistics_, i));
     }
@@ -33,6 +41,7 @@ Server::~Server() {
     if (listener_ >= 0) {
         vn_socketClose(listener_);
     }
+    vn_Vector_dtor(connections_);
 }
 
 bool Server::listen(std::string& error) {
@@ -79,20 +88,29 @@ void Server::accept() {
         VN_LogWarn("%s", failure);
         vn_free(failure);
         vn_sleep(pauseMilliseconds);
-    } else if (connections_.size() >= settings_.clients) {
-        VN_LogWarn("A connection was refused: there are %zu already", connections_.size());
+    } else if (vn_Vector_size(connections_) >= settings_.clients) {
+        VN_LogWarn("A connection was refused: there are %u already", vn_Vector_size(connections_));
         refuse(fd);
     } else {
-        connections_.push_back(std::make_unique<Connection>(fd, ++lastId_, queue_, stop_));
-        connections_.back()->start();
+        auto* accepted = new Connection(fd, ++lastId_, queue_, stop_);
+        vn_Vector_add(connections_, accepted);
+        accepted->start();
     }
 }
 
+Connection* Server::connection(uint32_t index) const {
+    return static_cast<Connection*>(vn_Vector_get(connections_, index));
+}
+
 void Server::removeEnded() {
-    const auto end = std::partition(connections_.begin(), connections_.end(),
-                                    [](const auto& connection) { return !connection->ended(); });
-    std::for_each(end, connections_.end(), [](const auto& connection) { connection->join(); });
-    connections_.erase(end, connections_.end());
+    uint32_t index = 0;
+    while (index < vn_Vector_size(connections_)) {
+        if (connection(index)->ended()) {
+            vn_Vector_remove(connections_, index);  // the last one moves here
+        } else {
+            ++index;
+        }
+    }
 }
 
 // What they have read is answered first; a client that takes too long over reading its answers is
@@ -100,10 +118,9 @@ void Server::removeEnded() {
 void Server::stopConnections() {
     stop_.raise();
     uint32_t waited = 0;
-    for (removeEnded(); !connections_.empty(); removeEnded()) {
-        if (waited >= patienceMilliseconds) {
-            std::for_each(connections_.begin(), connections_.end(),
-                          [](const auto& connection) { connection->abandon(); });
+    for (removeEnded(); !vn_Vector_empty(connections_); removeEnded()) {
+        for (uint32_t i = 0; waited >= patienceMilliseconds && i < connections_->size; ++i) {
+            connection(i)->abandon();
         }
         vn_sleep(pauseMilliseconds);
         waited += pauseMilliseconds;

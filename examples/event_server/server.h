@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <vncommon/vector.h>
+
 #include "connection.h"
 #include "settings.h"
 #include "statistics.h"
@@ -34,6 +36,7 @@ class Server {
 
   private:
     void accept();
+    Connection* connection(uint32_t index) const;
     void removeEnded();
     void stopConnections();
     void stopWorkers();
@@ -45,7 +48,7 @@ class Server {
     TaskQueue queue_;
     Statistics statistics_;
     std::vector<std::unique_ptr<Worker>> workers_;
-    std::vector<std::unique_ptr<Connection>> connections_;
+    Vector* connections_;  // of Connection*; removing one joins its threads and frees it
 };
 
 #endif

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 enum Stage : uint64_t {
-    Received,  // the reader has the whole line
+    Received,  // cut out of the client's stream
     Admitted,  // there was room in the queue
     Taken,     // a worker took it out
     Parsed,
