@@ -1,7 +1,6 @@
 #include "latency.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 
 #include <vncommon/buffers.h>
@@ -10,6 +9,11 @@
 namespace {
 
 constexpr double barWidth = 40.0;
+
+// How many bits the number has; 0 for 0.
+size_t bitWidth(uint64_t number) {
+    return number == 0 ? 0 : static_cast<size_t>(vn_ilogb(static_cast<double>(number))) + 1;
+}
 
 std::string takeText(CStringBuffer& buffer) {
     const std::string text = vn_strbufGetString(&buffer);
@@ -64,7 +68,7 @@ size_t Histogram::bucketOf(uint64_t microseconds) {
     if (microseconds < exact) {
         return static_cast<size_t>(microseconds);
     }
-    const auto power = static_cast<size_t>(std::bit_width(microseconds)) - 7;
+    const auto power = bitWidth(microseconds) - 7;
     const size_t bucket = exact + power * perPower + ((microseconds >> (power + 1)) & 31);
     return std::min(bucket, exact + powers * perPower - 1);
 }
@@ -81,7 +85,7 @@ uint64_t Histogram::upperEnd(size_t bucket) {
 std::vector<std::string> Histogram::bars() const {
     std::vector<uint64_t> counts(65);
     for (size_t i = 0; i < buckets_.size(); ++i) {
-        counts[static_cast<size_t>(std::bit_width(upperEnd(i)))] += buckets_[i];
+        counts[bitWidth(upperEnd(i))] += buckets_[i];
     }
     const auto occurs = [](uint64_t count) { return count > 0; };
     const auto first = std::find_if(counts.begin(), counts.end(), occurs);
