@@ -33,8 +33,10 @@ uint64_t heapFrees() {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
-// The sanitizers own malloc; they call back.
-#include <sanitizer/allocator_interface.h>
+// The sanitizers own malloc; they call back. Declared here because g++ brings no header for it.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(
+    void (*onMalloc)(const volatile void* block, size_t size),
+    void (*onFree)(const volatile void* block));
 
 namespace {
 
