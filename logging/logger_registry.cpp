@@ -7,7 +7,8 @@
 //    wants it, the failure report and the strings to swap in (reopening.h). It allocates and
 //    frees nothing, and makes async-signal-safe calls only: pthread_sigmask, nanosleep, open,
 //    dup2, close, tcgetattr, write. (pthread_setcancelstate, which POSIX does not list, sets a
-//    field of the thread's own control block; strerrordesc_np reads a constant table.)
+//    field of the thread's own control block; strerrordesc_np reads a constant table.) The
+//    library is linked with -z now, so no call is bound by the dynamic linker in the handler.
 //  - It takes no logger's own mutex. A thread in the middle of a line may be writing to the very
 //    descriptor that is being replaced: dup2() replaces it in one step, and fields of the logger
 //    are read and written as atomics.
