@@ -36,7 +36,8 @@ def comparable(text, above):
 
 
 def main():
-    page, source, folder, program = (pathlib.Path(argument) for argument in sys.argv[1:5])
+    page, source, folder, program = (pathlib.Path(argument).resolve()
+                                     for argument in sys.argv[1:5])
     blocks = [match.groupdict() for match in BLOCK.finditer(page.read_text(encoding="utf-8"))]
     folder.mkdir(parents=True, exist_ok=True)
     expected = None
