@@ -138,9 +138,14 @@ def page(path, text):
     """A page under a label of its own, with its links as references."""
     if not path.endswith("index.md"):
         text = re.sub(r"\A(# [^\n]*)", rf"\1 {{#{label(path)}}}", text)
-    text = re.sub(r"\[([^\]]*)\]\((?:[^)\s]*/)?(\w+\.h)\)", r'@ref \2 "\1"', text)
+
+    def reference(target, shown):
+        return f'@ref {target} "{" ".join(shown.split())}"'   # Doxygen wants it on one line
+
+    text = re.sub(r"\[([^\]]*)\]\((?:[^)\s]*/)?(\w+\.h)\)",
+                  lambda link: reference(link[2], link[1]), text)
     return re.sub(r"\[([^\]]*)\]\(([^)\s:]*\.md)\)",
-                  lambda link: f'@ref {label(link[2])} "{link[1]}"', text)
+                  lambda link: reference(label(link[2]), link[1]), text)
 
 
 def main():
