@@ -25,8 +25,8 @@ def present(compilers):
 
 def complaints(compiler, language, standard, header):
     """Included twice, so that the guard is tried as well."""
-    done = subprocess.run([compiler, "-x", language, standard, f"-I{OPTIONS.include}", *WARNINGS, "-"],
-                          input=f"#include <vncommon/{header}>\n" * 2, text=True,
+    command = [compiler, "-x", language, standard, f"-I{OPTIONS.include}", *WARNINGS, "-"]
+    done = subprocess.run(command, input=f"#include <vncommon/{header}>\n" * 2, text=True,
                           capture_output=True, check=False)
     return f"{compiler} {standard} {header}:\n{done.stderr}" if done.returncode != 0 else ""
 
@@ -48,8 +48,8 @@ class Headers(unittest.TestCase):
         print(f"{len(self.headers)} headers, {len(jobs)} compilations", file=sys.stderr)
 
     def test_a_wrong_header_is_noticed(self):
-        self.assertIn("no_such_header.h",
-                      complaints(present(OPTIONS.compilers)[0], "c", "-std=c11", "no_such_header.h"))
+        compiler = present(OPTIONS.compilers)[0]
+        self.assertIn("no_such.h", complaints(compiler, "c", "-std=c11", "no_such.h"))
 
     def test_the_common_header_includes_all(self):
         text = (OPTIONS.include / "vncommon/vncommon.h").read_text()

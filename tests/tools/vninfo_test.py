@@ -86,6 +86,8 @@ class Limits(Base):
                 self.assertEqual(source(resource, name),
                                  {"name": name, "value": None, "wins": False, "readings": []})
         self.assertIn("control-groups-v2  no such control group", self.text())
+        self.assertEqual(winners(self.facts(VN_CGROUPS_SELF="/no/such/file")["memory"]),
+                         ["physical"])
 
     def test_version_2(self):
         self.unified(cpu="25000 100000", memory=str(64 * MIB))
