@@ -37,19 +37,16 @@ ClientSession::~ClientSession() {
 void ClientSession::start() {
     start_ = VN_TimestampSet_getRelativeTime();
     receiver_ = vn_createThread(runReceiver, this, false);
+    sender_ = vn_createThread(runSender, this, false);
 }
 
 void ClientSession::join() {
     vn_joinThread(receiver_);
+    vn_joinThread(sender_);
 }
 
 void* ClientSession::runReceiver(void* self) {
-    auto* session = static_cast<ClientSession*>(self);
-    if (session->connect()) {
-        session->sender_ = vn_createThread(runSender, session, false);
-        session->receive();
-        vn_joinThread(session->sender_);
-    }
+    static_cast<ClientSession*>(self)->receive();
     return nullptr;
 }
 
@@ -69,7 +66,27 @@ bool ClientSession::connect() {
     setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    return true;
+    return askForStats();
+}
+
+// A connection that the system has made may still wait in the server's short backlog, and may be
+// reset there when it is one of many. This one is known to be served.
+bool ClientSession::askForStats() {
+    CStringBuffer stats;
+    vn_strbufInit(&stats, 0);
+    char* failure = vn_socketWrite(fd_, "stats\n");
+    if (failure == nullptr) {
+        failure = vn_socketReadLine(fd_, &stats);
+    }
+    const std::string answer = vn_strbufGetString(&stats);
+    vn_strbufDestroy(&stats, 1);
+    if (failure != nullptr) {
+        fail(failure);
+        return false;
+    }
+    const bool served = answer.compare(0, 6, "stats(") == 0;
+    failure_ = served ? "" : answer;
+    return served;
 }
 
 void ClientSession::fail(char* message) {

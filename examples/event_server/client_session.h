@@ -30,6 +30,8 @@ class ClientSession {
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
 
+    // False when the server cannot be reached; failure() tells why. Connect, start, join.
+    bool connect();
     void start();
     void join();
 
@@ -43,7 +45,7 @@ class ClientSession {
     static void* runReceiver(void* self);
     static void* runSender(void* self);
 
-    bool connect();
+    bool askForStats();
     void receive();
     void takeAnswer(const std::string& answer);
     void send();

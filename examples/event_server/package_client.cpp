@@ -100,14 +100,26 @@ bool readLines(const std::string& file, std::vector<std::string>& lines, std::st
     return error.empty();
 }
 
-Totals runSessions(const Options& options, const ClientPlan& plan, FileLogger* log) {
-    std::vector<std::unique_ptr<ClientSession>> sessions;
+using Sessions = std::vector<std::unique_ptr<ClientSession>>;
+
+bool connect(const Options& options, const ClientPlan& plan, Sessions& sessions,
+             std::string& error) {
     for (uint64_t i = 0; i < options.clients; ++i) {
         const size_t firstLine = i * plan.lines.size() / options.clients;
         sessions.push_back(std::make_unique<ClientSession>(plan, firstLine));
-        sessions.back()->start();
+        if (!sessions.back()->connect()) {
+            error = "connection " + std::to_string(i + 1) + ": " + sessions.back()->failure();
+            return false;
+        }
     }
+    return true;
+}
+
+Totals run(const Sessions& sessions, FileLogger* log) {
     Totals totals;
+    for (const auto& session : sessions) {
+        session->start();
+    }
     for (const auto& session : sessions) {
         session->join();
         totals.sent += session->sent();
@@ -152,10 +164,12 @@ int main(int argc, char** argv) {
     FileLogger* log = FileLogger_ctor();
     ClientPlan plan = makePlan(options);
     std::string error;
-    bool good = readLines(options.file, plan.lines, error);
+    Sessions sessions;
+    bool good =
+        readLines(options.file, plan.lines, error) && connect(options, plan, sessions, error);
     if (good) {
         const double start = VN_TimestampSet_getRelativeTime();
-        const Totals totals = runSessions(options, plan, log);
+        const Totals totals = run(sessions, log);
         print(totals, VN_TimestampSet_getRelativeTime() - start);
         good = totals.sent > 0 && totals.answered == totals.sent && totals.errors == 0;
     } else {

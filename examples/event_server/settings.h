@@ -12,7 +12,7 @@ struct Settings {
     uint32_t workers = 0;            // workers = 0 stands for as many as there are processors
     std::string logFile = "stderr";  // log file = PATH, stderr or stdout
     uint32_t logLevel = 7;   // log level = OFF, CRIT, FATAL, ERROR, WARN, INFO, DEBUG, TRACE
-    uint32_t queue = 1024;   // queue = the most records that wait for a worker
+    uint32_t queue = 8192;   // queue = the most records that wait for a worker
     uint32_t clients = 200;  // clients = the most connections at a time
 };
 

@@ -386,7 +386,7 @@ class Limits(ServerTest):
         server = self.serve(level="ERROR", workers=3)
         self.assertStops(server)
         log = b"\n".join(server.lines()).decode()
-        for part in ["Processor: ", "Platform: ", "May use ", "3 workers, queue of 1024",
+        for part in ["Processor: ", "Platform: ", "May use ", "3 workers, queue of 8192",
                      "log level ERROR", "Listening on port %d" % server.port, "Ended"]:
             self.assertIn(" ##### ", log)
             self.assertIn(part, log)
@@ -490,7 +490,7 @@ class Programs(ServerTest):
         server.stop()
         run = self.run_client(server, self.write(self.STANZAS))
         self.assertEqual(run.returncode, 1)
-        self.assertIn("0 of 0 records were answered: Failed to connect to host.", run.stderr)
+        self.assertIn("connection 1: Failed to connect to host.", run.stderr)
 
 
 @unittest.skipUnless("VN_SERVER_PATIENCE" in os.environ, "run by a test of its own")
