@@ -16,11 +16,17 @@ char* lastLibraryError() {
     return strdup(message != nullptr ? message : "Unknown error");
 }
 
+// A name that there was no memory to convert must not pass for none, which means the program.
+void* openLibrary(const char* path, const SystemText& name, int flags) {
+    const bool unnamed = path != nullptr && name.get() == nullptr;
+    return unnamed ? nullptr : dlopen(name.get(), flags);
+}
+
 }  // namespace
 
 char* vn_loadLibraryUTF8(void** handle, const char* path) {
     const SystemText name(path);
-    *handle = dlopen(name.get(), RTLD_NOW);
+    *handle = openLibrary(path, name, RTLD_NOW);
     return *handle != nullptr ? nullptr : lastLibraryError();
 }
 
@@ -39,5 +45,5 @@ char* vn_findLibrarySymbol(void** symbol, void* handle, const char* name) {
 int vn_assertUnloadedLibrary(const char* path) {
     const SystemText name(path);
     // The handle is kept, and with it one reference: see the header.
-    return dlopen(name.get(), RTLD_NOW | RTLD_NOLOAD) == nullptr ? 1 : 0;
+    return openLibrary(path, name, RTLD_NOW | RTLD_NOLOAD) == nullptr ? 1 : 0;
 }

@@ -15,12 +15,13 @@ using vncommon::SystemText;
 
 namespace {
 
-// What the system says of a null path, without handing it one: its declarations forbid that.
-bool isBadAddress(const char* path) {
-    if (path == nullptr) {
-        errno = EFAULT;
+// Whether there is no name to hand to the system, whose declarations forbid null: errno then says
+// of a null path what the system would, and of one that could not be converted that memory is out.
+bool isMissing(const SystemText& name, const char* path) {
+    if (name.get() == nullptr) {
+        errno = path == nullptr ? EFAULT : ENOMEM;
     }
-    return path == nullptr;
+    return name.get() == nullptr;
 }
 
 }  // namespace
@@ -34,7 +35,7 @@ char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) {
         va_end(arguments);
     }
     const SystemText name(path);
-    *fd = isBadAddress(path) ? -1 : open(name.get(), flags, mode);
+    *fd = isMissing(name, path) ? -1 : open(name.get(), flags, mode);
     if (*fd != -1) {
         return nullptr;
     }
@@ -45,12 +46,12 @@ char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) {
 
 FILE* vn_openStreamUTF8(const char* path, const char* mode) {
     const SystemText name(path);
-    return isBadAddress(path) ? nullptr : fopen(name.get(), mode);
+    return isMissing(name, path) ? nullptr : fopen(name.get(), mode);
 }
 
 int vn_statUTF8(const char* path, struct stat* status) {
     const SystemText name(path);
-    return isBadAddress(path) ? -1 : stat(name.get(), status);
+    return isMissing(name, path) ? -1 : stat(name.get(), status);
 }
 
 void vn_writeToConsoleUTF8(int fd, const char* text) {

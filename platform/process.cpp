@@ -108,6 +108,10 @@ char** vn_getEnvironUTF8(void) {
     for (size_t i = 0; i < count; ++i) {
         char* entry = vn_CstrToUTF8(environ[i]);
         copy[i] = entry != nullptr ? entry : strdup("Unknown");
+        if (copy[i] == nullptr) {  // the array ends here: it would look complete
+            vn_freeEnvironUTF8(copy);
+            return nullptr;
+        }
     }
     copy[count] = nullptr;
     return copy;

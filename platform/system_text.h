@@ -9,8 +9,8 @@
 
 namespace vncommon {
 
-// A UTF-8 text in the locale's code page, for as long as a system call needs it. Its release
-// leaves errno as that call set it.
+// A UTF-8 text in the locale's code page, for as long as a system call needs it; null for null and
+// when there is no memory. Its release leaves errno as that call set it.
 class SystemText {
   public:
     explicit SystemText(const char* utf8) : text(utf8 ? vn_UTF8ToCstr(utf8) : nullptr) {}
