@@ -2,6 +2,7 @@
 //
 // The library has no thread of its own. Its only lock here is threadCounterIdMutex, held just
 // around handing out a number; no other lock is taken while it is held.
+#include <limits.h>
 #include <signal.h>
 #include <time.h>
 
@@ -25,7 +26,9 @@ struct ThreadStart {
 };
 
 uint64_t threadCounter = 0;  // the last number handed out
-vn_ThreadLocal threadCounterId;
+// No slot until load has made one: without, every call hands out a new number, but the first slot
+// of the process, which is somebody else's, is left alone.
+vn_ThreadLocal threadCounterId = PTHREAD_KEYS_MAX;
 vn_Mutex threadCounterIdMutex;
 
 // Its lifetime is the library's: the counted thread ids work from load to unload.

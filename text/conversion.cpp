@@ -24,8 +24,10 @@ class Conversion {
         : context_{digits, 0, nullptr, 0},
           outerNext_(pthread_getspecific(dtoa_threadLocalMemNext)),
           outerLeft_(pthread_getspecific(dtoa_threadLocalMemLeft)) {
-        pthread_setspecific(dtoa_threadLocalMemNext, scratch_);
-        pthread_setspecific(dtoa_threadLocalMemLeft, reinterpret_cast<void*>(scratchUnits));
+        // A thread's first use of a slot may need memory. Without it the area stays unused.
+        if (pthread_setspecific(dtoa_threadLocalMemNext, scratch_) == 0) {
+            pthread_setspecific(dtoa_threadLocalMemLeft, reinterpret_cast<void*>(scratchUnits));
+        }
     }
     ~Conversion() {
         pthread_setspecific(dtoa_threadLocalMemLeft, outerLeft_);

@@ -1,10 +1,14 @@
 // The two locks of the number conversion and its two thread-local slots.
 #include "text/dtoalocks.h"
 
+#include <limits.h>
+
 #include <vncommon/numbers.h>
 
-vn_ThreadLocal dtoa_threadLocalMemNext;
-vn_ThreadLocal dtoa_threadLocalMemLeft;
+// No slots until load has made them, rather than the first of the process, which is somebody else's:
+// conversions then take their blocks from the heap.
+vn_ThreadLocal dtoa_threadLocalMemNext = PTHREAD_KEYS_MAX;
+vn_ThreadLocal dtoa_threadLocalMemLeft = PTHREAD_KEYS_MAX;
 
 namespace {
 

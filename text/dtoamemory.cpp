@@ -54,9 +54,10 @@ _Bigint* carve(int k) {
         return nullptr;
     }
     auto* next = static_cast<uint64_t*>(pthread_getspecific(dtoa_threadLocalMemNext));
-    pthread_setspecific(dtoa_threadLocalMemNext, next + units);
-    pthread_setspecific(dtoa_threadLocalMemLeft, reinterpret_cast<void*>(left - units));
-    return reinterpret_cast<_Bigint*>(next);
+    const bool taken =
+        pthread_setspecific(dtoa_threadLocalMemLeft, reinterpret_cast<void*>(left - units)) == 0 &&
+        pthread_setspecific(dtoa_threadLocalMemNext, next + units) == 0;
+    return taken ? reinterpret_cast<_Bigint*>(next) : nullptr;
 }
 
 _Bigint* takeFromFreeList(int k) {
