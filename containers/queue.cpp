@@ -82,6 +82,9 @@ void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
 }  // namespace
 
 void vn_qtsInit(vn_qtsQueue* queue, uint32_t maxSize) {
+    // Zeroes serve as a free mutex and an empty semaphore if the calls below should fail.
+    queue->available = {};
+    queue->lock = {};
     vn_Semaphore_init(&queue->available, 0);
     vn_Mutex_init(&queue->lock);
     queue->head = 0;

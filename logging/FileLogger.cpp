@@ -32,6 +32,7 @@ void FileLogger_init(FileLogger* logger) {
     *logger = {};
     logger->level = levelInfo;
     logger->mutex = static_cast<vn_Mutex*>(vn_malloc(sizeof(vn_Mutex)));
+    *logger->mutex = {};  // serves as a free one if the call below should fail
     vn_Mutex_init(logger->mutex);
     logger->ownsMutex = 1;
     logger->fd = STDERR_FILENO;

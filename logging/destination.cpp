@@ -77,6 +77,7 @@ Destination openDestination(FileLogger* logger, const char* name, int truncate, 
     }
     if (fd >= 0) {
         char* utf8Name = nameIsUTF8 ? vn_strdup(name) : vn_CstrToUTF8(name);
+        vn_checkMemory(utf8Name);
         return {vn_strdup(name), utf8Name, fd, true, 0};
     }
     if (errorText != nullptr) {

@@ -137,6 +137,7 @@ ReopenPlan* vncommon::makeReopenPlan(const char* fileName, const char* utf8FileN
     auto* plan = static_cast<ReopenPlan*>(vn_malloc(sizeof(ReopenPlan)));
     plan->stream = standardStream(utf8FileName);
     plan->path = vn_UTF8ToCstr(utf8FileName);
+    vn_checkMemory(plan->path);
     plan->nextFileName = vn_strdup(utf8FileName);
     plan->renames = strcmp(fileName, utf8FileName) != 0;
     for (char*& name : plan->fallBackNames) {
@@ -185,6 +186,12 @@ void vncommon::adoptDescriptor(FileLogger* logger, int opened) {
     do {
         result = dup2(opened, logger->fd);
     } while (result < 0 && (errno == EINTR || errno == EBUSY));
+    if (result < 0) {  // the number lies above the limit by now, for instance
+        const int old = logger->fd;
+        storeField(logger->fd, opened);
+        close(old);
+        return;
+    }
     close(opened);
 }
 
