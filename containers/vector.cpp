@@ -20,7 +20,7 @@ constexpr size_t largeTail = size_t{16} << 20;
 // would make pages resident that may never be used. 1e7 adds take 86 ms this way, 141 ms with
 // memset. False when the system refuses (locked memory).
 bool clearPages(char* first, char* last) {
-    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto page = static_cast<uintptr_t>(getpagesize());
     char* firstPage = first + (-reinterpret_cast<uintptr_t>(first) & (page - 1));
     char* lastPage = last - (reinterpret_cast<uintptr_t>(last) & (page - 1));
     if (madvise(firstPage, static_cast<size_t>(lastPage - firstPage), MADV_DONTNEED) != 0) {

@@ -167,7 +167,7 @@ uint32_t thresholdFor(const FileLogger* logger, const char* environmentName) {
 
 void vncommon::writeLine(FileLogger* logger, uint32_t level, const char* format,
                          va_list arguments) {
-    timespec now;
+    timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const NotCancelled notCancelled;
     vn_Mutex* mutex = logger->mutex;

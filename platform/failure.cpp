@@ -157,7 +157,7 @@ char* vn_strndup(const char* text, size_t maximum) {
 }
 
 uint64_t vn_systime(void) {
-    timeval now;
+    timeval now{};
     gettimeofday(&now, nullptr);
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }

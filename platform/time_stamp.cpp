@@ -27,7 +27,7 @@ void formatSecond(vn_TimeStampCache* cache, int64_t second) {
 namespace vncommon {
 
 const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milliseconds) {
-    if (second != cache->lastSecond) [[unlikely]] {
+    if (second != cache->lastSecond || second == 0) [[unlikely]] {  // 0: may never have been set
         formatSecond(cache, second);
     }
     char* digits = cache->text + dateLength;
@@ -41,7 +41,7 @@ const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milli
 }  // namespace vncommon
 
 int64_t vn_sys_time(void) {
-    timeval now;
+    timeval now{};
     gettimeofday(&now, nullptr);
     return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_usec / 1000;
 }
@@ -53,7 +53,7 @@ void vn_timeStampInit(vn_TimeStampCache* cache) {
 void vn_timeStampDestroy(vn_TimeStampCache*) {}
 
 const char* vn_timeStampGet(vn_TimeStampCache* cache) {
-    timespec now;
+    timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     return vncommon::timeStampAt(cache, now.tv_sec, static_cast<unsigned>(now.tv_nsec) / 1000000);
 }

@@ -54,8 +54,9 @@ char* append(CStringBuffer* buffer, const char* text, uint64_t length) {
 void appendLongFormat(CStringBuffer* buffer, const char* format, va_list arguments,
                       uint64_t length) {
     char* text = static_cast<char*>(vn_malloc(length + 1));
-    vsnprintf(text, length + 1, format, arguments);
-    append(buffer, text, length);
+    if (vsnprintf(text, length + 1, format, arguments) >= 0) {
+        append(buffer, text, length);
+    }
     vn_free(text);
 }
 

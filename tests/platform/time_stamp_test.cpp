@@ -118,6 +118,12 @@ TEST_F(TimeStamp, SameSecondKeepsTheDateAsItIs) {
     EXPECT_NE(timeStampAt(&cache, 1709647629, 9)[0], '#') << "a second that is stepped back to";
 }
 
+// A machine that starts without a clock begins in the second that a new cache stands at.
+TEST_F(TimeStamp, FirstSecondOfAllIsWritten) {
+    const std::string date = dateBy("UTC", 0);
+    EXPECT_EQ(timeStampAt(&cache, 0, 5), date + "005");
+}
+
 TEST_F(TimeStamp, AgreesWithStrftimeInEveryZone) {
     std::mt19937_64 random(20240305);
     std::uniform_int_distribution<int64_t> seconds(1, 253402214400);  // to the year 9999
