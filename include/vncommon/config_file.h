@@ -20,6 +20,10 @@
  * Cost: loading takes time in proportion to the file; a configuration takes some 40 bytes per
  * entry beside its text.
  *
+ * Memory: handles, names, entries and lines come from vn_malloc, so running out of it ends the
+ * process (failure.h). The HashMap and the Vectors that hold them do not check theirs: without
+ * memory for these the behaviour is undefined.
+ *
  * Thread-safety: none, and one configuration is process-wide: load, unload and walk from one
  * thread at a time. A loaded configuration does not change any more.
  */

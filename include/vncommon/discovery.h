@@ -4,8 +4,8 @@
  * group count as well. Both versions of control groups are read, and the smaller limit wins.
  * Also the process's own size, as the kernel reports it.
  *
- * Errors: none are reported. A missing file, an unreadable value or failed parsing means "no
- * limit" (limits), 0 (counts and sizes) or null (paths). Nothing here ends the process.
+ * Errors: none are reported. A missing file, an unreadable value, failed parsing or missing memory
+ * means "no limit" (limits), 0 (counts and sizes) or null (paths). Nothing here ends the process.
  *
  * No limit is DBL_MAX for processors and INT64_MAX for bytes.
  *

@@ -59,7 +59,8 @@ VN_API char* vn_strdup(const char* text);
  * whole length is taken). Null as for vn_strdup; the warning names strdup here too, on purpose. */
 VN_API char* vn_strndup(const char* text, size_t maximum);
 
-/* Wall-clock time in milliseconds since 1970-01-01 UTC. It follows clock steps. */
+/* Wall-clock time in milliseconds since 1970-01-01 UTC; 0 if the clock cannot be read. It follows
+ * clock steps. */
 VN_API uint64_t vn_systime(void);
 
 /* The platform's strcasecmp, unchanged: case is folded by the rules of the C locale in force. */

@@ -50,6 +50,10 @@
  * them kill it is killed. errno is left as it was by the calls that write lines, and "%m" in a
  * format names the caller's errno. A thread is not cancelled in the middle of a line.
  *
+ * Memory: what a logger needs comes from vn_malloc, so running out of it ends the process
+ * (failure.h), except for a longer line buffer (see Lines). The list of all loggers is a Vector,
+ * which does not check its memory: without memory for it the behaviour is undefined.
+ *
  * A logger that writes to a terminal converts the whole line from UTF-8 to the locale's code
  * page first (vn_UTF8ToCstr, utf8.h); that allocates, other lines do not.
  */

@@ -68,8 +68,8 @@ VN_API char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double
  *
  * Cost: tens of nanoseconds for numbers of the usual length. Numbers of more than 16,384 characters
  * take a time that grows with the square of their length (seconds at 100,000 digits) and memory in
- * proportion to it; so bound the length of text that you do not trust. 2^28 characters is the most
- * that is read right.
+ * proportion to it, running out of which ends the process (failure.h); so bound the length of text
+ * that you do not trust. 2^28 characters is the most that is read right.
  */
 VN_API double vn_strtod(const char* text, char** end);
 

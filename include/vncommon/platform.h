@@ -33,7 +33,8 @@ VN_API const char* vn_getCPUDetails(void);
  *     /etc/lsb-release                        the value of DISTRIB_DESCRIPTION
  *     /etc/redhat-release, /etc/SuSE-release  the first line
  *     /etc/debian_version                     "Debian " and the first line
- * or "Unknown Linux platform" if there is none or it does not say.
+ * or "Unknown Linux platform" if there is none, if it does not say or if there was no memory for
+ * the answer.
  *
  * Values are taken as they are written, quotes included. In os-release the one trimming takes
  * off NAME's closing quote and VERSION's opening one, deliberately no more:

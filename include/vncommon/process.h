@@ -12,7 +12,8 @@
  * vn_get_os_statistics share one process-wide record each without a lock: concurrent calls do
  * no harm, but may mix their contents.
  *
- * A null path makes the file functions fail with EFAULT, as any other bad address does.
+ * A null path makes the file functions fail with EFAULT, as any other bad address does; a path
+ * that there is no memory to convert, with ENOMEM.
  */
 #ifndef VNCOMMON_PROCESS_H
 #define VNCOMMON_PROCESS_H
@@ -29,8 +30,8 @@ VN_BEGIN_DECLS
 
 /* The name of the effective user, new. Where the user database has no entry (or cannot be
  * read): the number of the user, as "%d" prints it; "unknown" where the system does not say how
- * large an entry may be. The name passes through vn_UTF8ToCstr, not through its inverse: on a
- * UTF-8 locale there is no difference, and elsewhere callers rely on it. */
+ * large an entry may be; null without memory. The name passes through vn_UTF8ToCstr, not through
+ * its inverse: on a UTF-8 locale there is no difference, and elsewhere callers rely on it. */
 VN_API char* vn_getUTF8UserName(void);
 
 /* The current directory, new and in UTF-8, however deep it is; null when the system cannot tell
@@ -41,7 +42,7 @@ VN_API int vn_getProcessId(void);
 
 /* The environment, converted to UTF-8: a new array of new texts, closed by null; an entry that
  * cannot be converted at all reads "Unknown". Entries are copied as they stand, also those
- * without a "=". Null only when there is no memory for the array. Not safe against another
+ * without a "=". Null only when there is no memory for all of it. Not safe against another
  * thread that changes the environment at the same time. */
 VN_API char** vn_getEnvironUTF8(void);
 
@@ -66,7 +67,8 @@ VN_API void vn_writeToConsoleUTF8(int fd, const char* text);
 
 /* ---- Dynamic libraries ----
  * The first three return null on success and otherwise a copy of what dlerror() says, in the
- * system's words and code page, or "Unknown error" where it says nothing. */
+ * system's words and code page, or "Unknown error" where it says nothing. Without memory for the
+ * copy a failure gives null too: then only the null handle or symbol tells. */
 
 /* Loads path (all symbols bound at once) and stores its handle; null when that fails. A null
  * path gives the handle of the program itself. */
@@ -80,9 +82,9 @@ VN_API char* vn_unloadLibrary(void* handle);
  * program and the libraries it was started with. */
 VN_API char* vn_findLibrarySymbol(void** symbol, void* handle, const char* name);
 
-/* 1 when the library is not loaded, 0 when it is. In the second case the library's reference
- * count has gone up by one and stays there, on purpose: a library found loaded is never
- * unloaded behind the back of its finder. */
+/* 1 when the library is not loaded (or memory runs out), 0 when it is. In the second case the
+ * library's reference count has gone up by one and stays there, on purpose: a library found loaded
+ * is never unloaded behind the back of its finder. */
 VN_API int vn_assertUnloadedLibrary(const char* path);
 
 /* ---- Stack trace ---- */

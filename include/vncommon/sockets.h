@@ -4,7 +4,7 @@
  * and otherwise a newly allocated message text, which the caller shows or logs and frees with
  * vn_free. Texts that describe a system error are the system's own (vn_strerror), or "Unknown
  * error" when errno is 0. Descriptors and counts come back through out-parameters, which are
- * written on success only.
+ * written on success only. Without memory for a text the process ends (vn_strdup, failure.h).
  *
  * SIGPIPE is the application's business: sends carry no flags, so writing to a connection that
  * the peer has closed raises it, and its default is to end the process. A server therefore begins

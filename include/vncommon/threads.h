@@ -87,8 +87,9 @@ VN_API bool vn_Semaphore_trywait(vn_Semaphore* semaphore);
  * A detached thread releases its resources on its own and cannot be joined. SIGINT and SIGHUP
  * are blocked in the new thread, so that they reach threads the library did not make, the main
  * thread as a rule; the log-reopening handler (file_logger.h) relies on that.
- * A pthread_create that fails with EAGAIN or ENOMEM ends the process through vn_outOfMemory;
- * after any other failure the result is not a thread. */
+ * A pthread_create that fails with EAGAIN or ENOMEM ends the process through vn_outOfMemory,
+ * missing memory for what the thread is to run through vn_checkMemory; after any other failure
+ * the result is not a thread. */
 VN_API vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool detached);
 
 /* Waits for the thread's end ("pthread_join"). Null for a thread made by vn_createThread,

@@ -23,6 +23,11 @@
  * Cost: constant and without heap calls in steady state for taking, adding and destroying; find,
  * replace and remove are linear in the number of entries.
  *
+ * Memory: sets, entries and texts come from vn_malloc, so running out of it ends the process
+ * (failure.h). The Vector in a set and the HashMap that printing needs do not check theirs:
+ * without memory for these the behaviour is undefined. Without memory for the pools at load there
+ * is no pooling.
+ *
  * Environment: VN_OBJECTPOOL_DISABLED (any value, read at load) turns pooling off; every set and
  * entry then goes straight to and from the heap, which is what a leak checker wants.
  */

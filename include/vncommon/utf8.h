@@ -123,7 +123,8 @@ VN_API int vn_UTF8isAsciiLetter(char character);
  * Two ASCII texts compare as strcasecmp has it. Otherwise Unicode's default case folding and
  * canonical equivalence apply, in the order of the UTF-16 units of the decomposed texts (so an
  * accented letter stands behind its plain one). A malformed text then equals every other, since
- * nothing can be said about it. Only this second way allocates.
+ * nothing can be said about it, and so does every text without memory. Only this second way
+ * allocates.
  * Cost on ASCII: about that of strcasecmp on long text, some nanoseconds more on short text. */
 VN_API int vn_UTF8CaseCmp(const char* a, const char* b);
 
