@@ -5,8 +5,8 @@
 
 #include <vncommon/numbers.h>
 
-// No slots until load has made them, rather than the first of the process, which is somebody else's:
-// conversions then take their blocks from the heap.
+// No slots until load has made them, rather than the first of the process, which is somebody
+// else's: conversions then take their blocks from the heap.
 vn_ThreadLocal dtoa_threadLocalMemNext = PTHREAD_KEYS_MAX;
 vn_ThreadLocal dtoa_threadLocalMemLeft = PTHREAD_KEYS_MAX;
 

@@ -1,0 +1,69 @@
+// Event writer and timestamp sets.
+#include <vncommon/vncommon.h>
+
+#include "faults/scenarios.h"
+
+namespace faults {
+
+namespace {
+
+void writeEvent() {
+    VN_EventWriter* event = inject([] {
+        VN_EventWriter* writer = VN_EventWriter_ctor(VN_EventKind_Event, "Tick");
+        VN_EventWriter_addInt(writer, 5);
+        VN_EventWriter_addString(writer, "a\"b");
+        VN_EventWriter_addFloat(writer, 1.5e-300);
+        VN_EventWriter_addDecimal(writer, VN_DEC_NAN());
+        return writer;
+    });
+    char* text = inject([event] { return VN_EventWriter_toString(event); });
+    CHECK(equal(text, "Tick(5,\"a\\\"b\",1.5e-300,+NaN)"));
+    free(text);
+    inject([event] { VN_EventWriter_dtor(event); });
+}
+
+// A lock that cannot be had does not stop the one thread that there is.
+void stamp() {
+    makeProcessLogger();
+    VN_TimestampSet* set = inject(VN_TimestampSet_ctor);
+    inject([set] {
+        for (uint64_t stage = 1; stage <= 12; ++stage) {
+            VN_TimestampSet_addTime(set, stage, 0.5);
+        }
+    });
+    CHECK(VN_TimestampSet_getSize(set) == 12);
+    inject([set] { VN_TimestampSet_addNow(set, 13); });
+    const double now = VN_TimestampSet_findTime(set, 13);
+    CHECK(failed("gettimeofday") ? now == 0 : now > 1.6e9);
+    VN_TimestampSet* copy = inject([set] { return VN_TimestampSet_copy(set); });
+    CHECK(VN_TimestampSet_getSize(copy) == 13);
+    inject([set] { VN_TimestampSet_dtor(set); });
+    CHECK(inject([copy] { return VN_TimestampSet_findTimeAndRemove(copy, 1); }) == 0.5);
+    char* text = inject([copy] { return VN_TimestampSet_toString(copy); });
+    CHECK(std::string(text).rfind("{2:", 0) == 0 || failed("vsnprintf"));
+    vn_free(text);
+    inject([copy] { VN_TimestampSet_dtor(copy); });
+}
+
+}  // namespace
+
+std::vector<Scenario> eventScenarios() {
+    const std::vector<std::string> warning = {
+        "VN_TimestampSet_getRelativeTime(): gettimeofday() failed, errno = "};
+    return {
+        {"eventWriter", writeEvent, Memory::none},
+        {.name = "timestampSets",
+         .run = stamp,
+         .memory = Memory::checked,
+         .mustFail = {"gettimeofday", "malloc", "pthread_mutex_lock", "pthread_mutex_unlock"},
+         .onStandardError = warning},
+        {.name = "timestampSetsUnpooled",
+         .run = stamp,
+         .memory = Memory::checked,
+         .mustFail = {"gettimeofday", "malloc"},
+         .onStandardError = warning,
+         .environment = {{"VN_OBJECTPOOL_DISABLED", "1"}}},
+    };
+}
+
+}  // namespace faults
