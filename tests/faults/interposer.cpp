@@ -117,8 +117,9 @@ const char* functionAt(void* address) {
     return dladdr(address, &info) != 0 && info.dli_sname != nullptr ? info.dli_sname : "-";
 }
 
-bool isCheckedAllocator(const char* function) {
-    for (const char* name : {"vn_malloc", "vn_realloc", "vn_strdup", "vn_strndup"}) {
+bool isChecked(const char* function) {
+    for (const char* name :
+         {"vn_malloc", "vn_realloc", "vn_strdup", "vn_strndup", "vn_UTF8ToCstr", "vn_CstrToUTF8"}) {
         if (strcmp(function, name) == 0) {
             return true;
         }
@@ -237,8 +238,7 @@ bool refusesMemory(const char* name, void* caller) {
     if (plan.memory == Memory::own && !library.holds(caller)) {
         return false;
     }
-    if (plan.memory == Memory::checked && library.holds(caller) &&
-        !isCheckedAllocator(functionAt(caller))) {
+    if (plan.memory == Memory::checked && library.holds(caller) && !isChecked(functionAt(caller))) {
         return false;
     }
     return takesPart({name, ENOMEM, heap}, caller);

@@ -23,8 +23,9 @@ enum class Variant {
 };
 constexpr int variants = 6;
 
-// Which heap calls count: those of vn_malloc, vn_realloc, vn_strdup and vn_strndup and those that
-// other libraries make for us (checked), those of the library itself (own), or both.
+// Which heap calls count: those of vn_malloc, vn_realloc, vn_strdup, vn_strndup and the conversions
+// of names, and those that other libraries make for us (checked); those of the library itself
+// (own); or both.
 enum class Memory { none, checked, own, all };
 
 // What the environment variable VN_FAULTS holds, as numbers with a blank between.

@@ -50,6 +50,7 @@ void rotate() {
     inject([&] { FileLogger_SetFilename(logger, second.c_str(), 0, 0); });
     const bool moved = writesTo(logger, second);
     CHECK(moved || failed());
+    CHECK(FileLogger_GetUTF8FileName(logger) != nullptr);  // or it would never be reopened
     FileLogger_LogInfo(logger, "line three");
     CHECK(holds(second, "line three\n") == moved);
     CHECK(!holds(first, "line three\n"));
