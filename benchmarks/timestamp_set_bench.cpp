@@ -27,7 +27,7 @@ void setWithSixStamps(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
-BENCHMARK(sixClockReads);
+BENCHMARK(sixClockReads)->ThreadRange(1, 4)->UseRealTime();
 BENCHMARK(setWithSixStamps)->ThreadRange(1, 4)->UseRealTime();
 
 }  // namespace

@@ -1,0 +1,140 @@
+"""Measures the benchmarks, writes their page, and keeps pairs.json true.
+
+  report run   --build BUILD [--quick] [--only NAME...]   measures, then writes the page
+  report page                                             writes the page from the data there is
+  report check --build BUILD [NAME...]                    compares pairs.json with the programs
+"""
+import argparse
+import pathlib
+import subprocess
+import sys
+
+import judge
+import measure
+import page
+import pairs
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+DOCS = ROOT / "docs"
+RAW = DOCS / "benchmarks" / "raw"
+
+
+def arguments():
+    parser = argparse.ArgumentParser(prog="report", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    commands = parser.add_subparsers(dest="command", required=True)
+    run = commands.add_parser("run")
+    run.add_argument("--quick", action="store_true")
+    run.add_argument("--only", nargs="*", default=[])
+    check = commands.add_parser("check")
+    check.add_argument("programs", nargs="*", help="those that were built; default: by the sources")
+    for command in (run, check):
+        command.add_argument("--build", type=pathlib.Path, required=True)
+    commands.add_parser("page")
+    return parser.parse_args()
+
+
+def sources():
+    return sorted(path.stem for path in (ROOT / "benchmarks").glob("*_bench.cpp"))
+
+
+def strangers(known, programs):
+    """Programs without a family, and families without a program."""
+    named = {family.program for family in known.families}
+    return ([f"pairs.json has no family for {name}" for name in programs if name not in named] +
+            [f"pairs.json names the program {name}, which is not there"
+             for name in sorted(named - set(programs))])
+
+
+def lost_tests(families):
+    return [f"{family.program}: {each['test']}, which is to count, is not there"
+            for family in families for each in family.counted
+            if not (ROOT / each["test"]).is_file()]
+
+
+def disagreements(known, families, present):
+    """All that keeps pairs.json and the programs apart, as lines of text."""
+    lines = lost_tests(families)
+    for family in families:
+        lines += pairs.mismatches(family, known.optional, present[family.program])
+    return lines
+
+
+def listed(families, build):
+    return {family.program: pairs.listed(build / "benchmarks" / family.program)
+            for family in families}
+
+
+def complain(lines):
+    for line in lines:
+        print(f"bench: {line}", file=sys.stderr)
+    if lines:
+        print("bench: mend benchmarks/pairs.json: it must name what the programs hold",
+              file=sys.stderr)
+    return 1 if lines else 0
+
+
+def say_absent(known, families, present):
+    for family in families:
+        absent = pairs.absent_peers(family, known.optional, present[family.program])
+        if absent:
+            print(f"bench: {family.program} was built without {', '.join(sorted(absent))}; "
+                  "scripts/setup installs the peers")
+
+
+def write_page(known):
+    """The page from all the raw data there is, and what it says in a few lines."""
+    data = [(family, measure.read(RAW, family.program)) for family in known.families]
+    judged = [judge.judge(family, one) for family, one in data if one]
+    if not judged:
+        print("bench: there are no data yet; run scripts/bench", file=sys.stderr)
+        return 1
+    page.write(judged, DOCS)
+    for one in judged:
+        for what, verdict in one.missed():
+            print(f"bench: missed: {one.family.title}, {what}: {verdict.text}, "
+                  f"measured {page.ratio_text(verdict.ratio)}")
+    total = sum(len(one.verdicts()) for one in judged)
+    missed = sum(len(one.missed()) for one in judged)
+    print(f"bench: {total - missed} of {total} targets met; see docs/benchmarks.md")
+    return 0
+
+
+def check(known, build, programs):
+    programs = programs or sources()
+    families = [family for family in known.families if family.program in programs]
+    present = listed(families, build)
+    say_absent(known, families, present)
+    return complain(strangers(known, programs) + disagreements(known, families, present))
+
+
+def run(known, build, quick, only):
+    families = [family for family in known.families if not only or family.program in only]
+    present = listed(families, build)
+    say_absent(known, families, present)
+    plans = [measure.plan(family, (build / "benchmarks" / family.program).resolve(),
+                          present[family.program], quick) for family in families]
+    measure.run_all(plans, quick, build, RAW)
+    problems = strangers(known, sources()) + disagreements(known, families, present)
+    return write_page(known) or complain(problems)
+
+
+def main():
+    options = arguments()
+    known = pairs.load(ROOT / "benchmarks" / "pairs.json")
+    try:
+        if options.command == "run":
+            return run(known, options.build, options.quick, options.only)
+        if options.command == "check":
+            return check(known, options.build, options.programs)
+        return write_page(known)
+    except (OSError, RuntimeError, subprocess.SubprocessError) as error:
+        print(f"bench: failed: {error}", file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        print("\nbench: stopped; what was finished is kept", file=sys.stderr)
+        return 130
+
+
+if __name__ == "__main__":
+    sys.exit(main())
