@@ -18,8 +18,8 @@
 //  - errno is put back as it was found.
 //  - After fork(), the child's loggerMutex and loggers are usable: see "fork" below.
 //  - The library is pinned in memory when the handler is installed: other code may keep the
-//    handler's address for as long as the process lives. Nothing here has a destructor either,
-//    so a SIGHUP during exit() finds everything in place.
+//    handler's address for as long as the process lives. Nor is anything that it uses destroyed
+//    at exit, so a SIGHUP during exit() finds everything in place.
 #include "logging/logger_registry.h"
 
 #include <dlfcn.h>

@@ -3,8 +3,7 @@
  * Sets and their entries are made and dropped at event rates, so both come from object pools
  * instead of the heap: one pool per processor that the process may use (vn_numberOfCPUs,
  * discovery.h, read once at load; 4096 at most), each with room for 32 sets and 128 entries. A
- * thread always
- * uses the pool picked by its counted id (vn_getCountedThreadId, threads.h).
+ * thread always uses the pool picked by its counted id (vn_getCountedThreadId, threads.h).
  *
  * Clients reach a set's operations through the table that every set points to; the same
  * operations are exported under their own names. The order of the table is an interface.

@@ -305,12 +305,17 @@ TEST(HashMap, HasTheLayoutThatCallersRead) {
     EXPECT_EQ(sizeof(HashMapEntry), 24U);
     EXPECT_EQ(offsetof(HashMapEntry, hash), 16U);
     EXPECT_EQ(offsetof(HashMapEntry, bucketIndex), 20U);
+    EXPECT_EQ(offsetof(HashMap, count), 0U);
+    EXPECT_EQ(offsetof(HashMap, mask), 4U);
+    EXPECT_EQ(offsetof(HashMap, initialSize), 8U);
     EXPECT_EQ(offsetof(HashMap, buckets), 16U);
     EXPECT_EQ(offsetof(HashMap, entries), 24U);
     EXPECT_EQ(offsetof(HashMap, entryCapacity), 32U);
     EXPECT_EQ(offsetof(HashMap, entryFill), 36U);
     EXPECT_EQ(offsetof(HashMap, shrink), 40U);
     EXPECT_EQ(offsetof(HashMap, hash), 48U);
+    EXPECT_EQ(offsetof(HashMap, compare), 56U);
+    EXPECT_EQ(offsetof(HashMap, fill), 64U);
     EXPECT_EQ(offsetof(HashMap, release), 72U);
     EXPECT_EQ(sizeof(HashMapIterator), 16U);
 }

@@ -413,6 +413,60 @@ TEST(TimestampSet, PoolsKeep32SetsAnd128Entries) {
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
+// The addresses tell what came out of the pool.
+VN_CHILD(lastInFirstOut) {
+    VN_TimestampSet* a = VN_TimestampSet_ctor();
+    VN_TimestampSet* b = VN_TimestampSet_ctor();
+    std::vector<void*> stamps;
+    for (uint64_t stage = 0; stage < 4; ++stage) {
+        VN_TimestampSet_addTime(a, stage, 1.0);
+        stamps.push_back(vn_Vector_get(a->entries, static_cast<uint32_t>(stage)));
+    }
+    VN_TimestampSet_dtor(a);
+    VN_TimestampSet_dtor(b);
+    EXPECT_EQ(VN_TimestampSet_ctor(), b);
+    EXPECT_EQ(VN_TimestampSet_ctor(), a);
+    for (uint32_t i = 0; i < 4; ++i) {
+        VN_TimestampSet_addTime(a, i, 1.0);
+        EXPECT_EQ(vn_Vector_get(a->entries, i), stamps[3 - i]);
+    }
+    VN_TimestampSet_dtor(a);
+    VN_TimestampSet_dtor(b);
+    return testing::Test::HasFailure() ? 1 : 0;
+}
+
+TEST(TimestampSet, PoolsGiveOutLastWhatCameFirst) {
+    const ChildResult child =
+        runChild("lastInFirstOut",
+                 {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
+    EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+}
+
+// With three pools, the threads whose counted ids leave the same rest meet in one of them.
+VN_CHILD(poolsByThread) {
+    VN_TimestampSet* kept = VN_TimestampSet_ctor();
+    const uint64_t id = vn_getCountedThreadId();
+    VN_TimestampSet_dtor(kept);
+    for (int i = 1; i <= 6; ++i) {
+        std::thread([&] {
+            const bool sharesThePool = vn_getCountedThreadId() % 3 == id % 3;
+            VN_TimestampSet* set = VN_TimestampSet_ctor();
+            EXPECT_EQ(set == kept, sharesThePool);
+            VN_TimestampSet_dtor(set);
+            printf("%d", sharesThePool);
+        }).join();
+    }
+    return testing::Test::HasFailure() ? 1 : 0;
+}
+
+TEST(TimestampSet, TheCountedIdPicksThePool) {
+    const ChildResult child =
+        runChild("poolsByThread",
+                 {.environment = {{"VN_ASSUME_CPUS", "3"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
+    EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+    EXPECT_EQ(child.out, "001001");
+}
+
 VN_CHILD(withoutPools) {
     takeStampAndDestroy();
     const HeapCount count;

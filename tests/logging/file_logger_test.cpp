@@ -2,11 +2,13 @@
 // sees of the writes have tests of their own.
 #include <vncommon/file_logger.h>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -15,6 +17,22 @@
 
 #include "logging/log_support.h"
 #include "support/child_process.h"
+
+namespace {
+
+int fakeSecond = -1;  // what localtime_r gives as second while it is not negative
+
+}  // namespace
+
+// Stands before the C library's for the shared library too.
+extern "C" __attribute__((visibility("default"))) tm* localtime_r(const time_t* time,
+                                                                  tm* local) noexcept {
+    using Function = tm* (*)(const time_t*, tm*);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "localtime_r"));
+    tm* result = real(time, local);
+    local->tm_sec = fakeSecond >= 0 ? fakeSecond : local->tm_sec;
+    return result;
+}
 
 namespace {
 
@@ -264,6 +282,18 @@ TEST(FileLogger, KeepsTheDateAndTimeOfTheSecond) {
               "1999-12-31 23:59:59");
 }
 
+TEST(FileLogger, NoSecondIsAboveSixty) {
+    const TestDirectory directory;
+    for (const auto& [second, shown] : {std::pair{59, "59"}, {60, "60"}, {61, "60"}, {99, "60"}}) {
+        const std::string file = directory.file(std::to_string(second));
+        TestLogger logger(file);
+        fakeSecond = second;
+        FileLogger_LogInfo(logger, "x");
+        fakeSecond = -1;
+        EXPECT_EQ(Line(linesOf(contentsOf(file)).at(0)).second.substr(17), shown);
+    }
+}
+
 VN_CHILD(logsInKathmandu) {
     FileLogger* logger = FileLogger_ctor();
     FileLogger_SetFilename(logger, "stderr", 0, 1);
@@ -412,6 +442,22 @@ TEST(FileLogger, ALineBelowTheThresholdTakesNoLock) {
     EXPECT_EQ(contentsOf(directory.file("log")), "");
 }
 
+TEST(FileLogger, TheLevelIsSetUnderTheLock) {
+    TestLogger logger;
+    vn_Mutex_lock(FileLogger_GetMutex(logger));
+    std::atomic<bool> done{false};
+    std::thread setter([&] {
+        FileLogger_SetLogLevel(logger, 9);
+        done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(done);
+    EXPECT_EQ(FileLogger_GetLogLevel(logger), 7u) << "the getter takes no lock";
+    vn_Mutex_unlock(FileLogger_GetMutex(logger));
+    setter.join();
+    EXPECT_EQ(FileLogger_GetLogLevel(logger), 9u);
+}
+
 TEST(FileLogger, WordsParseInAnyCaseAndOnlyWhole) {
     const std::pair<const char*, uint32_t> words[] = {
         {"TRACE", 9}, {"DEBUG", 8},   {"INFO", 7},  {"WARN", 6},  {"ERROR", 5}, {"FATAL", 4},
@@ -543,6 +589,15 @@ TEST(FileLogger, MovingToAnotherFileClosesTheOneBefore) {
     EXPECT_FALSE(isOpen(first));
     EXPECT_EQ(FileLogger_GetFD(logger), 2);
     EXPECT_STREQ(FileLogger_GetFileName(logger), "stderr");
+}
+
+TEST(FileLogger, AFailedOpenClosesTheFileBeforeToo) {
+    const TestDirectory directory;
+    TestLogger logger(directory.file("a"));
+    const int first = logger->fd;
+    FileLogger_SetFilename(logger, "/no/such/quiet", 0, 0);
+    EXPECT_EQ(FileLogger_GetFD(logger), 2);
+    EXPECT_FALSE(isOpen(first));
 }
 
 TEST(FileLogger, NeverClosesStandardStreams) {

@@ -156,6 +156,32 @@ TEST(Log, SetFilenameAndReOpenMakeTheLoggerToo) {
     EXPECT_EQ(runChild("reopenFirst").out, "level 7 fd 2 name stderr utf8 stderr\n");
 }
 
+VN_CHILD(choosesFiles) {
+    VN_LogSetLevel(9);
+    VN_LogSetFilename("log", 0, 1);
+    VN_LogTrace("kept");
+    VN_LogSetFilename("log", 0, 0);  // appends
+    VN_LogSetFilename("/no/such/quiet", 1, 0);
+    VN_LogSetFilename("/no/such/loud", 0, 1);
+    VN_LogSetFD(1);
+    VN_LogTrace("at the level that was set");
+    VN_LogSetFilename("emptied", 0, 1);
+    VN_LogTrace("gone");
+    VN_LogSetFilename("emptied", 1, 0);
+    return 0;
+}
+
+TEST(Log, HandsOnWhatTheDestinationIsToBe) {
+    const TestDirectory directory;
+    const ChildResult child = runChild("choosesFiles", {.workingDirectory = directory.file("")});
+    EXPECT_EQ(child.err, "Unable to open logfile \"/no/such/loud\": No such file or directory\n");
+    ASSERT_EQ(linesOf(child.out).size(), 1u);
+    EXPECT_EQ(Line(linesOf(child.out)[0]).message, "at the level that was set");
+    ASSERT_EQ(linesOf(contentsOf(directory.file("log"))).size(), 1u);
+    EXPECT_TRUE(std::filesystem::exists(directory.file("emptied")));
+    EXPECT_EQ(contentsOf(directory.file("emptied")), "");
+}
+
 vn_Mutex callersMutex;
 
 VN_CHILD(mutexFirst) {

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -486,6 +488,34 @@ TEST(DtoaLocksTest, LockAndUnlock) {
     EXPECT_EQ(acquirep5Lock(), 0);
     EXPECT_EQ(freep5Lock(), 0);
     EXPECT_EQ(freeBallocLock(), 0);
+}
+
+// A second thread waits for each lock, and for that one only.
+TEST(DtoaLocksTest, KeepOtherThreadsOut) {
+    struct Lock {
+        int (*acquire)();
+        int (*release)();
+    };
+    const Lock locks[] = {{acquireBallocLock, freeBallocLock}, {acquirep5Lock, freep5Lock}};
+    for (int held = 0; held < 2; ++held) {
+        std::atomic<bool> entered[2] = {};
+        locks[held].acquire();
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 2; ++i) {
+            threads.emplace_back([&entered, &locks, i] {
+                locks[i].acquire();
+                entered[i] = true;
+                locks[i].release();
+            });
+        }
+        threads[static_cast<size_t>(1 - held)].join();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(entered[held]);
+        EXPECT_TRUE(entered[1 - held]);
+        locks[held].release();
+        threads[static_cast<size_t>(held)].join();
+        EXPECT_TRUE(entered[held]);
+    }
 }
 
 TEST(DtoaLocksTest, SlotsAreNullOutsideOfConversions) {
