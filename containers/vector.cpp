@@ -180,6 +180,7 @@ void vn_Vector_init(Vector* vector, vn_VectorCompare compare, vn_VectorOnAdd onA
 
 void vn_Vector_cleanup(Vector* vector) {
     removeEach(vector);
+    vector->size = 0;
     free(vector->data);
 }
 

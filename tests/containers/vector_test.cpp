@@ -323,6 +323,37 @@ TEST(VectorEmptying, ClearDoesNotCallTheHook) {
     EXPECT_EQ(vector->capacity, 0u);
 }
 
+TEST(VectorEmptying, RemoveAllWithoutAHookIsClear) {
+    for (const uint32_t initialCapacity : {0u, 2u, 8u, 200u}) {
+        for (const bool shrink : {false, true}) {
+            const VectorHandle removed = plain(initialCapacity, shrink);
+            const VectorHandle cleared = plain(initialCapacity, shrink);
+            for (const uint32_t count : {0u, 5u, 300u}) {
+                fill(removed.get(), count);
+                fill(cleared.get(), count);
+                const uint32_t grown = removed->capacity;
+                vn_Vector_removeAll(removed.get());
+                vn_Vector_clear(cleared.get());
+                EXPECT_EQ(removed->size, 0u);
+                EXPECT_EQ(removed->capacity, shrink ? initialCapacity : grown);
+                EXPECT_EQ(cleared->size, 0u);
+                EXPECT_EQ(cleared->capacity, removed->capacity);
+                EXPECT_EQ(cleared->data == nullptr, removed->data == nullptr);
+            }
+        }
+    }
+}
+
+TEST(VectorEmptying, CleanupLeavesNoElements) {
+    forget();
+    Vector vector;
+    vn_Vector_init(&vector, nullptr, nullptr, plusOne, 2, 1);
+    fill(&vector, 3);
+    vn_Vector_cleanup(&vector);
+    EXPECT_EQ(seen, (Elements{1, 2, 3}));
+    EXPECT_EQ(vector.size, 0u);
+}
+
 TEST(VectorEmptying, DestructionPassesEveryElementToTheHook) {
     forget();
     Vector* vector = vn_Vector_ctor(nullptr, nullptr, plusOne, 0, 0);
