@@ -32,11 +32,11 @@ void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) {
 
 // needed is 64-bit: count + n may be more than a count can hold.
 void grow(vn_qtsQueue* queue, uint64_t needed) {
-    if (queue->capacity == queue->maxSize) {
-        return;
-    }
     const uint64_t limit =
         queue->maxSize != 0 ? queue->maxSize : std::numeric_limits<uint32_t>::max();
+    if (queue->capacity == limit) {
+        return;
+    }
     uint64_t capacity = queue->capacity;
     while (capacity < needed) {
         capacity *= 2;
