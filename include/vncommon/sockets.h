@@ -51,8 +51,9 @@ VN_API char* vn_createListeningSocket(int port, int* fd);
 VN_API char* vn_socketAccept(int listeningFd, int* fd);
 
 /* Receives once, up to *length bytes; on success *length is the count received, at least 1.
- * "Network connection lost." when the peer has closed. An interrupted receive is reported like
- * any other failure, not retried; deliberately, so that a signal can end a wait. */
+ * "Network connection lost." when the peer has closed, and for a *length of 0, which cannot be told
+ * from that. An interrupted receive is reported like any other failure, not retried; deliberately,
+ * so that a signal can end a wait. */
 VN_API char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer);
 
 /* Appends the next line to the string buffer (which must be initialised), without its line feed

@@ -1,0 +1,216 @@
+// What sockets answer when a call fails as no real connection makes it fail, and what they ask of
+// the system: the linker sends the library's calls through the wrappers here, which answer as
+// told.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <vncommon/failure.h>
+#include <vncommon/sockets.h>
+
+#include "support/child_process.h"
+
+namespace {
+
+// No descriptor: the system would refuse it.
+constexpr int pretended = 1 << 20;
+
+struct Answer {
+    ssize_t result;
+    int error;
+    char byte = 0;  // what a receive puts into the buffer
+};
+
+std::deque<Answer> answers;      // of recv and send, in order
+std::vector<size_t> asked;       // the lengths that these were called with
+std::vector<std::string> calls;  // the others, in order
+bool setsockoptFails = false;    // with the error below
+int setsockoptError = 0;
+constexpr Answer success = {1, 0};
+
+ssize_t nextAnswer(size_t length, void* buffer) {
+    asked.push_back(length);
+    const Answer answer = answers.front();
+    answers.pop_front();
+    if (answer.error != 0) {
+        errno = answer.error;
+    }
+    if (buffer != nullptr && answer.result > 0) {
+        *static_cast<char*>(buffer) = answer.byte;
+    }
+    return answer.result;
+}
+
+}  // namespace
+
+extern "C" {
+
+ssize_t __wrap_recv(int fd, void* buffer, size_t length, int flags);
+ssize_t __wrap_send(int fd, const void* data, size_t length, int flags);
+int __wrap_setsockopt(int fd, int level, int option, const void* value, socklen_t size);
+int __wrap_listen(int fd, int backlog);
+int __wrap_accept(int fd, sockaddr* address, socklen_t* size);
+
+ssize_t __wrap_recv(int, void* buffer, size_t length, int flags) {
+    EXPECT_EQ(flags, 0);
+    EXPECT_EQ(errno, 0) << "cleared before each receive";
+    return nextAnswer(length, buffer);
+}
+
+ssize_t __wrap_send(int, const void*, size_t length, int flags) {
+    EXPECT_EQ(flags, 0);
+    return nextAnswer(length, nullptr);
+}
+
+int __wrap_setsockopt(int fd, int level, int option, const void* value, socklen_t size) {
+    timeval time{};
+    EXPECT_EQ(size, sizeof time);
+    memcpy(&time, value, sizeof time);
+    EXPECT_EQ(level, SOL_SOCKET);
+    EXPECT_EQ(time.tv_sec, 10);
+    EXPECT_EQ(time.tv_usec, 0);
+    calls.push_back("setsockopt " + std::to_string(fd) + " " + std::to_string(option));
+    errno = setsockoptError;
+    return setsockoptFails ? -1 : 0;
+}
+
+int __wrap_listen(int fd, int backlog) {
+    calls.push_back("listen " + std::to_string(fd) + " " + std::to_string(backlog));
+    return 0;
+}
+
+int __wrap_accept(int fd, sockaddr* address, socklen_t* size) {
+    EXPECT_EQ(address, nullptr);
+    EXPECT_EQ(size, nullptr);
+    calls.push_back("accept " + std::to_string(fd));
+    return pretended;
+}
+}
+
+namespace {
+
+// The message as a string, freed; "" for success.
+std::string taken(char* message) {
+    std::string text = message != nullptr ? message : "";
+    vn_free(message);
+    return text;
+}
+
+std::string readBuffer(std::deque<Answer> told, unsigned length = 5) {
+    answers = std::move(told);
+    asked.clear();
+    errno = ENOTTY;  // of some call before
+    uint8_t buffer[5];
+    const unsigned before = length;
+    const std::string text = taken(vn_socketReadBuffer(pretended, &length, buffer));
+    EXPECT_TRUE(answers.empty());
+    EXPECT_EQ(length, text.empty() ? 1 : before);
+    return text;
+}
+
+TEST(SocketReads, TryAnInterruptedEndAgain) {
+    EXPECT_EQ(readBuffer({{0, EINTR}, {0, EINTR}, success}), "");
+    EXPECT_EQ(asked, (std::vector<size_t>{5, 5, 5}));
+    EXPECT_EQ(readBuffer({{0, EINTR}, {0, 0}}), "Network connection lost.");
+    EXPECT_EQ(readBuffer({{0, EAGAIN}}), "Network connection lost.");
+    EXPECT_EQ(readBuffer({{0, 0}}, 0), "Network connection lost.");
+}
+
+TEST(SocketReads, ReportAFailureAtOnce) {
+    EXPECT_EQ(readBuffer({{-1, EINTR}}), strerror(EINTR));
+    EXPECT_EQ(readBuffer({{0, EINTR}, {-1, EINTR}}), strerror(EINTR));
+    EXPECT_EQ(readBuffer({{-1, ECONNRESET}}), strerror(ECONNRESET));
+    EXPECT_EQ(readBuffer({{-1, 0}}), "Unknown error");
+}
+
+TEST(SocketReads, LinesFollowTheSameRules) {
+    CStringBuffer line;
+    vn_strbufInit(&line, 0);
+    answers = {{1, 0, 'a'}, {0, EINTR}, {1, 0, '\r'}, {1, 0, 'b'}, {0, EINTR}, {1, 0, '\n'}};
+    EXPECT_EQ(taken(vn_socketReadLine(pretended, &line)), "");
+    EXPECT_STREQ(line.data, "ab");
+    answers = {{1, 0, 'c'}, {-1, EINTR}};
+    EXPECT_EQ(taken(vn_socketReadLine(pretended, &line)), strerror(EINTR));
+    EXPECT_STREQ(line.data, "abc") << "what was read stays";
+    answers = {{-1, 0}};
+    EXPECT_EQ(taken(vn_socketReadLine(pretended, &line)), "Unknown error");
+    vn_strbufDestroy(&line, 1);
+}
+
+std::string write(const char* text, std::deque<Answer> told) {
+    answers = std::move(told);
+    asked.clear();
+    errno = 0;
+    const std::string failure = taken(vn_socketWrite(pretended, text));
+    EXPECT_TRUE(answers.empty());
+    return failure;
+}
+
+TEST(SocketWrites, SendTheRemainder) {
+    EXPECT_EQ(write("hello", {{2, 0}, {0, 0}, {2, 0}, {1, 0}}), "");
+    EXPECT_EQ(asked, (std::vector<size_t>{5, 3, 3, 1}));
+}
+
+TEST(SocketWrites, SendAnEmptyTextOnce) {
+    EXPECT_EQ(write("", {{0, 0}}), "");
+    EXPECT_EQ(asked, (std::vector<size_t>{0}));
+    EXPECT_EQ(write("", {{-1, EPIPE}}), strerror(EPIPE));
+}
+
+TEST(SocketWrites, ReportAFailureAtOnce) {
+    EXPECT_EQ(write("hello", {{2, 0}, {-1, EINTR}}), strerror(EINTR));
+    EXPECT_EQ(write("hello", {{-1, 0}}), "Unknown error");
+}
+
+VN_CHILD(accepts) {
+    setsockoptFails = !arguments.empty();
+    setsockoptError = setsockoptFails ? atoi(arguments[0].c_str()) : 0;
+    int fd = -1;
+    const std::string message = taken(vn_socketAccept(77, &fd));
+    for (const std::string& call : calls) {
+        puts(call.c_str());
+    }
+    return message.empty() && fd == pretended ? 9 : 1;
+}
+
+ChildResult accept(ChildArguments setsockoptErrors = {}) {
+    return runChild("accepts",
+                    {.environment = {{"LC_ALL", "C"}}, .arguments = std::move(setsockoptErrors)});
+}
+
+TEST(SocketAccept, ListensAcceptsAndSetsBothTimeOuts) {
+    const ChildResult child = accept();
+    EXPECT_EQ(child.exitStatus, 9);
+    const std::string timeOut = "setsockopt " + std::to_string(pretended) + " ";
+    EXPECT_EQ(child.out, "listen 77 20\naccept 77\n" + timeOut + std::to_string(SO_RCVTIMEO) +
+                             "\n" + timeOut + std::to_string(SO_SNDTIMEO) + "\n");
+    EXPECT_EQ(child.err, "");
+}
+
+// The lines of the log without their times and threads.
+std::string withoutBeginnings(const std::string& log) {
+    return std::regex_replace(log, std::regex("[-0-9]+ [:0-9.]+ (\\w+) +\\[\\d+\\] - "), "$1: ");
+}
+
+TEST(SocketAccept, OnlyWarnsOfATimeOutThatCannotBeSet) {
+    for (const auto& [error, text] :
+         {std::pair("22", "Invalid argument"), {"0", "Unknown error"}}) {
+        const ChildResult child = accept({error});
+        EXPECT_EQ(child.exitStatus, 9);
+        EXPECT_EQ(withoutBeginnings(child.err),
+                  std::string("WARN: Failed to set SO_RCVTIMEO option: ") + text +
+                      "\nWARN: Failed to set SO_SNDTIMEO option: " + text + "\n");
+    }
+}
+
+}  // namespace
