@@ -18,6 +18,7 @@ int strerrorResult = -1;     // what strerror_r answers; -1: the real thing
 bool snprintfFails = false;  // with -5
 bool strdupFails = false;
 bool mallocFails = false;
+size_t lastMallocSize = 0;
 
 }  // namespace
 
@@ -51,6 +52,7 @@ char* __wrap_strdup(const char* text) {
 }
 
 void* __wrap_malloc(size_t size) {
+    lastMallocSize = size;
     return mallocFails ? nullptr : __real_malloc(size);
 }
 }
@@ -181,6 +183,18 @@ TEST(Allocation, NullEndsTheProcess) {
         EXPECT_EQ(child.err,
                   "Fatal error: malloc or similar returned null - this suggests the process has "
                   "run out of memory\n");
+    }
+}
+
+TEST(Allocation, StrndupTakesNoMoreThanItNeeds) {
+    const struct {
+        const char* text;
+        size_t maximum;
+        size_t block;
+    } cases[] = {{"ab", 10, 3}, {"abcdef", 3, 4}, {"ab", 2, 3}, {"ab", 0, 1}, {"", 5, 1}};
+    for (const auto& [text, maximum, block] : cases) {
+        vn_free(vn_strndup(text, maximum));
+        EXPECT_EQ(lastMallocSize, block) << text << " " << maximum;
     }
 }
 
