@@ -118,7 +118,7 @@ VN_API int64_t vn_sys_time(void);
 
 /* Formats the local time cheaply for log lines: the date and time are written only when the
  * second has changed, the milliseconds always. Embedded by the caller and used by one thread at
- * a time; the change of zone rules (TZ) is seen with the next second. */
+ * a time. A program that changes its zone (TZ) calls tzset(); the next second then shows it. */
 typedef struct vn_TimeStampCache {
     int64_t lastSecond; /* since 1970-01-01 UTC: the second that text shows */
     char text[24];      /* "YYYY-MM-DD hh:mm:ss.mmm" and the terminator */
