@@ -28,7 +28,9 @@ bool MemoryDiagnostics::checkEnabled() {
 
 using memorycounter::MemoryDiagnostics;
 
-int checkMemoryTrackingEnabled(void) { return MemoryDiagnostics::checkEnabled() ? 1 : 0; }
+int checkMemoryTrackingEnabled(void) {
+    return MemoryDiagnostics::checkEnabled() ? 1 : 0;
+}
 
 void countMemoryAllocated(size_t bytes) {
     if (MemoryDiagnostics::_enabled) {

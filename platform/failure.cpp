@@ -20,7 +20,7 @@ extern "C" int __xpg_strerror_r(int errnum, char* buffer, size_t size);
 namespace {
 
 vn_OutOfMemoryCallBack outOfMemoryCallBack = nullptr;
-bool logMemory = false;        // some entry into vn_outOfMemory has the memory line for its own
+bool logMemory = false;        // set by the entry into vn_outOfMemory that writes the memory line
 bool inImmediateExit = false;  // vn_immediateExit has been entered
 
 constexpr size_t messageSize = 1024;
@@ -95,9 +95,9 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
     if (result == EINVAL) {
         length = snprintf(buffer, size, "An unknown error (%i) occurred", errnum);
     } else if (result == ERANGE) {
-        length = snprintf(buffer, size,
-                          "An error (%i) occurred, but its message was too large to display",
-                          errnum);
+        length =
+            snprintf(buffer, size,
+                     "An error (%i) occurred, but its message was too large to display", errnum);
     } else {
         length = snprintf(buffer, size, "Error (%i:%i) occurred", errnum, result);
     }
@@ -115,9 +115,10 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
 
 void vn_checkMemory(void* pointer) {
     if (pointer == nullptr) [[unlikely]] {
-        fputs("Fatal error: malloc or similar returned null - this suggests the process has run "
-              "out of memory\n",
-              stderr);
+        fputs(
+            "Fatal error: malloc or similar returned null - this suggests the process has run "
+            "out of memory\n",
+            stderr);
         abort();
     }
 }
@@ -134,7 +135,9 @@ void* vn_realloc(void* pointer, size_t size) {
     return block;
 }
 
-void vn_free(void* pointer) { free(pointer); }
+void vn_free(void* pointer) {
+    free(pointer);
+}
 
 char* vn_strdup(const char* text) {
     if (text == nullptr) {
@@ -162,7 +165,9 @@ uint64_t vn_systime(void) {
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }
 
-int vn_strcasecmp(const char* a, const char* b) { return strcasecmp(a, b); }
+int vn_strcasecmp(const char* a, const char* b) {
+    return strcasecmp(a, b);
+}
 
 void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback) {
     outOfMemoryCallBack = callback;
@@ -194,4 +199,6 @@ void vn_immediateExit(int status) {
     _exit(status);
 }
 
-bool vn_inImmediateExit(void) { return inImmediateExit; }
+bool vn_inImmediateExit(void) {
+    return inImmediateExit;
+}

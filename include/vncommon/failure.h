@@ -93,7 +93,7 @@ VN_API bool vn_inImmediateExit(void);
  * none. Counting is on from load until the first checkMemoryTrackingEnabled() and stays on
  * after it only if VN_TRACKMEMORY is set. Counts made before that decision are kept, on
  * purpose. Changes are atomic (sequentially consistent). */
-VN_API int checkMemoryTrackingEnabled(void);   /* decides once; 1 when counting stays on */
+VN_API int checkMemoryTrackingEnabled(void); /* decides once; 1 when counting stays on */
 VN_API void countMemoryAllocated(size_t bytes);
 VN_API void countMemoryFreed(size_t bytes);
 VN_API int64_t getMallocMemoryAllocated(void); /* bytes counted as allocated minus freed */
@@ -104,7 +104,7 @@ VN_END_DECLS
 namespace memorycounter {
 
 struct VN_API MemoryDiagnostics {
-    static bool _enabled; /* counting is active; true when the library is loaded */
+    static bool _enabled;       /* counting is active; true when the library is loaded */
     static bool checkEnabled(); /* checkMemoryTrackingEnabled() as a bool */
 };
 

@@ -22,9 +22,9 @@
 
 VN_BEGIN_DECLS
 
-typedef pthread_mutex_t vn_Mutex;        /* not recursive, no error checking */
-typedef pthread_cond_t vn_Condition;     /* deadlines on the wall clock */
-typedef sem_t vn_Semaphore;              /* shared by the threads of one process */
+typedef pthread_mutex_t vn_Mutex;    /* not recursive, no error checking */
+typedef pthread_cond_t vn_Condition; /* deadlines on the wall clock */
+typedef sem_t vn_Semaphore;          /* shared by the threads of one process */
 typedef pthread_key_t vn_ThreadLocal;
 typedef pthread_t vn_ThreadId;
 

@@ -37,13 +37,13 @@ typedef void* (*vn_VectorOnRemove)(void* element);
 /* The fields may be read at any time: slots 0 to size - 1 of data are the elements, as
  * vn_Vector_get answers them. Only the operations below change them. */
 typedef struct Vector {
-    uint32_t size;            /* elements in use */
-    uint32_t capacity;        /* element slots in data */
-    uint32_t initialCapacity; /* as given at construction; the floor for shrinking */
-    bool shrink;              /* whether emptying and removing may shrink the storage */
-    void** data;              /* null when capacity is 0 */
-    vn_VectorCompare compare; /* may be null if find is never used */
-    vn_VectorOnAdd onAdd;     /* may be null */
+    uint32_t size;              /* elements in use */
+    uint32_t capacity;          /* element slots in data */
+    uint32_t initialCapacity;   /* as given at construction; the floor for shrinking */
+    bool shrink;                /* whether emptying and removing may shrink the storage */
+    void** data;                /* null when capacity is 0 */
+    vn_VectorCompare compare;   /* may be null if find is never used */
+    vn_VectorOnAdd onAdd;       /* may be null */
     vn_VectorOnRemove onRemove; /* may be null */
 } Vector;
 
