@@ -1,9 +1,11 @@
 // Failed system calls that cannot be provoked: the linker sends the library's calls through the
 // wrappers here, which fail when told to.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 #include <vncommon/threads.h>
@@ -17,6 +19,8 @@ int failure = 0;           // its result
 int semWaitErrors[] = {EINTR, EINVAL, EINTR, EINTR, EINVAL};
 size_t semWaitCalls = sizeof semWaitErrors / sizeof *semWaitErrors;  // beyond: the real thing
 int attributesDestroyed = 0;
+bool mallocFails = false;
+int mallocCalls = 0;
 
 }  // namespace
 
@@ -53,6 +57,13 @@ extern "C" int __wrap_pthread_attr_destroy(pthread_attr_t* attributes) {
     ++attributesDestroyed;
     __real_pthread_attr_destroy(attributes);
     return EINVAL;  // nobody looks at it
+}
+
+extern "C" void* __real_malloc(size_t size);
+extern "C" void* __wrap_malloc(size_t size);
+extern "C" void* __wrap_malloc(size_t size) {
+    ++mallocCalls;
+    return mallocFails ? nullptr : __real_malloc(size);
 }
 
 extern "C" int __real_sem_wait(sem_t* semaphore);
@@ -177,6 +188,30 @@ TEST(FailingCreation, ForLackOfResourcesEndsOutOfMemory) {
                                   "This process is out of memory... exiting\nmemory used: vm=";
         EXPECT_EQ(child.err.substr(0, start.size()), start);
     }
+}
+
+// What is allocated for the thread comes first, then the test for vn_threadInit, and only then the
+// one for memory.
+VN_CHILD(creationWithoutMemory) {
+    if (arguments[0] == "initialised") {
+        vn_threadInit();
+    }
+    signal(SIGABRT, [](int) { _exit(mallocCalls); });
+    mallocFails = true;
+    mallocCalls = 0;
+    vn_createThread(countRun, nullptr, false);
+    return 0;
+}
+
+TEST(FailingCreation, AllocatesThenTestsForInitialisationThenForMemory) {
+    const ChildResult uninitialised = run("creationWithoutMemory", {"uninitialised"});
+    EXPECT_EQ(uninitialised.exitStatus, 1) << "allocated once before the end";
+    EXPECT_EQ(uninitialised.err, "C threading library used without first being initialised\n");
+    const ChildResult initialised = run("creationWithoutMemory", {"initialised"});
+    EXPECT_EQ(initialised.exitStatus, 1);
+    EXPECT_EQ(initialised.err,
+              "Fatal error: malloc or similar returned null - this suggests the process has run "
+              "out of memory\n");
 }
 
 // ---- Semaphore wait --------------------------------------------------------------------------
