@@ -1,0 +1,35 @@
+// What every part of the soak tells its findings with.
+#ifndef VN_TESTS_SOAK_CHECKS_H
+#define VN_TESTS_SOAK_CHECKS_H
+
+#include <cstdint>
+
+// Counts the failure; prints the first ones.
+void reportFailure(const char* file, int line, const char* what);
+uint64_t failureCount();
+
+#define SOAK_CHECK(condition) \
+    ((condition) ? static_cast<void>(0) : reportFailure(__FILE__, __LINE__, #condition))
+
+// A small seeded generator, one for each thread: runs differ in timing only.
+class Random {
+  public:
+    explicit Random(uint64_t seed) : state(seed) {}
+
+    uint64_t next() {
+        state += 0x9E3779B97F4A7C15;
+        return mix(state);
+    }
+    uint32_t below(uint32_t limit) { return static_cast<uint32_t>(next() % limit); }
+
+    static uint64_t mix(uint64_t x) {
+        x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9;
+        x = (x ^ (x >> 27)) * 0x94D049BB133111EB;
+        return x ^ (x >> 31);
+    }
+
+  private:
+    uint64_t state;
+};
+
+#endif
