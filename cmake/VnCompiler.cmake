@@ -25,3 +25,8 @@ if(VN_SANITIZE)
         add_compile_options(-fno-sanitize-recover=undefined)
     endif()
 endif()
+
+if(VN_FUZZ)   # coverage for libFuzzer; only the programs of fuzz/ link its main function
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
+endif()

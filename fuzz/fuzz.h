@@ -1,0 +1,110 @@
+// What the fuzz targets share: the input read as numbers and texts, exact heap copies for the
+// sanitizers to watch, and the check that ends a run.
+#ifndef VN_FUZZ_FUZZ_H
+#define VN_FUZZ_FUZZ_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+// Not an assertion: the process must end in every kind of build, and the input be kept.
+#define FUZZ_REQUIRE(condition) \
+    ((condition) ? static_cast<void>(0) : fuzz::fail(__FILE__, __LINE__, #condition))
+
+namespace fuzz {
+
+[[noreturn]] inline void fail(const char* file, int line, const char* condition) {
+    fprintf(stderr, "%s:%d: not so: %s\n", file, line, condition);
+    abort();
+}
+
+// The bytes of an input, taken from the front. Past its end everything is 0 and empty.
+class Input {
+  public:
+    Input(const uint8_t* data, size_t size)
+        : bytes(size > 0 ? reinterpret_cast<const char*>(data) : "", size) {}
+
+    bool isEmpty() const { return bytes.empty(); }
+
+    uint8_t byte() { return number<uint8_t>(); }
+    uint64_t word() { return number<uint64_t>(); }
+    uint32_t below(uint32_t limit) { return number<uint16_t>() % limit; }
+
+    // The next bytes, at most so many.
+    std::string bytesUpTo(size_t length) {
+        const std::string taken(bytes.substr(0, length));
+        bytes.remove_prefix(taken.size());
+        return taken;
+    }
+
+    // One byte of length, and so many bytes.
+    std::string text() { return bytesUpTo(byte()); }
+
+    // The same without NUL bytes, for what takes terminated text.
+    std::string terminatedText() { return cutAtNul(text()); }
+
+    std::string rest() { return bytesUpTo(bytes.size()); }
+    std::string terminatedRest() { return cutAtNul(rest()); }
+
+  private:
+    static std::string cutAtNul(const std::string& text) { return text.c_str(); }
+
+    template <typename Number>
+    Number number() {
+        const std::string taken = bytesUpTo(sizeof(Number));
+        Number value = 0;
+        memcpy(&value, taken.data(), taken.size());
+        return value;
+    }
+
+    std::string_view bytes;
+};
+
+// A copy in a heap block that ends where the bytes end, so that AddressSanitizer sees every byte
+// read beyond. shift moves the bytes off the block's alignment.
+class ExactBytes {
+  public:
+    explicit ExactBytes(std::string_view bytes, size_t shift = 0)
+        : block(new char[bytes.size() + shift]), start(block.get() + shift) {
+        memcpy(start, bytes.data(), bytes.size());
+    }
+
+    char* get() const { return start; }
+
+  private:
+    std::unique_ptr<char[]> block;
+    char* start;
+};
+
+// The same with a terminator.
+class ExactText : public ExactBytes {
+  public:
+    explicit ExactText(const std::string& text, size_t shift = 0)
+        : ExactBytes(std::string_view(text.c_str(), text.size() + 1), shift) {}
+};
+
+// A text that the library returned; null has no value.
+class Taken {
+  public:
+    explicit Taken(char* returned) : text(returned) {}
+    ~Taken() { free(text); }
+    Taken(const Taken&) = delete;
+    Taken& operator=(const Taken&) = delete;
+
+    bool isNull() const { return text == nullptr; }
+    bool is(const std::string& expected) const { return text != nullptr && expected == text; }
+
+  private:
+    char* text;
+};
+
+}  // namespace fuzz
+
+#endif
