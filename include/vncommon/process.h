@@ -104,7 +104,7 @@ VN_API void vn_stackTrace(int fd);
 
 /* Pages per second swapped in and out since the reading before, from "/proc/vmstat". Returns 0
  * and stores both rates, or an error number and stores nothing: the errno of opening the file,
- * 9 when a line of the file has no blank.
+ * 9 when a line without a blank comes before both counters were met.
  *
  * The file is read at most once in 100 ms; calls in between give the rates of the last reading
  * again. The first reading of a process divides the counters by the time since 1970, so its
