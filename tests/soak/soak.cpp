@@ -37,8 +37,10 @@ class Loader {
     Loader(const char* program, const char* library) {
         int toChild[2];
         int fromChild[2];
-        if (pipe2(toChild, O_CLOEXEC) != 0 || pipe2(fromChild, O_CLOEXEC | O_NONBLOCK) != 0) {
-            SOAK_CHECK(!"pipes");
+        const bool piped =
+            pipe2(toChild, O_CLOEXEC) == 0 && pipe2(fromChild, O_CLOEXEC | O_NONBLOCK) == 0;
+        SOAK_CHECK(piped);
+        if (!piped) {
             return;
         }
         posix_spawn_file_actions_t actions;
