@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -110,6 +111,15 @@ TEST(Sockets, ListenerIsOnAllAddressesAndReusable) {
     size = sizeof reuse;
     ASSERT_EQ(getsockopt(listener.fd, SOL_SOCKET, SO_REUSEADDR, &reuse, &size), 0);
     EXPECT_EQ(reuse, 1);
+}
+
+// Linux tells a listener's backlog in the field that counts acknowledged segments elsewhere.
+TEST(Sockets, ListenerHasABacklogOfTwenty) {
+    Listener listener;
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    ASSERT_EQ(getsockopt(listener.fd, IPPROTO_TCP, TCP_INFO, &info, &size), 0);
+    EXPECT_EQ(info.tcpi_sacked, 20U);
 }
 
 TEST(Sockets, ConnectsByNullDottedAddressAndName) {

@@ -120,7 +120,7 @@ class Soak {
         printProgress(static_cast<int>(samples.size()));
         const bool flat = reportFlatness("threads", samples);
         const bool loaderFlat = reportFlatness("loading", loader.samples);
-        printf("log: %lu lines in %d rotated files, each found once\n",
+        printf("log: %lu lines in order, %d rotations\n",
                static_cast<unsigned long>(log.linesFound()), log.rotations());
         printf("queue: %lu elements put, %lu taken\n", static_cast<unsigned long>(shared.put.count),
                static_cast<unsigned long>(shared.taken.count));
