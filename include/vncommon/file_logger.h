@@ -72,18 +72,18 @@ VN_BEGIN_DECLS
  * reading only; those that a SIGHUP may change (fd, fileName, utf8FileName, console,
  * openFailure) are best read through the calls below. */
 typedef struct FileLogger {
-    uint32_t level;      /* threshold */
-    vn_Mutex* mutex;     /* held while a line is put together and written */
-    int ownsMutex;       /* 1 while mutex is the logger's own allocation */
-    int fd;              /* the descriptor written to; 2 at first */
-    char* buffer;        /* the line; 1024 bytes at first, doubled as needed, never shrunk */
+    uint32_t level;  /* threshold */
+    vn_Mutex* mutex; /* held while a line is put together and written */
+    int ownsMutex;   /* 1 while mutex is the logger's own allocation */
+    int fd;          /* the descriptor written to; 2 at first */
+    char* buffer;    /* the line; 1024 bytes at first, doubled as needed, never shrunk */
     int bufferSize;
-    int prefixLength;    /* the date and time kept at the start of the buffer */
-    int64_t prefixTime;  /* the second (since 1970) they are for; 0 for none */
-    char* fileName;      /* the destination's name as the caller gave it; null for a bare fd */
-    char* utf8FileName;  /* the same in UTF-8 */
-    int console;         /* the descriptor is a terminal; 0 before a destination is chosen */
-    int openFailure;     /* never cleared: 1 after an open that failed with a message, 2 without */
+    int prefixLength;   /* the date and time kept at the start of the buffer */
+    int64_t prefixTime; /* the second (since 1970) they are for; 0 for none */
+    char* fileName;     /* the destination's name as the caller gave it; null for a bare fd */
+    char* utf8FileName; /* the same in UTF-8 */
+    int console;        /* the descriptor is a terminal; 0 before a destination is chosen */
+    int openFailure;    /* never cleared: 1 after an open that failed with a message, 2 without */
 } FileLogger;
 
 /* ---- Life --------------------------------------------------------------------------------- */

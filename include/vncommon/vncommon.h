@@ -2,6 +2,7 @@
 #ifndef VNCOMMON_VNCOMMON_H
 #define VNCOMMON_VNCOMMON_H
 
+/* clang-format off: from the foundations up */
 #include <vncommon/failure.h>
 #include <vncommon/threads.h>
 #include <vncommon/sockets.h>
@@ -21,5 +22,6 @@
 #include <vncommon/log.h>
 #include <vncommon/event_writer.h>
 #include <vncommon/timestamp_set.h>
+/* clang-format on */
 
 #endif
