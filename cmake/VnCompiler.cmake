@@ -10,7 +10,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 add_compile_definitions(_GNU_SOURCE)
 
-set(VN_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+set(VN_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    $<$<OR:$<C_COMPILER_ID:Clang>,$<CXX_COMPILER_ID:Clang>>:-Wthread-safety>)
 
 find_program(VN_CCACHE ccache)
 if(VN_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)

@@ -9,7 +9,13 @@
 
 #include <vncommon/failure.h>
 
+#include "platform/mutex_lock.h"
+
+using vncommon::MutexLock;
+
 namespace {
+
+constexpr vncommon::LockRole queueLock;
 
 void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
     if (n > 0) {  // from may be null otherwise
@@ -18,7 +24,7 @@ void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
 }
 
 // Moves the elements, in queue order, to the start of a new ring.
-void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) {
+void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) VN_REQUIRES(queueLock) {
     auto* slots = static_cast<vn_qtsElement*>(vn_malloc(size_t{capacity} * sizeof(vn_qtsElement)));
     const uint32_t beforeWrap = std::min(queue->count, queue->capacity - queue->head);
     copyElements(slots, queue->slots + queue->head, beforeWrap);
@@ -31,7 +37,7 @@ void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) {
 }
 
 // needed is 64-bit: count + n may be more than a count can hold.
-void grow(vn_qtsQueue* queue, uint64_t needed) {
+void grow(vn_qtsQueue* queue, uint64_t needed) VN_REQUIRES(queueLock) {
     const uint64_t limit =
         queue->maxSize != 0 ? queue->maxSize : std::numeric_limits<uint32_t>::max();
     if (queue->capacity == limit) {
@@ -44,7 +50,7 @@ void grow(vn_qtsQueue* queue, uint64_t needed) {
     changeCapacity(queue, static_cast<uint32_t>(std::min(capacity, limit)));
 }
 
-void shrink(vn_qtsQueue* queue) {
+void shrink(vn_qtsQueue* queue) VN_REQUIRES(queueLock) {
     if (queue->capacity == 1) {
         return;
     }
@@ -55,11 +61,11 @@ void shrink(vn_qtsQueue* queue) {
     changeCapacity(queue, capacity);
 }
 
-uint32_t next(const vn_qtsQueue* queue, uint32_t slot) {
+uint32_t next(const vn_qtsQueue* queue, uint32_t slot) VN_REQUIRES(queueLock) {
     return slot + 1 == queue->capacity ? 0 : slot + 1;
 }
 
-void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
+void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) VN_REQUIRES(queueLock) {
     const uint32_t beforeWrap = std::min(n, queue->capacity - queue->tail);
     copyElements(queue->slots + queue->tail, elements, beforeWrap);
     copyElements(queue->slots, elements + beforeWrap, n - beforeWrap);
@@ -69,14 +75,40 @@ void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
 
 // The caller has taken a unit of the semaphore, so there is an element for it.
 void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
-    vn_Mutex_lock(&queue->lock);
+    const MutexLock lock(&queue->lock, queueLock);
     --queue->count;
     *out = queue->slots[queue->head];
     queue->head = next(queue, queue->head);
     if (queue->count <= queue->capacity / 4) {
         shrink(queue);
     }
-    vn_Mutex_unlock(&queue->lock);
+}
+
+// 0, or 1 when the queue is full.
+int addNewest(vn_qtsQueue* queue, const vn_qtsElement* element) {
+    const MutexLock lock(&queue->lock, queueLock);
+    if (queue->count == queue->capacity) {
+        grow(queue, uint64_t{queue->count} + 1);
+    }
+    if (queue->count == queue->capacity) {
+        return 1;
+    }
+    queue->slots[queue->tail] = *element;
+    queue->tail = next(queue, queue->tail);
+    ++queue->count;
+    return 0;
+}
+
+// Returns how many there was room for.
+uint32_t addAsRoomAllows(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
+    const MutexLock lock(&queue->lock, queueLock);
+    const uint64_t needed = uint64_t{queue->count} + n;
+    if (needed > queue->capacity) {
+        grow(queue, needed);
+    }
+    const uint32_t taken = std::min(n, queue->capacity - queue->count);
+    append(queue, elements, taken);
+    return taken;
 }
 
 }  // namespace
@@ -102,31 +134,15 @@ void vn_qtsDestroy(vn_qtsQueue* queue) {
 }
 
 int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element) {
-    vn_Mutex_lock(&queue->lock);
-    if (queue->count == queue->capacity) {
-        grow(queue, uint64_t{queue->count} + 1);
+    const int full = addNewest(queue, element);
+    if (full == 0) {
+        vn_Semaphore_post(&queue->available);
     }
-    if (queue->count == queue->capacity) {
-        vn_Mutex_unlock(&queue->lock);
-        return 1;
-    }
-    queue->slots[queue->tail] = *element;
-    queue->tail = next(queue, queue->tail);
-    ++queue->count;
-    vn_Mutex_unlock(&queue->lock);
-    vn_Semaphore_post(&queue->available);
-    return 0;
+    return full;
 }
 
 uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
-    vn_Mutex_lock(&queue->lock);
-    const uint64_t needed = uint64_t{queue->count} + n;
-    if (needed > queue->capacity) {
-        grow(queue, needed);
-    }
-    const uint32_t taken = std::min(n, queue->capacity - queue->count);
-    append(queue, elements, taken);
-    vn_Mutex_unlock(&queue->lock);
+    const uint32_t taken = addAsRoomAllows(queue, elements, n);
     for (uint32_t i = 0; i < taken; ++i) {
         vn_Semaphore_post(&queue->available);
     }
@@ -147,8 +163,6 @@ int vn_qtsRemoveNB(vn_qtsQueue* queue, vn_qtsElement* out) {
 }
 
 uint32_t vn_qtsSize(vn_qtsQueue* queue) {
-    vn_Mutex_lock(&queue->lock);
-    const uint32_t count = queue->count;
-    vn_Mutex_unlock(&queue->lock);
-    return count;
+    const MutexLock lock(&queue->lock, queueLock);
+    return queue->count;
 }

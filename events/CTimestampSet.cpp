@@ -16,8 +16,11 @@
 #include <vncommon/discovery.h>
 #include <vncommon/failure.h>
 #include <vncommon/log.h>
-#include <vncommon/threads.h>
 #include <vncommon/timestamp_set.h>
+
+#include "platform/mutex_lock.h"
+
+using vncommon::MutexLock;
 
 namespace {
 
@@ -33,24 +36,15 @@ struct PooledSet : VN_TimestampSet {
     TimeStamp* reserve[entriesAtFirst];
 };
 
+constexpr vncommon::LockRole poolLock;
+
 // Free objects, last in, first out. A pooled set's Vector is empty.
 struct Pool {
-    PooledSet* sets[TS_POOL_SIZE];
-    TimeStamp* entries[TSE_POOL_SIZE];
-    uint32_t setCount;
-    uint32_t entryCount;
-    vn_Mutex lock;
-};
-
-class PoolGuard {
-  public:
-    explicit PoolGuard(Pool& pool) : pool_(pool) { vn_Mutex_lock(&pool_.lock); }
-    ~PoolGuard() { vn_Mutex_unlock(&pool_.lock); }
-    PoolGuard(const PoolGuard&) = delete;
-    PoolGuard& operator=(const PoolGuard&) = delete;
-
-  private:
-    Pool& pool_;
+    PooledSet* sets[TS_POOL_SIZE] VN_GUARDED_BY(poolLock);
+    TimeStamp* entries[TSE_POOL_SIZE] VN_GUARDED_BY(poolLock);
+    uint32_t setCount VN_GUARDED_BY(poolLock);
+    uint32_t entryCount VN_GUARDED_BY(poolLock);
+    vn_Mutex mutex;
 };
 
 int32_t integer_compare(const void* element, const void* key) {
@@ -87,7 +81,7 @@ class VN_TimestampSet_Pools {
             return;
         }
         for (uint64_t i = 0; i < count_; ++i) {
-            vn_Mutex_init(&pools_[i].lock);
+            vn_Mutex_init(&pools_[i].mutex);
         }
     }
 
@@ -100,7 +94,7 @@ class VN_TimestampSet_Pools {
         for (uint64_t i = 0; i < count_; ++i) {
             std::for_each_n(pools[i].sets, pools[i].setCount, freeSet);
             std::for_each_n(pools[i].entries, pools[i].entryCount, free);
-            vn_Mutex_destroy(&pools[i].lock);
+            vn_Mutex_destroy(&pools[i].mutex);
         }
         free(pools);
     }
@@ -117,8 +111,7 @@ class VN_TimestampSet_Pools {
 
 VN_TimestampSet_Pools VN_TimestampSet_Global;
 
-// The pool's lock is held.
-void takeReserve(Pool& pool, PooledSet* set) {
+void takeReserve(Pool& pool, PooledSet* set) VN_REQUIRES(poolLock) {
     const uint32_t wanted = std::min({set->lastSize, entriesAtFirst, pool.entryCount});
     pool.entryCount -= wanted;
     std::copy_n(pool.entries + pool.entryCount, wanted, set->reserve);
@@ -130,7 +123,7 @@ TimeStamp* takeEntry(PooledSet* set) {
         return set->reserve[--set->reserveCount];
     }
     if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
-        const PoolGuard guard(*pool);
+        const MutexLock lock(&pool->mutex, poolLock);
         if (pool->entryCount > 0) {
             return pool->entries[--pool->entryCount];
         }
@@ -142,8 +135,7 @@ TimeStamp** entriesOf(const VN_TimestampSet* set) {
     return reinterpret_cast<TimeStamp**>(set->entries->data);
 }
 
-// The pool's lock is held.
-void recycleInto(Pool& pool, TimeStamp** entries, uint32_t count) {
+void recycleInto(Pool& pool, TimeStamp** entries, uint32_t count) VN_REQUIRES(poolLock) {
     const uint32_t kept = std::min(count, TSE_POOL_SIZE - pool.entryCount);
     std::copy_n(entries, kept, pool.entries + pool.entryCount);
     pool.entryCount += kept;
@@ -152,7 +144,7 @@ void recycleInto(Pool& pool, TimeStamp** entries, uint32_t count) {
 
 void recycle(TimeStamp* entry) {
     if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
-        const PoolGuard guard(*pool);
+        const MutexLock lock(&pool->mutex, poolLock);
         recycleInto(*pool, &entry, 1);
     } else {
         free(entry);
@@ -165,7 +157,7 @@ bool recycleSet(PooledSet* set) {
     if (pool == nullptr) {
         return false;
     }
-    const PoolGuard guard(*pool);
+    const MutexLock lock(&pool->mutex, poolLock);
     if (pool->setCount == TS_POOL_SIZE) {
         return false;
     }
@@ -251,7 +243,7 @@ const VN_TimestampSetFunctionTable VN_TimestampSetFunctions = {
 
 VN_TimestampSet* VN_TimestampSet_ctor(void) {
     if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
-        const PoolGuard guard(*pool);
+        const MutexLock lock(&pool->mutex, poolLock);
         if (pool->setCount > 0) {
             PooledSet* set = pool->sets[--pool->setCount];
             takeReserve(*pool, set);
@@ -365,7 +357,7 @@ double VN_TimestampSet_getRelativeTime(void) {
 }
 
 void VectorElement_toString(TimeStamp* entry, CStringBuffer* text, HashMap* printed) {
-    void* stage = reinterpret_cast<void*>(entry->stage);
+    auto* stage = reinterpret_cast<void*>(entry->stage);
     if (vn_HashMap_exists(printed, stage)) {
         return;
     }

@@ -89,7 +89,8 @@ Destination openDestination(FileLogger* logger, const char* name, int truncate, 
     return standardStreamDestination(standardErrorName, nameIsUTF8 ? 1 : 2);
 }
 
-void changeDescriptor(FileLogger* logger, const Destination& to, Before before) {
+void changeDescriptor(FileLogger* logger, const Destination& to, Before before)
+    VN_REQUIRES(loggerMutex) {
     if (to.justOpened) {
         adoptDescriptor(logger, to.fd);
         return;

@@ -18,6 +18,7 @@
 #include "logging/line.h"
 #include "logging/not_cancelled.h"
 #include "logging/quick_format.h"
+#include "platform/mutex_lock.h"
 
 using namespace vncommon;
 
@@ -25,8 +26,10 @@ namespace {
 
 constexpr int margin = 3;  // after the message: newline, terminator and one byte to spare
 
+constexpr LockRole lineLock;  // the logger's mutex: the buffer and the prefix in it
+
 // Brings the date and time at the start of the buffer up to date, at most once a second.
-void refreshPrefix(FileLogger* logger, time_t second) {
+void refreshPrefix(FileLogger* logger, time_t second) VN_REQUIRES(lineLock) {
     if (logger->prefixTime == second && second != 0) [[likely]] {
         return;
     }
@@ -55,13 +58,13 @@ char* putHeader(char* to, int milliseconds, uint32_t level) {
     *to++ = '[';
     const auto thread = static_cast<unsigned long>(vn_getThreadID());
     to = std::to_chars(to, to + longestThreadId, thread).ptr;
-    memcpy(to, "] - ", 4);
+    memcpy(to, "] - ", 4);  // NOLINT(bugprone-not-null-terminated-result): the message follows
     return to + 4;
 }
 
 // Doubles the buffer until a message of that length fits after the head. False, and no change,
 // when the size or the memory runs out.
-bool growBuffer(FileLogger* logger, int head, int messageLength) {
+bool growBuffer(FileLogger* logger, int head, int messageLength) VN_REQUIRES(lineLock) {
     const int64_t needed = int64_t{head} + messageLength + margin;
     int64_t size = logger->bufferSize;
     while (size < needed) {
@@ -79,12 +82,13 @@ bool growBuffer(FileLogger* logger, int head, int messageLength) {
     return true;
 }
 
-int roomForMessage(const FileLogger* logger, int head) {
+int roomForMessage(const FileLogger* logger, int head) VN_REQUIRES(lineLock) {
     return logger->bufferSize - head - margin;
 }
 
 // The length of the message as it stands after the head; -1 when printf refuses the format.
-int putFormatted(FileLogger* logger, int head, const char* format, va_list arguments) {
+int putFormatted(FileLogger* logger, int head, const char* format, va_list arguments)
+    VN_REQUIRES(lineLock) {
     const int quickLength =
         quickFormat(logger->buffer + head, roomForMessage(logger, head), format, arguments);
     if (quickLength >= 0) {
@@ -105,9 +109,9 @@ int putFormatted(FileLogger* logger, int head, const char* format, va_list argum
     }
 }
 
-int putText(FileLogger* logger, int head, const char* text) {
+int putText(FileLogger* logger, int head, const char* text) VN_REQUIRES(lineLock) {
     const size_t textLength = strnlen(text, INT_MAX / 2);
-    int length = static_cast<int>(textLength);
+    auto length = static_cast<int>(textLength);
     if (length > roomForMessage(logger, head) && !growBuffer(logger, head, length)) {
         length = roomForMessage(logger, head);
     }
@@ -115,7 +119,8 @@ int putText(FileLogger* logger, int head, const char* text) {
     return length;
 }
 
-int putMessage(FileLogger* logger, int head, const char* format, va_list arguments) {
+int putMessage(FileLogger* logger, int head, const char* format, va_list arguments)
+    VN_REQUIRES(lineLock) {
     if (format == nullptr) {
         return putText(logger, head, "(null)");
     }
@@ -131,7 +136,7 @@ void writeConverted(int fd, const char* line) {
     }
 }
 
-void writeBuffer(const FileLogger* logger, int length) {
+void writeBuffer(const FileLogger* logger, int length) VN_REQUIRES(lineLock) {
     const int fd = loadField(logger->fd);
     if (loadField(logger->console) != 0) {
         writeConverted(fd, logger->buffer);
@@ -140,15 +145,14 @@ void writeBuffer(const FileLogger* logger, int length) {
     [[maybe_unused]] const ssize_t ignored = write(fd, logger->buffer, static_cast<size_t>(length));
 }
 
-// The part under the logger's mutex.
 void composeAndWrite(FileLogger* logger, const timespec& now, uint32_t level, const char* format,
-                     va_list arguments) {
+                     va_list arguments) VN_REQUIRES(lineLock) {
     int& error = errno;
     const int callersErrno = error;
     refreshPrefix(logger, now.tv_sec);
     char* headEnd = putHeader(logger->buffer + logger->prefixLength,
                               static_cast<int>(now.tv_nsec / 1'000'000), level);
-    const int head = static_cast<int>(headEnd - logger->buffer);
+    const auto head = static_cast<int>(headEnd - logger->buffer);
     error = callersErrno;  // for %m
     const int length = head + putMessage(logger, head, format, arguments);
     logger->buffer[length] = '\n';
@@ -170,10 +174,8 @@ void vncommon::writeLine(FileLogger* logger, uint32_t level, const char* format,
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const NotCancelled notCancelled;
-    vn_Mutex* mutex = logger->mutex;
-    vn_Mutex_lock(mutex);
+    const MutexLock lock(logger->mutex, lineLock);
     composeAndWrite(logger, now, level, format, arguments);
-    vn_Mutex_unlock(mutex);
 }
 
 // The eight operations, by name and level.

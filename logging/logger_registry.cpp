@@ -49,7 +49,8 @@ struct Registration {
 
 constexpr uint32_t initialCapacity = 3;
 
-Vector* loggers = nullptr;  // of Registration; null before the first logger; under loggerMutex
+// Of Registration; null before the first logger.
+Vector* loggers VN_GUARDED_BY(loggerMutex) = nullptr;
 
 int32_t loggerCompare(const void* element, const void* logger) {
     return static_cast<const Registration*>(element)->logger == logger ? 0 : 1;
@@ -59,7 +60,7 @@ Vector* makeVector(uint32_t capacity) {
     return vn_Vector_ctor(loggerCompare, nullptr, nullptr, capacity, 0);
 }
 
-Registration* registrationAt(uint32_t index) {
+Registration* registrationAt(uint32_t index) VN_REQUIRES(loggerMutex) {
     return static_cast<Registration*>(vn_Vector_get(loggers, index));
 }
 
@@ -178,7 +179,8 @@ void freeAfterFork(FileLogger* logger) {
     logger->prefixTime = 0;  // the prefix may be half made
 }
 
-void afterForkInChild() {
+// Under lockOverFork, which clang cannot follow from one function to another.
+void afterForkInChild() VN_NO_THREAD_SAFETY_ANALYSIS {
     for (uint32_t i = 0; i < vn_Vector_size(loggers); ++i) {
         freeAfterFork(registrationAt(i)->logger);
     }

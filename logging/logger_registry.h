@@ -4,6 +4,7 @@
 
 #include <vncommon/file_logger.h>
 
+#include "logging/registry_lock.h"
 #include "logging/reopening.h"
 
 namespace vncommon {
@@ -16,9 +17,9 @@ void registerLogger(FileLogger* logger);
 void unregisterLogger(FileLogger* logger);
 
 // Gives the logger another plan and returns the one before, for destroyReopenPlan() once the
-// registry is unlocked. To be called with the registry locked (registry_lock.h), together with
+// registry is unlocked. To be called under the same lock as
 // the change of destination that the plan belongs to.
-ReopenPlan* exchangePlan(FileLogger* logger, ReopenPlan* plan);
+ReopenPlan* exchangePlan(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex);
 
 }  // namespace vncommon
 

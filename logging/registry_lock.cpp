@@ -2,13 +2,9 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <ctime>
 
 namespace {
-
-std::atomic<bool> loggerMutex{false};
-static_assert(std::atomic<bool>::is_always_lock_free);
 
 // Sleeping instead of spinning lets a holder with a lower real-time priority go on.
 void waitABit() {
@@ -18,17 +14,20 @@ void waitABit() {
 
 }  // namespace
 
+constinit vncommon::LoggerMutex vncommon::loggerMutex;
+static_assert(std::atomic<bool>::is_always_lock_free);
+
 vncommon::RegistryLock::RegistryLock() {
     sigset_t sighup;
     sigemptyset(&sighup);
     sigaddset(&sighup, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &sighup, &signalsBefore);
-    while (loggerMutex.exchange(true, std::memory_order_acquire)) {
+    while (loggerMutex.held.exchange(true, std::memory_order_acquire)) {
         waitABit();
     }
 }
 
 vncommon::RegistryLock::~RegistryLock() {
-    loggerMutex.store(false, std::memory_order_release);
+    loggerMutex.held.store(false, std::memory_order_release);
     pthread_sigmask(SIG_SETMASK, &signalsBefore, nullptr);
 }

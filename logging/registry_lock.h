@@ -14,16 +14,24 @@
 #ifndef VN_LOGGING_REGISTRY_LOCK_H
 #define VN_LOGGING_REGISTRY_LOCK_H
 
+#include <atomic>
 #include <csignal>
 
 #include "logging/not_cancelled.h"
+#include "platform/thread_annotations.h"
 
 namespace vncommon {
 
-class RegistryLock {
+class VN_CAPABILITY("mutex") LoggerMutex {
+    friend class RegistryLock;
+    std::atomic<bool> held{false};
+};
+extern LoggerMutex loggerMutex;
+
+class VN_SCOPED_CAPABILITY RegistryLock {
   public:
-    RegistryLock();
-    ~RegistryLock();
+    RegistryLock() VN_ACQUIRE(loggerMutex);
+    ~RegistryLock() VN_RELEASE();
     RegistryLock(const RegistryLock&) = delete;
     RegistryLock& operator=(const RegistryLock&) = delete;
 

@@ -71,7 +71,7 @@ void write(const FailureReport& report, int error) {
 // vn_isConsole() by a call that a signal handler may make.
 int isTerminal(int descriptor) {
     termios attributes;
-    return tcgetattr(descriptor, &attributes) == 0;
+    return tcgetattr(descriptor, &attributes) == 0 ? 1 : 0;
 }
 
 int openPath(const ReopenPlan* plan) {
@@ -87,7 +87,7 @@ void swapName(char*& field, char*& name) {
 // Moves the logger to standard error under that name. A line of another thread may be on its way
 // to the old descriptor; so that descriptor becomes a second one of standard error, to be closed
 // with the plan.
-void fallBack(FileLogger* logger, ReopenPlan* plan) {
+void fallBack(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     const bool owned = ownsDescriptor(logger);
     const int old = logger->fd;
     storeField(logger->openFailure, 1);
@@ -103,7 +103,7 @@ void fallBack(FileLogger* logger, ReopenPlan* plan) {
     }
 }
 
-void reopenFile(FileLogger* logger, ReopenPlan* plan) {
+void reopenFile(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     int opened = openPath(plan);
     if (opened < 0 && makeRoomForDescriptor(logger, errno)) {
         opened = openPath(plan);

@@ -14,6 +14,7 @@
 #include <vncommon/threads.h>
 
 #include "platform/failure.h"
+#include "platform/mutex_lock.h"
 
 namespace {
 
@@ -25,11 +26,12 @@ struct ThreadStart {
     void* argument;
 };
 
-uint64_t threadCounter = 0;  // the last number handed out
 // No slot until load has made one: without, every call hands out a new number, but the first slot
 // of the process, which is somebody else's, is left alone.
 vn_ThreadLocal threadCounterId = PTHREAD_KEYS_MAX;
 vn_Mutex threadCounterIdMutex;
+constexpr vncommon::LockRole counterLock;
+uint64_t threadCounter VN_GUARDED_BY(counterLock) = 0;  // the last number handed out
 
 // Its lifetime is the library's: the counted thread ids work from load to unload.
 struct CPlatformThread_Hook {
@@ -74,10 +76,9 @@ void* threadMain(void* argument) {
 }
 
 [[gnu::noinline]] uint64_t numberThisThread() {
-    vn_Mutex_lock(&threadCounterIdMutex);
+    const vncommon::MutexLock lock(&threadCounterIdMutex, counterLock);
     const uint64_t number = ++threadCounter;
     vn_ThreadLocal_set(&threadCounterId, reinterpret_cast<void*>(number));
-    vn_Mutex_unlock(&threadCounterIdMutex);
     return number;
 }
 
@@ -163,7 +164,7 @@ bool vn_Semaphore_trywait(vn_Semaphore* semaphore) {
 
 vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool detached) {
     // Before the initialisation test, which may abort: the order is part of the behaviour.
-    ThreadStart* start = static_cast<ThreadStart*>(malloc(sizeof(ThreadStart)));
+    auto* start = static_cast<ThreadStart*>(malloc(sizeof(ThreadStart)));
     requireInitialisation();
     vn_checkMemory(start);
     *start = {function, argument};

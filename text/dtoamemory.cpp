@@ -14,18 +14,29 @@
 #include <vncommon/failure.h>
 #include <vncommon/numbers.h>
 
+#include "platform/thread_annotations.h"
 #include "text/netlib/include/reent.h"
 
 namespace {
 
 constexpr int sizeClasses = 16;
 
+constexpr vncommon::LockRole freeListsLock;
+
+bool lockFreeLists() VN_TRY_ACQUIRE(true, freeListsLock) VN_NO_THREAD_SAFETY_ANALYSIS {
+    return acquireBallocLock() == 0;
+}
+
+void unlockFreeLists() VN_RELEASE(freeListsLock) VN_NO_THREAD_SAFETY_ANALYSIS {
+    freeBallocLock();
+}
+
 // The blocks given back, by size class. Larger blocks go straight to the heap and back.
 struct FreeLists {
-    _Bigint* first[sizeClasses];
+    _Bigint* first[sizeClasses] VN_GUARDED_BY(freeListsLock);
 
     ~FreeLists() {
-        if (acquireBallocLock() != 0) {
+        if (!lockFreeLists()) {
             return;
         }
         for (_Bigint*& list : first) {
@@ -35,7 +46,7 @@ struct FreeLists {
                 list = next;
             }
         }
-        freeBallocLock();
+        unlockFreeLists();
     }
 };
 constinit FreeLists freeLists{};
@@ -61,14 +72,14 @@ _Bigint* carve(int k) {
 }
 
 _Bigint* takeFromFreeList(int k) {
-    if (k >= sizeClasses || acquireBallocLock() != 0) {
+    if (k >= sizeClasses || !lockFreeLists()) {
         return nullptr;
     }
     _Bigint* block = freeLists.first[k];
     if (block != nullptr) {
         freeLists.first[k] = block->_next;
     }
-    freeBallocLock();
+    unlockFreeLists();
     return block;
 }
 
@@ -94,13 +105,13 @@ void _Bfree(_reent*, _Bigint* block) {
     if (block == nullptr || block->_carved) {
         return;
     }
-    if (block->_k >= sizeClasses || acquireBallocLock() != 0) {
+    if (block->_k >= sizeClasses || !lockFreeLists()) {
         free(block);
         return;
     }
     block->_next = freeLists.first[block->_k];
     freeLists.first[block->_k] = block;
-    freeBallocLock();
+    unlockFreeLists();
 }
 
 namespace {
