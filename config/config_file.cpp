@@ -37,7 +37,7 @@ OpenFile openNamed(char* name) {
 
 OpenFile openInDirectory(const char* directory) {
     const size_t length = strlen(directory);
-    char* path = static_cast<char*>(vn_malloc(length + 1 + sizeof defaultName));
+    auto* path = static_cast<char*>(vn_malloc(length + 1 + sizeof defaultName));
     memcpy(path, directory, length);
     path[length] = '/';
     memcpy(path + length + 1, defaultName, sizeof defaultName);
@@ -118,7 +118,7 @@ class LineReader {
         return count > 0;
     }
 
-    static constexpr size_t initialCapacity = 64 * 1024;
+    static constexpr size_t initialCapacity = size_t{64} * 1024;
     FILE* stream;
     char* buffer;
     size_t capacity = initialCapacity;

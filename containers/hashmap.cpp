@@ -36,7 +36,7 @@ size_t sizeOfRecords(uint32_t mask) {
 }
 
 void** firstSlots(const Buckets& buckets, uint32_t index) {
-    char* block = reinterpret_cast<char*>(buckets.records);
+    auto* block = reinterpret_cast<char*>(buckets.records);
     return reinterpret_cast<void**>(block + sizeOfRecords(buckets.mask)) +
            size_t{index} * bucketSlots;
 }
@@ -86,7 +86,7 @@ void freeBuckets(const Buckets& buckets) {
 
 // From the shared block into one of its own, which Vector can then grow by itself.
 void leaveFirstSlots(Vector& bucket) {
-    void** block = static_cast<void**>(calloc(2 * bucketSlots, sizeof(void*)));
+    auto** block = static_cast<void**>(calloc(size_t{2} * bucketSlots, sizeof(void*)));
     memcpy(block, bucket.data, bucketSlots * sizeof(void*));
     bucket.data = block;
     bucket.capacity = 2 * bucketSlots;

@@ -90,7 +90,8 @@ bool copyUnescaped(char* to, std::string_view text) {
 }
 
 bool needsEscapes(std::string_view text) {
-    return text.find('"') != text.npos || text.find('\\') != text.npos;
+    constexpr size_t none = std::string_view::npos;
+    return text.find('"') != none || text.find('\\') != none;
 }
 
 // --- The walk ----------------------------------------------------------------------------------
@@ -162,7 +163,7 @@ class Walk {
     // Writes a value, or the beginning of one that holds others.
     void write(const VN_EventValue& value, uint32_t kind) {
         const auto word = std::bit_cast<uint64_t>(value.payload);
-        const char* text = static_cast<const char*>(value.payload);
+        const auto* text = static_cast<const char*>(value.payload);
         const auto* child = static_cast<const VN_EventWriter*>(value.payload);
         switch (kind) {
             case VN_EventKind_Integer:

@@ -71,7 +71,7 @@ uint32_t FileLogger_StringToLogLevel(const char* word) {
     if (word == nullptr) {
         return levelNone;
     }
-    const auto found = std::find_if(std::begin(words), std::end(words), [word](const Word& known) {
+    const auto* found = std::find_if(std::begin(words), std::end(words), [word](const Word& known) {
         return vn_strcasecmp(word, known.text) == 0;
     });
     return found == std::end(words) ? uint32_t{levelNone} : found->level;

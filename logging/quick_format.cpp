@@ -13,7 +13,7 @@
 
 namespace {
 
-__extension__ typedef unsigned __int128 Wide;
+__extension__ typedef unsigned __int128 Wide;  // NOLINT(modernize-use-using): no __extension__
 
 struct Conversion {
     bool left = false;   // flag -
@@ -145,7 +145,7 @@ bool putCharacter(Output& out, const Conversion& conversion, int character) {
     if (conversion.zeros || conversion.is64Bit || conversion.precision >= 0) {
         return false;
     }
-    const char c = static_cast<char>(character);
+    const auto c = static_cast<char>(character);
     putField(out, conversion, "", {&c, 1});
     return true;
 }

@@ -141,7 +141,7 @@ int physicalCpus(std::atomic<int>& cache, const char* cpuinfoFile) {
         }
         char line[1024];
         while (cpuinfo.next(line)) {
-            count += startsWith(line, "processor");
+            count += startsWith(line, "processor") ? 1 : 0;
         }
     }
     cache.store(count, std::memory_order_relaxed);

@@ -15,6 +15,7 @@
 
 // The XSI form of strerror_r, under the name that glibc keeps for it: C++ is always compiled
 // with the GNU extensions, whose strerror_r returns the message instead of an error number.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's name
 extern "C" int __xpg_strerror_r(int errnum, char* buffer, size_t size);
 
 namespace {
@@ -153,7 +154,7 @@ char* vn_strndup(const char* text, size_t maximum) {
         return warnOfNullText();
     }
     const size_t length = std::min(strlen(text), maximum);
-    char* copy = static_cast<char*>(vn_malloc(length + 1));
+    auto* copy = static_cast<char*>(vn_malloc(length + 1));
     memcpy(copy, text, length);
     copy[length] = '\0';
     return copy;

@@ -30,7 +30,7 @@ const char* valueOf(const char* line, const char* key) {
     if (equals == nullptr || equals[1] == '\0') {
         return nullptr;
     }
-    const size_t keyLength = static_cast<size_t>(equals - line);
+    const auto keyLength = static_cast<size_t>(equals - line);
     const bool matches = keyLength == strlen(key) && memcmp(line, key, keyLength) == 0;
     return matches ? equals + 1 : nullptr;
 }

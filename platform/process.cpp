@@ -44,7 +44,7 @@ char* userName(long recordSize, uid_t user) {
     if (recordSize == -1) {
         return strdup("unknown");
     }
-    char* strings = static_cast<char*>(malloc(static_cast<size_t>(recordSize)));
+    auto* strings = static_cast<char*>(malloc(static_cast<size_t>(recordSize)));
     passwd entry;
     passwd* found = nullptr;
     const bool failed =
@@ -73,7 +73,7 @@ char* vn_getUTF8UserName(void) {
 char* vn_getUTF8CurrentDirectory(void) {
     char* path = nullptr;
     for (size_t size = 4096;; size *= 2) {
-        char* larger = static_cast<char*>(realloc(path, size + 1));
+        auto* larger = static_cast<char*>(realloc(path, size + 1));
         if (larger == nullptr) {
             break;
         }
@@ -101,7 +101,7 @@ int vn_getProcessId(void) {
 
 char** vn_getEnvironUTF8(void) {
     const size_t count = environmentSize();
-    char** copy = static_cast<char**>(malloc((count + 1) * sizeof *copy));
+    auto** copy = static_cast<char**>(malloc((count + 1) * sizeof *copy));
     if (copy == nullptr) {
         return nullptr;
     }

@@ -22,9 +22,9 @@ constexpr int malformedLine = 9;
 
 void countPages(const char* digits, uint64_t now, std::atomic<uint64_t>& lastCount,
                 std::atomic<double>& lastRate) {
-    const uint64_t count = static_cast<uint64_t>(strtoll(digits, nullptr, 10));
-    const double pages = static_cast<double>(count - lastCount);
-    const double seconds = static_cast<double>(now - lastOSStatTime) / 1000.0;
+    const auto count = static_cast<uint64_t>(strtoll(digits, nullptr, 10));
+    const auto pages = static_cast<double>(count - lastCount);
+    const auto seconds = static_cast<double>(now - lastOSStatTime) / 1000.0;
     lastRate = pages / seconds;
     lastCount = count;
 }
@@ -54,7 +54,7 @@ int readCounters(FILE* file, uint64_t now) {
 namespace vncommon {
 
 int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate) {
-    const uint64_t now = static_cast<uint64_t>(vn_sys_time());
+    const auto now = static_cast<uint64_t>(vn_sys_time());
     if (lastOSStatTime + readingHoldsFor < now) {
         FILE* file = fopen(vmstatPath, "re");
         if (file == nullptr) {

@@ -13,7 +13,7 @@ namespace vncommon {
 // when there is no memory. Its release leaves errno as that call set it.
 class SystemText {
   public:
-    explicit SystemText(const char* utf8) : text(utf8 ? vn_UTF8ToCstr(utf8) : nullptr) {}
+    explicit SystemText(const char* utf8) : text(utf8 != nullptr ? vn_UTF8ToCstr(utf8) : nullptr) {}
     ~SystemText() {
         const int savedErrno = errno;
         free(text);

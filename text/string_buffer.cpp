@@ -26,7 +26,7 @@ void copyString(char* block, const CStringBuffer* buffer) {
 
 // Gives back the block before, which is the caller's.
 char* moveToBlock(CStringBuffer* buffer, uint64_t capacity) {
-    char* block = static_cast<char*>(vn_malloc(capacity));
+    auto* block = static_cast<char*>(vn_malloc(capacity));
     copyString(block, buffer);
     char* replaced = buffer->data;
     buffer->data = block;
@@ -45,7 +45,7 @@ char* append(CStringBuffer* buffer, const char* text, uint64_t length) {
 
 // Apart from vn_strbufAppendChar, which as a leaf takes 3.1 ns instead of 3.5.
 [[gnu::cold, gnu::noinline]] void growAndAppendChar(CStringBuffer* buffer, int character) {
-    const char text = static_cast<char>(character);
+    const auto text = static_cast<char>(character);
     append(buffer, &text, 1);
 }
 
@@ -53,7 +53,7 @@ char* append(CStringBuffer* buffer, const char* text, uint64_t length) {
 // lie in it.
 void appendLongFormat(CStringBuffer* buffer, const char* format, va_list arguments,
                       uint64_t length) {
-    char* text = static_cast<char*>(vn_malloc(length + 1));
+    auto* text = static_cast<char*>(vn_malloc(length + 1));
     if (vsnprintf(text, length + 1, format, arguments) >= 0) {
         append(buffer, text, length);
     }

@@ -201,7 +201,7 @@ int64_t vn_char8ToInt64(const char* text, const char** end, int32_t* error) {
         return static_cast<int64_t>(deliver(parseHex(text + 2), end, error));
     }
     if (*text == '-') {
-        const uint64_t limit = static_cast<uint64_t>(INT64_MAX) + 1;
+        const auto limit = static_cast<uint64_t>(INT64_MAX) + 1;
         return static_cast<int64_t>(-deliver(parseDecimal(text + 1, limit), end, error));
     }
     return static_cast<int64_t>(deliver(parseDecimal(text, INT64_MAX), end, error));

@@ -2,7 +2,8 @@
 #ifndef VNCOMMON_VNCOMMON_H
 #define VNCOMMON_VNCOMMON_H
 
-/* clang-format off: from the foundations up */
+/* From the foundations up, which the formatter would sort. */
+/* clang-format off */
 #include <vncommon/failure.h>
 #include <vncommon/threads.h>
 #include <vncommon/sockets.h>
