@@ -614,67 +614,88 @@ TEST(StringBuffer, ShrinkingKeepsOnlyTheString) {
 
 // ---- Everything together, against a model ----
 
+namespace {
+
+class CapacityModel {
+  public:
+    std::string text;
+    uint64_t capacity = 20;
+
+    void grow(uint64_t added) {
+        const uint64_t need = text.size() + added;
+        capacity = need >= capacity ? capacityFor(need) : capacity;
+    }
+
+    void append(const std::string& added, uint64_t room) {
+        grow(room);
+        text += added;
+    }
+
+    void truncate(uint64_t newSize) {
+        if (newSize >= text.size()) {
+            return;
+        }
+        text.resize(newSize);
+        if (newSize + 20000 < capacity && newSize * 2 < capacity) {
+            capacity = std::max<uint64_t>(newSize * 2, 20);
+        }
+    }
+};
+
+// Does the same to both.
+void change(uint64_t operation, const std::string& text, Buffer& buffer, CapacityModel& model) {
+    switch (operation) {
+        case 0:
+            buffer.append(text);
+            model.append(text, text.size());
+            break;
+        case 1:
+            vn_strbufAppendChar(&buffer, 'c');
+            model.append("c", 1);
+            break;
+        case 2:
+            vn_strbufAppendStringEscape(&buffer, text.c_str());
+            model.append(escaped(text, false), 2 * text.size());
+            break;
+        case 3:
+            vn_strbufAppendStringEscapeSemiColon(&buffer, text.c_str());
+            model.append(escaped(text, true), 4 * text.size());
+            break;
+        case 4:
+            vn_strbufAppendFormat(&buffer, "%d,%s", 7, text.c_str());
+            model.append("7," + text, text.size() + 2);
+            break;
+        default:
+            appendVA(&buffer, "%s.", text.c_str());
+            model.append(text + ".", 10000);
+            break;
+    }
+}
+
+}  // namespace
+
 TEST(StringBuffer, BehavesLikeAStringWithACapacity) {
     std::mt19937 random(31);
     const std::string alphabet = "ab;c\"d\n\re\\f g\t\xc3\xa9";
     for (int round = 0; round < 200; ++round) {
         Buffer buffer;
-        std::string model;
-        uint64_t capacity = 20;
-        const auto grow = [&](uint64_t added) {
-            const uint64_t need = model.size() + added;
-            capacity = need >= capacity ? capacityFor(need) : capacity;
-        };
+        CapacityModel model;
         for (int step = 0; step < 60; ++step) {
             std::string text;
             for (uint64_t left = random() % (step % 10 == 0 ? 3000 : 40); left > 0; --left) {
                 text += alphabet[random() % alphabet.size()];
             }
-            switch (random() % 7) {
-                case 0:
-                    grow(text.size());
-                    buffer.append(text);
-                    model += text;
-                    break;
-                case 1:
-                    grow(1);
-                    vn_strbufAppendChar(&buffer, 'c');
-                    model += 'c';
-                    break;
-                case 2:
-                    grow(2 * text.size());
-                    vn_strbufAppendStringEscape(&buffer, text.c_str());
-                    model += escaped(text, false);
-                    break;
-                case 3:
-                    grow(4 * text.size());
-                    vn_strbufAppendStringEscapeSemiColon(&buffer, text.c_str());
-                    model += escaped(text, true);
-                    break;
-                case 4:
-                    grow(text.size() + 2);
-                    vn_strbufAppendFormat(&buffer, "%d,%s", step % 10, text.c_str());
-                    model += std::to_string(step % 10) + "," + text;
-                    break;
-                case 5:
-                    grow(10000);
-                    appendVA(&buffer, "%s.", text.c_str());
-                    model += text + ".";
-                    break;
-                case 6: {
-                    const uint64_t newSize = random() % (model.size() + 20);
-                    vn_strbufTruncate(&buffer, newSize);
-                    if (newSize < model.size()) {
-                        model.resize(newSize);
-                        if (newSize + 20000 < capacity && newSize * 2 < capacity) {
-                            capacity = std::max<uint64_t>(newSize * 2, 20);
-                        }
-                    }
-                }
+            const uint64_t operation = random() % 7;
+            if (operation == 6) {
+                const uint64_t newSize = random() % (model.text.size() + 20);
+                vn_strbufTruncate(&buffer, newSize);
+                model.truncate(newSize);
+            } else {
+                change(operation, text, buffer, model);
             }
-            ASSERT_EQ(buffer.text(), model);
+            ASSERT_EQ(buffer.text(), model.text);
             ASSERT_EQ(buffer.data[buffer.size], '\0');
-            ASSERT_EQ(buffer.capacity, capacity);
+            ASSERT_EQ(buffer.capacity, model.capacity);
         }
     }
 }

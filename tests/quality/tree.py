@@ -1,0 +1,19 @@
+"""The files of the tree that are ours."""
+import pathlib
+import subprocess
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+LIBRARY = ("platform", "containers", "text", "config", "logging", "events")
+
+
+def tracked_files():
+    """Paths below the source folder, as git knows them; new files that are not ignored too."""
+    listed = subprocess.run(
+        ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=SOURCE,
+        check=True, stdout=subprocess.PIPE, text=True).stdout
+    paths = sorted(set(listed.split("\0")) - {""})
+    return [path for path in paths if (SOURCE / path).is_file()]
+
+
+def code_files():
+    return [path for path in tracked_files() if path.endswith((".c", ".cpp", ".h"))]
