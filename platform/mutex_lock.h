@@ -10,7 +10,8 @@ namespace vncommon {
 
 class VN_SCOPED_CAPABILITY MutexLock {
   public:
-    MutexLock(vn_Mutex* mutex, const LockRole& role) VN_ACQUIRE(role) : mutex_(mutex) {
+    MutexLock(vn_Mutex* mutex, [[maybe_unused]] const LockRole& role) VN_ACQUIRE(role)
+        : mutex_(mutex) {
         vn_Mutex_lock(mutex_);
     }
     ~MutexLock() VN_RELEASE() { vn_Mutex_unlock(mutex_); }

@@ -101,7 +101,7 @@ int vn_getProcessId(void) {
 
 char** vn_getEnvironUTF8(void) {
     const size_t count = environmentSize();
-    auto** copy = static_cast<char**>(malloc((count + 1) * sizeof *copy));
+    auto** copy = static_cast<char**>(malloc((count + 1) * sizeof(char*)));
     if (copy == nullptr) {
         return nullptr;
     }

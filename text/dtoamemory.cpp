@@ -122,8 +122,8 @@ constexpr int cachedPowers = 9;
 constexpr size_t largestPower = offsetof(_Bigint, _x) + 128 * sizeof(__ULong);
 
 struct CachedPower {
-    std::atomic<bool> ready;
     alignas(_Bigint) unsigned char block[largestPower];
+    std::atomic<bool> ready;
 
     _Bigint* get() { return reinterpret_cast<_Bigint*>(block); }
 };

@@ -146,8 +146,8 @@ const Escape& escapeOf(char c) {
 constexpr ptrdiff_t blockSize = 16;
 
 bool isPlainBlock(const char* bytes) {
-    typedef uint8_t Bytes __attribute__((vector_size(blockSize)));
-    typedef uint64_t Words __attribute__((vector_size(blockSize)));
+    using Bytes = uint8_t __attribute__((vector_size(blockSize)));
+    using Words = uint64_t __attribute__((vector_size(blockSize)));
     Bytes block;
     std::memcpy(&block, bytes, sizeof block);
     const auto special = reinterpret_cast<Words>((block < 32) | (block == '"') | (block == '&') |
@@ -239,7 +239,7 @@ void vn_rtrim(char* text) {
 char* vn_xmlEscapeString(const char* text) {
     const size_t size = std::strlen(text);
     const char* const end = text + size;
-    const auto block = static_cast<char*>(std::malloc(size + 2 * measureExtra(text, end) + 1));
+    auto* const block = static_cast<char*>(std::malloc(size + 2 * measureExtra(text, end) + 1));
     if (block) {
         *writeEscaped(block, text, end) = '\0';
     }

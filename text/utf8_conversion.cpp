@@ -162,7 +162,7 @@ char* vn_getUTF8(const uint16_t* text) {
     if (*text == 0) {
         return strdup("");
     }
-    const auto source = reinterpret_cast<const UChar*>(text);
+    const auto* source = reinterpret_cast<const UChar*>(text);
     UErrorCode status = U_ZERO_ERROR;
     int32_t length = 0;
     u_strToUTF8(nullptr, 0, &length, source, -1, &status);

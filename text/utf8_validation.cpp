@@ -162,13 +162,13 @@ const Utf8Kernel vncommon::utf8KernelPlain = plainKernel;
 constinit Utf8Kernel vncommon::utf8Kernel = plainKernel;
 
 bool vncommon::isAsciiBytes(const char* bytes, size_t size) {
-    const auto data = reinterpret_cast<const uint8_t*>(bytes);
+    const auto* data = reinterpret_cast<const uint8_t*>(bytes);
     return size < utf8Kernel.asciiMinimum ? isAsciiPlain(data, size)
                                           : utf8Kernel.isAscii(data, size);
 }
 
 bool vncommon::isUtf8Bytes(const char* bytes, size_t size) {
-    const auto data = reinterpret_cast<const uint8_t*>(bytes);
+    const auto* data = reinterpret_cast<const uint8_t*>(bytes);
     return size < utf8Kernel.utf8Minimum ? isUtf8Plain(data, size) : utf8Kernel.isUtf8(data, size);
 }
 

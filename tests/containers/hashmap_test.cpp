@@ -2,12 +2,14 @@
 #include <gtest/gtest.h>
 #include <vncommon/hashmap.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <tuple>
 
@@ -532,6 +534,32 @@ TEST(HashMapIterator, EndsOnBothSides) {
         EXPECT_FALSE(vn_HashMapIterator_valid(iterator.get()));
         EXPECT_FALSE(vn_HashMapIterator_next(iterator.get())) << "past the end it stays there";
         EXPECT_FALSE(vn_HashMapIterator_back(iterator.get()));
+    }
+}
+
+// Large maps fetch entries ahead of the iterator, to the last bucket and to the first.
+TEST(HashMapIterator, GoesThroughLargeMapsBothWays) {
+    constexpr uintptr_t count = 20000;
+    for (const uint32_t initialSize : {16U, 9000U, 40000U}) {
+        const Map map(makePlain(initialSize));
+        for (uintptr_t i = 1; i <= count; ++i) {
+            vn_HashMap_addQuick(map.get(), word(i), word(i));
+        }
+        std::vector<uintptr_t> forward;
+        const Iterator first(vn_HashMap_first(map.get()));
+        do {
+            forward.push_back(number(vn_HashMapIterator_key(first.get())));
+        } while (vn_HashMapIterator_next(first.get()));
+        std::vector<uintptr_t> backward;
+        const Iterator last(vn_HashMap_last(map.get()));
+        do {
+            backward.push_back(number(vn_HashMapIterator_key(last.get())));
+        } while (vn_HashMapIterator_back(last.get()));
+
+        std::reverse(backward.begin(), backward.end());
+        EXPECT_EQ(forward, backward);
+        EXPECT_EQ(std::set<uintptr_t>(forward.begin(), forward.end()).size(), count);
+        EXPECT_EQ(forward.size(), count);
     }
 }
 

@@ -84,6 +84,12 @@ TEST(QuickFormat, LeavesTheUnusualToPrintf) {
     EXPECT_EQ(quick(100, "%m"), refused);
     EXPECT_EQ(quick(100, "%p", nullptr), refused);
     EXPECT_EQ(quick(100, "%ls", L"x"), refused);
+    EXPECT_EQ(quick(100, "%05s", "x"), refused);
+    EXPECT_EQ(quick(100, "%lc", L'x'), refused);
+    EXPECT_EQ(quick(100, "%05c", 'x'), refused);
+    EXPECT_EQ(quick(100, "%.1c", 'x'), refused);
+    EXPECT_EQ(quick(100, "%lf", 1.0), refused);
+    EXPECT_EQ(quick(100, "%.99999999999s", "x"), refused);
     EXPECT_EQ(quick(100, "%g", 1.0), refused);
     EXPECT_EQ(quick(100, "%1$d", 1), refused);
     EXPECT_EQ(quick(100, "%"), refused);

@@ -2,6 +2,7 @@
 // signal or by _exit(), which are the ends of most failures.
 #include <signal.h>
 
+#include <cstdlib>
 #include <initializer_list>
 
 extern "C" {
@@ -10,27 +11,46 @@ void __gcov_dump(void);
 [[noreturn]] void __real__exit(int status);
 [[noreturn]] void __wrap__exit(int status);
 
-void __wrap__exit(int status) {
-    __gcov_dump();
-    __real__exit(status);
-}
-
 }  // extern "C"
 
 namespace {
 
-// On return the signal comes again, to the default action.
-void dumpCounters(int) {
-    __gcov_dump();
+// Writing takes memory, and gcov's functions do not survive without. Then the counters are lost.
+bool hasMemory() {
+    void* volatile block = malloc(size_t{64} * 1024);
+    free(block);
+    return block != nullptr;
 }
 
-[[gnu::constructor]] void dumpOnSignals() {
-    struct sigaction action = {};
-    action.sa_handler = dumpCounters;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    for (const int number : {SIGABRT, SIGILL, SIGSEGV}) {
-        sigaction(number, &action, nullptr);
+void dumpCounters() {
+    if (hasMemory()) {
+        __gcov_dump();
+    }
+}
+
+// On return the signal comes again, to the default action.
+void dumpOnSignal(int) {
+    dumpCounters();
+}
+
+// Leaves the handlers of others alone: a Java virtual machine has some.
+[[gnu::constructor]] void installHandlers() {
+    at_quick_exit(dumpCounters);
+    for (const int number : {SIGABRT, SIGILL}) {
+        struct sigaction before = {};
+        sigaction(number, nullptr, &before);
+        if (before.sa_handler == SIG_DFL) {
+            struct sigaction action = {};
+            action.sa_handler = dumpOnSignal;
+            action.sa_flags = static_cast<int>(SA_RESETHAND);
+            sigaction(number, &action, nullptr);
+        }
     }
 }
 
 }  // namespace
+
+void __wrap__exit(int status) {
+    dumpCounters();
+    __real__exit(status);
+}
