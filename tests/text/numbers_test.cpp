@@ -273,6 +273,16 @@ TEST(ScientificTest, FitsExactlyWithTheTerminator) {
     expectExactFit(vn_g_fmt_scientific, 4, infinity, "Infinity");
 }
 
+TEST(ScientificTest, ZeroThatDoesNotFitLeavesItsPointAtMost) {
+    const std::string zero = "0.000e+00";
+    for (unsigned size = 0; size <= zero.size(); ++size) {
+        std::string buffer(zero.size() + 3, '#');
+        EXPECT_EQ(vn_g_fmt_scientific(buffer.data(), size, 4, 0), nullptr) << size;
+        const unsigned kept = size < 2 ? 0 : 2;
+        EXPECT_EQ(buffer, zero.substr(0, kept) + std::string(buffer.size() - kept, '#')) << size;
+    }
+}
+
 struct Reading {
     double value;
     size_t length;

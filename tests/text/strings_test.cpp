@@ -323,7 +323,17 @@ void expectEscaped(const std::string& text) {
     }
     const std::unique_ptr<char, void (*)(void*)> escaped(vn_xmlEscapeString(text.c_str()), free);
     ASSERT_EQ(wanted, escaped.get());
+    const std::unique_ptr<void, void (*)(void*)> asLarge(malloc(block), free);
     ASSERT_GE(malloc_usable_size(escaped.get()), block);
+    // malloc may leave a remainder with a block that is too small to stand alone.
+    ASSERT_LE(malloc_usable_size(escaped.get()), malloc_usable_size(asLarge.get()) + 16);
+}
+
+// Enough of each for a wrong measure to show in the size of the block.
+TEST(XmlEscape, MeasuresEveryKind) {
+    for (const char c : std::string("\"&'<>a\t\n\r\x01\x1f")) {
+        expectEscaped(std::string(100, c));
+    }
 }
 
 TEST(XmlEscape, KnownCases) {
