@@ -16,9 +16,7 @@ class VN_SCOPED_CAPABILITY MutexLock {
         : mutex_(mutex) {
         checkError(pthread_mutex_lock(mutex_), "pthread_mutex_lock");
     }
-    ~MutexLock() VN_RELEASE() {
-        checkError(pthread_mutex_unlock(mutex_), "pthread_mutex_unlock");
-    }
+    ~MutexLock() VN_RELEASE() { checkError(pthread_mutex_unlock(mutex_), "pthread_mutex_unlock"); }
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;
 
