@@ -18,6 +18,7 @@
 #include "logging/line.h"
 #include "logging/not_cancelled.h"
 #include "logging/quick_format.h"
+#include "platform/local_time.h"
 #include "platform/mutex_lock.h"
 
 using namespace vncommon;
@@ -33,13 +34,9 @@ void refreshPrefix(FileLogger* logger, time_t second) VN_REQUIRES(lineLock) {
     if (logger->prefixTime == second && second != 0) [[likely]] {
         return;
     }
-    tm local = {};
-    localtime_r(&second, &local);
     logger->prefixTime = 0;
     logger->prefixLength =
-        snprintf(logger->buffer, static_cast<size_t>(logger->bufferSize),
-                 "%04d-%02d-%02d %02d:%02d:%02d.", local.tm_year + 1900, local.tm_mon + 1,
-                 local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec > 60 ? 60 : local.tm_sec);
+        formatSecond(second, logger->buffer, static_cast<size_t>(logger->bufferSize));
     logger->prefixTime = second;
 }
 

@@ -4,20 +4,16 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/local_time.h"
 #include "platform/process.h"
 
 namespace {
 
 constexpr size_t dateLength = 20;  // of "YYYY-MM-DD hh:mm:ss."; the milliseconds follow
 
-void formatSecond(vn_TimeStampCache* cache, int64_t second) {
-    const time_t time = second;
-    tm local = {};
-    localtime_r(&time, &local);
+void refreshDate(vn_TimeStampCache* cache, int64_t second) {
     char date[80];  // room for any number in every field
-    snprintf(date, sizeof date, "%04d-%02d-%02d %02d:%02d:%02d.", local.tm_year + 1900,
-             local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
-             local.tm_sec < 60 ? local.tm_sec : 60);
+    vncommon::formatSecond(second, date, sizeof date);
     memcpy(cache->text, date, dateLength);
     cache->lastSecond = second;
 }
@@ -28,7 +24,7 @@ namespace vncommon {
 
 const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milliseconds) {
     if (second != cache->lastSecond || second == 0) [[unlikely]] {  // 0: may never have been set
-        formatSecond(cache, second);
+        refreshDate(cache, second);
     }
     char* digits = cache->text + dateLength;
     digits[0] = static_cast<char>('0' + milliseconds / 100);

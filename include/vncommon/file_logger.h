@@ -42,7 +42,10 @@
  *
  * After fork() the child logs on with the same descriptors; a logger's own lock is free in it
  * even if another thread of the parent held it. (A lock given by FileLogger_SetMutex is the
- * caller's to look after, and a thread that holds FileLogger_GetMutex must not fork.)
+ * caller's to look after, and a thread that holds FileLogger_GetMutex must not fork. If the
+ * program's own code calls localtime_r or its like in one thread while another forks, the C
+ * library may leave its time zone lock locked in the child, whose next line then waits for ever;
+ * the library's own calls do not do that.)
  *
  * The result of write() is not looked at: a line that the system does not take (full disk, file
  * size limit, closed pipe, a signal that interrupts a wait on a pipe) is lost without a word, and

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -521,7 +522,7 @@ TEST(Rotation, ReinstallingKeepsTheChain) {
 
 // In the child of a fork: one line, a new logger, a rotation.
 [[noreturn]] void logInChild(FileLogger* logger, int number) {
-    alarm(20);  // a deadlock ends it
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a deadlock ends with the parent
     FileLogger_LogInfo(logger, "child %d", number);
     FileLogger* own = FileLogger_ctor();
     FileLogger_SetFilename(own, "own", 0, 1);

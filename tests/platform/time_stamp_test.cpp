@@ -1,16 +1,22 @@
 // The clock and the cached text of a log line's time, against strftime and the clock itself.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <random>
 #include <string>
+#include <thread>
 
 #include "platform/process.h"
+#include "support/child_process.h"
 
 using vncommon::timeStampAt;
 
@@ -24,6 +30,36 @@ std::string dateBy(const char* zone, time_t second) {
     char text[64];
     strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S.", &local);
     return text;
+}
+
+// Two threads format dates without pause while children are forked that do so as well.
+VN_CHILD(forksWhileThreadsFormatDates) {
+    std::atomic<bool> done{false};
+    auto formatDates = [&] {
+        vn_TimeStampCache own;
+        while (!done) {
+            vn_timeStampInit(&own);
+            vn_timeStampGet(&own);
+        }
+    };
+    std::thread threads[] = {std::thread(formatDates), std::thread(formatDates)};
+    bool ok = true;
+    for (int i = 0; ok && i < 100; ++i) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);  // a deadlock ends with the parent
+            vn_TimeStampCache own;
+            vn_timeStampInit(&own);
+            quick_exit(strlen(vn_timeStampGet(&own)) == 23 ? 0 : 1);
+        }
+        int status;
+        ok = waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    }
+    done = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    return ok ? 0 : 1;
 }
 
 struct TimeStamp : testing::Test {
@@ -158,4 +194,10 @@ TEST_F(TimeStamp, LeapSecondIsSixty) {
     tzset();
     // The leap second at the end of 2016, counted with the 26 before it.
     EXPECT_STREQ(timeStampAt(&cache, 1483228800 + 26, 1), "2016-12-31 23:59:60.001");
+}
+
+TEST(TimeStampAfterFork, IsThereWhateverOtherThreadsDid) {
+    const ChildResult child = runChild("forksWhileThreadsFormatDates", {.timeoutSeconds = 60});
+    EXPECT_EQ(child.exitStatus, 0) << child.err;
+    EXPECT_EQ(child.signal, 0);
 }
