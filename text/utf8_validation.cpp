@@ -5,13 +5,8 @@
 #include <array>
 #include <cstring>
 
+#include "platform/over_reading.h"
 #include "text/utf8_kernel.h"
-
-#if __has_include(<valgrind/valgrind.h>)
-#include <valgrind/valgrind.h>
-#else
-#define RUNNING_ON_VALGRIND 0
-#endif
 
 namespace {
 
@@ -109,20 +104,6 @@ size_t commonAsciiPlain(const uint8_t*, const uint8_t*) {
 
 constexpr Utf8Kernel plainKernel = {isAsciiPlain, 0, isUtf8Plain, 0, commonAsciiPlain};
 
-// Checkers of memory object to reading behind a terminator, although it is harmless within a page.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#elif defined(__has_feature)
-constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) ||
-                           __has_feature(memory_sanitizer);
-#else
-constexpr bool sanitized = false;
-#endif
-
-bool isMemoryChecked() {
-    return sanitized || RUNNING_ON_VALGRIND != 0;
-}
-
 #if defined(__x86_64__)
 [[gnu::constructor]] void chooseKernel() {
     __builtin_cpu_init();
@@ -131,7 +112,7 @@ bool isMemoryChecked() {
     } else if (__builtin_cpu_supports("ssse3")) {
         utf8Kernel = vncommon::utf8KernelSsse3;
     }
-    if (isMemoryChecked()) {
+    if (!vncommon::mayReadBehindText) {
         utf8Kernel.commonAscii = commonAsciiPlain;
     }
 }

@@ -12,7 +12,7 @@
  *    therefore copies about n * n / 2048 entries: give a size above the final one at
  *    construction, and nothing is ever copied.
  *  - With the shrink flag, removals give memory back by the same kind of rebuilding.
- * A map made with size n takes about 52 bytes per entry of n, before the first add.
+ * A map made with size n takes about 54 bytes per entry of n, before the first add.
  *
  * Iteration follows the buckets, not the order of adding, and the order changes when the map
  * grows or shrinks. Any change to the map (add, remove, clear) makes iterators and entry

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <vncommon/hashmap.h>
 
 #include <algorithm>
@@ -663,6 +664,25 @@ TEST(StringKeys, HashIsTheSumOfSignedBytes) {
             ASSERT_EQ(vn_String_hash(string.c_str()), plainStringHash(string));
         }
     }
+}
+
+TEST(StringKeys, HashReadsNothingInThePageBehind) {
+    constexpr size_t page = 4096;
+    void* pages =
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    char* end = static_cast<char*>(pages) + page;
+    ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+    memset(pages, 'x', page);
+    for (size_t length = 0; length < 70; ++length) {
+        for (size_t behind = 1; behind < 20; ++behind) {
+            char* string = end - behind - length;
+            string[length] = '\0';
+            ASSERT_EQ(vn_String_hash(string), plainStringHash(std::string(length, 'x')));
+            string[length] = 'x';
+        }
+    }
+    munmap(pages, 2 * page);
 }
 
 TEST(StringKeys, ComparesBytes) {
