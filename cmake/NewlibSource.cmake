@@ -43,5 +43,5 @@ function(vn_correct_text variable old new)
     set(${variable} "${corrected}" PARENT_SCOPE)
 endfunction()
 
-include(Fdlibm OPTIONAL)
-include(NetlibConversion OPTIONAL)
+include(Fdlibm)
+include(NetlibConversion)

@@ -4,8 +4,19 @@ include(VnCopyright)
 
 set(VN_COPYRIGHT ${CMAKE_CURRENT_BINARY_DIR}/copyright)
 vn_write_copyright(${VN_COPYRIGHT})
+# In Debian's own form, which tools read; what changed stands in CHANGELOG.md beside it.
+string(TIMESTAMP VN_BUILD_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)   # or SOURCE_DATE_EPOCH
+set(VN_MAINTAINER "libvncommon developers <vncommon@localhost>")
+set(VN_CHANGELOG ${CMAKE_CURRENT_BINARY_DIR}/changelog)
+file(CONFIGURE OUTPUT ${VN_CHANGELOG} @ONLY CONTENT
+"vncommon (@PROJECT_VERSION@) unstable; urgency=medium
+
+  * CHANGELOG.md tells what changed.
+
+ -- @VN_MAINTAINER@  @VN_BUILD_DATE@
+")
 function(vn_install_documents component package)
-    install(FILES ${VN_COPYRIGHT} ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+    install(FILES ${VN_COPYRIGHT} ${VN_CHANGELOG} ${PROJECT_SOURCE_DIR}/CHANGELOG.md
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
 endfunction()
 set(VN_RUNTIME_PACKAGE libvncommon${PROJECT_VERSION_MAJOR})
@@ -16,11 +27,12 @@ vn_install_documents(tools vninfo)
 # CPack puts the project's description, the short one, before each of the component's.
 set(CPACK_PACKAGE_NAME vncommon)
 set(CPACK_PACKAGE_VENDOR "libvncommon developers")
-set(CPACK_PACKAGE_CONTACT "libvncommon developers <vncommon@localhost>")
+set(CPACK_PACKAGE_CONTACT ${VN_MAINTAINER})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
     GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_GENERATOR DEB)
+set(CPACK_PRE_BUILD_SCRIPTS ${VN_INSTALL_TEMPLATES}/compress-documents.cmake)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development)
 if(TARGET vninfo)

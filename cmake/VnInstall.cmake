@@ -1,5 +1,6 @@
 # What `cmake --install` puts where, in three components: "runtime" (the shared library),
-# "development" (headers, CMake package, vncommon.pc, the jar) and "tools" (vninfo).
+# "development" (headers, CMake package, vncommon.pc, the jar) and "tools" (vninfo
+# and its manual page).
 # Everything finds its neighbours relative to itself, so that the prefix may still be chosen, or
 # the installed tree moved, after the build.
 include(CMakePackageConfigHelpers)
@@ -21,6 +22,9 @@ if(TARGET vninfo)
     file(RELATIVE_PATH VN_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
     set_target_properties(vninfo PROPERTIES INSTALL_RPATH $ORIGIN/${VN_BIN_TO_LIB})
     install(TARGETS vninfo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+    configure_file(tools/vninfo/vninfo.1.in ${CMAKE_CURRENT_BINARY_DIR}/vninfo.1 @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vninfo.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+        COMPONENT tools)
 endif()
 
 # find_package(vncommon CONFIG)

@@ -106,6 +106,25 @@ class Installed(unittest.TestCase):
         clean = {key: value for key, value in os.environ.items() if key != "LD_LIBRARY_PATH"}
         self.assertIn("Processors", support.run([tool], env=clean))
 
+    def test_the_manual_page_tells_every_option_of_the_tool(self):
+        tool = self.prefix / "bin/vninfo"
+        if not tool.exists():
+            self.skipTest("vninfo was not built")
+        path = self.prefix / "share/man/man1/vninfo.1"
+        page = path.read_text().replace("\\-", "-")
+        version = support.run([tool, "--version"], env=self.environment).split()[1]
+        self.assertIn(f'"libvncommon {version}"', page)
+        usage = support.run([tool, "--help"], env=self.environment)
+        options = set(re.findall(r"--[a-z-]+", usage))
+        self.assertGreaterEqual(len(options), 5)
+        told = set(re.findall(r"^\.(?:B|BI|BR) (--[a-z-]+)", page, re.MULTILINE))
+        self.assertEqual(told, options)
+        if shutil.which("man"):
+            checked = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", path],
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
+                                     check=True)
+            self.assertEqual(checked.stderr, "")
+
     def test_the_jar(self):
         jar = self.prefix / "share/java/vncommon.jar"
         if not jar.exists() or shutil.which("javap") is None:

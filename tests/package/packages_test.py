@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Makes the Debian packages and looks into them: names, dependencies, files, notices."""
 import argparse
+import gzip
 import pathlib
 import shutil
 import sys
@@ -27,6 +28,12 @@ class Packages(unittest.TestCase):
         listing = support.run(["dpkg-deb", "--contents", self.files[package]])
         names = (line.split(maxsplit=5)[5].split(" -> ")[0] for line in listing.splitlines())
         return {name.lstrip(".") for name in names if not name.endswith("/")}
+
+    @staticmethod
+    def document(package, path, name):
+        with tempfile.TemporaryDirectory() as folder:
+            support.run(["dpkg-deb", "--extract", path, folder])
+            return pathlib.Path(folder, "usr/share/doc", package, name).read_bytes()
 
     def ends_with(self, package, *endings):
         contents = self.contents(package)
@@ -58,17 +65,26 @@ class Packages(unittest.TestCase):
                        *(f"/usr/include/vncommon/{path.name}" for path in headers))
 
     def test_the_tool(self):
-        self.ends_with("vninfo", "/usr/bin/vninfo")
+        self.ends_with("vninfo", "/usr/bin/vninfo", "/usr/share/man/man1/vninfo.1.gz")
         self.assertIn("libvncommon1 (= ", self.field("vninfo", "Depends"))
 
     def test_the_notices_of_what_is_linked_in(self):
         for package, path in self.files.items():
-            with tempfile.TemporaryDirectory() as folder:
-                support.run(["dpkg-deb", "--extract", path, folder])
-                text = pathlib.Path(folder, f"usr/share/doc/{package}/copyright").read_text()
+            text = self.document(package, path, "copyright").decode()
             for owner in ["Sun Microsystems, Inc. All rights reserved",
-                          "Copyright (c) 1991 by AT&T", "Lucent Technologies\nAll Rights Reserved", "Intel Corp"]:
+                          "Copyright (c) 1991 by AT&T", "Lucent Technologies\nAll Rights Reserved",
+                          "Intel Corp"]:
                 self.assertIn(owner, text)
+
+    def test_the_changelog(self):
+        for package, path in self.files.items():
+            compressed = self.document(package, path, "changelog.gz")
+            self.assertEqual(compressed[4:8], bytes(4), "the time of day")
+            lines = gzip.decompress(compressed).decode().splitlines()
+            self.assertEqual(lines[0], f"vncommon ({self.field(package, 'Version')}) unstable; "
+                                       "urgency=medium")
+            self.assertRegex(lines[-1], r"^ -- .+ <.+@.+>  \w{3}, \d\d \w{3} \d{4} [\d:]{8} \+0000$")
+            self.assertIn(b"\n## ", self.document(package, path, "CHANGELOG.md"))
 
 
 if __name__ == "__main__":
