@@ -17,8 +17,8 @@ void registerLogger(FileLogger* logger);
 void unregisterLogger(FileLogger* logger);
 
 // Gives the logger another plan and returns the one before, for destroyReopenPlan() once the
-// registry is unlocked. To be called under the same lock as
-// the change of destination that the plan belongs to.
+// registry is unlocked. To be called under the same lock as the change of destination that the
+// plan belongs to.
 ReopenPlan* exchangePlan(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex);
 
 }  // namespace vncommon

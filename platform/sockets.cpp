@@ -1,4 +1,4 @@
-// Blocking TCP over IPv4. Failures come back as texts; nothing here ends the process.
+// Blocking TCP over IPv4. Failures come back as texts.
 #include <vncommon/sockets.h>
 
 #include <arpa/inet.h>

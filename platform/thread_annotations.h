@@ -22,7 +22,6 @@
 #define VN_SCOPED_CAPABILITY VN_THREAD_ATTRIBUTE(scoped_lockable)
 #define VN_GUARDED_BY(lock) VN_THREAD_ATTRIBUTE(guarded_by(lock))
 #define VN_REQUIRES(lock) VN_THREAD_ATTRIBUTE(requires_capability(lock))
-#define VN_EXCLUDES(lock) VN_THREAD_ATTRIBUTE(locks_excluded(lock))
 #define VN_ACQUIRE(lock) VN_THREAD_ATTRIBUTE(acquire_capability(lock))
 #define VN_TRY_ACQUIRE(success, lock) VN_THREAD_ATTRIBUTE(try_acquire_capability(success, lock))
 #define VN_RELEASE(...) VN_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))

@@ -30,8 +30,9 @@
  * dependence; it is deliberate.
  *
  * Ownership. Texts are copied when they are added. A child writer passes to the writer it is added
- * to and must not be used, added again or destroyed by the caller after that, except to add more
- * to it. Null texts count as empty ones; a null child is kept as null.
+ * to and must not be used, added again or destroyed by the caller after that, except to add more to
+ * it. Null texts count as empty ones; a null child is kept as null, except by
+ * VN_EventWriter_addRefValue.
  *
  * Memory comes from the platform's malloc and is not checked. Values nest as deeply as memory
  * allows: neither rendering nor destruction uses the machine's stack for depth. Adding costs
