@@ -43,24 +43,34 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Threads, sockets, container-aware discovery of processors and memory, containers, text, logging
-and events behind a flat C interface.")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+"Threads, sockets, container-aware discovery of processors and memory,
+containers, text, logging and events behind a flat C interface.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${VN_RUNTIME_PACKAGE})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 # Programs built against one version run with it and with all later ones of this major version.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(VN_TRIGGERS ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers)
+file(CONFIGURE OUTPUT ${VN_TRIGGERS} CONTENT "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${VN_TRIGGERS})
 
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Development files: headers, CMake package, pkg-config file and the jar with the Java class.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+"Development files: headers, CMake package, pkg-config file and the jar with
+the Java class.")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvncommon-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION "vninfo prints the processors and the memory that a process may use, with every source that was
-read and which one won: text for people, JSON for scripts.")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+"vninfo prints the processors and the memory that a process may use, with
+every source that was read and which one won: text for people, JSON for
+scripts.")
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vninfo)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})   # where libvncommon is
 
 include(CPack)

@@ -54,6 +54,8 @@ class Packages(unittest.TestCase):
             self.assertIn(library, depends)
         shlibs = support.run(["dpkg-deb", "--info", self.files["libvncommon1"], "shlibs"])
         self.assertEqual(shlibs.strip(), f"libvncommon 1 libvncommon1 (>= {version})")
+        triggers = support.run(["dpkg-deb", "--info", self.files["libvncommon1"], "triggers"])
+        self.assertEqual(triggers.strip(), "activate-noawait ldconfig")
 
     def test_the_development_files(self):
         version = self.field("libvncommon1", "Version")
@@ -66,7 +68,15 @@ class Packages(unittest.TestCase):
 
     def test_the_tool(self):
         self.ends_with("vninfo", "/usr/bin/vninfo", "/usr/share/man/man1/vninfo.1.gz")
-        self.assertIn("libvncommon1 (= ", self.field("vninfo", "Depends"))
+        depends = self.field("vninfo", "Depends")
+        for library in ["libc6", "libstdc++6", f"libvncommon1 (= {self.field('vninfo', 'Version')})"]:
+            self.assertIn(library, depends)
+
+    def test_no_line_of_a_description_is_too_long(self):
+        for package in self.files:
+            lines = self.field(package, "Description").splitlines()
+            self.assertGreater(len(lines), 1)
+            self.assertLessEqual(max(map(len, lines)), 80)
 
     def test_the_notices_of_what_is_linked_in(self):
         for package, path in self.files.items():
