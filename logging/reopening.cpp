@@ -56,7 +56,7 @@ FailureReport makeFailureReport(const char* name) {
 
 // One write() to descriptor 2, where the ordinary report goes through stdio. strerrordesc_np()
 // reads a table; strerror_r() may load a message catalogue and cannot be used here.
-void write(const FailureReport& report, int error) {
+void writeReport(const FailureReport& report, int error) {
     const char* description = strerrordesc_np(error);
     if (description == nullptr) {
         description = "An unknown error occurred";
@@ -65,7 +65,7 @@ void write(const FailureReport& report, int error) {
     memcpy(report.text + report.head, description, length);
     report.text[report.head + length] = '\n';
     [[maybe_unused]] const ssize_t ignored =
-        ::write(STDERR_FILENO, report.text, report.head + length + 1);
+        write(STDERR_FILENO, report.text, report.head + length + 1);
 }
 
 // vn_isConsole() by a call that a signal handler may make.
@@ -109,7 +109,7 @@ void reopenFile(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
         opened = openPath(plan);
     }
     if (opened < 0) {
-        write(plan->report, errno);
+        writeReport(plan->report, errno);
         fallBack(logger, plan);
         return;
     }
