@@ -83,6 +83,18 @@ int putAroundPoint(Output& out, const Digits& digits) {
     return after;
 }
 
+// The sign, and all of an infinity: true when that was all.
+bool putSignOrInfinity(Output& out, const Digits& digits) {
+    if (digits.negative) {
+        out.put('-');
+    }
+    const bool isInfinity = digits.point == infinityPoint;
+    if (isInfinity) {
+        out.put(digits.text, digits.length);
+    }
+    return isInfinity;
+}
+
 char* putNan(char* buffer, unsigned size) {
     return size < sizeof "NaN" ? nullptr : static_cast<char*>(memcpy(buffer, "NaN", sizeof "NaN"));
 }
@@ -108,12 +120,10 @@ char* layOutShortest(char* buffer, double x) {
     char area[digitAreaSize];
     const Digits digits = convertToDigits(x, DigitMode::shortest, 0, area);
     Output out(buffer, shortestSize);
-    if (digits.negative) {
-        out.put('-');
+    if (putSignOrInfinity(out, digits)) {
+        return out.finish();
     }
-    if (digits.point == infinityPoint) {
-        out.put(digits.text, digits.length);
-    } else if (digits.point < -3 || digits.point > digits.length + 5) {
+    if (digits.point < -3 || digits.point > digits.length + 5) {
         putPointed(out, digits);
         putExponent(out, digits.point - 1);
     } else if (digits.point <= 0) {
@@ -137,11 +147,7 @@ char* layOutFixed(char* buffer, unsigned size, int precision, double x) {
     char area[digitAreaSize];
     const Digits digits = convertToDigits(x, DigitMode::places, precision, area);
     Output out(buffer, size);
-    if (digits.negative) {
-        out.put('-');
-    }
-    if (digits.point == infinityPoint) {
-        out.put(digits.text, digits.length);
+    if (putSignOrInfinity(out, digits)) {
         return out.finish();
     }
     int places = 0;
@@ -178,11 +184,7 @@ char* layOutScientific(char* buffer, unsigned size, int precision, double x) {
     char area[digitAreaSize];
     const Digits digits = convertToDigits(x, DigitMode::significant, precision, area);
     Output out(buffer, size);
-    if (digits.negative) {
-        out.put('-');
-    }
-    if (digits.point == infinityPoint) {
-        out.put(digits.text, digits.length);
+    if (putSignOrInfinity(out, digits)) {
         return out.finish();
     }
     putPointed(out, digits);
