@@ -64,13 +64,13 @@ OpenFile openFirst(const char* fileName) {
 
 // Hands out the lines of a stream, each with its line feed, in a buffer that the caller may
 // write to. There is always one more byte behind the line to write to.
-class LineReader {
+class WritableLines {
   public:
-    explicit LineReader(FILE* source)
+    explicit WritableLines(FILE* source)
         : stream(source), buffer(static_cast<char*>(vn_malloc(initialCapacity + 1))) {}
-    ~LineReader() { vn_free(buffer); }
-    LineReader(const LineReader&) = delete;
-    LineReader& operator=(const LineReader&) = delete;
+    ~WritableLines() { vn_free(buffer); }
+    WritableLines(const WritableLines&) = delete;
+    WritableLines& operator=(const WritableLines&) = delete;
 
     // The next line, up to *end, or null after the last. The byte at *end is the caller's to
     // change, but has to be put back. When reading fails, what was read of the last line is
@@ -215,9 +215,9 @@ Vector* needCategory(HashMap* categories, const char* name) {
 
 void readLines(FILE* stream, HashMap* categories) {
     Vector* current = needCategory(categories, unnamedCategory);
-    LineReader reader(stream);
+    WritableLines lines(stream);
     char* end;
-    while (char* line = reader.next(&end)) {
+    while (char* line = lines.next(&end)) {
         if (*line == '[') {
             const char behind = *end;
             current = needCategory(categories, categoryName(line, end));

@@ -6,7 +6,6 @@
 //  - GrowingText writes into memory of its own, in one pass (VN_EventWriter_toString): the result
 //    is what the two passes give, at less than half the cost.
 #include <vncommon/event_writer.h>
-#include <vncommon/numbers.h>
 
 #include <algorithm>
 #include <array>
@@ -19,7 +18,7 @@
 #include <iterator>
 #include <string_view>
 
-#include "text/short_decimal.h"
+#include "text/numbers.h"
 
 namespace {
 

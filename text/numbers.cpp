@@ -2,7 +2,7 @@
 // (conversion.h), which takes the rest.
 //
 // Fast and general path agree on the hard classes and on random doubles: tests/text, and its soak.
-#include <vncommon/numbers.h>
+#include "text/numbers.h"
 
 #include <algorithm>
 #include <charconv>

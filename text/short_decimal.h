@@ -10,9 +10,6 @@ namespace vncommon {
 // half the time of the shortest conversion.
 char* writeShortDecimal(char* buffer, double x);
 
-// Writes the text of vn_g_fmt for any x, terminated, and returns its end.
-char* writeShortest(char* buffer, double x);
-
 }  // namespace vncommon
 
 #endif

@@ -3,7 +3,6 @@
 #include "text/short_decimal.h"
 
 #include <gtest/gtest.h>
-#include <vncommon/numbers.h>
 
 #include <cmath>
 #include <limits>
@@ -11,6 +10,7 @@
 #include <string>
 
 #include "text/conversion.h"
+#include "text/numbers.h"
 
 namespace {
 

@@ -1,0 +1,14 @@
+// vn_g_fmt for callers inside the library, who go on writing where the text ends.
+#ifndef VN_TEXT_NUMBERS_H
+#define VN_TEXT_NUMBERS_H
+
+#include <vncommon/numbers.h>
+
+namespace vncommon {
+
+// Writes the text of vn_g_fmt for any x, terminated, and returns its end.
+char* writeShortest(char* buffer, double x);
+
+}  // namespace vncommon
+
+#endif
