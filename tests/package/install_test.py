@@ -77,9 +77,11 @@ class Installed(unittest.TestCase):
             cache = support.run([OPTIONS.cmake, build])
             self.assertIn(f"jar={jar}\n", cache)
 
-    def test_the_readme_command(self):
+    def test_the_readme_commands(self):
         self.shell(self.readme.command)
         support.check_hello(self, self.work / "a.out", env=self.environment)
+        self.shell(self.readme.cpp_command)
+        support.check_hello_cpp(self, self.work / "a.out", env=self.environment)
 
     def test_through_pkg_config(self):
         strict = "-Wall -Wextra -Wpedantic -Werror"

@@ -25,6 +25,7 @@ class Readme:
         self.programs = dict(re.findall(r"\(`(hello\.\w+)`\):\n\n```\w+\n(.*?)```", self.text,
                                         re.DOTALL))
         self.command = self._only(r"^    (cc hello\.c .*)$")
+        self.cpp_command = self._only(r"^    (c\+\+ hello\.cpp .*)$")
         self.cmake = self._only(r"^```cmake\n(.*?)```")
 
     def _only(self, pattern):
