@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <strings.h>
+#include <sys/mman.h>
 #include <unistd.h>
 #include <vncommon/utf8.h>
 
@@ -297,7 +298,15 @@ VN_CHILD(compareInTurkish) {
     if (!setlocale(LC_ALL, "tr_TR.ISO-8859-9")) {
         return 77;
     }
-    return vn_UTF8CaseCmp("TITLE", "title") == strcasecmp("TITLE", "title") ? 0 : 1;
+    for (size_t before = 0; before < 70; ++before) {
+        const std::string a = std::string(before, 'x') + "Ix";
+        const std::string b = std::string(before, 'X') + "iX";
+        const int byLocale = strcasecmp(a.c_str(), b.c_str());
+        if (byLocale == 0 || vn_UTF8CaseCmp(a.c_str(), b.c_str()) != byLocale) {
+            return 1;
+        }
+    }
+    return 0;
 }
 
 TEST(CaseCmp, FollowsTheLocaleInAscii) {
@@ -328,6 +337,35 @@ TEST(CaseCmp, LongTexts) {
         a[size / 2] = '_';
         expectAsPlatform(a, b);
     }
+}
+
+TEST(CaseCmp, EveryPairOfAsciiBytesAtTheEndOfAPage) {
+    constexpr size_t page = 4096;
+    void* pages =
+        mmap(nullptr, 4 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    char* endA = static_cast<char*>(pages) + page;
+    char* endB = endA + 2 * page;
+    ASSERT_EQ(mprotect(endA, page, PROT_NONE), 0);
+    ASSERT_EQ(mprotect(endB, page, PROT_NONE), 0);
+    for (const size_t size : {1U, 15U, 16U, 31U, 32U, 33U, 70U}) {
+        for (const size_t behind : {1U, 16U, 17U, 64U, 200U}) {
+            char* a = endA - size - behind;
+            char* b = endB - size - behind;
+            memset(a, 'n', size);
+            memset(b, 'N', size);
+            a[size] = b[size] = '\0';
+            a[size + behind - 1] = '\0';
+            for (int first = 1; first < 128; ++first) {
+                for (int second = 1; second < 128; ++second) {
+                    a[size / 2] = static_cast<char>(first);
+                    b[size / 2] = static_cast<char>(second);
+                    ASSERT_EQ(vn_UTF8CaseCmp(a, b), strcasecmp(a, b)) << first << ' ' << second;
+                }
+            }
+        }
+    }
+    munmap(pages, 4 * page);
 }
 
 TEST(CaseCmp, FoldsBeyondAscii) {
