@@ -1,22 +1,23 @@
 #include "platform/local_time.h"
 
-#include <pthread.h>
-
 #include <csignal>
 #include <cstdio>
+
+#include "platform/mutex_lock.h"
 
 namespace {
 
 // One fork can wait for this lock with another lock held, and a signal handler can fork, or wait
 // for somebody who does: so nothing interrupts its holder.
-pthread_mutex_t localTimeMutex = PTHREAD_MUTEX_INITIALIZER;
+vn_Mutex localTimeMutex = PTHREAD_MUTEX_INITIALIZER;
+constexpr vncommon::LockRole localTimeLock;
 
 void beforeFork() {
-    pthread_mutex_lock(&localTimeMutex);
+    vn_Mutex_lock(&localTimeMutex);
 }
 
 void afterFork() {
-    pthread_mutex_unlock(&localTimeMutex);
+    vn_Mutex_unlock(&localTimeMutex);
 }
 
 void holdOverForks() {
@@ -30,10 +31,11 @@ tm localTime(time_t second) {
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    pthread_mutex_lock(&localTimeMutex);
     tm local = {};
-    localtime_r(&second, &local);
-    pthread_mutex_unlock(&localTimeMutex);
+    {
+        const vncommon::MutexLock lock(&localTimeMutex, localTimeLock);
+        localtime_r(&second, &local);
+    }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return local;
 }

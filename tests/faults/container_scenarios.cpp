@@ -1,6 +1,9 @@
 // Vector, HashMap, queue.
 #include <vncommon/vncommon.h>
 
+#include <chrono>
+#include <thread>
+
 #include "faults/scenarios.h"
 
 namespace faults {
@@ -39,10 +42,28 @@ void useHashMap() {
     inject([&] { vn_HashMap_remove(map, "key"); });
     CHECK(vn_HashMap_size(map) == 0);
     inject([&] { vn_HashMap_dtor(map); });
+    // Large enough to ask for huge pages, and well without.
+    HashMap* large = inject([] {
+        return vn_HashMap_ctor(vn_String_hash, vn_String_compare, nullptr, nullptr, 1 << 17, 0);
+    });
+    vn_HashMap_addQuick(large, key, key);
+    CHECK(vn_HashMap_findValue(large, "key") == key);
+    vn_HashMap_dtor(large);
 }
 
 vn_qtsElement element(uintptr_t number) {
     return {{reinterpret_cast<void*>(number), nullptr, nullptr}};
+}
+
+// The element is there all the time, but its unit comes late: the remover has to sleep.
+void removeAsleep(vn_qtsQueue* queue, vn_qtsElement* out) {
+    CHECK(!vn_Semaphore_trywait(&queue->available));
+    std::thread late([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        vn_Semaphore_post(&queue->available);
+    });
+    inject([&] { vn_qtsRemove(queue, out); });
+    late.join();
 }
 
 // The count is right whatever failed; only elements that were posted can be taken.
@@ -73,7 +94,7 @@ void useQueue() {
     const vn_qtsElement last = element(6);
     inject([&] { vn_qtsAdd(&queue, &last); });
     if (!everFailed()) {
-        inject([&] { vn_qtsRemove(&queue, &out); });
+        removeAsleep(&queue, &out);
         CHECK(out.words[0] == last.words[0]);
     }
     inject([&] { vn_qtsDestroy(&queue); });
@@ -84,7 +105,7 @@ void useQueue() {
 std::vector<Scenario> containerScenarios() {
     return {
         {"vector", growVector, Memory::none, {"madvise"}},
-        {"hashMap", useHashMap, Memory::none},
+        {"hashMap", useHashMap, Memory::none, {"madvise"}},
         {"queue",
          useQueue,
          Memory::all,
