@@ -113,7 +113,8 @@ uint32_t hashInBlocks(const signed char* bytes) {
     uint32_t hash = 0;
     for (; vncommon::isWithinPage(bytes, blockSize); bytes += blockSize) {
         const __m128i block = load(bytes);
-        const int ends = _mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128()));
+        const auto ends =
+            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128())));
         if (ends != 0) {
             return addBlock(hash, block, static_cast<size_t>(__builtin_ctz(ends)));
         }
