@@ -176,9 +176,28 @@ void distrustChangedKey(HashMap* map, const HashMapEntry* entry) {
     }
 }
 
+// What an add or a remove changes beside the entry that it looks for: the bucket's record and, when
+// an entry moves, the last one. Asked for early, they are fetched while the lookup waits for its
+// own.
+[[gnu::always_inline]] inline void prefetchForChange(const HashMap* map, uint32_t hash,
+                                                     bool moves) {
+    const Buckets buckets = bucketsOf(map);
+    const uint32_t index = hash & buckets.mask;
+    __builtin_prefetch(&buckets.records[index]);
+    const Tags tags = tagsOf(buckets, index);
+    if (moves && tags != outgrown && tags != 0) {
+        __builtin_prefetch(&firstSlotsOf(buckets, index)[usedSlots(tags) - 1]->bucketIndex);
+    }
+}
+
 // Unlinks the key's entry; null when the key is absent.
 HashMapEntry* takeOut(HashMap* map, const void* key) {
-    HashMapEntry* entry = findEntry(map, key);
+    if (map->count == 0) {
+        return nullptr;
+    }
+    const uint32_t hash = map->hash(key);
+    prefetchForChange(map, hash, true);
+    HashMapEntry* entry = findInBucket(map, hash & map->mask, key, hash);
     if (entry != nullptr) {
         unlink(bucketsOf(map), entry);
     }
@@ -299,6 +318,7 @@ HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value) {
 
 HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
     const uint32_t hash = map->hash(key);
+    prefetchForChange(map, hash, false);
     if (findInBucket(map, hash & map->mask, key, hash) != nullptr) {
         return nullptr;
     }
