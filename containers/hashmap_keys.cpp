@@ -62,7 +62,7 @@ uint32_t hashFrom(uint32_t hash, const signed char* bytes) {
 // Sixteen bytes at a time: byte i of the last n counts multiplier^(n - i) times. The factors are
 // split into halves, which the processor multiplies with eight bytes at once: low halves as signed
 // numbers, high halves with what that takes away.
-constexpr int blockSize = 16;
+constexpr size_t blockSize = 16;
 
 struct Factors {
     alignas(16) std::array<int16_t, 2 * blockSize> low{};   // for multiplier^16 down to ^1,

@@ -63,7 +63,7 @@ inline Tags tagOf(uint32_t hash) {
 }
 
 inline void setTag(Tags& tags, uint32_t slot, Tags tag) {
-    const uint32_t shift = 8 * slot;
+    const uint32_t shift = slot % bucketSlots * 8;
     tags = (tags & ~(Tags{0xFF} << shift)) | tag << shift;
 }
 

@@ -11,7 +11,7 @@ namespace {
 // contents are copied to offset.
 [[gnu::cold, gnu::noinline]] uint8_t* moveToBlock(CByteBuffer* buffer, uint64_t capacity,
                                                   uint64_t offset) {
-    uint8_t* block = static_cast<uint8_t*>(vn_malloc(capacity));
+    auto* block = static_cast<uint8_t*>(vn_malloc(capacity));
     memcpy(block + offset, buffer->data, buffer->size);
     uint8_t* replaced = buffer->data;
     buffer->data = block;
@@ -29,7 +29,7 @@ ReplacedBlock reserve(CByteBuffer* buffer, uint64_t length, uint64_t offset = 0)
 }
 
 bool liesIn(const CByteBuffer* buffer, const uint8_t* pointer) {
-    const uintptr_t block = reinterpret_cast<uintptr_t>(buffer->data);
+    const auto block = reinterpret_cast<uintptr_t>(buffer->data);
     return reinterpret_cast<uintptr_t>(pointer) - block < buffer->size;
 }
 
@@ -83,7 +83,7 @@ void vn_bytebufInsertBytesAtStart(CByteBuffer* buffer, const void* bytes, uint64
     if (bytes == nullptr || length == 0) {
         return;
     }
-    const uint8_t* source = static_cast<const uint8_t*>(bytes);
+    const auto* source = static_cast<const uint8_t*>(bytes);
     const uint8_t* block = buffer->data;
     const ReplacedBlock replaced = reserve(buffer, length, length);
     if (buffer->data == block) {  // did not grow: the contents have still to make way

@@ -89,6 +89,8 @@ char* putRounded(char* out, double x, int places) {
     if (scaled >= 0x1p43) {
         return nullptr;
     }
+    // Off where the sum is rounded itself; the remainder tells.
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings)
     const auto nearest = static_cast<uint64_t>(scaled + 0.5);
     if (std::fabs(scaled - static_cast<double>(nearest)) > 0.499) {
         return nullptr;

@@ -25,7 +25,7 @@ constexpr std::array<char, 200> digitPairs = [] {
 }();
 
 void writePair(char* at, uint32_t value) {
-    memcpy(at, &digitPairs[2 * value], 2);
+    memcpy(at, &digitPairs[size_t{2} * value], 2);
 }
 
 // The point and the places without the zeros at their end; there is a place other than zero.
@@ -63,6 +63,7 @@ char* vncommon::writeShortDecimal(char* buffer, double x) {
     if (magnitude >= 1e9) {
         return nullptr;
     }
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): a wrong one does not give the number back
     const auto scaled = static_cast<uint64_t>(magnitude * million + 0.5);
     if (static_cast<double>(scaled) / million != magnitude) {
         return nullptr;

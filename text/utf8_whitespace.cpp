@@ -2,6 +2,7 @@
 // one backwards. Both are byte tables made from the list of code points while compiling.
 #include <vncommon/utf8.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -72,12 +73,7 @@ constexpr bool leadsToEveryState(const Machine<states>& machine) {
             seen[state] = true;
         }
     }
-    for (const bool reached : seen) {
-        if (!reached) {
-            return false;
-        }
-    }
-    return true;
+    return std::ranges::all_of(seen, [](bool reached) { return reached; });
 }
 
 constexpr auto forwardWSTables = makeMachine<11>(Reading::forwards);
