@@ -64,14 +64,14 @@ VN_CHILD(ratesOfTwoReadings) {
     CHECK(first.in > 0 && first.in < 0.01);  // a million pages since 1970
     CHECK(first.out > 2.9 * first.in && first.out < 3.1 * first.in);
 
-    file.write("pswpout 3000200\npswpin 1000100\n");
+    file.write("pswpout 3000190\npswpin 1000100\n");
     const int64_t firstEnded = vn_sys_time();
     waitForNextReading();
     const Rates second = rates(file.path);
     const double longest = static_cast<double>(vn_sys_time() - firstEnded + 50) / 1000.0;
     CHECK(second.result == 0);
     CHECK(second.in >= 100 / longest && second.in <= 100 / 0.1);
-    CHECK(second.out == 2 * second.in);
+    CHECK(second.out > 1.89 * second.in && second.out < 1.91 * second.in);
     return 0;
 }
 
