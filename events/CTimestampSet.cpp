@@ -38,8 +38,9 @@ struct PooledSet : VN_TimestampSet {
 
 constexpr vncommon::LockRole poolLock;
 
-// Free objects, last in, first out. A pooled set's Vector is empty.
-struct Pool {
+// Free objects, last in, first out. A pooled set's Vector is empty. Each pool has cache lines of
+// its own: the end of one and the start of the next are what their threads change all the time.
+struct alignas(64) Pool {
     PooledSet* sets[TS_POOL_SIZE] VN_GUARDED_BY(poolLock);
     TimeStamp* entries[TSE_POOL_SIZE] VN_GUARDED_BY(poolLock);
     uint32_t setCount VN_GUARDED_BY(poolLock);
@@ -76,10 +77,11 @@ class VN_TimestampSet_Pools {
             return;
         }
         count_ = static_cast<uint64_t>(std::clamp(vn_numberOfCPUs(), 1, mostPools));
-        pools_ = static_cast<Pool*>(calloc(count_, sizeof(Pool)));
+        pools_ = static_cast<Pool*>(aligned_alloc(alignof(Pool), count_ * sizeof(Pool)));
         if (pools_ == nullptr) {
             return;
         }
+        memset(pools_, 0, count_ * sizeof(Pool));
         for (uint64_t i = 0; i < count_; ++i) {
             vn_Mutex_init(&pools_[i].mutex);
         }
