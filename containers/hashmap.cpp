@@ -32,7 +32,7 @@ void changeBucketCount(HashMap* map, uint32_t newMask) {
     for (uint32_t i = 0; i <= old.mask; ++i) {
         HashMapEntry** slots = slotsOf(old, i);
         for (uint32_t k = 0; k < old.records[i].size; ++k) {
-            append(fresh, slots[k]);
+            append(fresh, slots[k]->hash & newMask, slots[k]);
         }
     }
     freeBuckets(old);
@@ -197,9 +197,10 @@ HashMapEntry* takeOut(HashMap* map, const void* key) {
     }
     const uint32_t hash = map->hash(key);
     prefetchForChange(map, hash, true);
-    HashMapEntry* entry = findInBucket(map, hash & map->mask, key, hash);
+    const uint32_t index = hash & map->mask;
+    HashMapEntry* entry = findInBucket(map, index, key, hash);
     if (entry != nullptr) {
-        unlink(bucketsOf(map), entry);
+        unlink(bucketsOf(map), index, entry);
     }
     return entry;
 }
@@ -319,14 +320,15 @@ HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value) {
 HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
     const uint32_t hash = map->hash(key);
     prefetchForChange(map, hash, false);
-    if (findInBucket(map, hash & map->mask, key, hash) != nullptr) {
+    uint32_t index = hash & map->mask;
+    if (findInBucket(map, index, key, hash) != nullptr) {
         return nullptr;
     }
     const bool full = map->count == entriesPerBucket * map->mask + (entriesPerBucket - 1);
     ++map->count;
     if (full) {
         changeBucketCount(map, 2 * map->mask + 1);
-        hashAgain(map, key, hash);
+        index = hashAgain(map, key, hash) & map->mask;
     }
     if (map->entryFill == map->entryCapacity) {
         growEntries(map);
@@ -335,7 +337,7 @@ HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
     fillEntry(map, entry, key, value);
     entry->hash = hashAgain(map, key, hash);
     distrustChangedKey(map, entry);
-    append(bucketsOf(map), entry);
+    append(bucketsOf(map), index, entry);
     return entry;
 }
 
@@ -371,7 +373,7 @@ void vn_HashMap_removeAll(HashMap* map) {
         Vector& bucket = map->buckets[i];
         while (bucket.size > 0) {
             HashMapEntry* entry = slotsOf(bucketsOf(map), i)[0];
-            unlink(bucketsOf(map), entry);
+            unlink(bucketsOf(map), i, entry);
             if (map->release != nullptr) {
                 map->release(entry);
             }

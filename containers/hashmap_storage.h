@@ -171,8 +171,7 @@ inline void leaveFirstSlots(const Buckets& buckets, uint32_t index) {
     tagsOf(buckets, index) = outgrown;
 }
 
-inline void append(const Buckets& buckets, HashMapEntry* entry) {
-    const uint32_t index = entry->hash & buckets.mask;
+inline void append(const Buckets& buckets, uint32_t index, HashMapEntry* entry) {
     Vector& bucket = buckets.records[index];
     if (bucket.size == bucketSlots && hasFirstSlots(bucket)) [[unlikely]] {
         leaveFirstSlots(buckets, index);
@@ -189,8 +188,7 @@ inline void append(const Buckets& buckets, HashMapEntry* entry) {
 }
 
 // Takes the entry out of its bucket; the bucket's last entry moves into its place.
-inline void unlink(const Buckets& buckets, const HashMapEntry* entry) {
-    const uint32_t index = entry->hash & buckets.mask;
+inline void unlink(const Buckets& buckets, uint32_t index, const HashMapEntry* entry) {
     Vector& bucket = buckets.records[index];
     HashMapEntry** slots = slotsOf(buckets, index);
     HashMapEntry* last = slots[--bucket.size];

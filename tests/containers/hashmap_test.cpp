@@ -614,6 +614,45 @@ TEST(HashMapOfStrings, HoldsWhatStdMapHolds) {
     }
 }
 
+struct Owned {
+    uintptr_t number;
+};
+uint32_t hashOwned(const void* key) {
+    return static_cast<uint32_t>(static_cast<const Owned*>(key)->number);
+}
+int32_t compareOwned(const void* stored, const void* key) {
+    return hashOwned(stored) == hashOwned(key) ? 0 : 1;
+}
+// Takes the contents over and leaves 0 behind, so that hashing the key once more gives another
+// hash.
+void fillByMoving(HashMapEntry* entry, void* key, void* value) {
+    auto* given = static_cast<Owned*>(key);
+    entry->key = new Owned{given->number};
+    entry->value = value;
+    given->number = 0;
+}
+void* releaseOwned(HashMapEntry* entry) {
+    delete static_cast<Owned*>(entry->key);
+    return nullptr;
+}
+
+// The bucket is that of the key before it was filled in; the stored hash is the one after.
+TEST(HashMap, AFillThatMovesTheKeyOutLeavesTheBucketAlone) {
+    const Map map(vn_HashMap_ctor(hashOwned, compareOwned, fillByMoving, releaseOwned, 0, 0));
+    Owned five = {5};
+    const HashMapEntry* entry = vn_HashMap_addQuick(map.get(), &five, word(1));
+    EXPECT_EQ(entry->hash, 0U);
+    EXPECT_EQ(map->buckets[5 & map->mask].size, 1U);
+    EXPECT_EQ(map->buckets[0].size, 0U);
+    five.number = 5;
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), &five), word(1));
+    EXPECT_EQ(vn_HashMap_addQuick(map.get(), &five, word(2)), nullptr);
+    vn_HashMap_remove(map.get(), &five);
+    EXPECT_EQ(map->buckets[5 & map->mask].size, 0U);
+    EXPECT_FALSE(vn_HashMap_exists(map.get(), &five));
+    EXPECT_EQ(vn_HashMap_size(map.get()), 0U);
+}
+
 // The stored hash may stand in for a comparison only while it is the hash of the stored key.
 TEST(HashMapOfStrings, FindsKeysThatFillChanged) {
     const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillOtherKey, nullptr, 0, 0));
