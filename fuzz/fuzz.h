@@ -105,6 +105,20 @@ class Taken {
     char* text;
 };
 
+// A run of steps that the input chooses: Run is made from the input, and its state is checked at
+// first and after each step.
+template <typename Run>
+int checkSteps(const uint8_t* data, size_t size, int most) {
+    Input input(data, size);
+    Run run(input);
+    run.check();
+    for (int steps = 0; steps < most && !input.isEmpty(); ++steps) {
+        run.step();
+        run.check();
+    }
+    return 0;
+}
+
 }  // namespace fuzz
 
 #endif

@@ -132,11 +132,5 @@ int LLVMFuzzerInitialize(int*, char***) {
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::Input input(data, size);
-    Run run(input);
-    for (int steps = 0; steps < 200 && !input.isEmpty(); ++steps) {
-        run.step();
-        run.check();
-    }
-    return 0;
+    return fuzz::checkSteps<Run>(data, size, 200);
 }

@@ -246,12 +246,5 @@ class Run {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::Input input(data, size);
-    Run run(input);
-    run.check();
-    for (int steps = 0; steps < 100 && !input.isEmpty(); ++steps) {
-        run.step();
-        run.check();
-    }
-    return 0;
+    return fuzz::checkSteps<Run>(data, size, 100);
 }

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <vncommon/hashmap.h>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include <tuple>
 
 #include "containers/hashmap_model.h"
+#include "support/guarded_memory.h"
 
 using testing::ElementsAre;
 
@@ -706,22 +706,16 @@ TEST(StringKeys, HashIsTheSumOfSignedBytes) {
 }
 
 TEST(StringKeys, HashReadsNothingInThePageBehind) {
-    constexpr size_t page = 4096;
-    void* pages =
-        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(pages, MAP_FAILED);
-    char* end = static_cast<char*>(pages) + page;
-    ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
-    memset(pages, 'x', page);
+    GuardedMemory memory;
+    memset(memory.begin(), 'x', static_cast<size_t>(memory.end() - memory.begin()));
     for (size_t length = 0; length < 70; ++length) {
         for (size_t behind = 1; behind < 20; ++behind) {
-            char* string = end - behind - length;
+            char* string = memory.end() - behind - length;
             string[length] = '\0';
             ASSERT_EQ(vn_String_hash(string), plainStringHash(std::string(length, 'x')));
             string[length] = 'x';
         }
     }
-    munmap(pages, 2 * page);
 }
 
 TEST(StringKeys, ComparesBytes) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <strings.h>
-#include <sys/mman.h>
 #include <unistd.h>
 #include <vncommon/utf8.h>
 
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/guarded_memory.h"
 
 namespace {
 
@@ -298,6 +298,9 @@ VN_CHILD(compareInTurkish) {
     if (!setlocale(LC_ALL, "tr_TR.ISO-8859-9")) {
         return 77;
     }
+    if (tolower('I') == 'i') {
+        return 2;  // a locale that proves nothing
+    }
     for (size_t before = 0; before < 70; ++before) {
         const std::string a = std::string(before, 'x') + "Ix";
         const std::string b = std::string(before, 'X') + "iX";
@@ -340,18 +343,12 @@ TEST(CaseCmp, LongTexts) {
 }
 
 TEST(CaseCmp, EveryPairOfAsciiBytesAtTheEndOfAPage) {
-    constexpr size_t page = 4096;
-    void* pages =
-        mmap(nullptr, 4 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(pages, MAP_FAILED);
-    char* endA = static_cast<char*>(pages) + page;
-    char* endB = endA + 2 * page;
-    ASSERT_EQ(mprotect(endA, page, PROT_NONE), 0);
-    ASSERT_EQ(mprotect(endB, page, PROT_NONE), 0);
+    GuardedMemory memoryOfA;
+    GuardedMemory memoryOfB;
     for (const size_t size : {1U, 15U, 16U, 31U, 32U, 33U, 70U}) {
         for (const size_t behind : {1U, 16U, 17U, 64U, 200U}) {
-            char* a = endA - size - behind;
-            char* b = endB - size - behind;
+            char* a = memoryOfA.end() - size - behind;
+            char* b = memoryOfB.end() - size - behind;
             memset(a, 'n', size);
             memset(b, 'N', size);
             a[size] = b[size] = '\0';
@@ -365,7 +362,6 @@ TEST(CaseCmp, EveryPairOfAsciiBytesAtTheEndOfAPage) {
             }
         }
     }
-    munmap(pages, 4 * page);
 }
 
 TEST(CaseCmp, FoldsBeyondAscii) {

@@ -1,7 +1,5 @@
 // Validation against the definition of UTF-8 by decoding, and the kernels against each other.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <vncommon/utf8.h>
 
 #include <cstring>
@@ -9,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/guarded_memory.h"
 #include "text/utf8_kernel.h"
 
 namespace {
@@ -191,27 +190,6 @@ TEST(IsUTF8, ContinuationBytesWithoutEnd) {
     EXPECT_EQ(vn_isUTF8(std::string(10000, '\x80').c_str()), 0);
     EXPECT_EQ(vn_isUTF8((std::string(4095, 'x') + std::string(9, '\x80')).c_str()), 0);
 }
-
-// Readable memory whose last byte is followed by a page that may not be touched.
-class GuardedMemory {
-  public:
-    GuardedMemory() {
-        _block = static_cast<char*>(
-            mmap(nullptr, 3 * _page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        mprotect(_block, _page, PROT_NONE);
-        mprotect(_block + 2 * _page, _page, PROT_NONE);
-    }
-    ~GuardedMemory() { munmap(_block, 3 * _page); }
-    GuardedMemory(const GuardedMemory&) = delete;
-    GuardedMemory& operator=(const GuardedMemory&) = delete;
-
-    char* begin() { return _block + _page; }
-    char* end() { return _block + 2 * _page; }
-
-  private:
-    size_t _page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    char* _block;
-};
 
 std::string randomText(std::mt19937& random, size_t size, bool ascii) {
     std::string text;
