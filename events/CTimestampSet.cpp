@@ -4,11 +4,12 @@
 // has made them, after unload, when there is no memory for them) everything goes to the heap.
 //
 // A set that comes from a pool brings along, under the same lock, as many free entries as it held
-// the last time. Stamps then take no lock: a set with six stamps costs 1.4 times six bare clock
-// reads, with a lock for each stamp 1.75 times.
+// the last time. Stamps then take no lock: a set with six stamps costs 1.35 times six bare clock
+// reads, with a lock for each stamp 1.7 times.
 #include <sys/time.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -69,6 +70,11 @@ void freeSet(PooledSet* set) {
     free(set);
 }
 
+// Which pool the calling thread uses, counted from 1; 0 until it has asked for its counted id,
+// which never changes. Asking twice for each set, and dividing, takes 12 ns more. Static TLS,
+// because any other is found with a call, and may allocate.
+__attribute__((tls_model("initial-exec"))) thread_local uint32_t poolNumber = 0;
+
 // All the pools of the process, from load to unload.
 class VN_TimestampSet_Pools {
   public:
@@ -103,7 +109,13 @@ class VN_TimestampSet_Pools {
 
     // The calling thread's pool; null when there is no pooling.
     Pool* ofThisThread() const {
-        return pools_ != nullptr ? &pools_[vn_getCountedThreadId() % count_] : nullptr;
+        if (pools_ == nullptr) {
+            return nullptr;
+        }
+        if (poolNumber == 0) [[unlikely]] {
+            poolNumber = static_cast<uint32_t>(vn_getCountedThreadId() % count_) + 1;
+        }
+        return &pools_[poolNumber - 1];
     }
 
   private:
@@ -120,10 +132,7 @@ void takeReserve(Pool& pool, PooledSet* set) VN_REQUIRES(poolLock) {
     set->reserveCount = wanted;
 }
 
-TimeStamp* takeEntry(PooledSet* set) {
-    if (set->reserveCount > 0) {
-        return set->reserve[--set->reserveCount];
-    }
+TimeStamp* takePooledEntry() {
     if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
         const MutexLock lock(&pool->mutex, poolLock);
         if (pool->entryCount > 0) {
@@ -131,6 +140,23 @@ TimeStamp* takeEntry(PooledSet* set) {
         }
     }
     return static_cast<TimeStamp*>(vn_malloc(sizeof(TimeStamp)));
+}
+
+void append(VN_TimestampSet* set, TimeStamp* entry, TimeStamp stamp) {
+    *entry = stamp;
+    vn_Vector_add(set->entries, entry);
+}
+
+// Out of line, so that the usual stamp saves fewer registers.
+[[gnu::noinline]] void addWithoutReserve(VN_TimestampSet* set, TimeStamp stamp) {
+    append(set, takePooledEntry(), stamp);
+}
+
+void add(PooledSet* set, TimeStamp stamp) {
+    if (set->reserveCount == 0) [[unlikely]] {
+        return addWithoutReserve(set, stamp);
+    }
+    append(set, set->reserve[--set->reserveCount], stamp);
 }
 
 TimeStamp** entriesOf(const VN_TimestampSet* set) {
@@ -187,17 +213,24 @@ void removeInOrder(VN_TimestampSet* set, uint32_t index) {
     recycle(entry);
 }
 
-// seconds + microseconds / 1000000.0, without the division: six stamps take a tenth less.
+// seconds + microseconds / 1000000.0, from 2004 to 2038 in integers: the next clock read waits for
+// the result, and six stamps take 17 ns less than with a product of doubles.
 //
-// The product is off the quotient by less than 2^-52. From 2^21 seconds on the sum cannot show it:
-// a multiple of a microsecond is never half-way between two doubles of [2^k, 2^(k+1)) and at least
-// 2^(k-73) away from being so.
+// In [2^30, 2^31) the doubles are the multiples of 2^-22, and a microsecond is never within 2^-37
+// of half-way between two. So the bits are those of 2^30, plus the seconds beyond it and the
+// nearest count of 2^-22, which is always less than a second.
 double toSeconds(const timeval& time) {
-    const auto seconds = static_cast<double>(time.tv_sec);
-    const auto microseconds = static_cast<double>(time.tv_usec);
-    constexpr time_t productServes = 1 << 21;
-    return seconds +
-           (time.tv_sec >= productServes ? microseconds * 1e-6 : microseconds / 1000000.0);
+    constexpr time_t first = time_t{1} << 30;
+    if (time.tv_sec < first || time.tv_sec >= 2 * first) [[unlikely]] {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1000000.0;
+    }
+    constexpr uint64_t bitsOfFirst = uint64_t{1023 + 30} << 52;
+    constexpr uint64_t perMicrosecond = ((uint64_t{1} << 62) + 500000) / 1000000;  // 2^-62
+    constexpr uint64_t half = uint64_t{1} << 39;
+    const auto seconds = static_cast<uint64_t>(time.tv_sec - first);
+    const auto microseconds = static_cast<uint64_t>(time.tv_usec);
+    const uint64_t fraction = (microseconds * perMicrosecond + half) >> 40;
+    return std::bit_cast<double>(bitsOfFirst + (seconds << 22) + fraction);
 }
 
 uint32_t hashStage(const void* stage) {
@@ -275,13 +308,11 @@ void VN_TimestampSet_dtor(VN_TimestampSet* timestampSet) {
 }
 
 void VN_TimestampSet_addNow(VN_TimestampSet* set, uint64_t stage) {
-    VN_TimestampSet_addTime(set, stage, VN_TimestampSet_getRelativeTime());
+    add(static_cast<PooledSet*>(set), {stage, VN_TimestampSet_getRelativeTime()});
 }
 
 void VN_TimestampSet_addTime(VN_TimestampSet* set, uint64_t stage, double time) {
-    TimeStamp* entry = takeEntry(static_cast<PooledSet*>(set));
-    *entry = {stage, time};
-    vn_Vector_add(set->entries, entry);
+    add(static_cast<PooledSet*>(set), {stage, time});
 }
 
 TimeStamp* VN_TimestampSet_replace(VN_TimestampSet* set, uint64_t stage, double time) {
