@@ -1,6 +1,7 @@
 // Loading a configuration beside GKeyFile and inih, from 100 kB to 100 MB: lines of ordinary
-// length ("name = value"), a header every 50 lines. inih only calls back, so its handler keeps a
-// copy of each line, as a program must that wants to use them.
+// length ("name = value"), a header every 50 lines. What is loaded is also destroyed each time.
+// inih only calls back, so its handler keeps a copy of each line, as a program must that wants to
+// use them.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 #include <vncommon/config_file.h>

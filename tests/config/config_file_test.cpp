@@ -385,6 +385,28 @@ TEST(ConfigFileWalk, ReleaseLeavesTheCategories) {
     vn_HashMap_dtor(categories);
 }
 
+// Destroying tidies the heap every 2048 entries: whatever else is in there stays as it is.
+TEST(ConfigFileWalk, ThousandsOfEntriesComeAndGo) {
+    const Folder folder;
+    std::string content;
+    Entries expected;
+    for (int i = 0; i < 10'000; ++i) {
+        expected.push_back("entry " + std::to_string(i) + std::string(i % 60, 'x'));
+        content += expected.back() + "\n";
+    }
+    const std::string name = folder.write("file", content);
+    VN_ConfigFile* kept = nullptr;
+    VN_ConfigFile_Load(name.c_str(), &kept);
+    for (int round = 0; round < 3; ++round) {
+        VN_ConfigFile* config = nullptr;
+        VN_ConfigFile_Load(name.c_str(), &config);
+        EXPECT_EQ(categoriesOf(config).at(""), expected);
+        destroy(config);
+        EXPECT_EQ(categoriesOf(kept).at(""), expected);
+    }
+    destroy(kept);
+}
+
 TEST(ConfigFileWalk, MapsAndVectorsAreBuiltAsCallersExpect) {
     const Folder folder;
     VN_ConfigFile* config = nullptr;
