@@ -13,12 +13,7 @@
 #include <cstring>
 #include <memory>
 
-#include "platform/over_reading.h"
 #include "text/utf8_kernel.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace {
 
@@ -102,94 +97,34 @@ int compareFolded(const char* a, const char* b) {
                          &status);
 }
 
-// The first `common` bytes are ASCII and equal but for case.
-[[gnu::noinline]] int compareFrom(size_t common, const char* a, const char* b) {
-    if (!vn_isAscii(a + common) || !vn_isAscii(b + common)) {
-        return compareFolded(a, b);
-    }
-    return foldsAsciiAsUsual() ? strcasecmp(a + common, b + common) : strcasecmp(a, b);
-}
-
-// The same with less known: the first `compared` bytes are.
-[[gnu::noinline]] int compareAfter(size_t compared, const char* a, const char* b) {
-    const size_t common = compared + vncommon::commonAscii(a + compared, b + compared);
-    if (a[common] == '\0' && b[common] == '\0' && foldsAsciiAsUsual()) {
-        return 0;
-    }
-    return compareFrom(common, a, b);
-}
-
-#if defined(__SSE2__)
-
-using Block = __m128i;
-constexpr size_t blockSize = sizeof(Block);
-
-Block load(const char* text) {
-    return _mm_loadu_si128(reinterpret_cast<const Block*>(text));
-}
-
-Block all(int byte) {
-    return _mm_set1_epi8(static_cast<char>(byte));
-}
-
-unsigned topBits(Block block) {
-    return static_cast<unsigned>(_mm_movemask_epi8(block));
-}
-
-// What two blocks of texts have in common, one bit for each byte.
-struct Common {
-    unsigned ends;   // the terminator, if it is equalButForCase
-    unsigned equal;  // ASCII, and equal but for the case of a letter
-    Block inI;       // not zero where an I stands against an i
-};
-
-Common compareBlocks(Block block, Block other) {
-    const Block difference = _mm_xor_si128(block, other);
-    const Block lowered = _mm_or_si128(block, all(0x20));
-    const Block moved = _mm_add_epi8(lowered, all(0x7F - 'z'));  // 'z' to the greatest
-    const Block isLetter = _mm_cmpgt_epi8(moved, all(0x7F - 'z' + 'a' - 1));
-    const Block rest = _mm_andnot_si128(_mm_and_si128(isLetter, all(0x20)), difference);
-    return {topBits(_mm_cmpeq_epi8(block, all(0))),
-            topBits(_mm_cmpeq_epi8(rest, all(0))) & ~topBits(block),
-            _mm_and_si128(_mm_cmpeq_epi8(lowered, all('i')), difference)};
-}
-
-// Most texts are short names. Those that are ASCII and equal but for case need no look at the
-// locale, unless I stands against i: 8 bytes take 6 instead of 10 ns so, 20 bytes 6 instead of 9.
-int compareNames(const char* a, const char* b) {
-    const uintptr_t either = reinterpret_cast<uintptr_t>(a) | reinterpret_cast<uintptr_t>(b);
-    if (!vncommon::mayReadBehindText || either % 4096 > 4096 - 2 * blockSize) {
-        return compareAfter(0, a, b);
-    }
-    const Common front = compareBlocks(load(a), load(b));
-    const Common back = compareBlocks(load(a + blockSize), load(b + blockSize));
-    const unsigned ends = front.ends | back.ends << blockSize;
-    const unsigned untilEnd = ends ^ (ends - 1);  // all of them when there is none
-    const unsigned equal = front.equal | back.equal << blockSize;
-    if ((~equal & untilEnd) != 0) {
-        return compareAfter(0, a, b);
-    }
-    if (ends == 0) {
-        return compareAfter(2 * blockSize, a, b);
-    }
-    const Block inI = _mm_or_si128(front.inI, back.inI);
-    return topBits(_mm_cmpeq_epi8(inI, all(0))) == 0xFFFF ? 0 : compareAfter(0, a, b);
-}
-
-#else
-
-int compareNames(const char* a, const char* b) {
-    return compareAfter(0, a, b);
-}
-
-#endif
-
 // ICU counts in 32 bits; longer text is passed through.
 bool isConvertible(size_t length) {
     return length <= (INT32_MAX - 8) / 4;
 }
 
 }  // namespace
+
+constinit thread_local const int32_t* const* vncommon::lowerCase = nullptr;
+
+int vncommon::compareFrom(size_t common, const char* a, const char* b) {
+    if (!vn_isAscii(a + common) || !vn_isAscii(b + common)) {
+        return compareFolded(a, b);
+    }
+    return foldsAsciiAsUsual() ? strcasecmp(a + common, b + common) : strcasecmp(a, b);
+}
+
+int vncommon::compareAfter(size_t compared, const char* a, const char* b) {
+    const size_t common = compared + commonAscii(a + compared, b + compared);
+    if (a[common] == '\0' && b[common] == '\0') {
+        return compareEqual(a, b);
+    }
+    return compareFrom(common, a, b);
+}
+
+int vncommon::askLocale(const char* a, const char* b) {
+    lowerCase = __ctype_tolower_loc();
+    return foldsAsciiAsUsual() ? 0 : strcasecmp(a, b);
+}
 
 const char* vn_getCodepage() {
     if (!checkedCodepage.load(std::memory_order_acquire)) {
@@ -279,5 +214,5 @@ unsigned int vn_codeUnitsUTF16(const uint16_t* text) {
 }
 
 int vn_UTF8CaseCmp(const char* a, const char* b) {
-    return compareNames(a, b);
+    return vncommon::utf8Kernel.caseCompare(a, b);
 }

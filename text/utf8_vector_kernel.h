@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/over_reading.h"
 #include "text/utf8_kernel.h"
 
 namespace {
@@ -188,14 +189,15 @@ bool isCommonAscii(uint8_t a, uint8_t b) {
 // All bits of each byte that isCommonAscii.
 template <class Isa>
 typename Isa::Vector commonAsciiAt(const uint8_t* a, const uint8_t* b) {
+    const auto caseBit = Isa::load(vncommon::letterMasks.caseBit);
     const auto first = Isa::load(a);
     const auto difference = Isa::differ(first, Isa::load(b));
     // 'z' becomes the greatest signed byte; whatever lies above, the smallest ones.
-    const auto moved = Isa::add(Isa::either(first, Isa::all(0x20)), Isa::all(0x7F - 'z'));
-    const auto isLetter = Isa::greater(moved, Isa::all(0x7F - 'z' + 'a' - 1));
-    const auto excused = Isa::both(isLetter, Isa::all(0x20));
-    return Isa::both(Isa::greater(first, Isa::zero()),  // neither the terminator nor above ASCII
-                     Isa::equal(Isa::without(difference, excused), Isa::zero()));
+    const auto moved = Isa::add(Isa::either(first, caseBit), Isa::load(vncommon::letterMasks.move));
+    const auto isLetter = Isa::greater(moved, Isa::load(vncommon::letterMasks.belowMovedA));
+    return Isa::both(
+        Isa::greater(first, Isa::zero()),  // neither the terminator nor above ASCII
+        Isa::equal(Isa::without(difference, Isa::both(isLetter, caseBit)), Isa::zero()));
 }
 
 template <class Isa>
@@ -267,10 +269,42 @@ size_t commonAscii(const uint8_t* a, const uint8_t* b) {
     return commonAsciiOfLong<Isa>(a, b, at);
 }
 
+// Whether so many bytes of both texts can be read. Mostly one look at the bits of both addresses
+// says so.
+bool areWithinPages(const char* a, const char* b, size_t size) {
+    const uintptr_t either = reinterpret_cast<uintptr_t>(a) | reinterpret_cast<uintptr_t>(b);
+    return vncommon::isWithinPage(reinterpret_cast<const void*>(either), size) ||
+           (vncommon::isWithinPage(a, size) && vncommon::isWithinPage(b, size));
+}
+
+// vn_UTF8CaseCmp. Most texts are short, ASCII and not at the end of a page: comparing equal ones of
+// these calls nothing and takes as long as strcasecmp alone, of 64 bytes 5 ns instead of 10.
+template <class Isa>
+int caseCompare(const char* first, const char* second) {
+    constexpr size_t width = sizeof(typename Isa::Vector);
+    if (!areWithinPages(first, second, 4 * width)) [[unlikely]] {
+        return vncommon::compareAfter(0, first, second);
+    }
+    const auto* a = reinterpret_cast<const uint8_t*>(first);
+    const auto* b = reinterpret_cast<const uint8_t*>(second);
+    for (size_t at = 0; at < 4 * width; at += width) {
+        const uint32_t notCommon = Isa::notSet(commonAsciiAt<Isa>(a + at, b + at));
+        if (notCommon != 0) [[likely]] {
+            const size_t common = at + static_cast<unsigned>(__builtin_ctz(notCommon));
+            if ((a[common] | b[common]) != 0) {
+                return vncommon::compareFrom(common, first, second);
+            }
+            return vncommon::compareEqual(first, second);
+        }
+    }
+    return vncommon::compareAfter(4 * width, first, second);
+}
+
 template <class Isa>
 constexpr vncommon::Utf8Kernel makeKernel() {
-    return {hasNoTopBit<Isa>, sizeof(typename Isa::Vector), Validator<Isa>::run,
-            Validator<Isa>::minimum, commonAscii<Isa>};
+    return {hasNoTopBit<Isa>,    sizeof(typename Isa::Vector),
+            Validator<Isa>::run, Validator<Isa>::minimum,
+            commonAscii<Isa>,    caseCompare<Isa>};
 }
 
 }  // namespace

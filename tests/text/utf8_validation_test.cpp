@@ -5,6 +5,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/guarded_memory.h"
@@ -384,6 +385,85 @@ TEST(CommonAscii, GoesOnAcrossPages) {
         ASSERT_NO_FATAL_FAILURE(expectCommonAscii(a, other.c_str() + shift / 3));
         other[10000 + 7 * shift] = '?';
         ASSERT_NO_FATAL_FAILURE(expectCommonAscii(a, other.c_str() + 1));
+    }
+}
+
+// Two texts of one size, equal but for case, each at a distance of its own from a guarded page.
+class TextPair {
+  public:
+    TextPair(size_t size, size_t behindA, size_t behindB)
+        : a(_memoryOfA.end() - behindA - size - 1), b(_memoryOfB.end() - behindB - size - 1) {
+        const char sample[] = "Quick ~ Title_09Iii{@`[";
+        for (size_t i = 0; i < size; ++i) {
+            a[i] = sample[i % (sizeof sample - 1)];
+            b[i] = static_cast<char>(vn_UTF8isAsciiLetter(a[i]) && i % 3 != 0 ? a[i] ^ 0x20 : a[i]);
+        }
+        a[size] = b[size] = '\0';
+        std::memset(a + size + 1, 'i', behindA);  // what is never to be compared
+        std::memset(b + size + 1, 'J', behindB);
+    }
+
+  private:
+    static inline GuardedMemory _memoryOfA;
+    static inline GuardedMemory _memoryOfB;
+
+  public:
+    char* const a;
+    char* const b;
+};
+
+void expectSameCaseCompare(const char* a, const char* b) {
+    const int expected = vncommon::utf8KernelPlain.caseCompare(a, b);
+    for (const auto& [name, kernel] : kernels()) {
+        ASSERT_EQ(kernel.caseCompare(a, b), expected) << name << ' ' << a << ' ' << b;
+    }
+}
+
+// I against i, letters and others that differ, bytes that only look like a letter in another case,
+// the end of one text, and bytes beyond ASCII (which make every text equal here).
+const char* const differentPairs[] = {"Ii", "iI",    "ab",       "Ab",   "[{",
+                                      "@`", "x\x7F", "\xC3\xC3", "\xFFy"};
+
+void expectSameWithPairAt(const TextPair& pair, size_t at, char ofA, char ofB) {
+    const char beforeA = std::exchange(pair.a[at], ofA);
+    const char beforeB = std::exchange(pair.b[at], ofB);
+    expectSameCaseCompare(pair.a, pair.b);
+    expectSameCaseCompare(pair.b, pair.a);
+    pair.a[at] = beforeA;
+    pair.b[at] = beforeB;
+}
+
+TEST(CaseCompare, IsThatOfThePlainKernelAtEveryDistanceFromThePageEnd) {
+    VN_SKIP_WHEN_CHECKED();
+    for (size_t size = 0; size <= 130; ++size) {
+        for (size_t behind = 0; behind <= 140; ++behind) {
+            const TextPair pair(size, behind, (7 * behind + size) % 150);
+            ASSERT_EQ(vncommon::utf8KernelPlain.caseCompare(pair.a, pair.b), 0);
+            ASSERT_NO_FATAL_FAILURE(expectSameCaseCompare(pair.a, pair.b));
+            if (size > 0) {
+                const char* different = differentPairs[(size + behind) % std::size(differentPairs)];
+                ASSERT_NO_FATAL_FAILURE(
+                    expectSameWithPairAt(pair, behind * 31 % size, different[0], different[1]));
+                pair.b[size - 1] = '\0';
+                ASSERT_NO_FATAL_FAILURE(expectSameCaseCompare(pair.a, pair.b));
+                ASSERT_NO_FATAL_FAILURE(expectSameCaseCompare(pair.b, pair.a));
+            }
+        }
+    }
+}
+
+TEST(CaseCompare, IsThatOfThePlainKernelWithAnyPairAnywhere) {
+    VN_SKIP_WHEN_CHECKED();
+    for (size_t size = 1; size <= 130; ++size) {
+        for (const size_t behind : {0U, 17U, 40U, 500U}) {
+            const TextPair pair(size, behind, behind + 3);
+            for (size_t at = 0; at < size; ++at) {
+                for (const char* different : differentPairs) {
+                    ASSERT_NO_FATAL_FAILURE(
+                        expectSameWithPairAt(pair, at, different[0], different[1]));
+                }
+            }
+        }
     }
 }
 
