@@ -83,6 +83,7 @@ void string_std(benchmark::State& state) {
 }
 BENCHMARK(string_std);
 
+// As callers get it by default: in place of the call, like GLib's macro below.
 void char_vn(benchmark::State& state) {
     build(state, [](CStringBuffer* buffer) {
         for (size_t i = 0; i < total; ++i) {
@@ -219,6 +220,17 @@ void char_gstring(benchmark::State& state) {
     });
 }
 BENCHMARK(char_gstring);
+
+// GLib has no function for one character at the end; its macro falls back to this one.
+void char_gstringCalled(benchmark::State& state) {
+    GString* (*volatile exported)(GString*, gssize, gchar) = g_string_insert_c;
+    buildGString(state, [append = exported](GString* text) {
+        for (size_t i = 0; i < total; ++i) {
+            append(text, -1, static_cast<char>('a' + i % 16));
+        }
+    });
+}
+BENCHMARK(char_gstringCalled);
 
 void format_gstring(benchmark::State& state) {
     buildGString(state, [](GString* text) {
