@@ -23,6 +23,7 @@ namespace vncommon {
 
 constexpr uint32_t bucketSlots = 8;
 constexpr size_t cacheLine = 64;
+static_assert(bucketSlots * sizeof(void*) == cacheLine);
 
 // ---- Memory
 
@@ -67,11 +68,11 @@ inline void setTag(Tags& tags, uint32_t slot, Tags tag) {
     tags = (tags & ~(Tags{0xFF} << shift)) | tag << shift;
 }
 
-// The top bit of each byte that equals the tag.
+// The top bit of the first byte that equals the tag, and of every later one: among these may be
+// some that do not, which lookups compare in vain.
 inline Tags matches(Tags tags, Tags tag) {
-    constexpr Tags below = everyByte * 0x7F;
     const Tags difference = tags ^ (tag * everyByte);
-    return ~(((difference & below) + below) | difference | below);
+    return (difference - everyByte) & ~difference & (everyByte * 0x80);
 }
 
 // The slot of the first match; the number of slots when there is none.
@@ -91,25 +92,14 @@ struct Buckets {
     uint32_t mask;  // number of records - 1
 };
 
-// The slots start on a cache line behind the records: the eight of one bucket fill a line.
-inline size_t sizeOfRecords(uint32_t mask) {
-    return roundedUp((size_t{mask} + 1) * sizeof(Vector), cacheLine);
-}
-
-inline size_t sizeOfSlots(uint32_t mask) {
-    return (size_t{mask} + 1) * bucketSlots * sizeof(void*);
-}
-
+// The eight slots of a bucket fill a cache line. They stand in front of the records, those of the
+// last bucket first, and the tags behind them: both places are found with few instructions.
 inline HashMapEntry** firstSlotsOf(const Buckets& buckets, uint32_t index) {
-    auto* block = reinterpret_cast<char*>(buckets.records);
-    return reinterpret_cast<HashMapEntry**>(block + sizeOfRecords(buckets.mask)) +
-           size_t{index} * bucketSlots;
+    return reinterpret_cast<HashMapEntry**>(buckets.records) - (size_t{index} + 1) * bucketSlots;
 }
 
 inline Tags& tagsOf(const Buckets& buckets, uint32_t index) {
-    auto* block = reinterpret_cast<char*>(buckets.records);
-    char* tags = block + sizeOfRecords(buckets.mask) + sizeOfSlots(buckets.mask);
-    return reinterpret_cast<Tags*>(tags)[index];
+    return reinterpret_cast<Tags*>(buckets.records + (size_t{buckets.mask} + 1))[index];
 }
 
 inline bool hasFirstSlots(const Vector& bucket) {
@@ -128,15 +118,17 @@ inline Buckets bucketsOf(const HashMap* map) {
     return {map->buckets, map->mask};
 }
 
-inline size_t sizeOfTags(uint32_t mask) {
-    return (size_t{mask} + 1) * sizeof(Tags);
+inline size_t sizeOfSlots(uint32_t mask) {
+    return (size_t{mask} + 1) * cacheLine;
 }
 
 inline Buckets makeBuckets(uint32_t mask, vn_HashMapCompare compare) {
-    const size_t size = sizeOfRecords(mask) + sizeOfSlots(mask) + sizeOfTags(mask);
+    const size_t count = size_t{mask} + 1;
+    const size_t size = sizeOfSlots(mask) + count * (sizeof(Vector) + sizeof(Tags));
     void* large = allocateLarge(size);
     void* block = large != nullptr ? large : aligned_alloc(cacheLine, roundedUp(size, cacheLine));
-    const Buckets buckets{static_cast<Vector*>(block), mask};
+    auto* records = reinterpret_cast<Vector*>(static_cast<char*>(block) + sizeOfSlots(mask));
+    const Buckets buckets{records, mask};
     for (uint32_t i = 0; i <= mask; ++i) {
         Vector& bucket = buckets.records[i];
         bucket.size = 0;
@@ -148,7 +140,7 @@ inline Buckets makeBuckets(uint32_t mask, vn_HashMapCompare compare) {
         bucket.onAdd = nullptr;
         bucket.onRemove = nullptr;
     }
-    memset(&tagsOf(buckets, 0), 0, sizeOfTags(mask));
+    memset(&tagsOf(buckets, 0), 0, count * sizeof(Tags));
     return buckets;
 }
 
@@ -158,7 +150,7 @@ inline void freeBuckets(const Buckets& buckets) {
             free(buckets.records[i].data);
         }
     }
-    free(buckets.records);
+    free(reinterpret_cast<char*>(buckets.records) - sizeOfSlots(buckets.mask));
 }
 
 // From the shared block into one of its own, which Vector can then grow by itself.

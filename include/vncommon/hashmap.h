@@ -1,5 +1,11 @@
 /* HashMap: map from pointer-sized keys to pointer-sized values, with caller-supplied callbacks.
  *
+ *     HashMap* prices = vn_HashMap_ctor(vn_String_hash, vn_String_compare, NULL, NULL, 1024, 0);
+ *     HashMap* orders = vn_HashMap_ctor(NULL, NULL, NULL, NULL, 65536, 0);
+ *
+ * Keys of the first are texts. Keys of the second are words, integers or pointers that are equal
+ * only to themselves: a map without callbacks to call is the fastest.
+ *
  * An array of buckets, each a Vector of pointers into one contiguous array of entries. The buckets
  * double when they hold four entries on average. Removing leaves a hole in the entry array, which
  * is closed the next time the array is rebuilt.
@@ -39,10 +45,13 @@ typedef struct HashMapEntry {
     uint32_t bucketIndex; /* the entry's position inside its bucket */
 } HashMapEntry;
 
-/* The hash of a key. Called at most three times per add (twice when the buckets do not grow,
- * once when the key is present already) and once per lookup in a map that is not empty. */
+/* The hash of a key; the key's bucket is chosen by its low bits. Called at most three times per
+ * add (twice when the buckets do not grow, once when the key is present already) and once per
+ * lookup in a map that is not empty. Null: a hash of the word itself, in which every bit counts;
+ * the record then holds a function of the library. */
 typedef uint32_t (*vn_HashMapHash)(const void* key);
-/* 0 when the stored key equals key. The entries of a bucket are compared in order. */
+/* 0 when the stored key equals key. The entries of a bucket are compared in order. Null: a key
+ * equals only the same word; the record then holds a function of the library. */
 typedef int32_t (*vn_HashMapCompare)(const void* storedKey, const void* key);
 /* Fills key and value of a new entry, with copies for instance. The key that it leaves must
  * stay equal to the one given for as long as it is in the map. */
@@ -74,10 +83,10 @@ typedef struct HashMapIterator {
     HashMapEntry* entry; /* null: past the end */
 } HashMapIterator;
 
-/* A new map on the heap, ended by vn_HashMap_dtor. initialSize is the number of entries that have
- * room, at least 16; the buckets double when that many are there. It should be a power of two.
- * Another size is accepted, but its mask has gaps: 20 gives 5 buckets with mask 4, of which only 0
- * and 4 are ever used. shrink is a flag. */
+/* A new map on the heap, ended by vn_HashMap_dtor. Each callback may be null. initialSize is the
+ * number of entries that have room, at least 16; the buckets double when that many are there. It
+ * should be a power of two. Another size is accepted, but its mask has gaps: 20 gives 5 buckets
+ * with mask 4, of which only 0 and 4 are ever used. shrink is a flag. */
 VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill,
                                 vn_HashMapRelease release, uint32_t initialSize, int shrink);
 

@@ -21,8 +21,10 @@ class HashMapModel {
         uint32_t capacity = 8;
     };
 
-    HashMapModel(std::function<uint32_t(uintptr_t)> hashFunction, uint32_t initialSize,
-                 bool shrinks, bool hasFill, bool hasRelease)
+    using Hash = std::function<uint32_t(uintptr_t)>;
+
+    HashMapModel(Hash hashFunction, uint32_t initialSize, bool shrinks, bool hasFill,
+                 bool hasRelease)
         : hashOf(std::move(hashFunction)), shrink(shrinks), fills(hasFill), releases(hasRelease) {
         const uint32_t size = std::max(initialSize, 16U);
         buckets.resize(size / 4);
@@ -199,7 +201,7 @@ class HashMapModel {
         }
     }
 
-    std::function<uint32_t(uintptr_t)> hashOf;
+    Hash hashOf;
     bool shrink, fills, releases;
 };
 

@@ -193,18 +193,36 @@ struct RandomRun {
     uint32_t seed, initialSize, operations, keys;
     bool shrink, poor, fill, release;
     uint32_t checkEvery = 1;
+    bool callbacks = true;
 };
+
+// With few values of the hash's low bits if poor.
+std::vector<uintptr_t> someKeys(const HashMap& map, uint32_t count, bool poor) {
+    std::vector<uintptr_t> keys;
+    for (uintptr_t key = 1; keys.size() < count; ++key) {
+        if (!poor || map.hash(word(key)) % 64 < 3) {
+            keys.push_back(key);
+        }
+    }
+    return keys;
+}
 
 // Phases of growing and of shrinking, now and then emptied as a whole.
 void compareWithModel(const RandomRun& run) {
     resetCounters();
     HashMap map;
-    vn_HashMap_init(&map, run.poor ? countingPoorHash : countingGoodHash, countingCompare,
+    const vn_HashMapHash hash = run.poor ? countingPoorHash : countingGoodHash;
+    vn_HashMap_init(&map, run.callbacks ? hash : nullptr, run.callbacks ? countingCompare : nullptr,
                     run.fill ? fillPlusOne : nullptr, run.release ? logRelease : nullptr,
                     run.initialSize, run.shrink);
-    HashMapModel model(run.poor ? poorHash : goodHash, run.initialSize, run.shrink, run.fill,
-                       run.release);
+    const auto ownHash = [&](uintptr_t key) { return map.hash(word(key)); };
+    HashMapModel model(!run.callbacks ? HashMapModel::Hash(ownHash)
+                       : run.poor     ? poorHash
+                                      : goodHash,
+                       run.initialSize, run.shrink, run.fill, run.release);
     ASSERT_EQ(map.initialSize, std::max(run.initialSize, 16U));
+    const std::vector<uintptr_t> keys = someKeys(map, run.keys, run.poor && !run.callbacks);
+    resetCounters();
     std::mt19937 random(run.seed);
     const uint32_t phase = 2 * run.keys;
     for (uint32_t i = 0; i < run.operations; ++i) {
@@ -213,12 +231,16 @@ void compareWithModel(const RandomRun& run) {
         if (random() % 4 == 0) {
             choice = growing ? 0 : 45;
         }
-        const uintptr_t key = 1 + random() % run.keys;
+        const uintptr_t key = keys[random() % run.keys];
         ASSERT_NO_FATAL_FAILURE(step(map, model, choice, key, random() % 1000))
             << "operation " << i;
         if (random() % (2 * phase) == 0) {
             random() % 2 == 0 ? (vn_HashMap_removeAll(&map), model.removeAll())
                               : (vn_HashMap_clear(&map), model.clear());
+        }
+        if (!run.callbacks) {
+            hashCalls = model.hashCalls;
+            compareCalls = model.compareCalls;
         }
         if (i % run.checkEvery == 0) {
             ASSERT_NO_FATAL_FAILURE(expectSame(map, model)) << "operation " << i;
@@ -302,6 +324,101 @@ TEST(HashMap, FollowsTheModelWithThousandsOfEntries) {
             ASSERT_NO_FATAL_FAILURE(compareWithModel(run));
         }
     }
+}
+
+TEST(HashMapOfWords, FollowsTheModel) {
+    uint32_t seed = 2000;
+    for (const uint32_t initialSize : {0U, 20U, 64U}) {
+        for (uint32_t options = 0; options < 16; ++options) {
+            const RandomRun run{.seed = seed++,
+                                .initialSize = initialSize,
+                                .operations = 1500,
+                                .keys = 120 + 60 * (options % 3),
+                                .shrink = (options & 1) != 0,
+                                .poor = (options & 2) != 0,
+                                .fill = (options & 4) != 0,
+                                .release = (options & 8) != 0,
+                                .callbacks = false};
+            SCOPED_TRACE(testing::Message() << "initial size " << initialSize << ", options "
+                                            << options << ", seed " << run.seed);
+            ASSERT_NO_FATAL_FAILURE(compareWithModel(run));
+        }
+    }
+}
+
+TEST(HashMapOfWords, TakesEveryWordAndComparesNothingBehindIt) {
+    const Map map(vn_HashMap_ctor(nullptr, nullptr, nullptr, nullptr, 0, 0));
+    const char text[] = "text";
+    const char same[] = "text";
+    const std::array<uintptr_t, 5> keys = {0, 1, UINTPTR_MAX, uintptr_t{1} << 63, number(text)};
+    for (const uintptr_t key : keys) {
+        EXPECT_FALSE(vn_HashMap_exists(map.get(), word(key)));
+        EXPECT_NE(vn_HashMap_addQuick(map.get(), word(key), word(key + 7)), nullptr);
+        EXPECT_EQ(vn_HashMap_addQuick(map.get(), word(key), nullptr), nullptr);
+    }
+    EXPECT_EQ(vn_HashMap_size(map.get()), keys.size());
+    for (const uintptr_t key : keys) {
+        EXPECT_EQ(number(vn_HashMap_findValue(map.get(), word(key))), key + 7);
+    }
+    EXPECT_FALSE(vn_HashMap_exists(map.get(), same));
+    EXPECT_NE(vn_HashMap_findValueAndRemove(map.get(), word(0)), nullptr);
+    EXPECT_FALSE(vn_HashMap_exists(map.get(), word(0)));
+}
+
+TEST(HashMapOfWords, SpreadsNumbersInARowAndMultiples) {
+    for (const uintptr_t step : {uintptr_t{1}, uintptr_t{24}, uintptr_t{64}, uintptr_t{4096},
+                                 uintptr_t{1} << 20, uintptr_t{1} << 32, uintptr_t{1} << 45}) {
+        const Map map(vn_HashMap_ctor(nullptr, nullptr, nullptr, nullptr, 1 << 16, 0));
+        for (uintptr_t i = 0; i < (1 << 16) - 1; ++i) {
+            vn_HashMap_addQuick(map.get(), word(i * step), nullptr);
+        }
+        uint32_t longest = 0;
+        for (uint32_t i = 0; i <= map->mask; ++i) {
+            longest = std::max(longest, map->buckets[i].size);
+        }
+        EXPECT_LE(longest, 24U) << "step " << step;
+    }
+}
+
+TEST(HashMapOfWords, OneCallbackAloneIsCalled) {
+    const Map hashed(vn_HashMap_ctor(countingGoodHash, nullptr, nullptr, nullptr, 0, 0));
+    const Map compared(vn_HashMap_ctor(nullptr, countingCompare, nullptr, nullptr, 0, 0));
+    resetCounters();
+    for (uintptr_t key = 0; key < 100; ++key) {
+        vn_HashMap_addQuick(hashed.get(), word(key), word(key + 1));
+        vn_HashMap_addQuick(compared.get(), word(key), word(key + 1));
+    }
+    EXPECT_EQ(hashCalls, 200U + 3U);  // the buckets double three times
+    resetCounters();
+    for (uintptr_t key = 0; key < 100; ++key) {
+        EXPECT_EQ(number(vn_HashMap_findValue(hashed.get(), word(key))), key + 1);
+    }
+    EXPECT_EQ(hashCalls, 100U);
+    EXPECT_EQ(compareCalls, 0U);
+    uint64_t expected = 0;
+    for (uintptr_t key = 0; key < 100; ++key) {
+        EXPECT_EQ(number(vn_HashMap_findValue(compared.get(), word(key))), key + 1);
+        const Iterator iterator(vn_HashMap_find(compared.get(), word(key)));
+        expected += 2 * (iterator->entry->bucketIndex + 1);
+    }
+    EXPECT_EQ(compareCalls, expected);
+}
+
+void fillNextWord(HashMapEntry* entry, void* key, void* value) {
+    entry->key = word(number(key) + 1);
+    entry->value = value;
+}
+
+// The stored word decides, like any stored key, and is looked for in the bucket of the word asked.
+TEST(HashMapOfWords, FindsKeysThatFillChanged) {
+    const Map map(vn_HashMap_ctor(nullptr, nullptr, fillNextWord, nullptr, 0, 0));
+    uintptr_t key = 100;
+    while (((map->hash(word(key)) ^ map->hash(word(key + 1))) & 3) != 0) {
+        ++key;
+    }
+    vn_HashMap_addQuick(map.get(), word(key), word(9));
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), word(key + 1)), word(9));
+    EXPECT_EQ(vn_HashMap_findValue(map.get(), word(key)), nullptr);
 }
 
 TEST(HashMap, HasTheLayoutThatCallersRead) {
