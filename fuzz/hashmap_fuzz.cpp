@@ -1,5 +1,6 @@
 // Sequences of map operations against std::map, with the callbacks counted and the record's
-// invariants checked. An input is the map's make-up, the quality of its hash, and the operations.
+// invariants checked. An input is the map's make-up, the quality of its hash (or none, in a map
+// without callbacks), and the operations.
 #include <vncommon/hashmap.h>
 
 #include <map>
@@ -47,11 +48,14 @@ class Run {
     explicit Run(fuzz::Input& bytes) : input(bytes) {
         static constexpr uint32_t masks[] = {0, 1, 7, 0xFF, 0xFFFF0000, 0xFFFFFFFF};
         const uint8_t makeUp = input.byte();
-        hashMask = masks[input.byte() % std::size(masks)];
+        const size_t quality = input.byte() % (std::size(masks) + 1);
+        const bool callbacks = quality < std::size(masks);
+        hashMask = callbacks ? masks[quality] : 0;
         ownsEntries = makeUp & 1;
         filled = 0;
-        vn_HashMap_init(&map, hashOf, compareKeys, ownsEntries ? fillEntry : nullptr,
-                        ownsEntries ? releaseEntry : nullptr, makeUp >> 2, makeUp >> 1 & 1);
+        vn_HashMap_init(&map, callbacks ? hashOf : nullptr, callbacks ? compareKeys : nullptr,
+                        ownsEntries ? fillEntry : nullptr, ownsEntries ? releaseEntry : nullptr,
+                        makeUp >> 2, makeUp >> 1 & 1);
     }
     ~Run() {
         vn_HashMap_cleanup(&map);
