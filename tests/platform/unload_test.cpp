@@ -2,6 +2,9 @@
 // not linked with the library.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vncommon/process.h>
 
 #include <climits>
 #include <cstdint>
@@ -22,6 +25,27 @@ TEST(Unload, GivesTheThreadLocalSlotsBack) {
         ASSERT_EQ(firstNumberOfThisThread(library), 1U);
         ASSERT_EQ(dlclose(library), 0);
         ASSERT_EQ(dlopen(VN_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr);
+    }
+}
+
+// The first time stamp asks to be told of forks, and an unloaded library must not be.
+TEST(Unload, LeavesNothingThatForksCall) {
+    for (int round = 0; round < 3; ++round) {
+        void* library = dlopen(VN_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << dlerror();
+        const auto stamp =
+            reinterpret_cast<decltype(&vn_timeStampGet)>(dlsym(library, "vn_timeStampGet"));
+        ASSERT_NE(stamp, nullptr);
+        vn_TimeStampCache cache = {};
+        ASSERT_NE(*stamp(&cache), '\0');
+        ASSERT_EQ(dlclose(library), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(7);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7);
     }
 }
 
