@@ -11,11 +11,22 @@ namespace vncommon {
 // False under a checker, and before the library's static initialisers have run.
 extern bool mayReadBehindText;
 
-// Whether so many bytes can be read at text without touching the next page. Always inlined: code
-// that is compiled for other processors uses it too, and must not leave copies for all.
+constexpr size_t smallestPage = 4096;  // the system's pages are this large, or a multiple of it
+
+// These are always inlined: code that is compiled for other processors uses them too, and must not
+// leave copies for all.
+
+[[gnu::always_inline]] inline size_t offsetInPage(const void* text) {
+    return reinterpret_cast<uintptr_t>(text) % smallestPage;
+}
+
+[[gnu::always_inline]] inline size_t bytesInPage(const void* text) {
+    return smallestPage - offsetInPage(text);
+}
+
+// Whether so many bytes can be read at text without touching the next page.
 [[gnu::always_inline]] inline bool isWithinPage(const void* text, size_t size) {
-    constexpr size_t pageSize = 4096;  // or a multiple of it
-    return reinterpret_cast<uintptr_t>(text) % pageSize <= pageSize - size;
+    return offsetInPage(text) <= smallestPage - size;
 }
 
 }  // namespace vncommon

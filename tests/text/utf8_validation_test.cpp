@@ -452,6 +452,29 @@ TEST(CaseCompare, IsThatOfThePlainKernelAtEveryDistanceFromThePageEnd) {
     }
 }
 
+// The last vector before a page end starts earlier, where the other text's page may have begun.
+TEST(CaseCompare, ReadsNothingBeforeThePageOfAText) {
+    VN_SKIP_WHEN_CHECKED();
+    GuardedMemory memoryOfA;
+    GuardedMemory memoryOfB;
+    for (size_t size = 0; size <= 130; ++size) {
+        for (size_t behind = 0; behind <= 140; ++behind) {
+            for (size_t before = 0; before <= 40; before += 4) {
+                char* const a = memoryOfA.end() - behind - size - 1;
+                char* const b = memoryOfB.begin() + before;
+                std::memset(a, 'i', size);
+                std::memset(b, 'I', size);
+                a[size] = b[size] = '\0';
+                ASSERT_NO_FATAL_FAILURE(expectSameCaseCompare(a, b));
+                ASSERT_NO_FATAL_FAILURE(expectSameCaseCompare(b, a));
+                b[size] = 'j';
+                b[size + 1] = '\0';
+                ASSERT_NO_FATAL_FAILURE(expectSameCaseCompare(a, b));
+            }
+        }
+    }
+}
+
 TEST(CaseCompare, IsThatOfThePlainKernelWithAnyPairAnywhere) {
     VN_SKIP_WHEN_CHECKED();
     for (size_t size = 1; size <= 130; ++size) {
