@@ -4,6 +4,7 @@
 #include <vncommon/utf8.h>
 
 #include <cstring>
+#include <map>
 #include <string>
 
 #ifdef VN_HAVE_GLIB_2_0
@@ -74,14 +75,28 @@ void glibUtf8Validate(benchmark::State& state) {
 BENCHMARK(glibUtf8Validate)->Apply(allTexts);
 #endif
 
-// Equal but for the case of every letter: both texts are read to the end.
+// Equal but for the case of every letter: both texts are read to the end. Where they lie in their
+// pages makes a difference, so that every function gets the same ones.
+struct TextPair {
+    std::string a;
+    std::string b;
+};
+
+const TextPair& pairOfSize(size_t size) {
+    static std::map<size_t, TextPair> pairs;
+    TextPair& pair = pairs[size];
+    if (pair.a.empty()) {
+        pair.a = pair.b = makeText(ascii, size);
+        for (char& c : pair.b) {
+            c = static_cast<char>(vn_UTF8isAsciiLetter(c) ? c ^ 0x20 : c);
+        }
+    }
+    return pair;
+}
+
 template <class Function>
 void runOverPair(benchmark::State& state, Function function) {
-    const std::string a = makeText(ascii, static_cast<size_t>(state.range(0)));
-    std::string b = a;
-    for (char& c : b) {
-        c = static_cast<char>(vn_UTF8isAsciiLetter(c) ? c ^ 0x20 : c);
-    }
+    const auto& [a, b] = pairOfSize(static_cast<size_t>(state.range(0)));
     for (auto _ : state) {
         const char* first = a.c_str();
         const char* second = b.c_str();
