@@ -71,7 +71,7 @@ typedef struct HashMap {
     uint32_t entryCapacity; /* slots in entries */
     uint32_t entryFill;     /* slots handed out, the holes of removed entries included */
     bool shrink;            /* whether removals may shrink the buckets and the entry array */
-    bool hashDecides;       /* private: equal keys are known to have equal stored hashes */
+    uint8_t keyKind;        /* private: what is known of the keys */
     vn_HashMapHash hash;
     vn_HashMapCompare compare;
     vn_HashMapFill fill;       /* null: key and value are stored as given */
