@@ -26,12 +26,15 @@ constexpr uint32_t entryStep = 1024;  // the entry array doubles up to here, the
 
 // ---- Keys that are words: what takes the place of callbacks that are null
 
-// Every bit of the word changes the low bits of the hash, which choose the bucket: pointers and
-// multiples spread as well as numbers in a row.
+// Every bit of the word changes the low bits of the hash, which choose the bucket. The mask before
+// the multiplication lets multiples of any number spread like random ones; without it, those of
+// some fill only a few buckets.
 uint32_t hashWord(const void* key) {
     __extension__ using Product = unsigned __int128;
-    const Product product = Product{reinterpret_cast<uintptr_t>(key)} * 0x9E3779B97F4A7C15U;
-    return static_cast<uint32_t>(product >> 64 ^ product);
+    constexpr uint64_t mask = 0x243F6A8885A308D3;
+    const Product product = Product{reinterpret_cast<uintptr_t>(key) ^ mask} * 0x9E3779B97F4A7C15U;
+    const auto folded = static_cast<uint64_t>(product >> 64 ^ product);
+    return static_cast<uint32_t>(folded >> 32 ^ folded);
 }
 
 int32_t compareWords(const void* a, const void* b) {
@@ -180,7 +183,7 @@ HashMapEntry* findWord(HashMapEntry** slots, Tags matching, const void* key) {
 
 // The entry of the key with this hash, or null. There is one for words and one for all other keys,
 // so that words, with no callback to call, pay for no registers to save: a lookup among 1e3 of
-// them takes 6 ns, in common code 13.
+// them takes 7 ns, in common code 13.
 template <bool words>
 [[gnu::always_inline]] inline HashMapEntry* findIn(const HashMap* map, uint32_t hash,
                                                    const void* key) {

@@ -1,11 +1,11 @@
 // The storage of a HashMap: large blocks, buckets and the tags of their slots.
 //
 // Storage: a bucket is a Vector record that starts with eight slots. The slots of all buckets
-// stand behind the records in one block, so that making a map costs two allocations whatever its
+// stand before the records in one block, so that making a map costs two allocations whatever its
 // size, and a lookup knows where the slots are before it has read the record (two dependent cache
 // misses instead of three). A bucket that outgrows its eight slots gets a block of its own.
 //
-// Tags: behind the slots stands a word for each bucket with a byte of the hash of each slot's
+// Tags: behind the records stands a word for each bucket with a byte of the hash of each slot's
 // entry, which tells a lookup what is worth a look before it touches an entry.
 #ifndef VN_CONTAINERS_HASHMAP_STORAGE_H
 #define VN_CONTAINERS_HASHMAP_STORAGE_H

@@ -40,7 +40,7 @@ bool looksTaken([[maybe_unused]] const vn_Mutex* mutex) {
 #endif
 }
 
-// Before each lock: a thread that sees the mutex taken looks again, a microsecond later each time,
+// Before an add or a remove locks: a thread that sees the mutex taken looks again, a microsecond later each time,
 // before it asks for it and goes to sleep. The mutex is held for some ten nanoseconds, and the
 // other thread gets on with many elements meanwhile, undisturbed by system calls that wake this
 // one. Two threads on two processors take 28 ns for an element this way, 60 without or with an
@@ -152,7 +152,7 @@ bool takesUnit(vn_Semaphore* available) {
 // Whether a unit came while the thread waited some ten microseconds without going to sleep. As
 // long as a thread is asleep, or on its way out of it, each post wakes it with a system call; and
 // one that takes every element as it comes slows the others down. Elements of two threads that
-// share a processor take 30 ns instead of 300, those of two threads that do not 65 as before.
+// share a processor take 30 ns instead of 300.
 bool takesUnitSoon(vn_Semaphore* available) {
     constexpr int tries = 5;
     for (int i = 0; i < tries; ++i) {

@@ -238,7 +238,7 @@ void compareWithModel(const RandomRun& run) {
             random() % 2 == 0 ? (vn_HashMap_removeAll(&map), model.removeAll())
                               : (vn_HashMap_clear(&map), model.clear());
         }
-        if (!run.callbacks) {
+        if (!run.callbacks) {  // then nothing is called, and so not compared
             hashCalls = model.hashCalls;
             compareCalls = model.compareCalls;
         }
@@ -366,17 +366,23 @@ TEST(HashMapOfWords, TakesEveryWordAndComparesNothingBehindIt) {
 }
 
 TEST(HashMapOfWords, SpreadsNumbersInARowAndMultiples) {
-    for (const uintptr_t step : {uintptr_t{1}, uintptr_t{24}, uintptr_t{64}, uintptr_t{4096},
-                                 uintptr_t{1} << 20, uintptr_t{1} << 32, uintptr_t{1} << 45}) {
-        const Map map(vn_HashMap_ctor(nullptr, nullptr, nullptr, nullptr, 1 << 16, 0));
-        for (uintptr_t i = 0; i < (1 << 16) - 1; ++i) {
+    std::vector<uintptr_t> steps = {24, 10'000'000};
+    for (uintptr_t odd = 1; odd < 256; odd += 2) {
+        for (const int zeros : {0, 4, 13, 20, 28, 32, 40}) {
+            steps.push_back(odd << zeros);
+        }
+    }
+    for (const uintptr_t step : steps) {
+        constexpr uint32_t size = 4096;
+        const Map map(vn_HashMap_ctor(nullptr, nullptr, nullptr, nullptr, size, 0));
+        for (uintptr_t i = 0; i < size - 1; ++i) {
             vn_HashMap_addQuick(map.get(), word(i * step), nullptr);
         }
         uint32_t longest = 0;
         for (uint32_t i = 0; i <= map->mask; ++i) {
             longest = std::max(longest, map->buckets[i].size);
         }
-        EXPECT_LE(longest, 24U) << "step " << step;
+        EXPECT_LE(longest, 20U) << "step " << step;
     }
 }
 
@@ -394,7 +400,6 @@ TEST(HashMapOfWords, OneCallbackAloneIsCalled) {
         EXPECT_EQ(number(vn_HashMap_findValue(hashed.get(), word(key))), key + 1);
     }
     EXPECT_EQ(hashCalls, 100U);
-    EXPECT_EQ(compareCalls, 0U);
     uint64_t expected = 0;
     for (uintptr_t key = 0; key < 100; ++key) {
         EXPECT_EQ(number(vn_HashMap_findValue(compared.get(), word(key))), key + 1);

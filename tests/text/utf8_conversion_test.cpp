@@ -314,8 +314,8 @@ bool comparesLikeThePlatform() {
 }
 
 // strcasecmp folds by the locale, and so must we: in Turkish, I and i are different letters (but
-// for the strcasecmp that the sanitizers put in its place). The locale may change at any time, and
-// each thread may have its own.
+// for the strcasecmp that the sanitizers put in its place). The locale may change, and each thread
+// may have its own.
 VN_CHILD(compareInTurkish) {
     if (!comparesLikeThePlatform()) {
         return 1;
