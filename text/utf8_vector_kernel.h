@@ -14,7 +14,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "platform/over_reading.h"
 #include "text/utf8_kernel.h"
@@ -176,11 +175,6 @@ size_t vectorsInPages(const uint8_t* a, const uint8_t* b) {
     return bytesInPages(a, b) / sizeof(typename Isa::Vector);
 }
 
-// Whether so many bytes stand before the terminator: then they can be read in any page.
-bool isAtLeast(const uint8_t* text, size_t size) {
-    return strnlen(reinterpret_cast<const char*>(text), size) == size;
-}
-
 // The comparison reads behind terminators, but never in the next page: checking both texts and
 // calling strcasecmp after that took more than twice as long, on short text and on long.
 bool isCommonAscii(uint8_t a, uint8_t b) {
@@ -234,24 +228,56 @@ template <class Isa>
     return commonAsciiBetween<Isa>(a, b, at, size);
 }
 
+// Whether the bytes before text[at] can be read: they are the text's, or in the same page.
+inline bool canStepBack(const char* text, size_t at, size_t bytes) {
+    return at >= bytes || vncommon::offsetInPage(text + at) >= bytes;
+}
+
+template <class Isa>
+uint32_t notCommonAt(const char* a, const char* b) {
+    return Isa::notSet(commonAsciiAt<Isa>(reinterpret_cast<const uint8_t*>(a),
+                                          reinterpret_cast<const uint8_t*>(b)));
+}
+
+struct Step {
+    size_t size;         // bytes that were compared, 0 when it is not known what may be read
+    uint32_t notCommon;  // a bit for each byte from `at` on
+};
+
+// The next vector, or what is left of a page: then the vector starts earlier, with bytes that do
+// not count.
+template <class Isa>
+Step stepInPages(const char* a, const char* b, size_t at) {
+    constexpr size_t width = sizeof(typename Isa::Vector);
+    const size_t left = bytesInPages(a + at, b + at);
+    const size_t size = left < width ? left : width;
+    const size_t back = width - size;
+    if (!canStepBack(a, at, back) || !canStepBack(b, at, back)) {
+        return {0, 0};
+    }
+    return {size, notCommonAt<Isa>(a + at - back, b + at - back) >> back};
+}
+
 template <class Isa>
 [[gnu::noinline]] size_t commonAsciiOfLong(const uint8_t* a, const uint8_t* b, size_t at) {
-    constexpr size_t width = sizeof(typename Isa::Vector);
     for (;;) {
-        size_t size = vectorsInPages<Isa>(a + at, b + at) * width;
-        if (size == 0 && isAtLeast(a + at, width) && isAtLeast(b + at, width)) {
-            size = width;
-        }
+        const size_t size = vectorsInPages<Isa>(a + at, b + at) * sizeof(typename Isa::Vector);
         const size_t common = commonAsciiWithin<Isa>(a + at, b + at, size);
         at += common;
         if (common < size) {
             return at;
         }
-        if (size == 0) {  // one of the texts ends before its page does
-            while (isCommonAscii(a[at], b[at])) {
-                ++at;
+        const Step step = stepInPages<Isa>(reinterpret_cast<const char*>(a),
+                                           reinterpret_cast<const char*>(b), at);
+        if (step.notCommon != 0) {
+            return at + static_cast<size_t>(__builtin_ctz(step.notCommon));
+        }
+        at += step.size;
+        if (step.size == 0) {
+            if (!isCommonAscii(a[at], b[at])) {
+                return at;
             }
-            return at;
+            ++at;
         }
     }
 }
@@ -289,35 +315,20 @@ inline int compareWhereCommonEnds(size_t at, uint32_t notCommon, const char* a, 
     return vncommon::compareEqual(a, b);
 }
 
-template <class Isa>
-uint32_t notCommonAt(const char* a, const char* b) {
-    return Isa::notSet(commonAsciiAt<Isa>(reinterpret_cast<const uint8_t*>(a),
-                                          reinterpret_cast<const uint8_t*>(b)));
-}
-
-// Whether the bytes before text[at] can be read: they are the text's, or in the same page.
-inline bool canStepBack(const char* text, size_t at, size_t bytes) {
-    return at >= bytes || vncommon::offsetInPage(text + at) >= bytes;
-}
-
 // The first vectors of texts that are near the end of a page: the last one in a page starts earlier
 // there, with bytes that are left out of the comparison.
 template <class Isa>
 [[gnu::noinline]] int caseCompareInPages(const char* a, const char* b) {
-    constexpr size_t width = sizeof(typename Isa::Vector);
     size_t at = 0;
-    while (at < 4 * width) {
-        const size_t left = bytesInPages(a + at, b + at);
-        const size_t step = left < width ? left : width;
-        const size_t back = width - step;
-        if (!canStepBack(a, at, back) || !canStepBack(b, at, back)) {
+    while (at < 4 * sizeof(typename Isa::Vector)) {
+        const Step step = stepInPages<Isa>(a, b, at);
+        if (step.notCommon != 0) {
+            return compareWhereCommonEnds(at, step.notCommon, a, b);
+        }
+        if (step.size == 0) {
             break;
         }
-        const uint32_t notCommon = notCommonAt<Isa>(a + at - back, b + at - back) >> back;
-        if (notCommon != 0) {
-            return compareWhereCommonEnds(at, notCommon, a, b);
-        }
-        at += step;
+        at += step.size;
     }
     return vncommon::compareAfter(at, a, b);
 }
