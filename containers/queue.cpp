@@ -40,11 +40,11 @@ bool looksTaken([[maybe_unused]] const vn_Mutex* mutex) {
 #endif
 }
 
-// Before an add or a remove locks: a thread that sees the mutex taken looks again, a microsecond later each time,
-// before it asks for it and goes to sleep. The mutex is held for some ten nanoseconds, and the
-// other thread gets on with many elements meanwhile, undisturbed by system calls that wake this
-// one. Two threads on two processors take 28 ns for an element this way, 60 without or with an
-// adaptive mutex, which looks again at once.
+// Before an add or a remove locks: a thread that sees the mutex taken looks again, a microsecond
+// later each time, before it asks for it and goes to sleep. The mutex is held for some ten
+// nanoseconds, and the other thread gets on with many elements meanwhile, undisturbed by system
+// calls that wake this one. Two threads on two processors take 28 ns for an element this way, 60
+// without or with an adaptive mutex, which looks again at once.
 void letOthersFinish(const vn_qtsQueue* queue) {
     constexpr int looks = 4;
     for (int i = 0; i < looks && looksTaken(&queue->lock); ++i) {
