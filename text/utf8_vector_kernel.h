@@ -217,26 +217,9 @@ size_t commonAsciiBetween(const uint8_t* a, const uint8_t* b, size_t at, size_t 
     return end;
 }
 
-// As far as size, in whole vectors.
-template <class Isa>
-[[gnu::noinline]] size_t commonAsciiWithin(const uint8_t* a, const uint8_t* b, size_t size) {
-    constexpr size_t four = 4 * sizeof(typename Isa::Vector);
-    size_t at = 0;
-    while (size - at >= four && areFourCommonAscii<Isa>(a + at, b + at)) {
-        at += four;
-    }
-    return commonAsciiBetween<Isa>(a, b, at, size);
-}
-
 // Whether the bytes before text[at] can be read: they are the text's, or in the same page.
-inline bool canStepBack(const char* text, size_t at, size_t bytes) {
+bool canStepBack(const uint8_t* text, size_t at, size_t bytes) {
     return at >= bytes || vncommon::offsetInPage(text + at) >= bytes;
-}
-
-template <class Isa>
-uint32_t notCommonAt(const char* a, const char* b) {
-    return Isa::notSet(commonAsciiAt<Isa>(reinterpret_cast<const uint8_t*>(a),
-                                          reinterpret_cast<const uint8_t*>(b)));
 }
 
 struct Step {
@@ -247,7 +230,7 @@ struct Step {
 // The next vector, or what is left of a page: then the vector starts earlier, with bytes that do
 // not count.
 template <class Isa>
-Step stepInPages(const char* a, const char* b, size_t at) {
+Step stepInPages(const uint8_t* a, const uint8_t* b, size_t at) {
     constexpr size_t width = sizeof(typename Isa::Vector);
     const size_t left = bytesInPages(a + at, b + at);
     const size_t size = left < width ? left : width;
@@ -255,29 +238,33 @@ Step stepInPages(const char* a, const char* b, size_t at) {
     if (!canStepBack(a, at, back) || !canStepBack(b, at, back)) {
         return {0, 0};
     }
-    return {size, notCommonAt<Isa>(a + at - back, b + at - back) >> back};
+    return {size, Isa::notSet(commonAsciiAt<Isa>(a + at - back, b + at - back)) >> back};
 }
 
+// Page by page. Where less than four vectors are left of one, those that end with it are compared:
+// most of the time the texts go on behind it.
 template <class Isa>
 [[gnu::noinline]] size_t commonAsciiOfLong(const uint8_t* a, const uint8_t* b, size_t at) {
+    constexpr size_t four = 4 * sizeof(typename Isa::Vector);
     for (;;) {
-        const size_t size = vectorsInPages<Isa>(a + at, b + at) * sizeof(typename Isa::Vector);
-        const size_t common = commonAsciiWithin<Isa>(a + at, b + at, size);
-        at += common;
-        if (common < size) {
-            return at;
+        const size_t end = at + bytesInPages(a + at, b + at);
+        for (; end - at >= four; at += four) {
+            if (!areFourCommonAscii<Isa>(a + at, b + at)) {
+                return commonAsciiBetween<Isa>(a, b, at, at + four);
+            }
         }
-        const Step step = stepInPages<Isa>(reinterpret_cast<const char*>(a),
-                                           reinterpret_cast<const char*>(b), at);
-        if (step.notCommon != 0) {
-            return at + static_cast<size_t>(__builtin_ctz(step.notCommon));
+        if (end >= four && areFourCommonAscii<Isa>(a + end - four, b + end - four)) {
+            at = end;
         }
-        at += step.size;
-        if (step.size == 0) {
-            if (!isCommonAscii(a[at], b[at])) {
+        while (at < end) {
+            const Step step = stepInPages<Isa>(a, b, at);
+            if (step.notCommon != 0) {
+                return at + static_cast<size_t>(__builtin_ctz(step.notCommon));
+            }
+            if (step.size == 0 && !isCommonAscii(a[at], b[at])) {
                 return at;
             }
-            ++at;
+            at += step.size > 0 ? step.size : 1;
         }
     }
 }
@@ -306,8 +293,12 @@ bool areWithinPages(const char* a, const char* b, size_t size) {
            (vncommon::isWithinPage(a, size) && vncommon::isWithinPage(b, size));
 }
 
+const uint8_t* bytesOf(const char* text) {
+    return reinterpret_cast<const uint8_t*>(text);
+}
+
 // The result when the vectors at `at` are the first that are not common.
-inline int compareWhereCommonEnds(size_t at, uint32_t notCommon, const char* a, const char* b) {
+int compareWhereCommonEnds(size_t at, uint32_t notCommon, const char* a, const char* b) {
     const size_t common = at + static_cast<unsigned>(__builtin_ctz(notCommon));
     if ((a[common] | b[common]) != 0) {
         return vncommon::compareFrom(common, a, b);
@@ -321,7 +312,7 @@ template <class Isa>
 [[gnu::noinline]] int caseCompareInPages(const char* a, const char* b) {
     size_t at = 0;
     while (at < 4 * sizeof(typename Isa::Vector)) {
-        const Step step = stepInPages<Isa>(a, b, at);
+        const Step step = stepInPages<Isa>(bytesOf(a), bytesOf(b), at);
         if (step.notCommon != 0) {
             return compareWhereCommonEnds(at, step.notCommon, a, b);
         }
@@ -342,7 +333,8 @@ int caseCompare(const char* a, const char* b) {
         return caseCompareInPages<Isa>(a, b);
     }
     for (size_t at = 0; at < 4 * width; at += width) {
-        const uint32_t notCommon = notCommonAt<Isa>(a + at, b + at);
+        const uint32_t notCommon =
+            Isa::notSet(commonAsciiAt<Isa>(bytesOf(a) + at, bytesOf(b) + at));
         if (notCommon != 0) [[likely]] {
             return compareWhereCommonEnds(at, notCommon, a, b);
         }
