@@ -193,7 +193,7 @@ void* insertEntry(void* entry) {
 void joinFreedBlocks() {
     constexpr size_t large = 2048;
     void* block = malloc(large);
-    asm volatile("" : "+r"(block));  // or the compiler drops both calls
+    asm volatile("" : : "r"(block) : "memory");  // or the compiler drops both calls
     free(block);
 }
 
