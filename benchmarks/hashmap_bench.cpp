@@ -78,6 +78,11 @@ struct CalledIntegers : Integers {
     using Integers::Integers;
 };
 
+template <typename Keys>
+constexpr bool isText = std::is_same_v<Keys, Strings>;
+template <typename Keys>
+constexpr bool isWord = std::is_same_v<Keys, Integers>;
+
 // ---- The maps, one interface
 
 // Another word than the key: a GHashTable that maps every key to itself keeps no values.
@@ -98,22 +103,16 @@ int equalIntegers(const void* a, const void* b) {
 template <typename Keys>
 struct Ours {
     explicit Ours(size_t count)
-        : map(vn_HashMap_ctor(hash(), compare(), nullptr, nullptr, powerOfTwo(count), 0)) {}
+        : map(vn_HashMap_ctor(isWord<Keys>   ? nullptr
+                              : isText<Keys> ? vn_String_hash
+                                             : hashInteger,
+                              isWord<Keys>   ? nullptr
+                              : isText<Keys> ? vn_String_compare
+                                             : compareIntegers,
+                              nullptr, nullptr, powerOfTwo(count), 0)) {}
     ~Ours() { vn_HashMap_dtor(map); }
     Ours(const Ours&) = delete;
     Ours& operator=(const Ours&) = delete;
-    static vn_HashMapHash hash() {
-        if constexpr (std::is_same_v<Keys, Integers>) {
-            return nullptr;
-        }
-        return std::is_same_v<Keys, Strings> ? vn_String_hash : hashInteger;
-    }
-    static vn_HashMapCompare compare() {
-        if constexpr (std::is_same_v<Keys, Integers>) {
-            return nullptr;
-        }
-        return std::is_same_v<Keys, Strings> ? vn_String_compare : compareIntegers;
-    }
     static uint32_t powerOfTwo(size_t count) {
         uint32_t size = 16;
         while (size < count) {
@@ -157,7 +156,7 @@ struct Std {
     using Key = typename StdOf<Keys>::Map::key_type;
     explicit Std(size_t count) { map.reserve(count); }
     static Key keyOf(void* key) {
-        if constexpr (std::is_same_v<Keys, Strings>) {
+        if constexpr (isText<Keys>) {
             return static_cast<const char*>(key);
         } else {
             return reinterpret_cast<Key>(key);
@@ -182,22 +181,16 @@ struct Std {
 #ifdef VN_HAVE_GLIB_2_0
 template <typename Keys>
 struct GLib {
-    explicit GLib(size_t) : map(g_hash_table_new(hash(), equal())) {}
+    explicit GLib(size_t)
+        : map(g_hash_table_new(isWord<Keys>   ? g_direct_hash
+                               : isText<Keys> ? g_str_hash
+                                              : hashInteger,
+                               isWord<Keys>   ? nullptr
+                               : isText<Keys> ? g_str_equal
+                                              : equalIntegers)) {}
     ~GLib() { g_hash_table_destroy(map); }
     GLib(const GLib&) = delete;
     GLib& operator=(const GLib&) = delete;
-    static GHashFunc hash() {
-        if constexpr (std::is_same_v<Keys, CalledIntegers>) {
-            return hashInteger;
-        }
-        return std::is_same_v<Keys, Strings> ? g_str_hash : g_direct_hash;
-    }
-    static GEqualFunc equal() {
-        if constexpr (std::is_same_v<Keys, CalledIntegers>) {
-            return equalIntegers;
-        }
-        return std::is_same_v<Keys, Strings> ? g_str_equal : nullptr;
-    }
     void add(void* key) { g_hash_table_insert(map, key, valueOf(key)); }
     void* find(void* key) { return g_hash_table_lookup(map, key); }
     void remove(void* key) { g_hash_table_remove(map, key); }

@@ -226,7 +226,7 @@ template <bool words>
 
 // ---- Adding and removing
 
-// Hashing a string a second time gives the same as long as no callback had the key in between.
+// Hashing a string or a word again gives the same as long as no callback had the key in between.
 uint32_t hashAgain(const HashMap* map, const void* key, uint32_t hash) {
     return hashDecides(map) && map->fill == nullptr ? hash : hashOf(map, key);
 }

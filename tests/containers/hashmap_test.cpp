@@ -255,6 +255,26 @@ void compareWithModel(const RandomRun& run) {
     EXPECT_EQ(hashCalls, model.hashCalls);
 }
 
+// Every combination of the options, in maps of each size.
+void followTheModel(uint32_t seed, const std::vector<uint32_t>& initialSizes, bool callbacks) {
+    for (const uint32_t initialSize : initialSizes) {
+        for (uint32_t options = 0; options < 16; ++options) {
+            const RandomRun run{.seed = seed++,
+                                .initialSize = initialSize,
+                                .operations = 1500,
+                                .keys = 120 + 60 * (options % 3),
+                                .shrink = (options & 1) != 0,
+                                .poor = (options & 2) != 0,
+                                .fill = (options & 4) != 0,
+                                .release = (options & 8) != 0,
+                                .callbacks = callbacks};
+            SCOPED_TRACE(testing::Message() << "initial size " << initialSize << ", options "
+                                            << options << ", seed " << run.seed);
+            ASSERT_NO_FATAL_FAILURE(compareWithModel(run));
+        }
+    }
+}
+
 // ---- String keys
 
 std::string keyText(const HashMapEntry* entry) {
@@ -288,22 +308,7 @@ uint32_t plainStringHash(const std::string& string) {
 }  // namespace
 
 TEST(HashMap, FollowsTheModel) {
-    uint32_t seed = 1;
-    for (const uint32_t initialSize : {0U, 16U, 17U, 20U, 27U, 37U, 64U, 100U}) {
-        for (uint32_t options = 0; options < 16; ++options) {
-            const RandomRun run{.seed = seed++,
-                                .initialSize = initialSize,
-                                .operations = 1500,
-                                .keys = 120 + 60 * (options % 3),
-                                .shrink = (options & 1) != 0,
-                                .poor = (options & 2) != 0,
-                                .fill = (options & 4) != 0,
-                                .release = (options & 8) != 0};
-            SCOPED_TRACE(testing::Message() << "initial size " << initialSize << ", options "
-                                            << options << ", seed " << run.seed);
-            ASSERT_NO_FATAL_FAILURE(compareWithModel(run));
-        }
-    }
+    followTheModel(1, {0, 16, 17, 20, 27, 37, 64, 100}, true);
 }
 
 TEST(HashMap, FollowsTheModelWithThousandsOfEntries) {
@@ -327,23 +332,7 @@ TEST(HashMap, FollowsTheModelWithThousandsOfEntries) {
 }
 
 TEST(HashMapOfWords, FollowsTheModel) {
-    uint32_t seed = 2000;
-    for (const uint32_t initialSize : {0U, 20U, 64U}) {
-        for (uint32_t options = 0; options < 16; ++options) {
-            const RandomRun run{.seed = seed++,
-                                .initialSize = initialSize,
-                                .operations = 1500,
-                                .keys = 120 + 60 * (options % 3),
-                                .shrink = (options & 1) != 0,
-                                .poor = (options & 2) != 0,
-                                .fill = (options & 4) != 0,
-                                .release = (options & 8) != 0,
-                                .callbacks = false};
-            SCOPED_TRACE(testing::Message() << "initial size " << initialSize << ", options "
-                                            << options << ", seed " << run.seed);
-            ASSERT_NO_FATAL_FAILURE(compareWithModel(run));
-        }
-    }
+    followTheModel(2000, {0, 20, 64}, false);
 }
 
 TEST(HashMapOfWords, TakesEveryWordAndComparesNothingBehindIt) {
