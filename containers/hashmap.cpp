@@ -14,6 +14,7 @@
 #include <cstdlib>
 
 #include "containers/hashmap_iterator.h"
+#include "containers/hashmap_keys.h"
 #include "containers/hashmap_storage.h"
 
 using namespace vncommon;
@@ -157,17 +158,17 @@ HashMapEntry* findAmong(HashMapEntry** slots, uint32_t size, uint32_t likely, co
 
 // The first of the matching ones that equals the key, or null. All slots of a bucket lie in one
 // cache line, which is fetched while the tags are.
-HashMapEntry* findString(HashMapEntry** slots, Tags matching, const void* key, uint32_t hash) {
+HashMapEntry* findString(HashMapEntry** slots, SlotBits matching, const void* key, uint32_t hash) {
     for (; matching != 0; matching &= matching - 1) {
         HashMapEntry* entry = slots[firstOf(matching)];
-        if (entry->hash == hash && vn_String_compare(entry->key, key) == 0) [[likely]] {
+        if (entry->hash == hash && sameString(entry->key, key)) [[likely]] {
             return entry;
         }
     }
     return nullptr;
 }
 
-HashMapEntry* findWord(HashMapEntry** slots, Tags matching, const void* key) {
+HashMapEntry* findWord(HashMapEntry** slots, SlotBits matching, const void* key) {
     for (; matching != 0; matching &= matching - 1) {
         HashMapEntry* entry = slots[firstOf(matching)];
         if (entry->key == key) [[likely]] {
@@ -177,7 +178,8 @@ HashMapEntry* findWord(HashMapEntry** slots, Tags matching, const void* key) {
     return nullptr;
 }
 
-[[gnu::noinline]] HashMapEntry* findOutgrown(const HashMap* map, uint32_t index, const void* key) {
+[[gnu::noinline, gnu::cold]] HashMapEntry* findOutgrown(const HashMap* map, uint32_t index,
+                                                        const void* key) {
     HashMapEntry** slots = slotsOf(bucketsOf(map), index);
     return findAmong(slots, map->buckets[index].size, 0, map, key);
 }
@@ -193,7 +195,7 @@ template <bool words>
     HashMapEntry** slots = firstSlotsOf(buckets, index);
     __builtin_prefetch(slots);
     const Tags tags = tagsOf(buckets, index);
-    const Tags matching = matches(tags, tagOf(hash));
+    const SlotBits matching = matches(tags, tagOf(hash));
     if constexpr (words) {
         // No tag matches those of an outgrown bucket.
         HashMapEntry* found = findWord(slots, matching, key);

@@ -96,7 +96,7 @@ bool agrees(const Buckets& buckets, uint32_t window, Slots ahead, const HashMapE
     if ((entry->hash & buckets.mask) != index || entry->bucketIndex != position) {
         return false;
     }
-    const uint32_t used = usedSlotBitsOfTwo(buckets, index) >> position;
+    const uint32_t used = usedSlotBitsOfTwo(&tagsOf(buckets, index)) >> position;
     const Slots upToSecond = withoutLowest(ahead) ^ (withoutLowest(ahead) - 1);
     return (((ahead >> slot) ^ used) & (upToSecond >> slot)) == 0;
 }

@@ -1,13 +1,12 @@
-// The storage of a HashMap: large blocks, buckets and the tags of their slots.
+// The storage of a HashMap: large blocks and buckets.
 //
 // Storage: a bucket is a Vector record that starts with eight slots. The slots of all buckets
 // stand before the records in one block, so that making a map costs two allocations whatever its
 // size, and a lookup knows where the slots are before it has read the record (two dependent cache
 // misses instead of three). A bucket that outgrows its eight slots gets a block of its own.
 //
-// Tags: behind the records stands a word for each bucket with a byte of the hash of each slot's
-// entry, which tells a lookup what is worth a look before it touches an entry. Behind the last one
-// stands a word of 0, so that two can be read at once.
+// Behind the records stands a word of tags for each bucket, and a word of 0, so that two can be
+// read at once.
 #ifndef VN_CONTAINERS_HASHMAP_STORAGE_H
 #define VN_CONTAINERS_HASHMAP_STORAGE_H
 
@@ -15,18 +14,14 @@
 
 #include <sys/mman.h>
 
-#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "containers/hashmap_tags.h"
 
 namespace vncommon {
 
-constexpr uint32_t bucketSlots = 8;
 constexpr size_t cacheLine = 64;
 static_assert(bucketSlots * sizeof(void*) == cacheLine);
 
@@ -54,47 +49,6 @@ inline void* allocateLarge(size_t size) {
     return block;
 }
 
-// ---- Tags
-
-// The tags of a bucket, that of slot i in byte i. 0 where the slot is empty.
-using Tags = uint64_t;
-static_assert(sizeof(Tags) == bucketSlots);
-
-constexpr Tags everyByte = 0x0101010101010101;
-constexpr Tags outgrown = everyByte;  // the entries stand in a block of the bucket's own
-
-// Above 127, and from every bit of a hash that may be a small number.
-inline Tags tagOf(uint32_t hash) {
-    return (hash * 0x9E3779B9) >> 25 | 0x80;
-}
-
-inline void setTag(Tags& tags, uint32_t slot, Tags tag) {
-    const uint32_t shift = slot % bucketSlots * 8;
-    tags = (tags & ~(Tags{0xFF} << shift)) | tag << shift;
-}
-
-// The top bit of the first byte that equals the tag, and of every later one: among these may be
-// some that do not, which lookups compare in vain.
-inline Tags matches(Tags tags, Tags tag) {
-    const Tags difference = tags ^ (tag * everyByte);
-    return (difference - everyByte) & ~difference & (everyByte * 0x80);
-}
-
-// The slot of the first match; the number of slots when there is none.
-inline uint32_t firstOf(Tags matching) {
-    return static_cast<uint32_t>(std::countr_zero(matching)) / 8;
-}
-
-// Entries fill the slots from the first up.
-inline uint32_t usedSlots(Tags tags) {
-    return bucketSlots - static_cast<uint32_t>(std::countl_zero(tags)) / 8;
-}
-
-// A bit for each used slot, that of slot i in bit i; none for an outgrown bucket.
-inline uint32_t usedSlotBits(Tags tags) {
-    return static_cast<uint32_t>((tags & (everyByte * 0x80)) * 0x0002040810204081 >> 56);
-}
-
 // ---- Buckets
 
 struct Buckets {
@@ -110,17 +64,6 @@ inline HashMapEntry** firstSlotsOf(const Buckets& buckets, uint32_t index) {
 
 inline Tags& tagsOf(const Buckets& buckets, uint32_t index) {
     return reinterpret_cast<Tags*>(buckets.records + (size_t{buckets.mask} + 1))[index];
-}
-
-// Those of the bucket and, from bit 8, those of the one behind it.
-inline uint32_t usedSlotBitsOfTwo(const Buckets& buckets, uint32_t index) {
-    const Tags* tags = &tagsOf(buckets, index);
-#if defined(__SSE2__)
-    const __m128i both = _mm_loadu_si128(reinterpret_cast<const __m128i*>(tags));
-    return static_cast<uint32_t>(_mm_movemask_epi8(both));
-#else
-    return usedSlotBits(tags[0]) | usedSlotBits(tags[1]) << bucketSlots;
-#endif
 }
 
 inline bool hasFirstSlots(const Vector& bucket) {

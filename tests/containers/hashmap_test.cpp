@@ -4,28 +4,15 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <cstring>
-#include <map>
-#include <memory>
 #include <random>
 #include <set>
-#include <string>
-#include <tuple>
 
+#include "containers/hashmap_handles.h"
 #include "containers/hashmap_model.h"
-#include "support/guarded_memory.h"
 
 using testing::ElementsAre;
 
 namespace {
-
-void* word(uintptr_t number) {
-    return reinterpret_cast<void*>(number);
-}
-uintptr_t number(const void* pointer) {
-    return reinterpret_cast<uintptr_t>(pointer);
-}
 
 // ---- Callbacks that count
 
@@ -76,16 +63,6 @@ HashMap* makePlain(uint32_t initialSize = 0, int shrink = 0) {
     return vn_HashMap_ctor(countingGoodHash, countingCompare, nullptr, nullptr, initialSize,
                            shrink);
 }
-
-struct IteratorEnder {
-    void operator()(HashMapIterator* iterator) const { vn_HashMapIterator_dtor(iterator); }
-};
-using Iterator = std::unique_ptr<HashMapIterator, IteratorEnder>;
-
-struct MapEnder {
-    void operator()(HashMap* map) const { vn_HashMap_dtor(map); }
-};
-using Map = std::unique_ptr<HashMap, MapEnder>;
 
 std::vector<uintptr_t> keysForward(HashMap* map) {
     std::vector<uintptr_t> keys;
@@ -273,36 +250,6 @@ void followTheModel(uint32_t seed, const std::vector<uint32_t>& initialSizes, bo
             ASSERT_NO_FATAL_FAILURE(compareWithModel(run));
         }
     }
-}
-
-// ---- String keys
-
-std::string keyText(const HashMapEntry* entry) {
-    return static_cast<const char*>(entry->key);
-}
-
-void fillCopy(HashMapEntry* entry, void* key, void* value) {
-    entry->key = strdup(static_cast<const char*>(key));
-    entry->value = value;
-}
-
-void* releaseCopy(HashMapEntry* entry) {
-    free(entry->key);
-    return nullptr;
-}
-
-// Stores the keys "1", "2" ... in place of the given ones.
-void fillOtherKey(HashMapEntry* entry, void* key, void* value) {
-    entry->key = static_cast<char*>(key) + 1;
-    entry->value = value;
-}
-
-uint32_t plainStringHash(const std::string& string) {
-    uint32_t hash = 0;
-    for (const char c : string) {
-        hash = (hash + static_cast<uint32_t>(static_cast<signed char>(c))) * 0x9E3779B9U;
-    }
-    return hash;
 }
 
 }  // namespace
@@ -792,37 +739,6 @@ TEST(HashMapIterator, AcceptsNull) {
     vn_HashMapIterator_dtor(nullptr);
 }
 
-TEST(HashMapOfStrings, HoldsWhatStdMapHolds) {
-    const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillCopy, releaseCopy, 0, 1));
-    std::map<std::string, uintptr_t> expected;
-    std::mt19937 random(7);
-    for (int i = 0; i < 50000; ++i) {
-        const std::string key = "key " + std::to_string(random() % 3000);
-        void* name = const_cast<char*>(key.c_str());
-        if (random() % 2 == 0) {
-            const uintptr_t value = random();
-            const bool added = expected.emplace(key, value).second;
-            ASSERT_EQ(vn_HashMap_addQuick(map.get(), name, word(value)) != nullptr, added);
-        } else {
-            const auto found = expected.find(key);
-            ASSERT_EQ(number(vn_HashMap_findValue(map.get(), name)),
-                      found != expected.end() ? found->second : 0);
-            vn_HashMap_remove(map.get(), name);
-            expected.erase(key);
-        }
-        ASSERT_EQ(map->count, expected.size());
-    }
-    for (const auto& [key, value] : expected) {
-        ASSERT_EQ(number(vn_HashMap_findValue(map.get(), key.c_str())), value);
-    }
-    for (uint32_t i = 0; i <= map->mask; ++i) {
-        for (uint32_t k = 0; k < map->buckets[i].size; ++k) {
-            const auto* entry = static_cast<HashMapEntry*>(map->buckets[i].data[k]);
-            ASSERT_EQ(entry->hash, plainStringHash(keyText(entry)));
-        }
-    }
-}
-
 struct Owned {
     uintptr_t number;
 };
@@ -863,114 +779,3 @@ TEST(HashMap, AFillThatMovesTheKeyOutLeavesTheBucketAlone) {
 }
 
 // The stored hash may stand in for a comparison only while it is the hash of the stored key.
-TEST(HashMapOfStrings, FindsKeysThatFillChanged) {
-    const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillOtherKey, nullptr, 0, 0));
-    std::string probe;
-    for (int i = 0; i < 1000 && probe.empty(); ++i) {
-        const std::string candidate = std::to_string(i);
-        if ((plainStringHash("x" + candidate) & 3) == (plainStringHash(candidate) & 3)) {
-            probe = candidate;
-        }
-    }
-    std::string key = "x" + probe;
-    vn_HashMap_addQuick(map.get(), key.data(), word(9));
-    EXPECT_EQ(vn_HashMap_findValue(map.get(), probe.c_str()), word(9));
-    EXPECT_EQ(vn_HashMap_findValue(map.get(), key.c_str()), nullptr);
-}
-
-TEST(HashMapOfStrings, ComparesWhenHashesCollide) {
-    // Two different strings with one hash, found by trying.
-    std::map<uint32_t, std::string> seen;
-    std::string a, b;
-    for (uint32_t i = 0; b.empty(); ++i) {
-        const std::string candidate = std::to_string(i * 2654435761U);
-        const auto [place, fresh] = seen.emplace(plainStringHash(candidate), candidate);
-        if (!fresh && place->second != candidate) {
-            a = place->second;
-            b = candidate;
-        }
-    }
-    const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, nullptr, nullptr, 0, 0));
-    vn_HashMap_addQuick(map.get(), a.data(), word(1));
-    EXPECT_EQ(vn_HashMap_findValue(map.get(), b.c_str()), nullptr);
-    vn_HashMap_addQuick(map.get(), b.data(), word(2));
-    EXPECT_EQ(vn_HashMap_findValue(map.get(), a.c_str()), word(1));
-    EXPECT_EQ(vn_HashMap_findValue(map.get(), b.c_str()), word(2));
-}
-
-TEST(StringKeys, HashIsTheSumOfSignedBytes) {
-    EXPECT_EQ(vn_String_hash(""), 0U);
-    EXPECT_EQ(vn_String_hash("a"), 0x61U * 0x9E3779B9U);
-    EXPECT_EQ(vn_String_hash("\x80"), (0U - 128U) * 0x9E3779B9U);
-    std::mt19937 random(3);
-    for (size_t length = 0; length < 70; ++length) {
-        for (int round = 0; round < 200; ++round) {
-            std::string string(length, '\0');
-            for (char& c : string) {
-                c = static_cast<char>(1 + random() % 255);
-            }
-            ASSERT_EQ(vn_String_hash(string.c_str()), plainStringHash(string));
-        }
-    }
-}
-
-TEST(StringKeys, HashReadsNothingInThePageBehind) {
-    GuardedMemory memory;
-    memset(memory.begin(), 'x', static_cast<size_t>(memory.end() - memory.begin()));
-    for (size_t length = 0; length < 70; ++length) {
-        for (size_t behind = 1; behind < 20; ++behind) {
-            char* string = memory.end() - behind - length;
-            string[length] = '\0';
-            ASSERT_EQ(vn_String_hash(string), plainStringHash(std::string(length, 'x')));
-            string[length] = 'x';
-        }
-    }
-}
-
-TEST(StringKeys, ComparesBytes) {
-    EXPECT_EQ(vn_String_compare("abc", "abc"), 0);
-    EXPECT_LT(vn_String_compare("abc", "abd"), 0);
-    EXPECT_GT(vn_String_compare("\xFF", "a"), 0);
-    EXPECT_LT(vn_String_compare("", "a"), 0);
-}
-
-TEST(NextPrime, GivesTheSmallestPrimeNotBelow) {
-    for (const auto& [n, prime] : {std::pair{0, 2},
-                                   {1, 2},
-                                   {2, 2},
-                                   {3, 3},
-                                   {4, 5},
-                                   {5, 5},
-                                   {6, 7},
-                                   {8, 11},
-                                   {24, 29},
-                                   {25, 29},
-                                   {48, 53},
-                                   {98, 101}}) {
-        EXPECT_EQ(vn_nextPrime(static_cast<uint64_t>(n)), static_cast<uint64_t>(prime)) << n;
-    }
-}
-
-TEST(NextPrime, AgreesWithASieve) {
-    constexpr size_t limit = 200000;
-    std::vector<bool> composite(limit + 1);
-    for (size_t i = 2; i * i <= limit; ++i) {
-        for (size_t k = i * i; !composite[i] && k <= limit; k += i) {
-            composite[k] = true;
-        }
-    }
-    uint64_t prime = 199999;  // the largest below the limit
-    for (uint64_t n = prime; n >= 2; --n) {
-        prime = composite[n] ? prime : n;
-        ASSERT_EQ(vn_nextPrime(n), prime) << n;
-    }
-}
-
-TEST(NextPrime, ServesLargeNumbers) {
-    EXPECT_EQ(vn_nextPrime(4294967290U), 4294967291U);
-    EXPECT_EQ(vn_nextPrime(4294967292U), 4294967311U);
-    EXPECT_EQ(vn_nextPrime(uint64_t{65537} * 65537), 4295098403U);
-    EXPECT_EQ(vn_nextPrime(1000000000000U), 1000000000039U);
-    EXPECT_EQ(vn_nextPrime(18446744073709551558U), 0U) << "no prime of 64 bits is left";
-    EXPECT_EQ(vn_nextPrime(UINT64_MAX), 0U);
-}
