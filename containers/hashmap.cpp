@@ -156,38 +156,48 @@ HashMapEntry* findAmong(HashMapEntry** slots, uint32_t size, uint32_t likely, co
     return nullptr;
 }
 
+template <KeyKind kind>
+[[gnu::always_inline]] inline bool isEntryOf(const HashMapEntry* entry, const HashMap* map,
+                                             const void* key, uint32_t hash) {
+    if constexpr (kind == wordKeys) {
+        return entry->key == key;
+    }
+    if constexpr (kind == stringKeys) {
+        return entry->hash == hash && sameString(entry->key, key);
+    }
+    return map->compare(entry->key, key) == 0;
+}
+
 // The first of the matching ones that equals the key, or null. All slots of a bucket lie in one
 // cache line, which is fetched while the tags are.
-HashMapEntry* findString(HashMapEntry** slots, SlotBits matching, const void* key, uint32_t hash) {
+template <KeyKind kind>
+[[gnu::always_inline]] inline HashMapEntry* findMatching(HashMapEntry** slots, SlotBits matching,
+                                                         const HashMap* map, const void* key,
+                                                         uint32_t hash) {
     for (; matching != 0; matching &= matching - 1) {
         HashMapEntry* entry = slots[firstOf(matching)];
-        if (entry->hash == hash && sameString(entry->key, key)) [[likely]] {
+        if (isEntryOf<kind>(entry, map, key, hash)) [[likely]] {
             return entry;
         }
     }
     return nullptr;
 }
 
-HashMapEntry* findWord(HashMapEntry** slots, SlotBits matching, const void* key) {
-    for (; matching != 0; matching &= matching - 1) {
-        HashMapEntry* entry = slots[firstOf(matching)];
-        if (entry->key == key) [[likely]] {
-            return entry;
-        }
-    }
-    return nullptr;
-}
-
-[[gnu::noinline, gnu::cold]] HashMapEntry* findOutgrown(const HashMap* map, uint32_t index,
-                                                        const void* key) {
+template <KeyKind kind>
+[[gnu::noinline]] HashMapEntry* findOutgrown(const HashMap* map, uint32_t index, const void* key,
+                                             uint32_t hash) {
     HashMapEntry** slots = slotsOf(bucketsOf(map), index);
-    return findAmong(slots, map->buckets[index].size, 0, map, key);
+    const uint32_t size = map->buckets[index].size;
+    HashMapEntry** end = slots + size;
+    HashMapEntry** found = std::find_if(slots, end, [=](const HashMapEntry* entry) {
+        return isEntryOf<kind>(entry, map, key, hash);
+    });
+    return found != end ? *found : nullptr;
 }
 
-// The entry of the key with this hash, or null. There is one for words and one for all other keys,
-// so that words, with no callback to call, pay for no registers to save: a lookup among 1e3 of
-// them takes 7 ns, in common code 13.
-template <bool words>
+// The entry of the key with this hash, or null. Each kind of keys has its own, so that words and
+// strings pay for no registers that only calls of the caller's functions need.
+template <KeyKind kind>
 [[gnu::always_inline]] inline HashMapEntry* findIn(const HashMap* map, uint32_t hash,
                                                    const void* key) {
     const Buckets buckets = bucketsOf(map);
@@ -196,35 +206,47 @@ template <bool words>
     __builtin_prefetch(slots);
     const Tags tags = tagsOf(buckets, index);
     const SlotBits matching = matches(tags, tagOf(hash));
-    if constexpr (words) {
-        // No tag matches those of an outgrown bucket.
-        HashMapEntry* found = findWord(slots, matching, key);
-        return found == nullptr && tags == outgrown ? findOutgrown(map, index, key) : found;
+    if constexpr (kind == unknownKeys) {
+        return tags == outgrown ? findOutgrown<kind>(map, index, key, hash)
+                                : findAmong(slots, usedSlots(tags), firstOf(matching), map, key);
     }
-    if (tags == outgrown) [[unlikely]] {
-        return findOutgrown(map, index, key);
-    }
-    return map->keyKind == stringKeys
-               ? findString(slots, matching, key, hash)
-               : findAmong(slots, usedSlots(tags), firstOf(matching), map, key);
+    // No tag matches those of an outgrown bucket.
+    HashMapEntry* found = findMatching<kind>(slots, matching, map, key, hash);
+    return found == nullptr && tags == outgrown ? findOutgrown<kind>(map, index, key, hash) : found;
 }
 
-[[gnu::noinline]] HashMapEntry* findCalled(const HashMap* map, uint32_t hash, const void* key) {
-    return findIn<false>(map, hash, key);
+template <KeyKind kind>
+[[gnu::noinline]] HashMapEntry* findHashed(const HashMap* map, uint32_t hash, const void* key) {
+    return findIn<kind>(map, hash, key);
 }
 
 [[gnu::always_inline]] inline HashMapEntry* findHashed(const HashMap* map, uint32_t hash,
                                                        const void* key) {
-    return holdsWords(map) ? findIn<true>(map, hash, key) : findCalled(map, hash, key);
+    switch (map->keyKind) {
+        case wordKeys:
+            return findIn<wordKeys>(map, hash, key);
+        case stringKeys:
+            return findHashed<stringKeys>(map, hash, key);
+        default:
+            return findHashed<unknownKeys>(map, hash, key);
+    }
 }
 
 // An empty map is never asked for a hash: programs count the calls.
-[[gnu::noinline]] HashMapEntry* findCalling(const HashMap* map, const void* key) {
-    return map->count > 0 ? findIn<false>(map, map->hash(key), key) : nullptr;
+template <KeyKind kind>
+[[gnu::noinline]] HashMapEntry* findEntry(const HashMap* map, const void* key) {
+    return map->count > 0 ? findIn<kind>(map, map->hash(key), key) : nullptr;
 }
 
 [[gnu::always_inline]] inline HashMapEntry* findEntry(const HashMap* map, const void* key) {
-    return holdsWords(map) ? findIn<true>(map, hashWord(key), key) : findCalling(map, key);
+    switch (map->keyKind) {
+        case wordKeys:
+            return findIn<wordKeys>(map, hashWord(key), key);
+        case stringKeys:
+            return findEntry<stringKeys>(map, key);
+        default:
+            return findEntry<unknownKeys>(map, key);
+    }
 }
 
 // ---- Adding and removing

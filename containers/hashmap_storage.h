@@ -144,7 +144,8 @@ inline void append(const Buckets& buckets, uint32_t index, HashMapEntry* entry) 
     }
 }
 
-// Takes the entry out of its bucket; the bucket's last entry moves into its place.
+// Takes the entry out of its bucket; the bucket's last entry moves into its place. It may be the
+// last itself, for which this changes nothing but the size: a branch would be guessed wrong.
 inline void unlink(const Buckets& buckets, uint32_t index, const HashMapEntry* entry) {
     Vector& bucket = buckets.records[index];
     HashMapEntry** slots = slotsOf(buckets, index);
@@ -155,9 +156,7 @@ inline void unlink(const Buckets& buckets, uint32_t index, const HashMapEntry* e
         setTag(tags, entry->bucketIndex, tags >> (8 * bucket.size) & 0xFF);
         setTag(tags, bucket.size, 0);
     }
-    if (last != entry) {
-        last->bucketIndex = entry->bucketIndex;
-    }
+    last->bucketIndex = entry->bucketIndex;
 }
 
 }  // namespace vncommon
