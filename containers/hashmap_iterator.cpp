@@ -1,15 +1,15 @@
 // HashMapIterator: walks a map in the order of its buckets.
 //
-// A step taken as it is described goes from the entry to its bucket, from there to the next slot
-// and from the slot to the next entry. The entries lie at random in memory, each of these loads
-// waits for the one before, and the processor guesses the end of most buckets wrong. So a thread
-// remembers what it is going to visit: the used slots of the next buckets, as a set of bits. The
-// next slot follows from that alone; the processor runs ahead, and the loads overlap. At 1e5
-// entries a step takes 8 instead of 12 ns.
+// The plain step goes from the entry to its bucket, from there to the next slot and from the slot
+// to the next entry. The entries lie at random in memory, each of these loads waits for the one
+// before, and the processor guesses the end of most buckets wrong. So a thread remembers what it is
+// going to visit: the used slots of the next buckets, as a set of bits. The next slot follows from
+// that alone; the processor runs ahead, and the loads overlap. At 1e5 entries a step takes 8
+// instead of 12 ns.
 //
 // What is remembered is a guess: each step compares it with the entry and with the tags before it
-// believes it. It may be wrong, as it is when a thread walks two maps at once or changes a map;
-// the step is then taken as described.
+// believes it. It is wrong when a thread walks two maps in turn or has changed the map; then the
+// plain step is taken.
 #include "containers/hashmap_iterator.h"
 
 #include <algorithm>
@@ -54,9 +54,9 @@ Slots usedSlotsOf(const Buckets& buckets, uint32_t window) {
 
 // ---- Fetching entries ahead of the iterator
 
-// At 1e6 entries a step takes 17 ns, without this 70; maps that fit the caches do better
-// without. Both ends of an entry: a quarter of them lie across two cache lines. To be inlined: the
-// compiler drops a call whose only effect is to prefetch.
+// At 1e6 entries a step takes 17 ns, without this 70; maps that fit the caches do better without.
+// Both ends of an entry: a quarter of them lie across two cache lines. To be inlined: the compiler
+// drops a call whose only effect is to prefetch.
 constexpr uint32_t prefetchCount = 8192;  // entries
 
 // Not more than an address: the slot that a wrong guess names may hold anything.
@@ -127,7 +127,7 @@ HashMapEntry* guessedBehind(const HashMap* map, const HashMapEntry* entry) {
     return firstSlotsOf(buckets, guess.window + slot / bucketSlots)[slot % bucketSlots];
 }
 
-// ---- Steps as they are described
+// ---- Plain steps
 
 uint32_t bucketOf(const HashMap* map, const HashMapEntry* entry) {
     return entry->hash & map->mask;
