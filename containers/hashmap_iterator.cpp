@@ -9,7 +9,7 @@
 //
 // What is remembered is a guess: each step compares it with the entry and with the tags before it
 // believes it. It is wrong when a thread walks two maps in turn or has changed the map; then the
-// plain step is taken.
+// plain step is taken. No address is remembered: a map may end at any time.
 #include "containers/hashmap_iterator.h"
 
 #include <algorithm>
@@ -59,7 +59,8 @@ Slots usedSlotsOf(const Buckets& buckets, uint32_t window) {
 // drops a call whose only effect is to prefetch.
 constexpr uint32_t prefetchCount = 8192;  // entries
 
-// Not more than an address: the slot that a wrong guess names may hold anything.
+// The pointer may be any word, since the slot that a wrong guess names may never have been filled:
+// addresses are computed from it, and nothing is read.
 [[gnu::always_inline]] inline void prefetchEntry(const HashMapEntry* entry) {
     const auto address = reinterpret_cast<uintptr_t>(entry);
     __builtin_prefetch(entry);
@@ -85,6 +86,7 @@ struct Place {
     Slots toFetch;    // used slots of the next window whose entries were not fetched yet
 };
 
+// Static TLS, because a step must not call for the address of its guess.
 __attribute__((tls_model("initial-exec"))) constinit thread_local Place guess = {0, 0, 0};
 
 // Whether the entry stands in the lowest of these slots, and the tags agree with them up to the
@@ -242,6 +244,7 @@ HashMapIterator* vn_HashMap_first(HashMap* map) {
     if (entry == nullptr) {
         return nullptr;
     }
+    guess.toFetch = 0;  // of a walk that was not finished
     enterWindow(map, windowOf(bucketOf(map, entry)));
     return makeIterator(map, entry);
 }

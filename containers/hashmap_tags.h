@@ -25,7 +25,7 @@ constexpr Tags everyByte = 0x0101010101010101;
 constexpr Tags everyTopBit = everyByte * 0x80;
 constexpr Tags outgrown = everyByte;  // the entries stand in a block of the bucket's own
 
-// Above 127, and from every bit of a hash that may be a small number.
+// Above 127. The multiplication makes every bit of the hash count, for hashes are often small.
 inline Tags tagOf(uint32_t hash) {
     return (hash * 0x9E3779B9) >> 25 | 0x80;
 }

@@ -1,5 +1,4 @@
 // Maps with string keys, the callbacks of such keys, and the prime function.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <vncommon/hashmap.h>
 
@@ -8,7 +7,9 @@
 #include <map>
 #include <random>
 #include <string>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "containers/hashmap_handles.h"
 #include "support/guarded_memory.h"
@@ -41,6 +42,63 @@ uint32_t plainStringHash(const std::string& string) {
         hash = (hash + static_cast<uint32_t>(static_cast<signed char>(c))) * 0x9E3779B9U;
     }
     return hash;
+}
+
+// Two different strings of ten digits with one hash, found by trying.
+std::pair<std::string, std::string> twoWithOneHash() {
+    std::unordered_map<uint32_t, std::string> seen;
+    for (uint32_t i = 0;; ++i) {
+        std::string candidate = std::to_string(i * 2654435761U);
+        if (candidate.size() < 10) {
+            continue;
+        }
+        const auto [place, fresh] = seen.emplace(plainStringHash(candidate), candidate);
+        if (!fresh && place->second != candidate) {
+            return {place->second, candidate};
+        }
+    }
+}
+
+// A string that starts like this, and one that goes on behind its end and has the same hash.
+std::pair<std::string, std::string> oneAndLongerWithOneHash(const std::string& start) {
+    const auto number = [](uint32_t i) { return std::to_string(100000 + i); };
+    constexpr uint32_t tries = 65536;  // as many again find the other string: 2^32 pairs
+    uint32_t power = 1;                // what six more bytes multiply a hash by
+    for (int i = 0; i < 6; ++i) {
+        power *= 0x9E3779B9;
+    }
+    std::unordered_map<uint32_t, uint32_t> added;
+    added.reserve(tries);
+    for (uint32_t i = 0; i < tries; ++i) {
+        added.emplace(plainStringHash(number(i)), i);
+    }
+    for (uint32_t i = 0;; ++i) {
+        std::string string = start + number(i);
+        const uint32_t hash = plainStringHash(string);
+        if (const auto found = added.find(hash - hash * power); found != added.end()) {
+            return {string, string + number(found->second)};
+        }
+    }
+}
+
+// Places the string so many bytes before the end of the page.
+char* placed(GuardedMemory& memory, const std::string& string, size_t behind) {
+    char* place = memory.end() - behind - string.size() - 1;
+    memcpy(place, string.c_str(), string.size() + 1);
+    return place;
+}
+
+// Asks a map that holds one of the strings for both, with each at several places in its page.
+void expectToldApart(const std::string& held, const std::string& other) {
+    GuardedMemory ofMap, ofAsked;
+    for (const size_t behindHeld : {0U, 5U, 40U}) {
+        const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, nullptr, nullptr, 0, 0));
+        vn_HashMap_addQuick(map.get(), placed(ofMap, held, behindHeld), word(1));
+        for (const size_t behind : {0U, 1U, 5U, 15U, 16U, 40U}) {
+            ASSERT_EQ(vn_HashMap_findValue(map.get(), placed(ofAsked, held, behind)), word(1));
+            ASSERT_EQ(vn_HashMap_findValue(map.get(), placed(ofAsked, other, behind)), nullptr);
+        }
+    }
 }
 
 }  // namespace
@@ -76,6 +134,7 @@ TEST(HashMapOfStrings, HoldsWhatStdMapHolds) {
     }
 }
 
+// The stored hash may stand in for a comparison only while it is the hash of the stored key.
 TEST(HashMapOfStrings, FindsKeysThatFillChanged) {
     const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillOtherKey, nullptr, 0, 0));
     std::string probe;
@@ -91,42 +150,6 @@ TEST(HashMapOfStrings, FindsKeysThatFillChanged) {
     EXPECT_EQ(vn_HashMap_findValue(map.get(), key.c_str()), nullptr);
 }
 
-// Two different strings of ten digits with one hash, found by trying.
-std::pair<std::string, std::string> twoWithOneHash() {
-    std::map<uint32_t, std::string> seen;
-    for (uint32_t i = 0;; ++i) {
-        std::string candidate = std::to_string(i * 2654435761U);
-        if (candidate.size() < 10) {
-            continue;
-        }
-        const auto [place, fresh] = seen.emplace(plainStringHash(candidate), candidate);
-        if (!fresh && place->second != candidate) {
-            return {place->second, candidate};
-        }
-    }
-}
-
-// A string that starts like this, and one that goes on behind its end and has the same hash.
-std::pair<std::string, std::string> oneAndLongerWithOneHash(const std::string& start) {
-    const auto number = [](uint32_t i) { return std::to_string(100000 + i); };
-    constexpr uint32_t tries = 300000;
-    uint32_t power = 1;  // what six more bytes multiply a hash by
-    for (int i = 0; i < 6; ++i) {
-        power *= 0x9E3779B9;
-    }
-    std::map<uint32_t, uint32_t> added;
-    for (uint32_t i = 0; i < tries; ++i) {
-        added.emplace(plainStringHash(number(i)), i);
-    }
-    for (uint32_t i = 0;; ++i) {
-        std::string string = start + number(i);
-        const uint32_t hash = plainStringHash(string);
-        if (const auto found = added.find(hash - hash * power); found != added.end()) {
-            return {string, string + number(found->second)};
-        }
-    }
-}
-
 TEST(HashMapOfStrings, ComparesWhenHashesCollide) {
     const auto [a, b] = twoWithOneHash();
     const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, nullptr, nullptr, 0, 0));
@@ -135,26 +158,6 @@ TEST(HashMapOfStrings, ComparesWhenHashesCollide) {
     vn_HashMap_addQuick(map.get(), word(number(b.c_str())), word(2));
     EXPECT_EQ(vn_HashMap_findValue(map.get(), a.c_str()), word(1));
     EXPECT_EQ(vn_HashMap_findValue(map.get(), b.c_str()), word(2));
-}
-
-// Places the string so many bytes before the end of the page.
-char* placed(GuardedMemory& memory, const std::string& string, size_t behind) {
-    char* place = memory.end() - behind - string.size() - 1;
-    memcpy(place, string.c_str(), string.size() + 1);
-    return place;
-}
-
-// Asks a map that holds one of the strings for both, with each at several places in its page.
-void expectToldApart(const std::string& held, const std::string& other) {
-    GuardedMemory ofMap, ofAsked;
-    for (const size_t behindHeld : {0, 5, 40}) {
-        const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, nullptr, nullptr, 0, 0));
-        vn_HashMap_addQuick(map.get(), placed(ofMap, held, behindHeld), word(1));
-        for (const size_t behind : {0, 1, 5, 15, 16, 40}) {
-            ASSERT_EQ(vn_HashMap_findValue(map.get(), placed(ofAsked, held, behind)), word(1));
-            ASSERT_EQ(vn_HashMap_findValue(map.get(), placed(ofAsked, other, behind)), nullptr);
-        }
-    }
 }
 
 TEST(HashMapOfStrings, TellsStringsWithOneHashApartWhereverTheyDiffer) {
@@ -171,7 +174,7 @@ TEST(HashMapOfStrings, TellsStringsWithOneHashApartWhereverTheyDiffer) {
 }
 
 TEST(HashMapOfStrings, TellsAStringFromALongerOneWithOneHash) {
-    for (const size_t before : {0, 9, 10, 26}) {
+    for (const size_t before : {0U, 9U, 10U, 26U}) {
         const auto [shorter, longer] = oneAndLongerWithOneHash(std::string(before, '<'));
         ASSERT_EQ(plainStringHash(shorter), plainStringHash(longer));
         expectToldApart(shorter, longer);

@@ -777,5 +777,3 @@ TEST(HashMap, AFillThatMovesTheKeyOutLeavesTheBucketAlone) {
     EXPECT_FALSE(vn_HashMap_exists(map.get(), &five));
     EXPECT_EQ(vn_HashMap_size(map.get()), 0U);
 }
-
-// The stored hash may stand in for a comparison only while it is the hash of the stored key.
