@@ -14,8 +14,8 @@
 #include <cstdlib>
 
 #include "containers/hashmap_iterator.h"
-#include "containers/hashmap_keys.h"
 #include "containers/hashmap_storage.h"
+#include "containers/same_string.h"
 
 using namespace vncommon;
 
@@ -209,14 +209,16 @@ template <KeyKind kind>
     if constexpr (kind == unknownKeys) {
         return tags == outgrown ? findOutgrown<kind>(map, index, key, hash)
                                 : findAmong(slots, usedSlots(tags), firstOf(matching), map, key);
+    } else {
+        // No tag matches those of an outgrown bucket.
+        HashMapEntry* found = findMatching<kind>(slots, matching, map, key, hash);
+        return found == nullptr && tags == outgrown ? findOutgrown<kind>(map, index, key, hash)
+                                                    : found;
     }
-    // No tag matches those of an outgrown bucket.
-    HashMapEntry* found = findMatching<kind>(slots, matching, map, key, hash);
-    return found == nullptr && tags == outgrown ? findOutgrown<kind>(map, index, key, hash) : found;
 }
 
 template <KeyKind kind>
-[[gnu::noinline]] HashMapEntry* findHashed(const HashMap* map, uint32_t hash, const void* key) {
+[[gnu::noinline]] HashMapEntry* callFindIn(const HashMap* map, uint32_t hash, const void* key) {
     return findIn<kind>(map, hash, key);
 }
 
@@ -226,15 +228,15 @@ template <KeyKind kind>
         case wordKeys:
             return findIn<wordKeys>(map, hash, key);
         case stringKeys:
-            return findHashed<stringKeys>(map, hash, key);
+            return callFindIn<stringKeys>(map, hash, key);
         default:
-            return findHashed<unknownKeys>(map, hash, key);
+            return callFindIn<unknownKeys>(map, hash, key);
     }
 }
 
 // An empty map is never asked for a hash: programs count the calls.
 template <KeyKind kind>
-[[gnu::noinline]] HashMapEntry* findEntry(const HashMap* map, const void* key) {
+[[gnu::noinline]] HashMapEntry* hashAndFindIn(const HashMap* map, const void* key) {
     return map->count > 0 ? findIn<kind>(map, map->hash(key), key) : nullptr;
 }
 
@@ -243,9 +245,9 @@ template <KeyKind kind>
         case wordKeys:
             return findIn<wordKeys>(map, hashWord(key), key);
         case stringKeys:
-            return findEntry<stringKeys>(map, key);
+            return hashAndFindIn<stringKeys>(map, key);
         default:
-            return findEntry<unknownKeys>(map, key);
+            return hashAndFindIn<unknownKeys>(map, key);
     }
 }
 
@@ -265,10 +267,15 @@ void fillEntry(HashMap* map, HashMapEntry* entry, void* key, void* value) {
     }
 }
 
+bool isSameKey(const HashMap* map, const void* a, const void* b) {
+    return holdsWords(map) ? a == b : sameString(a, b);
+}
+
 // A fill callback that stores a key with another hash is answered as if hashes were never
 // compared, from then on.
-void distrustChangedKey(HashMap* map, const HashMapEntry* entry) {
-    if (hashDecides(map) && map->fill != nullptr && hashOf(map, entry->key) != entry->hash) {
+void distrustChangedKey(HashMap* map, const HashMapEntry* entry, const void* key) {
+    if (hashDecides(map) && map->fill != nullptr && !isSameKey(map, entry->key, key) &&
+        hashOf(map, entry->key) != entry->hash) {
         map->keyKind = unknownKeys;
     }
 }
@@ -380,7 +387,7 @@ HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
     HashMapEntry* entry = &map->entries[map->entryFill++];
     fillEntry(map, entry, key, value);
     entry->hash = hashAgain(map, key, hash);
-    distrustChangedKey(map, entry);
+    distrustChangedKey(map, entry, key);
     append(bucketsOf(map), index, entry);
     return entry;
 }

@@ -641,7 +641,11 @@ struct Walked {
     Walked(vn_HashMapHash hash, uint32_t initialSize, uintptr_t count)
         : map(vn_HashMap_ctor(hash, countingCompare, nullptr, nullptr, initialSize, 1)),
           keys(count) {
-        for (uintptr_t key = 1; key <= count; ++key) {
+        addAll();
+    }
+
+    void addAll() {
+        for (uintptr_t key = 1; key <= keys; ++key) {
             vn_HashMap_addQuick(map.get(), word(key), word(key));
         }
     }
@@ -664,6 +668,7 @@ struct Walked {
         }
         if (random() % 50 == 0) {
             vn_HashMap_clear(map.get());
+            addAll();
         }
     }
 

@@ -1,6 +1,6 @@
 // Whether two strings are equal, for lookups of a HashMap.
-#ifndef VN_CONTAINERS_HASHMAP_KEYS_H
-#define VN_CONTAINERS_HASHMAP_KEYS_H
+#ifndef VN_CONTAINERS_SAME_STRING_H
+#define VN_CONTAINERS_SAME_STRING_H
 
 #include <cstring>
 
