@@ -4,6 +4,8 @@
 //
 // Integers are measured twice: with what each map brings along for them (HashMap without callbacks,
 // g_direct_hash, std::hash), and with the same two callbacks of the caller's in every map.
+//
+// std::unordered_map stands there twice: inlined into its caller, and called as ours is.
 #include <benchmark/benchmark.h>
 #include <vncommon/hashmap.h>
 
@@ -16,6 +18,8 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "peer_map.h"
 
 #ifdef VN_HAVE_GLIB_2_0
 #include <glib.h>
@@ -137,37 +141,38 @@ struct Ours {
 
 template <typename Keys>
 struct StdOf {
-    using Map = std::unordered_map<uintptr_t, void*>;
+    using Map = MapOfIntegers;
     static Map make() { return Map(); }
 };
 template <>
 struct StdOf<Strings> {
-    using Map = std::unordered_map<std::string_view, void*>;
+    using Map = MapOfStrings;
     static Map make() { return Map(); }
 };
 template <>
 struct StdOf<CalledIntegers> {
-    using Map = std::unordered_map<void*, void*, decltype(&hashInteger), decltype(&equalIntegers)>;
+    using Map = MapWithCallbacks;
     static Map make() { return Map(0, hashInteger, equalIntegers); }
 };
 
 template <typename Keys>
-struct Std {
-    using Key = typename StdOf<Keys>::Map::key_type;
-    explicit Std(size_t count) { map.reserve(count); }
-    static Key keyOf(void* key) {
-        if constexpr (isText<Keys>) {
-            return static_cast<const char*>(key);
-        } else {
-            return reinterpret_cast<Key>(key);
-        }
+auto keyOf(void* key) {
+    if constexpr (isText<Keys>) {
+        return std::string_view(static_cast<const char*>(key));
+    } else {
+        return reinterpret_cast<typename StdOf<Keys>::Map::key_type>(key);
     }
-    void add(void* key) { map.emplace(keyOf(key), valueOf(key)); }
+}
+
+template <typename Keys>
+struct Std {
+    explicit Std(size_t count) { map.reserve(count); }
+    void add(void* key) { map.emplace(keyOf<Keys>(key), valueOf(key)); }
     void* find(void* key) {
-        const auto found = map.find(keyOf(key));
+        const auto found = map.find(keyOf<Keys>(key));
         return found != map.end() ? found->second : nullptr;
     }
-    void remove(void* key) { map.erase(keyOf(key)); }
+    void remove(void* key) { map.erase(keyOf<Keys>(key)); }
     size_t iterate() {
         size_t sum = 0;
         for (const auto& [key, value] : map) {
@@ -176,6 +181,22 @@ struct Std {
         return sum;
     }
     typename StdOf<Keys>::Map map = StdOf<Keys>::make();
+};
+
+template <typename Keys>
+struct CalledStd {
+    explicit CalledStd(size_t count) : map(StdOf<Keys>::make(), count) {}
+    void add(void* key) { map.add(keyOf<Keys>(key), valueOf(key)); }
+    void* find(void* key) { return map.find(keyOf<Keys>(key)); }
+    void remove(void* key) { map.remove(keyOf<Keys>(key)); }
+    size_t iterate() {
+        size_t sum = 0;
+        for (void* value = map.first(); value != nullptr; value = map.next()) {
+            sum += reinterpret_cast<size_t>(value);
+        }
+        return sum;
+    }
+    PeerMap<typename StdOf<Keys>::Map> map;
 };
 
 #ifdef VN_HAVE_GLIB_2_0
@@ -299,10 +320,13 @@ void enlist(const std::string& name) {
 [[maybe_unused]] const bool enlisted = [] {
     enlist<Ours, Integers>("HashMap/integers");
     enlist<Std, Integers>("std::unordered_map/integers");
+    enlist<CalledStd, Integers>("std::unordered_map, called/integers");
     enlist<Ours, CalledIntegers>("HashMap/integers with callbacks");
     enlist<Std, CalledIntegers>("std::unordered_map/integers with callbacks");
+    enlist<CalledStd, CalledIntegers>("std::unordered_map, called/integers with callbacks");
     enlist<Ours, Strings>("HashMap/strings");
     enlist<Std, Strings>("std::unordered_map/strings");
+    enlist<CalledStd, Strings>("std::unordered_map, called/strings");
 #ifdef VN_HAVE_GLIB_2_0
     enlist<GLib, Integers>("GHashTable/integers");
     enlist<GLib, CalledIntegers>("GHashTable/integers with callbacks");
