@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <ctime>
 #include <deque>
+#include <map>
 #include <random>
 #include <string>
 #include <string_view>
@@ -267,28 +268,63 @@ double timeOf(Operation operation, Map& map, const Words& keys) {
     return watch.seconds();
 }
 
+// The keys of a size, made once: the maps and operations share them.
+template <typename Keys>
+class Sample {
+  public:
+    static const Sample& of(size_t count) {
+        static std::map<size_t, const Sample> samples;
+        return samples.try_emplace(count, count).first->second;
+    }
+
+    explicit Sample(size_t count) : storage(count) {
+        const Words all = storage.keys();
+        const auto middle = all.begin() + static_cast<std::ptrdiff_t>(count);
+        present = Words(all.begin(), middle);
+        askedPresent = shuffled(present);
+        askedMissing = shuffled(Words(middle, all.end()));
+    }
+
+    const Words& askedBy(Operation operation) const {
+        return operation == Operation::add    ? present
+               : operation == Operation::miss ? askedMissing
+                                              : askedPresent;
+    }
+
+    Words present;
+
+  private:
+    Words shuffled(Words keys) {
+        std::shuffle(keys.begin(), keys.end(), std::mt19937(5));
+        return storage.askedWith(keys);
+    }
+
+    Keys storage;
+    Words askedPresent, askedMissing;
+};
+
+template <typename Map>
+void addAll(Map& map, const Words& keys) {
+    for (void* key : keys) {
+        map.add(key);
+    }
+}
+
 template <template <typename> class Map, typename Keys, Operation operation>
 void measure(benchmark::State& state) {
     const auto count = static_cast<size_t>(state.range(0));
-    Keys storage(count);
-    const Words all = storage.keys();
-    const auto middle = all.begin() + static_cast<std::ptrdiff_t>(count);
-    const Words present(all.begin(), middle);
-    Words asked = operation == Operation::miss ? Words(middle, all.end()) : present;
-    if (operation != Operation::add) {
-        std::shuffle(asked.begin(), asked.end(), std::mt19937(5));
-        asked = storage.askedWith(asked);
-    }
+    const auto& sample = Sample<Keys>::of(count);
+    const Words& asked = sample.askedBy(operation);
     constexpr bool changes = operation == Operation::add || operation == Operation::remove;
     Map<Keys> kept(count);
-    for (void* key : present) {
-        kept.add(key);
+    if (!changes) {
+        addAll(kept, sample.present);
     }
     for ([[maybe_unused]] auto _ : state) {
         if constexpr (changes) {
             Map<Keys> fresh(count);
-            for (void* key : operation == Operation::remove ? present : Words()) {
-                fresh.add(key);
+            if (operation == Operation::remove) {
+                addAll(fresh, sample.present);
             }
             state.SetIterationTime(timeOf(operation, fresh, asked));
         } else {
