@@ -161,11 +161,11 @@ template <KeyKind kind>
                                              const void* key, uint32_t hash) {
     if constexpr (kind == wordKeys) {
         return entry->key == key;
-    }
-    if constexpr (kind == stringKeys) {
+    } else if constexpr (kind == stringKeys) {
         return entry->hash == hash && sameString(entry->key, key);
+    } else {
+        return map->compare(entry->key, key) == 0;
     }
-    return map->compare(entry->key, key) == 0;
 }
 
 // The first of the matching ones that equals the key, or null. All slots of a bucket lie in one
@@ -187,8 +187,7 @@ template <KeyKind kind>
 [[gnu::noinline]] HashMapEntry* findOutgrown(const HashMap* map, uint32_t index, const void* key,
                                              uint32_t hash) {
     HashMapEntry** slots = slotsOf(bucketsOf(map), index);
-    const uint32_t size = map->buckets[index].size;
-    HashMapEntry** end = slots + size;
+    HashMapEntry** end = slots + map->buckets[index].size;
     HashMapEntry** found = std::find_if(slots, end, [=](const HashMapEntry* entry) {
         return isEntryOf<kind>(entry, map, key, hash);
     });

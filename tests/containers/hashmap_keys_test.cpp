@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <vncommon/hashmap.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <random>
@@ -12,22 +11,13 @@
 #include <vector>
 
 #include "containers/hashmap_handles.h"
+#include "support/copied_keys.h"
 #include "support/guarded_memory.h"
 
 namespace {
 
 std::string keyText(const HashMapEntry* entry) {
     return static_cast<const char*>(entry->key);
-}
-
-void fillCopy(HashMapEntry* entry, void* key, void* value) {
-    entry->key = strdup(static_cast<const char*>(key));
-    entry->value = value;
-}
-
-void* releaseCopy(HashMapEntry* entry) {
-    free(entry->key);
-    return nullptr;
 }
 
 // Stores the keys "1", "2" ... in place of the given ones.
@@ -104,7 +94,7 @@ void expectToldApart(const std::string& held, const std::string& other) {
 }  // namespace
 
 TEST(HashMapOfStrings, HoldsWhatStdMapHolds) {
-    const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillCopy, releaseCopy, 0, 1));
+    const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillWithCopy, freeCopy, 0, 1));
     std::map<std::string, uintptr_t> expected;
     std::mt19937 random(7);
     for (int i = 0; i < 50000; ++i) {

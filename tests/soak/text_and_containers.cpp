@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "support/copied_keys.h"
+
 namespace {
 
 struct Freed {
@@ -81,16 +83,6 @@ void* asPointer(uint64_t value) {
 
 int32_t compareWords(const void* element, const void* key) {
     return element == key ? 0 : 1;
-}
-
-void fillWithCopy(HashMapEntry* entry, void* key, void* value) {
-    entry->key = strdup(static_cast<const char*>(key));
-    entry->value = value;
-}
-
-void* freeKey(HashMapEntry* entry) {
-    free(entry->key);
-    return nullptr;
 }
 
 double randomDouble(Random& random) {
@@ -324,7 +316,8 @@ void useVector(Random& random) {
 }
 
 void useHashMap(Random& random) {
-    HashMap* map = vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillWithCopy, freeKey, 16, 1);
+    HashMap* map =
+        vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillWithCopy, freeCopy, 16, 1);
     std::map<std::string, void*> model;
     for (int i = 0; i < 200; ++i) {
         std::string key = "key" + std::to_string(random.below(100));
