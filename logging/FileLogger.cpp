@@ -6,7 +6,7 @@
 #include <vncommon/failure.h>
 
 #include "logging/levels.h"
-#include "logging/logger_registry.h"
+#include "logging/registry.h"
 #include "logging/shared_field.h"
 
 using namespace vncommon;

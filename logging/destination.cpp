@@ -1,65 +1,65 @@
 // Where a logger writes: choosing a file, a standard stream or a descriptor, and reopening.
 //
-// All that can take time or fail (copies, conversions, open) happens first, on the side; then
-// the logger changes over in one step with the registry locked and SIGHUP blocked; then what it
-// had before is released.
+// All that can take time or fail (copies, conversions, open) happens first, beside the logger;
+// then the logger changes over in one step under the lock of the registry; then what it had
+// before is released.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <utility>
 
 #include <vncommon/failure.h>
 #include <vncommon/file_logger.h>
-#include <vncommon/process.h>
 #include <vncommon/utf8.h>
 
-#include "logging/logger_registry.h"
-#include "logging/registry_lock.h"
+#include "logging/log_file.h"
+#include "logging/registry.h"
 #include "logging/reopening.h"
 #include "logging/shared_field.h"
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
-enum class Before { closed, leftOpen };  // the descriptor that the logger wrote to
-
-struct Destination {
+struct Names {
     char* fileName;
     char* utf8FileName;
-    int fd;
-    bool justOpened;
-    int failure;  // for FileLogger::openFailure; 0 for none
 };
 
-Destination standardStreamDestination(const char* name, int failure) {
-    return {vn_strdup(name), vn_strdup(name), standardStream(name), false, failure};
+void freeNames(const Names& names) {
+    vn_free(names.fileName);
+    vn_free(names.utf8FileName);
 }
 
-// What open() says to a null name, without asking it.
-int refuseNullName(bool nameIsUTF8, char*& errorText) {
-    char text[1024];
-    vn_strerror(text, sizeof text, EFAULT);
-    errorText = nameIsUTF8 ? vn_strdup(text) : nullptr;
-    errno = EFAULT;
-    return -1;
+Names exchangeNames(FileLogger* logger, const Names& names) VN_REQUIRES(loggerMutex) {
+    const Names before = {logger->fileName, logger->utf8FileName};
+    publishField(logger->fileName, names.fileName);
+    publishField(logger->utf8FileName, names.utf8FileName);
+    return before;
 }
 
-// open(), with the text of its error where the name is UTF-8. errno tells the error too.
-int openOnce(const char* name, int flags, bool nameIsUTF8, char*& errorText) {
-    errorText = nullptr;
-    if (name == nullptr) {
-        return refuseNullName(nameIsUTF8, errorText);
-    }
-    if (!nameIsUTF8) {
-        return open(name, flags, logFileMode);
-    }
-    int fd;
-    errorText = vn_openFileUTF8(&fd, name, flags, logFileMode);
-    return fd;
+// A file that a caller names: the plan for it, and how it is opened this first time.
+struct NamedFile {
+    const char* shownName;
+    Names names;
+    ReopenPlan* plan;
+    const char* path;  // as the caller gave it, unless that was UTF-8; null for a null name
+    int flags;
+    bool reportsFailure;
+};
+
+NamedFile describeFile(const char* name, int truncate, bool nameIsUTF8) {
+    NamedFile file;
+    file.shownName = name == nullptr ? "(null)" : name;
+    file.names.fileName = vn_strdup(file.shownName);
+    file.names.utf8FileName =
+        nameIsUTF8 ? vn_strdup(file.shownName) : vn_CstrToUTF8(file.shownName);
+    vn_checkMemory(file.names.utf8FileName);
+    file.plan = makeReopenPlan(file.names.fileName, file.names.utf8FileName);
+    file.path = nameIsUTF8 && name != nullptr ? file.plan->path : name;
+    file.flags = truncate != 0 ? O_TRUNC : 0;
+    file.reportsFailure = nameIsUTF8;
+    return file;
 }
 
 bool makeRoom(FileLogger* logger, int error) {
@@ -67,92 +67,92 @@ bool makeRoom(FileLogger* logger, int error) {
     return makeRoomForDescriptor(logger, error);
 }
 
-Destination openDestination(FileLogger* logger, const char* name, int truncate, bool nameIsUTF8) {
-    const int flags = logFileFlags | (truncate != 0 ? O_TRUNC : 0);
-    char* errorText;
-    int fd = openOnce(name, flags, nameIsUTF8, errorText);
-    if (fd < 0 && makeRoom(logger, errno)) {
-        vn_free(errorText);
-        fd = openOnce(name, flags, nameIsUTF8, errorText);
+Opened openFile(FileLogger* logger, const NamedFile& file) {
+    if (file.plan->stream >= 0) {
+        return {-1, 0};
     }
-    if (fd >= 0) {
-        char* utf8Name = nameIsUTF8 ? vn_strdup(name) : vn_CstrToUTF8(name);
-        vn_checkMemory(utf8Name);
-        return {vn_strdup(name), utf8Name, fd, true, 0};
+    if (file.path == nullptr) {
+        return {-1, EFAULT};
     }
-    if (errorText != nullptr) {
-        fprintf(stderr, "Unable to open logfile \"%s\": %s\n", name == nullptr ? "(null)" : name,
-                errorText);
-        fflush(stderr);
-        vn_free(errorText);
+    int descriptor = openLogFile(file.path, file.flags);
+    if (descriptor < 0 && makeRoom(logger, errno)) {
+        descriptor = openLogFile(file.path, file.flags);
     }
-    return standardStreamDestination(standardErrorName, nameIsUTF8 ? 1 : 2);
+    return {descriptor, errno};
 }
 
-void changeDescriptor(FileLogger* logger, const Destination& to, Before before)
-    VN_REQUIRES(loggerMutex) {
-    if (to.justOpened) {
-        adoptDescriptor(logger, to.fd);
-        return;
-    }
-    const bool closes = before == Before::closed && ownsDescriptor(logger);
-    const int old = logger->fd;
-    storeField(logger->fd, to.fd);
-    if (closes) {
-        close(old);
-    }
+void reportFailure(const NamedFile& file, int error) {
+    char text[1024];
+    vn_strerror(text, sizeof text, error);
+    fprintf(stderr, "Unable to open logfile \"%s\": %s\n", file.shownName, text);
+    fflush(stderr);
 }
 
-// A failure with a message is remembered over one without.
-void rememberFailure(FileLogger* logger, int failure) {
-    if (failure == 1 || (failure == 2 && logger->openFailure == 0)) {
-        storeField(logger->openFailure, failure);
+// The change-over. False, and no change, when all loggers were reopened since the file was opened:
+// it may have been renamed.
+bool tryToChangeOver(FileLogger* logger, NamedFile& file, const Opened& opened, uint64_t count) {
+    const RegistryLock lock;
+    if (reopeningCount() != count) {
+        return false;
     }
+    const bool failed = file.plan->stream < 0 && opened.descriptor < 0;
+    followPlan(logger, file.plan, opened, file.reportsFailure ? 1 : 2);
+    if (!failed) {
+        file.names = exchangeNames(logger, file.names);
+    }
+    closeLeftDescriptor(file.plan);
+    file.plan = exchangePlan(logger, file.plan);
+    return true;
 }
 
-char* exchangeName(char*& field, char* name) {
-    char* before = field;
-    storeField(field, name);
-    return before;
+int changeOver(FileLogger* logger, NamedFile file) {
+    const int stream = file.plan->stream;
+    Opened opened;
+    for (;;) {
+        const uint64_t count = reopeningCount();
+        opened = openFile(logger, file);
+        if (tryToChangeOver(logger, file, opened, count)) {
+            break;
+        }
+        if (opened.descriptor >= 0) {
+            close(opened.descriptor);
+        }
+    }
+    if (stream < 0 && opened.descriptor < 0 && file.reportsFailure) {
+        reportFailure(file, opened.error);
+    }
+    freeNames(file.names);
+    destroyReopenPlan(file.plan);
+    return loadField(logger->console);
 }
 
-// The change-over: one step for the SIGHUP handler. Returns whether it is a terminal.
-int changeDestination(FileLogger* logger, const Destination& to, Before before) {
-    const int console = vn_isConsole(to.fd);
-    ReopenPlan* plan = makeReopenPlan(to.fileName, to.utf8FileName);
-    char* oldFileName;
-    char* oldUTF8FileName;
+}  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
+
+int FileLogger_SetFilename(FileLogger* logger, const char* name, int truncate, int nameIsUTF8) {
+    return changeOver(logger, describeFile(name, truncate, nameIsUTF8 != 0));
+}
+
+int FileLogger_SetFD(FileLogger* logger, int descriptor) {
+    const int console = isTerminal(descriptor);
+    Names before;
+    ReopenPlan* plan;
     {
         const RegistryLock lock;
-        changeDescriptor(logger, to, before);
-        oldFileName = exchangeName(logger->fileName, to.fileName);
-        oldUTF8FileName = exchangeName(logger->utf8FileName, to.utf8FileName);
+        storeField(logger->fd, descriptor);
         storeField(logger->console, console);
-        rememberFailure(logger, to.failure);
-        plan = exchangePlan(logger, plan);
+        before = exchangeNames(logger, {nullptr, nullptr});
+        plan = exchangePlan(logger, nullptr);
     }
-    vn_free(oldFileName);
-    vn_free(oldUTF8FileName);
+    freeNames(before);
     destroyReopenPlan(plan);
     return console;
 }
 
-}  // namespace
-
-int FileLogger_SetFilename(FileLogger* logger, const char* name, int truncate, int nameIsUTF8) {
-    const bool isStandardStream = name != nullptr && standardStream(name) >= 0;
-    const Destination to = isStandardStream
-                               ? standardStreamDestination(name, 0)
-                               : openDestination(logger, name, truncate, nameIsUTF8 != 0);
-    return changeDestination(logger, to, Before::closed);
-}
-
-int FileLogger_SetFD(FileLogger* logger, int descriptor) {
-    return changeDestination(logger, {nullptr, nullptr, descriptor, false, 0}, Before::leftOpen);
-}
-
 void FileLogger_ReOpen(FileLogger* logger) {
-    const char* current = loadField(logger->utf8FileName);
+    const char* current = readField(logger->utf8FileName);
     if (current == nullptr) {
         return;
     }
@@ -166,9 +166,9 @@ int FileLogger_GetFD(const FileLogger* logger) {
 }
 
 const char* FileLogger_GetFileName(const FileLogger* logger) {
-    return loadField(logger->fileName);
+    return readField(logger->fileName);
 }
 
 const char* FileLogger_GetUTF8FileName(const FileLogger* logger) {
-    return loadField(logger->utf8FileName);
+    return readField(logger->utf8FileName);
 }

@@ -5,7 +5,6 @@
 #include <iterator>
 #include <string_view>
 
-#include <vncommon/failure.h>
 #include <vncommon/file_logger.h>
 
 using namespace vncommon;
@@ -47,6 +46,16 @@ constexpr auto charToLevelMap = [] {
     return map;
 }();
 
+constexpr char inUpperCase(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+// In ASCII whatever the locale: strcasecmp() in Turkish does not take i for I.
+bool isWord(std::string_view text, std::string_view word) {
+    return std::equal(text.begin(), text.end(), word.begin(), word.end(),
+                      [](char a, char b) { return inUpperCase(a) == b; });
+}
+
 struct Word {
     const char* text;
     uint32_t level;
@@ -72,7 +81,7 @@ uint32_t FileLogger_StringToLogLevel(const char* word) {
         return levelNone;
     }
     const auto* found = std::find_if(std::begin(words), std::end(words), [word](const Word& known) {
-        return vn_strcasecmp(word, known.text) == 0;
+        return isWord(word, known.text);
     });
     return found == std::end(words) ? uint32_t{levelNone} : found->level;
 }

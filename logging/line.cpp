@@ -13,11 +13,10 @@
 #include <vncommon/file_logger.h>
 #include <vncommon/utf8.h>
 
-#include "logging/guarded_entry.h"
 #include "logging/levels.h"
 #include "logging/line.h"
-#include "logging/not_cancelled.h"
 #include "logging/quick_format.h"
+#include "platform/cancellation.h"
 #include "platform/local_time.h"
 #include "platform/mutex_lock.h"
 
@@ -73,8 +72,8 @@ bool growBuffer(FileLogger* logger, int head, int messageLength) VN_REQUIRES(lin
     }
     memcpy(larger, logger->buffer, static_cast<size_t>(head));
     char* before = logger->buffer;
-    logger->buffer = larger;
-    logger->bufferSize = static_cast<int>(size);
+    publishField(logger->buffer, larger);  // first: a child forked in between has room enough
+    storeField(logger->bufferSize, static_cast<int>(size));
     free(before);
     return true;
 }
@@ -170,21 +169,20 @@ void vncommon::writeLine(FileLogger* logger, uint32_t level, const char* format,
                          va_list arguments) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    const NotCancelled notCancelled;
+    const CancellationDisabled noCancellation;
     const MutexLock lock(logger->mutex, lineLock);
     composeAndWrite(logger, now, level, format, arguments);
 }
 
 // The eight operations, by name and level.
-#define VN_LOG_OPERATION(operation, level)                                               \
-    VN_GUARDED_BY_ARGUMENT(operation, level);                                            \
-    extern "C" void VN_WRITER(operation)(FileLogger * logger, const char* format, ...) { \
-        if (isWritten(logger, level)) {                                                  \
-            va_list arguments;                                                           \
-            va_start(arguments, format);                                                 \
-            writeLine(logger, level, format, arguments);                                 \
-            va_end(arguments);                                                           \
-        }                                                                                \
+#define VN_LOG_OPERATION(operation, level)                        \
+    void operation(FileLogger* logger, const char* format, ...) { \
+        if (isWritten(logger, level)) {                           \
+            va_list arguments;                                    \
+            va_start(arguments, format);                          \
+            writeLine(logger, level, format, arguments);          \
+            va_end(arguments);                                    \
+        }                                                         \
     }
 
 VN_LOG_OPERATION(FileLogger_LogTrace, 9)

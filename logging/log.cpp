@@ -2,53 +2,55 @@
 #include <vncommon/log.h>
 
 #include <atomic>
+#include <cerrno>
 
+#include <vncommon/failure.h>
 #include <vncommon/file_logger.h>
-#include <vncommon/threads.h>
 
-#include "logging/guarded_entry.h"
 #include "logging/levels.h"
 #include "logging/line.h"
 #include "logging/reopening.h"
 
 using namespace vncommon;
 
-// Null until the first call; never destroyed. The name is for guarded_entry.h.
-#define VN_LOGGER_SYMBOL "vncommon_logger"
-__attribute__((visibility("hidden"))) std::atomic<FileLogger*> logger asm(VN_LOGGER_SYMBOL) =
-    nullptr;
-
 namespace {
 
-vn_Mutex creation = PTHREAD_MUTEX_INITIALIZER;
+// Null until the first call; never destroyed.
+std::atomic<FileLogger*> logger{nullptr};
 
 enum class Destination { standardError, chosenNext };
 
-// Set up before it is published: other threads find it complete or not at all.
-FileLogger* createLogger(uint32_t level, Destination destination) {
+void discard(FileLogger* created) {
+    char* buffer = created->buffer;  // which FileLogger_dtor leaves to its caller
+    FileLogger_dtor(created);
+    vn_free(buffer);
+}
+
+// Set up before it is published: other threads find it complete or not at all. Without a lock,
+// because a thread may get here while it holds the dynamic linker's lock (in the constructor of a
+// plugin), and so that none can be held for ever in the child of a fork. Threads that race make
+// one logger each, and all but the first one's are discarded.
+[[gnu::noinline]] FileLogger* createLogger(uint32_t level, Destination destination) {
+    const int callersErrno = errno;
     FileLogger* created = FileLogger_ctor();
     FileLogger_SetLogLevel(created, level);
     if (destination == Destination::standardError) {
         FileLogger_SetFilename(created, standardErrorName, 0, 1);
     }
-    return created;
-}
-
-FileLogger* createOnce(uint32_t level, Destination destination) {
-    vn_Mutex_lock(&creation);
-    FileLogger* current = logger.load(std::memory_order_acquire);
-    if (current == nullptr) {
-        current = createLogger(level, destination);
-        logger.store(current, std::memory_order_release);
+    FileLogger* current = nullptr;
+    if (logger.compare_exchange_strong(current, created)) {
+        current = created;
+    } else {
+        discard(created);
     }
-    vn_Mutex_unlock(&creation);
+    errno = callersErrno;  // "%m" in the first line
     return current;
 }
 
 FileLogger* ensureLogger(uint32_t level = levelInfo,
                          Destination destination = Destination::standardError) {
     FileLogger* current = logger.load(std::memory_order_acquire);
-    return current != nullptr ? current : createOnce(level, destination);
+    return current != nullptr ? current : createLogger(level, destination);
 }
 
 }  // namespace
@@ -104,16 +106,15 @@ const char* VN_LogLevelToString(uint32_t level) {
 }
 
 // The eight operations, by name and level.
-#define VN_LOG_OPERATION(operation, level)                          \
-    VN_GUARDED_BY_POINTER(operation, level, VN_LOGGER_SYMBOL);      \
-    extern "C" void VN_WRITER(operation)(const char* format, ...) { \
-        FileLogger* current = ensureLogger();                       \
-        if (isWritten(current, level)) {                            \
-            va_list arguments;                                      \
-            va_start(arguments, format);                            \
-            writeLine(current, level, format, arguments);           \
-            va_end(arguments);                                      \
-        }                                                           \
+#define VN_LOG_OPERATION(operation, level)                \
+    void operation(const char* format, ...) {             \
+        FileLogger* current = ensureLogger();             \
+        if (isWritten(current, level)) {                  \
+            va_list arguments;                            \
+            va_start(arguments, format);                  \
+            writeLine(current, level, format, arguments); \
+            va_end(arguments);                            \
+        }                                                 \
     }
 
 VN_LOG_OPERATION(VN_LogTrace, 9)

@@ -1,96 +1,66 @@
 #include "logging/reopening.h"
 
-#include <fcntl.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <utility>
 
 #include <vncommon/failure.h>
 #include <vncommon/utf8.h>
 
+#include "logging/log_file.h"
 #include "logging/shared_field.h"
 
 namespace vncommon {
-
-const int logFileFlags = O_WRONLY | O_CREAT | O_APPEND;
-
-// "Unable to open logfile \"%s\": %s\n" with the name filled in and room for the error's text.
-struct FailureReport {
-    char* text;
-    size_t head;  // length up to where the error's text goes
-    size_t size;
-};
-
-struct ReopenPlan {
-    int stream;              // the standard stream to return to, or -1 to open path
-    char* path;              // in the locale's code page
-    char* nextFileName;      // what the file name becomes, and after that the one before;
-    bool renames;            // only if it is another one
-    char* fallBackNames[2];  // both names after a failure, and after that the ones before
-    int leftDescriptor;      // kept open after a failure, see fallBack; -1 for none
-    FailureReport report;
-};
-
-}  // namespace vncommon
-
-using namespace vncommon;
-
 namespace {
 
 constexpr size_t errorTextRoom = 256;  // glibc's longest has 50 bytes
 
-FailureReport makeFailureReport(const char* name) {
+char* makeReport(const char* name, size_t& length) {
     constexpr char beforeName[] = "Unable to open logfile \"";
     constexpr char afterName[] = "\": ";
-    FailureReport report;
-    report.head = strlen(beforeName) + strlen(name) + strlen(afterName);
-    report.size = report.head + errorTextRoom;
-    report.text = static_cast<char*>(vn_malloc(report.size));
-    char* end = stpcpy(stpcpy(report.text, beforeName), name);
-    memcpy(end, afterName, strlen(afterName));
+    length = strlen(beforeName) + strlen(name) + strlen(afterName);
+    auto* report = static_cast<char*>(vn_malloc(length + errorTextRoom));
+    strcpy(stpcpy(stpcpy(report, beforeName), name), afterName);
     return report;
 }
 
-// One write() to descriptor 2, where the ordinary report goes through stdio. strerrordesc_np()
-// reads a table; strerror_r() may load a message catalogue and cannot be used here.
-void writeReport(const FailureReport& report, int error) {
+// One write() to descriptor 2. strerrordesc_np() reads a constant table; strerror_r() may load a
+// message catalogue, which a signal handler may not.
+void writeReport(const ReopenPlan* plan, int error) {
     const char* description = strerrordesc_np(error);
     if (description == nullptr) {
         description = "An unknown error occurred";
     }
     const size_t length = strnlen(description, errorTextRoom - 1);
-    memcpy(report.text + report.head, description, length);
-    report.text[report.head + length] = '\n';
+    char* end = plan->report + plan->reportLength;
+    memcpy(end, description, length);
+    end[length] = '\n';
     [[maybe_unused]] const ssize_t ignored =
-        write(STDERR_FILENO, report.text, report.head + length + 1);
-}
-
-// vn_isConsole() by a call that a signal handler may make.
-int isTerminal(int descriptor) {
-    termios attributes;
-    return tcgetattr(descriptor, &attributes) == 0 ? 1 : 0;
-}
-
-int openPath(const ReopenPlan* plan) {
-    return open(plan->path, logFileFlags, logFileMode);
+        write(STDERR_FILENO, plan->report, plan->reportLength + length + 1);
 }
 
 void swapName(char*& field, char*& name) {
     char* before = field;
-    storeField(field, name);
+    publishField(field, name);
     name = before;
 }
 
-// Moves the logger to standard error under that name. A line of another thread may be on its way
-// to the old descriptor; so that descriptor becomes a second one of standard error, to be closed
-// with the plan.
+void useStream(FileLogger* logger, int stream) VN_REQUIRES(loggerMutex) {
+    const bool owned = ownsDescriptor(logger);
+    const int old = logger->fd;
+    storeField(logger->fd, stream);
+    storeField(logger->console, isTerminal(stream));
+    if (owned) {
+        close(old);
+    }
+}
+
+// Standard error, under that name. Another thread may be about to write a line to the old
+// descriptor; so that becomes a second descriptor of standard error, closed with the plan.
 void fallBack(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     const bool owned = ownsDescriptor(logger);
     const int old = logger->fd;
-    storeField(logger->openFailure, 1);
     storeField(logger->fd, STDERR_FILENO);
     storeField(logger->console, isTerminal(STDERR_FILENO));
     swapName(logger->fileName, plan->fallBackNames[0]);
@@ -103,37 +73,31 @@ void fallBack(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     }
 }
 
-void reopenFile(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
-    int opened = openPath(plan);
-    if (opened < 0 && makeRoomForDescriptor(logger, errno)) {
-        opened = openPath(plan);
+// A failure with a message is remembered over one without.
+void rememberFailure(FileLogger* logger, int failure) {
+    if (failure == 1 || logger->openFailure == 0) {
+        storeField(logger->openFailure, failure);
     }
-    if (opened < 0) {
-        writeReport(plan->report, errno);
-        fallBack(logger, plan);
-        return;
+}
+
+Opened openPlanned(FileLogger* logger, const ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
+    int descriptor = openLogFile(plan->path, 0);
+    if (descriptor < 0 && makeRoomForDescriptor(logger, errno)) {
+        descriptor = openLogFile(plan->path, 0);
     }
-    adoptDescriptor(logger, opened);
-    storeField(logger->console, isTerminal(logger->fd));
-    if (plan->renames) {
-        swapName(logger->fileName, plan->nextFileName);
-        plan->renames = false;
-    }
+    return {descriptor, errno};
 }
 
 }  // namespace
 
-int vncommon::standardStream(const char* name) {
+int standardStream(const char* name) {
     if (strcmp(name, standardErrorName) == 0) {
         return STDERR_FILENO;
     }
     return strcmp(name, standardOutputName) == 0 ? STDOUT_FILENO : -1;
 }
 
-ReopenPlan* vncommon::makeReopenPlan(const char* fileName, const char* utf8FileName) {
-    if (utf8FileName == nullptr) {
-        return nullptr;
-    }
+ReopenPlan* makeReopenPlan(const char* fileName, const char* utf8FileName) {
     auto* plan = static_cast<ReopenPlan*>(vn_malloc(sizeof(ReopenPlan)));
     plan->stream = standardStream(utf8FileName);
     plan->path = vn_UTF8ToCstr(utf8FileName);
@@ -144,63 +108,54 @@ ReopenPlan* vncommon::makeReopenPlan(const char* fileName, const char* utf8FileN
         name = vn_strdup(standardErrorName);
     }
     plan->leftDescriptor = -1;
-    plan->report = makeFailureReport(utf8FileName);
+    plan->report = makeReport(utf8FileName, plan->reportLength);
     return plan;
 }
 
-void vncommon::destroyReopenPlan(ReopenPlan* plan) {
+void destroyReopenPlan(ReopenPlan* plan) {
     if (plan == nullptr) {
         return;
     }
-    if (plan->leftDescriptor >= 0) {
-        close(plan->leftDescriptor);
-    }
+    closeLeftDescriptor(plan);
     for (char* text : {plan->path, plan->nextFileName, plan->fallBackNames[0],
-                       plan->fallBackNames[1], plan->report.text}) {
+                       plan->fallBackNames[1], plan->report}) {
         vn_free(text);
     }
     vn_free(plan);
 }
 
-void vncommon::reopen(FileLogger* logger, ReopenPlan* plan) {
-    if (plan->stream < 0) {
-        reopenFile(logger, plan);
-        return;
+void closeLeftDescriptor(ReopenPlan* plan) {
+    if (plan->leftDescriptor >= 0) {
+        close(plan->leftDescriptor);
+        plan->leftDescriptor = -1;
     }
-    storeField(logger->fd, plan->stream);
-    storeField(logger->console, isTerminal(plan->stream));
 }
 
-bool vncommon::ownsDescriptor(const FileLogger* logger) {
-    const int fd = logger->fd;
-    return logger->fileName != nullptr && fd != STDOUT_FILENO && fd != STDERR_FILENO;
+void followPlan(FileLogger* logger, ReopenPlan* plan, Opened opened, int openFailure) {
+    if (plan->stream >= 0) {
+        useStream(logger, plan->stream);
+    } else if (opened.descriptor < 0) {
+        rememberFailure(logger, openFailure);
+        fallBack(logger, plan);
+    } else {
+        adoptDescriptor(logger, opened.descriptor);
+        storeField(logger->console, isTerminal(logger->fd));
+    }
 }
 
-void vncommon::adoptDescriptor(FileLogger* logger, int opened) {
-    if (!ownsDescriptor(logger)) {
-        storeField(logger->fd, opened);
+void reopen(FileLogger* logger, ReopenPlan* plan) {
+    if (plan->stream >= 0) {
+        useStream(logger, plan->stream);
         return;
     }
-    // EBUSY: Linux has given the number out in another thread's open() that is not done yet.
-    int result;
-    do {
-        result = dup2(opened, logger->fd);
-    } while (result < 0 && (errno == EINTR || errno == EBUSY));
-    if (result < 0) {  // the number lies above the limit by now, for instance
-        const int old = logger->fd;
-        storeField(logger->fd, opened);
-        close(old);
-        return;
+    const Opened opened = openPlanned(logger, plan);
+    followPlan(logger, plan, opened, 1);
+    if (opened.descriptor < 0) {
+        writeReport(plan, opened.error);
+    } else if (plan->renames) {
+        swapName(logger->fileName, plan->nextFileName);
+        plan->renames = false;
     }
-    close(opened);
 }
 
-bool vncommon::makeRoomForDescriptor(FileLogger* logger, int error) {
-    if ((error != EMFILE && error != ENFILE) || !ownsDescriptor(logger)) {
-        return false;
-    }
-    const int old = logger->fd;
-    storeField(logger->fd, STDERR_FILENO);
-    close(old);
-    return true;
-}
+}  // namespace vncommon

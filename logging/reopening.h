@@ -1,53 +1,58 @@
-// Reopening a log file from inside a signal handler.
+// Plans: everything that opening a logger's destination needs, made before it is needed.
 //
-// FileLogger_ReOpen copies and converts names, allocates, and prints through stdio; a handler may
-// do none of that. So whoever gives a logger a destination also makes a plan that holds all that
-// a later reopening needs, and reopen() then only opens, duplicates and closes descriptors and
-// swaps pointers. What it swaps out stays in the plan, and is released with it.
+// A signal handler may not copy or convert names, allocate or use stdio. So whoever chooses a
+// destination makes a plan for it, and following the plan only opens, duplicates and closes
+// descriptors and swaps pointers. What is swapped out stays in the plan and is released with it.
+// FileLogger_SetFilename and the SIGHUP handler follow plans with the same code.
 #ifndef VN_LOGGING_REOPENING_H
 #define VN_LOGGING_REOPENING_H
 
-#include <sys/types.h>
-
 #include <vncommon/file_logger.h>
 
-#include "logging/registry_lock.h"
+#include "logging/registry.h"
 
 namespace vncommon {
 
 constexpr char standardErrorName[] = "stderr";
 constexpr char standardOutputName[] = "stdout";
-constexpr mode_t logFileMode = 0644;
-// Not O_CLOEXEC: programs that the process starts inherit its log, as they always have.
-extern const int logFileFlags;
 
 // 2 or 1 for the two names above; -1 for any other, which is a file's.
 int standardStream(const char* name);
 
-struct ReopenPlan;  // its contents are the business of reopening.cpp
+struct ReopenPlan {
+    int stream;              // the standard stream to use, or -1 to open path
+    char* path;              // in the locale's code page
+    char* nextFileName;      // what the file name becomes by a reopening; afterwards the one before
+    bool renames;            // only if that is another one
+    char* fallBackNames[2];  // both names after a failure; afterwards the ones before
+    int leftDescriptor;      // kept open after a failure, see fallBack(); -1 for none
+    char* report;            // "Unable to open logfile \"%s\": ", with room for the error's text
+    size_t reportLength;
+};
 
-// The plan for a logger whose destination has these names: the one that it will have as file
-// name until it is reopened, and the UTF-8 one. Null for null names: nothing to reopen.
+// The plan for a logger with these names: the one that it has until it is reopened, and the UTF-8
+// one. Ends the process when there is no memory.
 ReopenPlan* makeReopenPlan(const char* fileName, const char* utf8FileName);
 
-// Releases a plan, null included, and what its reopening swapped out.
+// Releases a plan, null included. Not in a signal handler.
 void destroyReopenPlan(ReopenPlan* plan);
 
-// Does to the logger what FileLogger_ReOpen does. Async-signal-safe; changes errno.
+// Closes what a failure left open, where no line can be on its way to it any more.
+void closeLeftDescriptor(ReopenPlan* plan);
+
+// What an open() gave: a descriptor, or -1 and the errno value.
+struct Opened {
+    int descriptor;
+    int error;
+};
+
+// Moves the logger to the plan's destination: to its standard stream, to the descriptor that was
+// opened for it, or, if that failed, to standard error with this openFailure. Async-signal-safe.
+void followPlan(FileLogger* logger, ReopenPlan* plan, Opened opened, int openFailure)
+    VN_REQUIRES(loggerMutex);
+
+// What FileLogger_ReOpen does, for the handler. Async-signal-safe; changes errno.
 void reopen(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex);
-
-// Whether the logger has opened the descriptor that it writes to, and so has to close it.
-bool ownsDescriptor(const FileLogger* logger);
-
-// Makes a descriptor that has just been opened the logger's. A descriptor that the logger owns is
-// replaced under its number, so that a line written at this moment goes to the old file or to the
-// new one and never into the void. Async-signal-safe.
-void adoptDescriptor(FileLogger* logger, int opened) VN_REQUIRES(loggerMutex);
-
-// When open() failed because no descriptor number was free: makes room by closing the logger's
-// file, with lines going to standard error meanwhile. False when there is nothing to close or the
-// error, the errno value given, is another one. Async-signal-safe.
-bool makeRoomForDescriptor(FileLogger* logger, int error) VN_REQUIRES(loggerMutex);
 
 }  // namespace vncommon
 

@@ -1,11 +1,11 @@
 // The fields of a FileLogger that one thread reads while another one, or the SIGHUP handler,
-// writes them. The record is plain C, so the accesses are made atomic here, and relaxed: each
-// field means something on its own.
+// writes them. The record is plain C, so the accesses are made atomic here.
 #ifndef VN_LOGGING_SHARED_FIELD_H
 #define VN_LOGGING_SHARED_FIELD_H
 
 namespace vncommon {
 
+// Numbers mean something on their own: relaxed.
 template <typename T>
 T loadField(const T& field) {
     return __atomic_load_n(&field, __ATOMIC_RELAXED);
@@ -14,6 +14,17 @@ T loadField(const T& field) {
 template <typename T>
 void storeField(T& field, T value) {
     __atomic_store_n(&field, value, __ATOMIC_RELAXED);
+}
+
+// Pointers come with what they point to.
+template <typename T>
+T* readField(T* const& field) {
+    return __atomic_load_n(&field, __ATOMIC_ACQUIRE);
+}
+
+template <typename T>
+void publishField(T*& field, T* value) {
+    __atomic_store_n(&field, value, __ATOMIC_RELEASE);
 }
 
 }  // namespace vncommon

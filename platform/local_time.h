@@ -1,4 +1,4 @@
-// The date and time that log lines and time stamps start with.
+// The date and time at the start of log lines and time stamps.
 #ifndef VN_PLATFORM_LOCAL_TIME_H
 #define VN_PLATFORM_LOCAL_TIME_H
 
@@ -7,11 +7,10 @@
 
 namespace vncommon {
 
-// "YYYY-MM-DD hh:mm:ss." in local time; gives its length, as snprintf() does.
-//
-// A child of fork() may call it whatever the library's other threads were doing: glibc leaves the
-// lock of localtime_r() locked for ever in a child that was forked while another thread held it,
-// so ours is held around it and over every fork.
+constexpr int secondLength = 20;  // of "YYYY-MM-DD hh:mm:ss."
+
+// Writes "YYYY-MM-DD hh:mm:ss." in local time; returns its length, as snprintf() does. Works in
+// the child of a fork() whatever the threads of the parent were doing.
 int formatSecond(time_t second, char* to, size_t size);
 
 }  // namespace vncommon

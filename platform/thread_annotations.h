@@ -22,8 +22,8 @@
 #define VN_SCOPED_CAPABILITY VN_THREAD_ATTRIBUTE(scoped_lockable)
 #define VN_GUARDED_BY(lock) VN_THREAD_ATTRIBUTE(guarded_by(lock))
 #define VN_REQUIRES(lock) VN_THREAD_ATTRIBUTE(requires_capability(lock))
-#define VN_ACQUIRE(lock) VN_THREAD_ATTRIBUTE(acquire_capability(lock))
-#define VN_TRY_ACQUIRE(success, lock) VN_THREAD_ATTRIBUTE(try_acquire_capability(success, lock))
+#define VN_ACQUIRE(...) VN_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define VN_TRY_ACQUIRE(...) VN_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define VN_RELEASE(...) VN_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define VN_NO_THREAD_SAFETY_ANALYSIS VN_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 

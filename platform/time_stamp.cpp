@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t dateLength = 20;  // of "YYYY-MM-DD hh:mm:ss."; the milliseconds follow
+constexpr size_t dateLength = vncommon::secondLength;  // the milliseconds follow
 
 void refreshDate(vn_TimeStampCache* cache, int64_t second) {
     char date[80];  // room for any number in every field

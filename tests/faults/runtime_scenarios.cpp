@@ -310,7 +310,8 @@ std::vector<Scenario> runtimeScenarios() {
          .mustFail = {"pthread_key_create", "pthread_mutex_init", "aligned_alloc", "open"},
          .onStandardError = {"System call pthread_key_delete failed",  // again when it ends
                              "System call pthread_mutex_init failed",
-                             "System call pthread_setspecific failed"},
+                             "System call pthread_setspecific failed",
+                             "System call pthread_atfork failed"},
          .silent = {"pthread_mutex_init"},
          .mayKeep = 100,  // free lists of the number conversion, instead of its scratch area
          .fromLoad = true},

@@ -107,11 +107,11 @@ TEST(Rotation, LosesAndDoublesNoLine) {
                 raise(SIGHUP);
             } else {  // in a thread that is logging
                 pthread_kill(writers.handle(static_cast<size_t>(rotation) / 2), SIGHUP);
-                while (!std::filesystem::exists(file)) {
-                    std::this_thread::yield();
-                }
             }
-            ASSERT_TRUE(std::filesystem::exists(file)) << "not reopened";
+            // The handler may leave the reopening to the one before, which is just ending.
+            while (!std::filesystem::exists(file)) {
+                std::this_thread::yield();
+            }
         }
         done = true;
     }

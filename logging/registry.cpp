@@ -1,0 +1,231 @@
+#include "logging/registry.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <utility>
+
+#include <vncommon/failure.h>
+#include <vncommon/vector.h>
+
+#include "logging/reopening.h"
+#include "logging/sighup.h"
+#include "platform/fork_handlers.h"
+
+namespace vncommon {
+
+constinit OwnedLock loggerMutex;
+
+namespace {
+
+struct Registration {
+    FileLogger* logger;
+    ReopenPlan* plan;  // null while the logger has no named destination
+};
+
+constexpr uint32_t initialCapacity = 3;
+
+// Of Registration; null before the first logger.
+Vector* loggers VN_GUARDED_BY(loggerMutex) = nullptr;
+
+std::atomic<bool> reopeningDue{false};  // the note of rule 1
+std::atomic<uint64_t> reopenings{0};
+
+int32_t loggerCompare(const void* element, const void* logger) {
+    return static_cast<const Registration*>(element)->logger == logger ? 0 : 1;
+}
+
+Vector* makeVector(uint32_t capacity) {
+    return vn_Vector_ctor(loggerCompare, nullptr, nullptr, capacity, 0);
+}
+
+uint32_t loggerCount() VN_REQUIRES(loggerMutex) {
+    return loggers == nullptr ? 0 : vn_Vector_size(loggers);
+}
+
+Registration* registrationAt(uint32_t index) VN_REQUIRES(loggerMutex) {
+    return static_cast<Registration*>(vn_Vector_get(loggers, index));
+}
+
+// ---- The lock ----
+
+void reopenAll() VN_REQUIRES(loggerMutex) {
+    ++reopenings;
+    for (uint32_t i = 0; i < loggerCount(); ++i) {
+        const Registration* registration = registrationAt(i);
+        if (registration->plan != nullptr) {
+            reopen(registration->logger, registration->plan);
+        }
+    }
+}
+
+// The note is looked at after the lock is free, too: a handler that left one just before found
+// the lock held and relies on it. Both sides write first and look then, in one total order, so
+// one of them sees the other.
+void release() VN_RELEASE(loggerMutex) VN_NO_THREAD_SAFETY_ANALYSIS {
+    do {
+        while (reopeningDue.exchange(false)) {
+            reopenAll();
+        }
+        loggerMutex.unlock();
+    } while (reopeningDue.load() && loggerMutex.tryLock());
+}
+
+// ---- fork ----
+//
+// The child has only the thread that forked. That thread holds loggerMutex over the fork, so the
+// registry is whole in the child. It does not take the loggers' own mutexes, which would mean to
+// wait for other threads' lines: those found locked in the child were locked by threads that it
+// does not have, and are made anew. A note that was left before the fork is the child's, too: its
+// descriptors are of the old files.
+
+void afterForkInParent() VN_NO_THREAD_SAFETY_ANALYSIS {
+    if (loggerMutex.endFork()) {
+        const CancellationDisabled noCancellation;
+        release();
+    }
+}
+
+void freeAfterFork(FileLogger* logger) {
+    if (logger->ownsMutex == 0) {
+        return;
+    }
+    if (pthread_mutex_trylock(logger->mutex) == 0) {
+        pthread_mutex_unlock(logger->mutex);
+        return;
+    }
+    vn_Mutex_init(logger->mutex);
+    logger->prefixTime = 0;  // the prefix may be half made
+}
+
+std::atomic<bool> forkedChild{false};
+
+void afterForkInChild() VN_NO_THREAD_SAFETY_ANALYSIS {
+    forkedChild = true;
+    if (!loggerMutex.endFork()) {
+        return;
+    }
+    for (uint32_t i = 0; i < loggerCount(); ++i) {
+        freeAfterFork(registrationAt(i)->logger);
+    }
+    const CancellationDisabled noCancellation;
+    release();
+}
+
+// Registered at load: the handlers that prepare a fork run in the reverse order, so libraries and
+// programs that use this one take their locks first, as they do when they choose a destination.
+const ForkHandlers forkHandlers([] { loggerMutex.prepareFork(); }, afterForkInParent,
+                                afterForkInChild);
+
+// ---- The registry ----
+
+// pinLibrary() takes the lock of the dynamic linker, which a thread that loads a plugin may hold
+// while the plugin's constructor makes a logger: so it is called with no lock held.
+void ensureRegistry() {
+    static std::atomic<bool> ready{false};
+    if (ready.load(std::memory_order_acquire)) [[likely]] {
+        return;
+    }
+    pinLibrary();
+    Vector* spare = makeVector(initialCapacity);
+    {
+        const RegistryLock lock;
+        if (loggers == nullptr) {
+            std::swap(loggers, spare);
+            installHandler();
+        }
+    }
+    if (spare != nullptr) {
+        vn_Vector_dtor(spare);
+    }
+    ready.store(true, std::memory_order_release);
+}
+
+bool addIfRoom(Registration* registration, uint32_t& capacity) {
+    const RegistryLock lock;
+    capacity = loggers->capacity;
+    if (vn_Vector_size(loggers) == capacity) {
+        return false;
+    }
+    vn_Vector_add(loggers, registration);
+    return true;
+}
+
+// Makes the larger storage first and frees the old one last, so that nothing is allocated or
+// freed with the lock held, as vn_Vector_add would.
+void growRegistry(uint32_t capacity) {
+    Vector* other = makeVector(capacity);
+    {
+        const RegistryLock lock;
+        if (capacity > loggers->capacity) {  // unless another thread was faster
+            for (uint32_t i = 0; i < vn_Vector_size(loggers); ++i) {
+                vn_Vector_add(other, vn_Vector_get(loggers, i));
+            }
+            std::swap(loggers, other);
+        }
+    }
+    vn_Vector_dtor(other);
+}
+
+Registration* removeRegistration(const FileLogger* logger) {
+    const RegistryLock lock;
+    uint32_t index;
+    if (loggers == nullptr || !vn_Vector_find(loggers, logger, &index)) {
+        return nullptr;
+    }
+    return static_cast<Registration*>(vn_Vector_remove(loggers, index));
+}
+
+}  // namespace
+
+RegistryLock::RegistryLock() {
+    loggerMutex.lock();
+}
+
+RegistryLock::~RegistryLock() {
+    release();
+}
+
+void registerLogger(FileLogger* logger) {
+    ensureRegistry();
+    auto* registration = static_cast<Registration*>(vn_malloc(sizeof(Registration)));
+    *registration = {logger, nullptr};
+    uint32_t capacity;
+    while (!addIfRoom(registration, capacity)) {
+        growRegistry(capacity * 2);
+    }
+}
+
+void unregisterLogger(FileLogger* logger) {
+    Registration* registration = removeRegistration(logger);
+    if (registration != nullptr) {
+        destroyReopenPlan(registration->plan);
+        vn_free(registration);
+    }
+}
+
+ReopenPlan* exchangePlan(FileLogger* logger, ReopenPlan* plan) {
+    uint32_t index;
+    if (loggers == nullptr || !vn_Vector_find(loggers, logger, &index)) {
+        return plan;
+    }
+    return std::exchange(registrationAt(index)->plan, plan);
+}
+
+uint64_t reopeningCount() {
+    return reopenings.load();
+}
+
+bool inForkedChild() {
+    return forkedChild.load();
+}
+
+void reopenAllOrLeaveNote() VN_NO_THREAD_SAFETY_ANALYSIS {
+    reopeningDue.store(true);
+    if (loggerMutex.tryLock()) {
+        const CancellationDisabled noCancellation;
+        release();
+    }
+}
+
+}  // namespace vncommon

@@ -1,0 +1,143 @@
+// What makes the handler safe whatever it interrupts:
+//  - It never waits for a lock: rule 1 of registry.h.
+//  - What it needs was made before the signal (reopening.h). It allocates and frees nothing and
+//    makes async-signal-safe calls only: open, fcntl, dup2, close, tcgetattr, write.
+//    pthread_setcancelstate and strerrordesc_np, which POSIX does not list, touch the thread's own
+//    control block and a constant table. The library is linked with -z now, so no call is bound
+//    by the dynamic linker in the handler.
+//  - It takes no logger's own mutex. A thread in the middle of a line may be writing to the very
+//    descriptor that is replaced: dup2() replaces it in one step, and the fields of a logger are
+//    read and written as atomics.
+//  - errno is restored.
+//  - The library is pinned before the handler is installed, and nothing that the handler uses is
+//    destroyed at exit.
+#include "logging/sighup.h"
+
+#include <dlfcn.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include <vncommon/file_logger.h>
+
+struct sigaction prevsighup;
+
+namespace vncommon {
+namespace {
+
+using ExtendedHandler = void (*)(int, siginfo_t*, void*);
+
+// ---- The disposition before ours ----
+//
+// A signal may arrive in another thread while the disposition is being replaced, and its handler
+// takes no lock. The one mix that would harm is an extended handler called with one argument. So
+// the flag for extended information is set before the handler changes and cleared after it;
+// Linux itself passes three arguments to plain handlers as well.
+
+ExtendedHandler previousHandler() {
+    return __atomic_load_n(&prevsighup.sa_sigaction, __ATOMIC_SEQ_CST);
+}
+
+void setPreviousFlags(int flags) {
+    __atomic_store_n(&prevsighup.sa_flags, flags, __ATOMIC_SEQ_CST);
+}
+
+void savePrevious(const struct sigaction& action) {
+    setPreviousFlags(prevsighup.sa_flags | SA_SIGINFO);
+    __atomic_store_n(&prevsighup.sa_sigaction, action.sa_sigaction, __ATOMIC_SEQ_CST);
+    setPreviousFlags(action.sa_flags);
+    prevsighup.sa_mask = action.sa_mask;
+}
+
+void passOn(int signal, siginfo_t* info, void* context) {
+    struct sigaction previous = {};
+    do {
+        previous.sa_sigaction = previousHandler();
+        previous.sa_flags = __atomic_load_n(&prevsighup.sa_flags, __ATOMIC_SEQ_CST);
+    } while (previous.sa_sigaction != previousHandler());
+    if (previous.sa_handler == SIG_DFL || previous.sa_handler == SIG_IGN) {
+        return;
+    }
+    if ((previous.sa_flags & SA_SIGINFO) != 0) {
+        previous.sa_sigaction(signal, info, context);
+    } else {
+        previous.sa_handler(signal);
+    }
+}
+
+// ---- Signals that come back ----
+//
+// Code that took SIGHUP over after us calls our handler as the one that it replaced, and
+// FileLogger_reinstallSignalHandler makes it the one that we pass the signal on to: such a call
+// from inside our passing on is not passed on again. It is told from a new signal by where its
+// context is. Linux stores the context of a signal on the stack just before the handler's frame:
+// a new signal's is between that frame and the frame that passes on. A handler in between passes
+// the old one, none, or whatever a register holds. (The comparison with frames also answers after
+// a longjmp() out of the handler before ours, when the note below is stale.)
+
+// Static TLS, because access to any other may allocate.
+__attribute__((tls_model("initial-exec"))) thread_local const void* passingFrame = nullptr;
+
+bool comesBack(const void* frame, const void* context) {
+    const bool isInside = passingFrame != nullptr && frame < passingFrame;
+    const bool isNewSignal = frame < context && context < passingFrame;
+    return isInside && !isNewSignal;
+}
+
+void sighupHandler(int signal, siginfo_t* info, void* context) {
+    const int errnoBefore = errno;
+    reopenAllOrLeaveNote();
+    errno = errnoBefore;
+    const void* frame = __builtin_frame_address(0);
+    if (signal != SIGHUP || comesBack(frame, context)) {
+        return;
+    }
+    const void* outerFrame = passingFrame;
+    passingFrame = frame;
+    passOn(signal, info, context);
+    passingFrame = outerFrame;
+}
+
+bool isOurs(const struct sigaction& action) {
+    return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == sighupHandler;
+}
+
+// Saves the disposition that sigaction() found in force.
+int change(const struct sigaction* to) {
+    struct sigaction before;
+    const int result = sigaction(SIGHUP, to, &before);
+    if (result == 0 && !isOurs(before)) {
+        savePrevious(before);
+    }
+    return result;
+}
+
+}  // namespace
+
+// Saved first, because it may be needed as soon as our handler is in force; and saved again, in
+// case other code changed it in between.
+int installHandler() {
+    struct sigaction ours = {};
+    ours.sa_sigaction = sighupHandler;
+    ours.sa_flags = SA_SIGINFO;
+    sigemptyset(&ours.sa_mask);
+    const int result = change(nullptr);
+    return result != 0 ? result : change(&ours);
+}
+
+void pinLibrary() {
+    if (inForkedChild()) {
+        return;
+    }
+    Dl_info here;
+    if (dladdr(reinterpret_cast<void*>(sighupHandler), &here) != 0) {
+        dlopen(here.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+    }
+}
+
+}  // namespace vncommon
+
+int FileLogger_reinstallSignalHandler(void) {
+    const vncommon::RegistryLock lock;
+    return vncommon::installHandler();
+}

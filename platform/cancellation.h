@@ -1,0 +1,25 @@
+// Cancellation points inside a locked section: a thread that is cancelled there would never
+// release the lock.
+#ifndef VN_PLATFORM_CANCELLATION_H
+#define VN_PLATFORM_CANCELLATION_H
+
+#include <pthread.h>
+
+namespace vncommon {
+
+// Postpones a pthread_cancel() of the calling thread for its lifetime. May be used in a signal
+// handler: glibc changes a field of the thread's own control block, nothing else.
+class CancellationDisabled {
+  public:
+    CancellationDisabled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~CancellationDisabled() { pthread_setcancelstate(before_, nullptr); }
+    CancellationDisabled(const CancellationDisabled&) = delete;
+    CancellationDisabled& operator=(const CancellationDisabled&) = delete;
+
+  private:
+    int before_ = PTHREAD_CANCEL_ENABLE;
+};
+
+}  // namespace vncommon
+
+#endif

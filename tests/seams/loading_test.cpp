@@ -1,0 +1,100 @@
+// The first logger of the process while a library is being loaded.
+#include <vncommon/log.h>
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <thread>
+
+#include "support/child_process.h"
+
+namespace {
+
+std::atomic<bool> inConstructor{false};
+std::atomic<bool> mayLog{false};
+
+}  // namespace
+
+// The plugin's constructor calls this, with the dynamic linker's lock held.
+extern "C" __attribute__((visibility("default"))) void pluginIsLoading() {
+    if (inConstructor) {
+        return;
+    }
+    inConstructor = true;
+    while (!mayLog) {
+        std::this_thread::yield();
+    }
+    VN_LogInfo("plugin");
+}
+
+namespace {
+
+// The main thread is on its way into its first line while the plugin writes one.
+VN_CHILD(logsFirstBesideAPlugin) {
+    std::thread loads([] {
+        if (dlopen(VN_PLUGIN, RTLD_NOW) == nullptr) {
+            puts(dlerror());
+            inConstructor = true;
+        }
+    });
+    while (!inConstructor) {
+        std::this_thread::yield();
+    }
+    std::thread releases([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        mayLog = true;
+    });
+    VN_LogInfo("main");
+    releases.join();
+    loads.join();
+    return 0;
+}
+
+TEST(Loading, FirstLineOfAPluginBesideTheFirstLineOfMain) {
+    const ChildResult child = runChild("logsFirstBesideAPlugin", {.timeoutSeconds = 60});
+    EXPECT_EQ(child.signal, 0) << "hangs";
+    EXPECT_EQ(child.exitStatus, 0) << child.out;
+    EXPECT_NE(child.err.find("] - plugin\n"), std::string::npos) << child.err;
+    EXPECT_NE(child.err.find("] - main\n"), std::string::npos) << child.err;
+    EXPECT_EQ(child.out, "");
+}
+
+// Children write their first line while a thread of the parent loads and unloads a library.
+VN_CHILD(forksWhileAPluginIsLoaded) {
+    inConstructor = true;
+    std::atomic<bool> done{false};
+    std::thread loads([&done] {
+        while (!done) {
+            dlclose(dlopen(VN_PLUGIN, RTLD_NOW));
+        }
+    });
+    int bad = 0;
+    for (int i = 0; i < 300 && bad == 0; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            VN_LogInfo("child");
+            syscall(SYS_exit_group, 0);  // dlclose() may have held the lock of the exit functions
+        }
+        int status;
+        waitpid(child, &status, 0);
+        bad += !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+    }
+    done = true;
+    loads.join();
+    return bad == 0 ? 0 : 1;
+}
+
+TEST(Loading, FirstLineOfAChildWhileTheParentLoadsALibrary) {
+    const ChildResult child = runChild("forksWhileAPluginIsLoaded", {.timeoutSeconds = 60});
+    EXPECT_EQ(child.signal, 0) << "hangs";
+    EXPECT_EQ(child.exitStatus, 0) << child.err.substr(0, 300);
+}
+
+}  // namespace
