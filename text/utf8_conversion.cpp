@@ -8,12 +8,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-
-#include "text/utf8_kernel.h"
 
 namespace {
 
@@ -83,11 +80,6 @@ MallocBlock<char> convertExactly(const char* text, size_t length, size_t capacit
     return result;
 }
 
-// Not so in Turkish locales, where strcasecmp tells I and i apart, and no other letters.
-bool foldsAsciiAsUsual() {
-    return (*__ctype_tolower_loc())[size_t{'I'}] == 'i';
-}
-
 int compareFolded(const char* a, const char* b) {
     const MallocBlock<uint16_t> wideA(vn_getUTF16(a));
     const MallocBlock<uint16_t> wideB(vn_getUTF16(b));
@@ -103,28 +95,6 @@ bool isConvertible(size_t length) {
 }
 
 }  // namespace
-
-constinit thread_local const int32_t* const* vncommon::lowerCase = nullptr;
-
-int vncommon::compareFrom(size_t common, const char* a, const char* b) {
-    if (!vn_isAscii(a + common) || !vn_isAscii(b + common)) {
-        return compareFolded(a, b);
-    }
-    return foldsAsciiAsUsual() ? strcasecmp(a + common, b + common) : strcasecmp(a, b);
-}
-
-int vncommon::compareAfter(size_t compared, const char* a, const char* b) {
-    const size_t common = compared + commonAscii(a + compared, b + compared);
-    if (a[common] == '\0' && b[common] == '\0') {
-        return compareEqual(a, b);
-    }
-    return compareFrom(common, a, b);
-}
-
-int vncommon::askLocale(const char* a, const char* b) {
-    lowerCase = __ctype_tolower_loc();
-    return foldsAsciiAsUsual() ? 0 : strcasecmp(a, b);
-}
 
 const char* vn_getCodepage() {
     if (!checkedCodepage.load(std::memory_order_acquire)) {
@@ -214,5 +184,5 @@ unsigned int vn_codeUnitsUTF16(const uint16_t* text) {
 }
 
 int vn_UTF8CaseCmp(const char* a, const char* b) {
-    return vncommon::utf8Kernel.caseCompare(a, b);
+    return vn_isAscii(a) && vn_isAscii(b) ? strcasecmp(a, b) : compareFolded(a, b);
 }

@@ -19,10 +19,6 @@ struct Avx2 {
     static Vector both(Vector a, Vector b) { return _mm256_and_si256(a, b); }
     static Vector either(Vector a, Vector b) { return _mm256_or_si256(a, b); }
     static Vector differ(Vector a, Vector b) { return _mm256_xor_si256(a, b); }
-    static Vector without(Vector a, Vector b) { return _mm256_andnot_si256(b, a); }
-    static Vector equal(Vector a, Vector b) { return _mm256_cmpeq_epi8(a, b); }
-    static Vector greater(Vector a, Vector b) { return _mm256_cmpgt_epi8(a, b); }  // signed
-    static Vector add(Vector a, Vector b) { return _mm256_add_epi8(a, b); }
     static Vector topBits(Vector v) { return both(v, all(0x80)); }
     static Vector lowerHalves(Vector v) { return both(v, all(0x0F)); }
     static Vector upperHalves(Vector v) { return lowerHalves(_mm256_srli_epi16(v, 4)); }
@@ -31,9 +27,6 @@ struct Avx2 {
     }
     static bool isAscii(Vector v) { return _mm256_movemask_epi8(v) == 0; }
     static bool isZero(Vector v) { return _mm256_testz_si256(v, v) != 0; }
-
-    // One bit for each byte without its top bit.
-    static uint32_t notSet(Vector v) { return ~static_cast<uint32_t>(_mm256_movemask_epi8(v)); }
 
     // The element at each index of 0 to 15.
     static Vector lookUp(const uint8_t (&table)[16], Vector indices) {

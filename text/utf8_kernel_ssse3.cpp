@@ -19,21 +19,12 @@ struct Ssse3 {
     static Vector both(Vector a, Vector b) { return _mm_and_si128(a, b); }
     static Vector either(Vector a, Vector b) { return _mm_or_si128(a, b); }
     static Vector differ(Vector a, Vector b) { return _mm_xor_si128(a, b); }
-    static Vector without(Vector a, Vector b) { return _mm_andnot_si128(b, a); }
-    static Vector equal(Vector a, Vector b) { return _mm_cmpeq_epi8(a, b); }
-    static Vector greater(Vector a, Vector b) { return _mm_cmpgt_epi8(a, b); }  // signed
-    static Vector add(Vector a, Vector b) { return _mm_add_epi8(a, b); }
     static Vector topBits(Vector v) { return both(v, all(0x80)); }
     static Vector lowerHalves(Vector v) { return both(v, all(0x0F)); }
     static Vector upperHalves(Vector v) { return lowerHalves(_mm_srli_epi16(v, 4)); }
     static Vector subtractToZero(Vector v, uint8_t value) { return _mm_subs_epu8(v, all(value)); }
     static bool isAscii(Vector v) { return _mm_movemask_epi8(v) == 0; }
     static bool isZero(Vector v) { return _mm_movemask_epi8(_mm_cmpeq_epi8(v, zero())) == 0xFFFF; }
-
-    // One bit for each byte without its top bit.
-    static uint32_t notSet(Vector v) {
-        return ~static_cast<uint32_t>(_mm_movemask_epi8(v)) & 0xFFFF;
-    }
 
     // The element at each index of 0 to 15.
     static Vector lookUp(const uint8_t (&table)[16], Vector indices) {

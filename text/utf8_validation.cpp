@@ -5,14 +5,12 @@
 #include <array>
 #include <cstring>
 
-#include "platform/over_reading.h"
 #include "text/utf8_kernel.h"
 
 namespace {
 
 using vncommon::isAsciiBytes;
 using vncommon::isUtf8Bytes;
-using vncommon::LetterMasks;
 using vncommon::Utf8Kernel;
 using vncommon::utf8Kernel;
 
@@ -99,26 +97,7 @@ bool isUtf8Plain(const uint8_t* bytes, size_t size) {
     return true;
 }
 
-constexpr LetterMasks makeLetterMasks() {
-    LetterMasks masks{};
-    for (size_t i = 0; i < sizeof masks.caseBit; ++i) {
-        masks.caseBit[i] = 'a' - 'A';
-        masks.move[i] = 0x7F - 'z';
-        masks.belowMovedA[i] = 0x7F - 'z' + 'a' - 1;
-    }
-    return masks;
-}
-
-size_t commonAsciiPlain(const uint8_t*, const uint8_t*) {
-    return 0;
-}
-
-int caseComparePlain(const char* a, const char* b) {
-    return vncommon::compareFrom(0, a, b);
-}
-
-constexpr Utf8Kernel plainKernel = {isAsciiPlain,    0, isUtf8Plain, 0, commonAsciiPlain,
-                                    caseComparePlain};
+constexpr Utf8Kernel plainKernel = {isAsciiPlain, 0, isUtf8Plain, 0};
 
 #if defined(__x86_64__)
 [[gnu::constructor]] void chooseKernel() {
@@ -127,10 +106,6 @@ constexpr Utf8Kernel plainKernel = {isAsciiPlain,    0, isUtf8Plain, 0, commonAs
         utf8Kernel = vncommon::utf8KernelAvx2;
     } else if (__builtin_cpu_supports("ssse3")) {
         utf8Kernel = vncommon::utf8KernelSsse3;
-    }
-    if (!vncommon::mayReadBehindText) {
-        utf8Kernel.commonAscii = commonAsciiPlain;
-        utf8Kernel.caseCompare = caseComparePlain;
     }
 }
 #endif
@@ -155,7 +130,6 @@ size_t wholeCharacters(const char* text, size_t size) {
 
 }  // namespace
 
-constinit const LetterMasks vncommon::letterMasks = makeLetterMasks();
 const Utf8Kernel vncommon::utf8KernelPlain = plainKernel;
 // Usable before the constructor above has run: the plain path is right everywhere.
 constinit Utf8Kernel vncommon::utf8Kernel = plainKernel;

@@ -73,7 +73,7 @@ VN_API int vn_isAscii(const char* text);
 
 /* 1 if the text is valid UTF-8, else 0: shortest forms only, nothing above U+10FFFF, no
  * truncated character. Deliberately, the encoded surrogates ED A0 80 to ED BF BF are valid.
- * Nothing behind the terminator is read. Cost: vector instructions where the processor has
+ * Nothing after the terminator is read. Cost: vector instructions where the processor has
  * them; on ASCII, little more than strlen. */
 VN_API int vn_isUTF8(const char* text);
 
@@ -125,11 +125,8 @@ VN_API int vn_UTF8isAsciiLetter(char character);
  * accented letter stands behind its plain one). A malformed text then equals every other, since
  * nothing can be said about it, and so does every text without memory. Only this second way
  * allocates.
- * What strcasecmp makes of I and i is asked for as the C library has it for the calling thread: a
- * setlocale in another thread is not seen by threads that run already.
- * Cost on ASCII that is equal but for case: that of strcasecmp, or up to 1.7 times that
- * on long text and at the end of a page. ASCII that differs is read to both ends, for other
- * characters may stand there. */
+ * What strcasecmp makes of I and i depends on the locale of the calling thread.
+ * Cost on ASCII: both texts are scanned to their ends, then strcasecmp. */
 VN_API int vn_UTF8CaseCmp(const char* a, const char* b);
 
 /* ---- White space ---------------------------------------------------------------------------

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/child_process.h"
@@ -369,23 +370,65 @@ TEST(CaseCmp, LongTexts) {
     }
 }
 
+// Two texts of one size, equal but for case, each with a guarded page directly after its
+// terminator.
+class GuardedPair {
+  public:
+    explicit GuardedPair(size_t size)
+        : a(_memoryOfA.end() - size - 1), b(_memoryOfB.end() - size - 1) {
+        const char sample[] = "Quick ~ Title_09Iii{@`[";
+        for (size_t i = 0; i < size; ++i) {
+            a[i] = sample[i % (sizeof sample - 1)];
+            b[i] = static_cast<char>(vn_UTF8isAsciiLetter(a[i]) && i % 3 != 0 ? a[i] ^ 0x20 : a[i]);
+        }
+        a[size] = b[size] = '\0';
+    }
+
+  private:
+    static inline GuardedMemory _memoryOfA;
+    static inline GuardedMemory _memoryOfB;
+
+  public:
+    char* const a;
+    char* const b;
+};
+
 TEST(CaseCmp, EveryPairOfAsciiBytesAtTheEndOfAPage) {
-    GuardedMemory memoryOfA;
-    GuardedMemory memoryOfB;
     for (const size_t size : {1U, 15U, 16U, 31U, 32U, 33U, 70U}) {
-        for (const size_t behind : {1U, 16U, 17U, 64U, 200U}) {
-            char* a = memoryOfA.end() - size - behind;
-            char* b = memoryOfB.end() - size - behind;
-            memset(a, 'n', size);
-            memset(b, 'N', size);
-            a[size] = b[size] = '\0';
-            a[size + behind - 1] = '\0';
-            for (int first = 1; first < 128; ++first) {
-                for (int second = 1; second < 128; ++second) {
-                    a[size / 2] = static_cast<char>(first);
-                    b[size / 2] = static_cast<char>(second);
-                    ASSERT_EQ(vn_UTF8CaseCmp(a, b), strcasecmp(a, b)) << first << ' ' << second;
-                }
+        const GuardedPair pair(size);
+        for (int first = 1; first < 128; ++first) {
+            for (int second = 1; second < 128; ++second) {
+                pair.a[size / 2] = static_cast<char>(first);
+                pair.b[size / 2] = static_cast<char>(second);
+                ASSERT_EQ(vn_UTF8CaseCmp(pair.a, pair.b), strcasecmp(pair.a, pair.b))
+                    << first << ' ' << second;
+            }
+        }
+    }
+}
+
+// The texts are not well-formed as soon as they are not ASCII, so that they equal each other.
+void expectAsDefined(const GuardedPair& pair) {
+    const bool ascii = vn_isAscii(pair.a) != 0 && vn_isAscii(pair.b) != 0;
+    ASSERT_EQ(vn_UTF8CaseCmp(pair.a, pair.b), ascii ? strcasecmp(pair.a, pair.b) : 0);
+    ASSERT_EQ(vn_UTF8CaseCmp(pair.b, pair.a), ascii ? strcasecmp(pair.b, pair.a) : 0);
+}
+
+// I against i, letters and others that differ, bytes that only look like a letter in another case,
+// the end of one text, and bytes beyond ASCII.
+TEST(CaseCmp, ReadsNothingAfterTheTerminators) {
+    const std::string pairs[] = {
+        "Ii", "iI", "ab", "Ab", "[{", "@`", "x\x7F", std::string("x\0", 2), "\xC3\xC3", "\xFFy"};
+    for (size_t size = 0; size <= 130; ++size) {
+        const GuardedPair pair(size);
+        ASSERT_EQ(vn_UTF8CaseCmp(pair.a, pair.b), 0);
+        for (size_t at = 0; at < size; ++at) {
+            for (const std::string& bytes : pairs) {
+                const char beforeA = std::exchange(pair.a[at], bytes[0]);
+                const char beforeB = std::exchange(pair.b[at], bytes[1]);
+                ASSERT_NO_FATAL_FAILURE(expectAsDefined(pair)) << size << ' ' << at;
+                pair.a[at] = beforeA;
+                pair.b[at] = beforeB;
             }
         }
     }
