@@ -1,4 +1,4 @@
-// Validation and comparison of UTF-8.
+// Validation, counting and comparison of UTF-8.
 #include <benchmark/benchmark.h>
 #include <strings.h>
 #include <vncommon/utf8.h>
@@ -9,6 +9,9 @@
 
 #ifdef VN_HAVE_GLIB_2_0
 #include <glib.h>
+#endif
+#ifdef VN_HAVE_SIMDJSON
+#include <simdjson.h>
 #endif
 
 namespace {
@@ -49,6 +52,9 @@ void runOverText(benchmark::State& state, Function function) {
 void allTexts(benchmark::internal::Benchmark* b) {
     b->ArgNames({"kind", "bytes"})->ArgsProduct({{ascii, latin, cjk, emoji}, {16, 64, 1 << 20}});
 }
+void longTexts(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"kind", "bytes"})->ArgsProduct({{ascii, latin, cjk, emoji}, {1 << 20}});
+}
 void asciiTexts(benchmark::internal::Benchmark* b) {
     b->ArgNames({"kind", "bytes"})->ArgsProduct({{ascii}, {16, 64, 1 << 20}});
 }
@@ -73,6 +79,42 @@ void glibUtf8Validate(benchmark::State& state) {
     runOverText(state, [](const char* text) { return g_utf8_validate(text, -1, nullptr); });
 }
 BENCHMARK(glibUtf8Validate)->Apply(allTexts);
+#endif
+
+void vnLength(benchmark::State& state) {
+    runOverText(state, vn_UTF8Length);
+}
+BENCHMARK(vnLength)->Apply(allTexts);
+
+void vnCountChars(benchmark::State& state) {
+    const auto size = static_cast<size_t>(state.range(1));
+    runOverText(state, [=](const char* text) { return vn_UTF8CountChars(text, text + size); });
+}
+BENCHMARK(vnCountChars)->Apply(longTexts);
+
+#ifdef VN_HAVE_SIMDJSON
+// It is told the size, as vn_UTF8CountChars is; vn_UTF8Length looks for the terminator as well.
+void simdjsonCount(benchmark::State& state) {
+    const auto size = static_cast<size_t>(state.range(1));
+    runOverText(state, [=](const char* text) {
+        if (!simdjson::validate_utf8(text, size)) {
+            return 0;
+        }
+        int count = 0;
+        for (size_t i = 0; i < size; ++i) {
+            count += (static_cast<uint8_t>(text[i]) & 0xC0) != 0x80;
+        }
+        return count;
+    });
+}
+BENCHMARK(simdjsonCount)->Apply(allTexts);
+#endif
+
+#ifdef VN_HAVE_GLIB_2_0
+void glibStrlen(benchmark::State& state) {
+    runOverText(state, [](const char* text) { return g_utf8_strlen(text, -1); });
+}
+BENCHMARK(glibStrlen)->Apply(allTexts);
 #endif
 
 // Equal but for the case of every letter: both texts are read to the end. Where they lie in their
@@ -116,5 +158,19 @@ void platformStrcasecmp(benchmark::State& state) {
     runOverPair(state, strcasecmp);
 }
 BENCHMARK(platformStrcasecmp)->ArgName("bytes")->Arg(8)->Arg(20)->Arg(64)->Arg(1024)->Arg(1 << 20);
+
+#ifdef VN_HAVE_GLIB_2_0
+void glibCaseCmp(benchmark::State& state) {
+    runOverPair(state, [](const char* a, const char* b) {
+        char* const foldedA = g_utf8_casefold(a, -1);
+        char* const foldedB = g_utf8_casefold(b, -1);
+        const int result = strcmp(foldedA, foldedB);
+        g_free(foldedA);
+        g_free(foldedB);
+        return result;
+    });
+}
+BENCHMARK(glibCaseCmp)->ArgName("bytes")->Arg(8)->Arg(20)->Arg(64)->Arg(1024)->Arg(1 << 20);
+#endif
 
 }  // namespace

@@ -1,8 +1,12 @@
-// Byte-order mark and stepping from character to character. Validation, white space and the
-// conversions have files of their own beside this one.
+// Byte-order mark, stepping from character to character, and counting. Validation, white space and
+// the conversions have files of their own beside this one.
 #include <vncommon/utf8.h>
 
+#include <algorithm>
 #include <array>
+#include <cstring>
+
+#include "text/utf8_kernel.h"
 
 namespace {
 
@@ -30,6 +34,62 @@ uint8_t lengthAt(const char* text) {
     return utf8_length[static_cast<uint8_t>(*text)];
 }
 
+bool isInvalid(const char* text) {
+    return lengthAt(text) == notALead;
+}
+
+struct Counted {
+    const char* next;  // where counting goes on: after the last character, or at an invalid byte
+    int characters;
+};
+
+Counted countByTable(const char* text, const char* end) {
+    int count = 0;
+    for (; text < end && !isInvalid(text); ++count) {
+        text += lengthAt(text);
+    }
+    return {text, count};
+}
+
+// Sums of one byte for blocks whose sum fits: compilers add up sixteen or more of these at a time.
+int countLeads(const char* text, size_t size) {
+    constexpr size_t blockSize = 240;
+    int count = 0;
+    for (const char* const end = text + size; text != end;) {
+        const char* const blockEnd = text + std::min(blockSize, static_cast<size_t>(end - text));
+        uint8_t inBlock = 0;
+        for (; text != blockEnd; ++text) {
+            inBlock = static_cast<uint8_t>(inBlock + !vncommon::isContinuation(*text));
+        }
+        count += inBlock;
+    }
+    return count;
+}
+
+// The characters that begin in a stretch. In valid text these are its lead bytes. What is not valid
+// is halved until the table serves, because the table reads each lead byte only after the one
+// before it. A last character that goes on after the stretch may be left for the next one.
+Counted countStretch(const char* text, size_t size) {
+    constexpr size_t smallest = 64;
+    const char* const end = text + size;
+    if (vncommon::isAsciiBytes(text, size)) {
+        return {end, static_cast<int>(size)};
+    }
+    if (size < smallest) {
+        return countByTable(text, end);
+    }
+    const size_t whole = vncommon::wholeCharacters(text, size);
+    if (vncommon::isUtf8Bytes(text, whole)) {
+        return {text + whole, countLeads(text, whole)};
+    }
+    const Counted first = countStretch(text, size / 2);  // ends at most 3 bytes after the half
+    if (isInvalid(first.next)) {
+        return first;
+    }
+    const Counted second = countStretch(first.next, static_cast<size_t>(end - first.next));
+    return {second.next, first.characters + second.characters};
+}
+
 }  // namespace
 
 int vn_hasUTF8BOM(const char* text) {
@@ -51,26 +111,30 @@ unsigned char vn_UTF8CharLength(const char* text) {
 
 int vn_UTF8Length(const char* text) {
     int count = 0;
-    for (; *text != '\0'; ++count) {
-        const uint8_t length = lengthAt(text);
-        if (length == notALead) {
+    while (*text != '\0') {
+        if (isInvalid(text)) {
             return 0;
         }
-        text += length;
+        const auto [next, characters] = countStretch(text, strnlen(text, vncommon::stretchSize));
+        text = next;
+        count += characters;
     }
     return count;
 }
 
 int vn_UTF8CountChars(const char* start, const char* end) {
     int count = 0;
-    for (; start < end && lengthAt(start) != notALead; ++count) {
-        start += lengthAt(start);
+    while (start < end && !isInvalid(start)) {
+        const size_t size = std::min(vncommon::stretchSize, static_cast<size_t>(end - start));
+        const auto [next, characters] = countStretch(start, size);
+        start = next;
+        count += characters;
     }
     return count;
 }
 
 const char* vn_UTF8SkipChars(const char* text, int count) {
-    for (; count != 0 && *text != '\0' && lengthAt(text) != notALead; count -= count > 0) {
+    for (; count != 0 && *text != '\0' && !isInvalid(text); count -= count > 0) {
         text += lengthAt(text);
     }
     return text;

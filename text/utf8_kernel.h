@@ -8,8 +8,7 @@
 namespace vncommon {
 
 struct Utf8Kernel {
-    // Checks of a stretch. None of its bytes is zero, and nothing outside of it is read. Each
-    // check has a least size.
+    // Checks of a stretch. Nothing outside of it is read. Each check has a least size.
     bool (*isAscii)(const uint8_t* bytes, size_t size);  // no byte has its top bit set
     size_t asciiMinimum;
     bool (*isUtf8)(const uint8_t* bytes, size_t size);  // whole, valid characters
@@ -27,6 +26,17 @@ extern const Utf8Kernel utf8KernelAvx2;
 // With the chosen kernel, or the plain one where the stretch is too short for it.
 bool isAsciiBytes(const char* bytes, size_t size);
 bool isUtf8Bytes(const char* bytes, size_t size);
+
+// Text of unknown length is measured and then checked stretch by stretch: the second pass finds its
+// bytes in the first-level cache, and neither pass reads after the terminator.
+constexpr size_t stretchSize = 4096;
+
+constexpr bool isContinuation(char byte) {
+    return (static_cast<uint8_t>(byte) & 0xC0) == 0x80;
+}
+
+// The size, at least 4, without a last character that may go on after it.
+size_t wholeCharacters(const char* text, size_t size);
 
 }  // namespace vncommon
 
