@@ -69,27 +69,38 @@ void checkStepping(const char* text, size_t length, const Points& points) {
     }
 }
 
-// The length of malformed text: 0 when the walk by lead bytes meets an invalid one. Nothing is
-// asked when the walk would leave the text, which is outside the contract.
-void checkMalformed(const char* text, size_t length) {
+// Where the walk by lead bytes ends: at an invalid one, or at or after the end.
+struct Walk {
+    size_t position;
+    int count;
+};
+
+Walk walk(const char* text, size_t length) {
     size_t position = 0;
     int count = 0;
-    while (position < length) {
+    for (; position < length; ++count) {
         const auto lead = static_cast<uint8_t>(text[position]);
         if ((lead >= 0x80 && lead < 0xC0) || lead > 0xF4) {
-            FUZZ_REQUIRE(vn_UTF8Length(text) == 0);
-            FUZZ_REQUIRE(vn_UTF8CharLength(text + position) == 0);
-            FUZZ_REQUIRE(vn_UTF8CountChars(text, text + length) == count);
-            FUZZ_REQUIRE(vn_UTF8SkipChars(text, -1) == text + position);
-            return;
+            break;
         }
         position += lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-        ++count;
     }
-    if (position == length) {
-        FUZZ_REQUIRE(vn_UTF8Length(text) == count);
-        FUZZ_REQUIRE(vn_UTF8SkipChars(text, count) == text + length);
+    return {position, count};
+}
+
+// Malformed text. vn_UTF8Length and vn_UTF8SkipChars are not called when the walk would leave the
+// text, which is outside the contract.
+void checkMalformed(const char* text, size_t length) {
+    for (size_t part = length; part > 0; part /= 2) {
+        FUZZ_REQUIRE(vn_UTF8CountChars(text, text + part) == walk(text, part).count);
     }
+    const auto [position, count] = walk(text, length);
+    if (position > length) {
+        return;
+    }
+    FUZZ_REQUIRE(vn_UTF8Length(text) == (position < length ? 0 : count));
+    FUZZ_REQUIRE(vn_UTF8SkipChars(text, -1) == text + position);
+    FUZZ_REQUIRE(vn_UTF8CharLength(text + position) == 0);
 }
 
 bool isAscii(const std::string& text) {

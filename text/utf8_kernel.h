@@ -21,9 +21,7 @@ extern const Utf8Kernel utf8KernelSsse3;
 extern const Utf8Kernel utf8KernelAvx2;
 #endif
 
-[[gnu::visibility("hidden")]] extern Utf8Kernel utf8Kernel;  // the one chosen for this machine
-
-// With the chosen kernel, or the plain one where the stretch is too short for it.
+// With the kernel chosen for this machine, or the plain one where the stretch is too short for it.
 bool isAsciiBytes(const char* bytes, size_t size);
 bool isUtf8Bytes(const char* bytes, size_t size);
 

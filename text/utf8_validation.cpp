@@ -13,7 +13,6 @@ using vncommon::isAsciiBytes;
 using vncommon::isUtf8Bytes;
 using vncommon::stretchSize;
 using vncommon::Utf8Kernel;
-using vncommon::utf8Kernel;
 
 constexpr uint8_t invalidLead = 7;
 
@@ -100,13 +99,16 @@ bool isUtf8Plain(const uint8_t* bytes, size_t size) {
 
 constexpr Utf8Kernel plainKernel = {isAsciiPlain, 0, isUtf8Plain, 0};
 
+// Usable before the constructor below has run: the plain path is right everywhere.
+constinit Utf8Kernel chosenKernel = plainKernel;
+
 #if defined(__x86_64__)
 [[gnu::constructor]] void chooseKernel() {
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx2")) {
-        utf8Kernel = vncommon::utf8KernelAvx2;
+        chosenKernel = vncommon::utf8KernelAvx2;
     } else if (__builtin_cpu_supports("ssse3")) {
-        utf8Kernel = vncommon::utf8KernelSsse3;
+        chosenKernel = vncommon::utf8KernelSsse3;
     }
 }
 #endif
@@ -114,18 +116,17 @@ constexpr Utf8Kernel plainKernel = {isAsciiPlain, 0, isUtf8Plain, 0};
 }  // namespace
 
 const Utf8Kernel vncommon::utf8KernelPlain = plainKernel;
-// Usable before the constructor above has run: the plain path is right everywhere.
-constinit Utf8Kernel vncommon::utf8Kernel = plainKernel;
 
 bool vncommon::isAsciiBytes(const char* bytes, size_t size) {
     const auto* data = reinterpret_cast<const uint8_t*>(bytes);
-    return size < utf8Kernel.asciiMinimum ? isAsciiPlain(data, size)
-                                          : utf8Kernel.isAscii(data, size);
+    return size < chosenKernel.asciiMinimum ? isAsciiPlain(data, size)
+                                            : chosenKernel.isAscii(data, size);
 }
 
 bool vncommon::isUtf8Bytes(const char* bytes, size_t size) {
     const auto* data = reinterpret_cast<const uint8_t*>(bytes);
-    return size < utf8Kernel.utf8Minimum ? isUtf8Plain(data, size) : utf8Kernel.isUtf8(data, size);
+    return size < chosenKernel.utf8Minimum ? isUtf8Plain(data, size)
+                                           : chosenKernel.isUtf8(data, size);
 }
 
 size_t vncommon::wholeCharacters(const char* text, size_t size) {
