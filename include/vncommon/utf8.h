@@ -94,11 +94,13 @@ VN_API const char* vn_getUTF8BOM(void);
 /* Bytes of the character at text, 1 to 4; 0 at the terminator and at an invalid byte. */
 VN_API unsigned char vn_UTF8CharLength(const char* text);
 
-/* The number of characters in text; 0 when an invalid byte is met. */
+/* The number of characters in text; 0 when an invalid byte is met. Cost: that of vn_isUTF8 and a
+ * count of bytes where the text is valid; elsewhere one step per character. */
 VN_API int vn_UTF8Length(const char* text);
 
 /* The number of characters that begin in [start, end). A terminator in between counts as one;
- * an invalid byte ends the count before it. */
+ * an invalid byte ends the count before it. All bytes of the range must be readable. Cost as for
+ * vn_UTF8Length. */
 VN_API int vn_UTF8CountChars(const char* start, const char* end);
 
 /* count characters further, but not past the terminator and not past an invalid byte. A
