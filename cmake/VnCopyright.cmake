@@ -27,6 +27,11 @@ function(vn_write_copyright output)
     if(EXISTS ${file})
         file(READ ${file} decimal)
     endif()
+    set(json "See the copyright file of nlohmann-json.\n")
+    set(file /usr/share/doc/nlohmann-json3-dev/copyright)
+    if(EXISTS ${file})
+        file(READ ${file} json)
+    endif()
     set(rule "\n----------------------------------------------------------------------------\n")
     file(CONFIGURE OUTPUT ${output} @ONLY CONTENT
 "@notices@
@@ -38,5 +43,7 @@ function(vn_write_copyright output)
 
 @gdtoa@
 @rule@Decimal floating-point library (BID)@rule@
-@decimal@")
+@decimal@
+@rule@JSON for Modern C++ (in vninfo)@rule@
+@json@")
 endfunction()

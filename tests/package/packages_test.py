@@ -83,7 +83,7 @@ class Packages(unittest.TestCase):
             text = self.document(package, path, "copyright").decode()
             for owner in ["Sun Microsystems, Inc. All rights reserved",
                           "Copyright (c) 1991 by AT&T", "Lucent Technologies\nAll Rights Reserved",
-                          "Intel Corp"]:
+                          "Intel Corp", "Niels Lohmann"]:
                 self.assertIn(owner, text)
 
     def test_the_changelog(self):

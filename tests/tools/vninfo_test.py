@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -84,8 +85,9 @@ class Limits(Base):
         for resource in facts["processors"], facts["memory"]:
             for name in "control-groups-v1", "control-groups-v2":
                 self.assertEqual(source(resource, name),
-                                 {"name": name, "value": None, "wins": False, "readings": []})
-        self.assertIn("control-groups-v2  no such control group", self.text())
+                                 {"name": name, "value": None, "reason": "no such group",
+                                  "wins": False, "readings": []})
+        self.assertIn("control-groups-v2  no such group", self.text())
         self.assertEqual(winners(self.facts(VN_CGROUPS_SELF="/no/such/file")["memory"]),
                          ["physical"])
 
@@ -96,11 +98,11 @@ class Limits(Base):
         self.assertEqual(facts["processors"]["count"], 1)
         self.assertEqual(winners(facts["processors"]), ["control-groups-v2"])
         self.assertEqual(source(facts["processors"], "control-groups-v2")["readings"],
-                         [{"file": f"{self.root}//app.slice/cpu.max", "text": "25000 100000"}])
+                         [{"file": f"{self.root}/app.slice/cpu.max", "text": "25000 100000"}])
         self.assertEqual(facts["memory"]["usable_bytes"], 64 * MIB)
         self.assertEqual(winners(facts["memory"]), ["control-groups-v2"])
         self.assertEqual(source(facts["memory"], "control-groups-v2")["readings"],
-                         [{"file": f"{self.root}//app.slice/memory.max", "text": str(64 * MIB)}])
+                         [{"file": f"{self.root}/app.slice/memory.max", "text": str(64 * MIB)}])
 
     def test_version_1(self):
         self.version1(quota="50000", memory=str(32 * MIB))
@@ -122,6 +124,34 @@ class Limits(Base):
         self.assertIsNone(source(facts["memory"], "control-groups-v1")["value"])
         self.assertIn("control-groups-v1  no limit", self.text())
 
+    def reasons(self, resource):
+        return {one["name"]: one["reason"] for one in self.facts()[resource]["sources"]}
+
+    def test_the_reason_for_a_missing_limit(self):
+        self.unified(cpu="much 100000", memory="some")
+        self.version1(quota="50000", period="long")
+        self.write("self", "4:cpu:/docker/x\n5:memory:/docker/x\n0::/app.slice\n")
+        self.assertEqual(self.reasons("processors"),
+                         {"override": "not set", "cpuinfo": None,
+                          "control-groups-v1": "not a number", "control-groups-v2": "not a number"})
+        self.assertEqual(self.reasons("memory"),
+                         {"physical": None, "control-groups-v1": "no limit",
+                          "control-groups-v2": "not a number"})
+        self.assertIn("control-groups-v2  not a number", self.text())
+        self.write("cgroup/app.slice/cpu.max", "50000\n")
+        self.assertEqual(self.reasons("processors")["control-groups-v2"], "not a number")
+        self.write("cgroup/app.slice/cpu.max", "")
+        self.assertEqual(self.reasons("processors")["control-groups-v2"], "no limit")
+        self.write("cgroup/app.slice/cpu.max", "\n")
+        self.assertEqual(self.reasons("processors")["control-groups-v2"], "not a number")
+        self.version1(quota="-1", period="long")
+        self.assertEqual(self.reasons("processors")["control-groups-v1"], "no limit")
+        os.unlink(self.root / "cpu/docker/x/cpu.cfs_quota_us")
+        self.assertEqual(self.reasons("processors")["control-groups-v1"], "no limit")
+        self.write("self", "4:cpu:/gone\n")
+        shutil.rmtree(self.root)
+        self.assertEqual(self.reasons("processors")["control-groups-v1"], "no such group")
+
     def test_the_smaller_limit_wins(self):
         self.unified(cpu="30000 100000", memory=str(8 * MIB))
         self.version1(quota="20000", memory=str(16 * MIB))
@@ -137,7 +167,7 @@ class Limits(Base):
         self.assertEqual([one["name"] for one in facts["processors"]["sources"]],
                          ["override", "control-groups-v1", "control-groups-v2"])
         self.assertEqual(source(facts["processors"], "override"),
-                         {"name": "override", "value": 7, "wins": True,
+                         {"name": "override", "value": 7, "reason": None, "wins": True,
                           "readings": [{"variable": "VN_ASSUME_CPUS", "text": "7 or so"}]})
         self.assertEqual(facts["processors"]["usable"], 7)
 
@@ -159,12 +189,88 @@ class Limits(Base):
         for line in ["Processors      1.5 usable, counted as 2\n",
                      "    override           4\n        VN_ASSUME_CPUS: 4\n",
                      "  * control-groups-v2  1.5\n"
-                     f"        {self.root}//app.slice/cpu.max: 150000 100000\n",
+                     f"        {self.root}/app.slice/cpu.max: 150000 100000\n",
                      "Memory          64.0 MiB usable\n",
                      f"    physical           {PHYSICAL / MIB:.1f} MiB\n",
                      "  * control-groups-v2  64.0 MiB\n",
                      "Code page       UTF-8\n    from LANG\n", "Log level       INFO\n"]:
             self.assertIn(line, text)
+
+
+class NotConsidered(Base):
+    """What narrows the process, too, but has no say in what the library finds."""
+
+    @staticmethod
+    def parents(resource, version):
+        return next(one for one in resource["not_considered"]
+                    if one["name"] == f"parent-groups-{version}")
+
+    def test_affinity(self):
+        mine = os.sched_getaffinity(0)
+        online = os.sysconf("SC_NPROCESSORS_ONLN")
+        self.addCleanup(os.sched_setaffinity, 0, mine)
+        os.sched_setaffinity(0, {min(mine)})
+        facts = self.facts(VN_ASSUME_CPUS="4")["processors"]
+        self.assertEqual((facts["usable"], facts["online"]), (4, online))
+        self.assertEqual(facts["not_considered"][0],
+                         {"name": "affinity", "value": 1, "reason": None, "tighter": True,
+                          "readings": []})
+        text = self.text(VN_ASSUME_CPUS="4")
+        self.assertIn(f"  ! affinity           1 of {online} processors "
+                      "(not considered by the library)\n", text)
+        self.assertIn("\nOne marked ! is tighter", text)
+        facts = self.facts(VN_ASSUME_CPUS="1")["processors"]
+        self.assertFalse(facts["not_considered"][0]["tighter"])
+        self.assertNotIn(" ! ", self.text(VN_ASSUME_CPUS="1"))
+
+    def test_parents_of_version_2(self):
+        self.write("self", "0::/a/b/c\n")
+        self.write("cgroup/a/b/c/cpu.max", "50000 100000\n")
+        self.write("cgroup/a/b/c/memory.max", f"{64 * MIB}\n")
+        self.write("cgroup/a/b/cpu.max", "30000 100000\n")
+        self.write("cgroup/a/b/memory.max", "max\n")
+        self.write("cgroup/a/cpu.max", "20000 100000\n")
+        self.write("cgroup/a/memory.max", f"{128 * MIB}\n")
+        facts = self.facts()
+        self.assertEqual((facts["processors"]["usable"], facts["memory"]["usable_bytes"]),
+                         (0.5, 64 * MIB))
+        self.assertEqual(self.parents(facts["processors"], "v2"),
+                         {"name": "parent-groups-v2", "value": 0.2, "reason": None, "tighter": True,
+                          "readings": [{"file": f"{self.root}/a/cpu.max",
+                                        "text": "20000 100000"}]})
+        self.assertEqual(self.parents(facts["memory"], "v2"),
+                         {"name": "parent-groups-v2", "value": 128 * MIB, "reason": None,
+                          "tighter": False,
+                          "readings": [{"file": f"{self.root}/a/memory.max",
+                                        "text": str(128 * MIB)}]})
+        self.assertIn(f"  ! parent-groups-v2   0.2 of {facts['processors']['online']} processors "
+                      "(not considered by the library)\n"
+                      f"        {self.root}/a/cpu.max: 20000 100000\n", self.text())
+
+    def test_parents_of_version_1(self):
+        self.write("self", "4:cpu:/docker/x\n5:memory:/docker/x\n")
+        (self.root / "cpu/docker/x").mkdir(parents=True)
+        (self.root / "memory/docker/x").mkdir(parents=True)
+        self.write("cgroup/cpu/docker/cpu.cfs_quota_us", "25000\n")
+        self.write("cgroup/cpu/docker/cpu.cfs_period_us", "100000\n")
+        self.write("cgroup/memory/memory.limit_in_bytes", f"{32 * MIB}\n")
+        facts = self.facts()
+        self.assertEqual(self.parents(facts["processors"], "v1")["value"], 0.25)
+        self.assertEqual(self.parents(facts["memory"], "v1")["value"], 32 * MIB)
+        self.assertEqual(facts["memory"]["usable_bytes"], PHYSICAL)
+        self.assertIn("  ! parent-groups-v1   32.0 MiB (not considered by the library)\n",
+                      self.text())
+
+    def test_groups_without_parents(self):
+        for line in ["", "0::/\n", "0::/../x\n"]:
+            self.write("self", line)
+            self.write("cgroup/memory.max", f"{MIB}\n")
+            found = self.parents(self.facts()["memory"], "v2")
+            self.assertEqual((found["value"], found["reason"]), (None, "no such group"), line)
+        self.write("self", "0::/a\n")
+        self.write("cgroup/a/memory.max", "max\n")
+        self.write("cgroup/memory.max", "max\n")
+        self.assertEqual(self.parents(self.facts()["memory"], "v2")["reason"], "no limit")
 
 
 class Surroundings(Base):
@@ -178,6 +284,17 @@ class Surroundings(Base):
         facts = self.facts(VN_CGROUPS_ROOT=None, VN_CGROUPS_SELF=None)
         self.assertEqual(facts["control_groups"],
                          {"root": "/sys/fs/cgroup", "self": "/proc/self/cgroup"})
+
+    def test_no_path_has_doubled_slashes(self):
+        self.write("self", "0::/a\n")
+        self.write("cgroup/a/cpu.max", "max 100000\n")
+        self.write("home/.vantrel.conf", "first\n")
+        places = {"VN_CGROUPS_ROOT": f"{self.root}//", "VN_CGROUPS_SELF": f"{self.top}//self",
+                  "HOME": f"{self.home}//"}
+        for arguments in [[], ["--json"]]:
+            text = self.text(*arguments, **places)
+            self.assertIn("cgroup/a/cpu.max", text)
+            self.assertNotIn("//", text)
 
     def test_code_page(self):
         self.assertEqual(self.facts()["code_page"], {"name": "UTF-8", "variable": "LANG"})

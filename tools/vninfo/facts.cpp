@@ -1,22 +1,18 @@
 #include "facts.h"
 
+#include <sched.h>
+#include <unistd.h>
 #include <vncommon/vncommon.h>
 
 #include <cfloat>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 
+#include "control_groups.h"
 #include "log_threshold.h"
 
 namespace vninfo {
 
 namespace {
-
-struct Free {
-    void operator()(char* text) const { free(text); }
-};
-using OwnedText = std::unique_ptr<char, Free>;
 
 constexpr double bytesPerMebibyte = 1048576;
 
@@ -34,39 +30,6 @@ std::string environmentOr(const char* name, const char* otherwise) {
     return readVariable(name).text.value_or(otherwise);
 }
 
-// The process's own group of one controller ("" for version 2), as the library finds it.
-class Group {
-  public:
-    Group(const Facts& facts, const char* controller)
-        : dir_(vn_getCGroupProcessControllerDir(facts.controlGroupsRoot.c_str(),
-                                                facts.controlGroupsSelf.c_str(), controller)) {}
-
-    const char* dir() const { return dir_.get(); }
-
-    std::vector<Reading> read(std::initializer_list<const char*> names) const {
-        std::vector<Reading> readings;
-        for (const char* name : names) {
-            if (dir_ != nullptr) {
-                readings.push_back(
-                    {Reading::Kind::file, dir_.get() + std::string(name), line(name)});
-            }
-        }
-        return readings;
-    }
-
-  private:
-    std::optional<std::string> line(const char* name) const {
-        const OwnedText line(readCGroupsFile(dir_.get(), name));
-        if (line == nullptr) {
-            return std::nullopt;
-        }
-        strip_linebreak(line.get());
-        return line.get();
-    }
-
-    OwnedText dir_;
-};
-
 template <class Number>
 std::optional<double> unless(Number noLimit, Number value) {
     return value == noLimit ? std::nullopt : std::optional(static_cast<double>(value));
@@ -74,40 +37,87 @@ std::optional<double> unless(Number noLimit, Number value) {
 
 // The override as the library judges it; /proc/cpuinfo is not read where it holds.
 std::vector<Source> machineProcessors() {
-    Source override{"override", {readVariable("VN_ASSUME_CPUS")}, std::nullopt};
+    Source override{"override", {readVariable("VN_ASSUME_CPUS")}, std::nullopt, ""};
     const auto& text = override.readings.front().text;
     const double machine = vn_getPhysicalCPUs();
     if (text && static_cast<int>(strtol(text->c_str(), nullptr, 10)) > 0) {
         override.value = machine;
         return {override};
     }
-    return {override, Source{"cpuinfo", {}, machine}};
+    override.reason = text ? "not a positive number" : "not set";
+    return {override, Source{"cpuinfo", {}, machine, ""}};
 }
 
-Resource processors(const Facts& facts) {
-    const Group cpu(facts, "cpu");
-    const Group unified(facts, "");
-    Resource all{vn_availableCPUs(), machineProcessors()};
-    all.sources.push_back({"control-groups-v1",
-                           cpu.read({"/cpu.cfs_quota_us", "/cpu.cfs_period_us"}),
-                           unless(DBL_MAX, vn_availableCPUsCGroupsV1(cpu.dir()))});
-    all.sources.push_back({"control-groups-v2", unified.read({"/cpu.max"}),
-                           unless(DBL_MAX, vn_availableCPUsCGroupsV2(unified.dir()))});
+// Nothing when the kernel refuses a set of that size, because the machine needs a larger one.
+std::optional<double> affinityWithin(size_t processors) {
+    cpu_set_t* set = CPU_ALLOC(processors);
+    const size_t size = CPU_ALLOC_SIZE(processors);
+    std::optional<double> count;
+    if (sched_getaffinity(0, size, set) == 0) {
+        count = CPU_COUNT_S(size, set);
+    }
+    CPU_FREE(set);
+    return count;
+}
+
+// What taskset, cpusets and the like leave to this process.
+Source affinity() {
+    constexpr size_t most = size_t{1} << 20;
+    Source source{"affinity", {}, std::nullopt, ""};
+    for (size_t processors = 1024; !source.value && processors <= most; processors *= 2) {
+        source.value = affinityWithin(processors);
+    }
+    source.reason = source.value ? "" : "unknown";
+    return source;
+}
+
+const Controller cpuControllers[] = {
+    {"v1",
+     "cpu",
+     {"/cpu.cfs_quota_us", "/cpu.cfs_period_us"},
+     {1, 1},
+     [](const char* dir) { return unless(DBL_MAX, vn_availableCPUsCGroupsV1(dir)); }},
+    {"v2",
+     "",
+     {"/cpu.max"},
+     {2},
+     [](const char* dir) { return unless(DBL_MAX, vn_availableCPUsCGroupsV2(dir)); }},
+};
+
+const Controller memoryControllers[] = {
+    {"v1",
+     "memory",
+     {"/memory.limit_in_bytes"},
+     {1},
+     [](const char* dir) {
+         return unless(INT64_MAX, vn_physicalMemoryCGroupsV1(dir, vn_actualPhysicalMemoryBytes()));
+     }},
+    {"v2",
+     "",
+     {"/memory.max"},
+     {1},
+     [](const char* dir) {
+         return unless(INT64_MAX, vn_physicalMemoryCGroupsV2(dir, vn_actualPhysicalMemoryBytes()));
+     }},
+};
+
+void addGroups(Resource& resource, const ControlGroups& groups, const Controller (&both)[2]) {
+    for (const Controller& controller : both) {
+        resource.sources.push_back(ownGroup(groups, controller));
+        resource.notConsidered.push_back(parentGroups(groups, controller));
+    }
+}
+
+Resource processors(const ControlGroups& groups) {
+    Resource all{vn_availableCPUs(), machineProcessors(), {affinity()}};
+    addGroups(all, groups, cpuControllers);
     return all;
 }
 
-Resource memory(const Facts& facts) {
-    const Group group(facts, "memory");
-    const Group unified(facts, "");
-    const int64_t physical = vn_actualPhysicalMemoryBytes();
-    const auto version1 = vn_physicalMemoryCGroupsV1(group.dir(), physical);
-    const auto version2 = vn_physicalMemoryCGroupsV2(unified.dir(), physical);
-    Resource all{vn_physicalMemory() * bytesPerMebibyte, {}};
-    all.sources.push_back({"physical", {}, static_cast<double>(physical)});
-    all.sources.push_back(
-        {"control-groups-v1", group.read({"/memory.limit_in_bytes"}), unless(INT64_MAX, version1)});
-    all.sources.push_back(
-        {"control-groups-v2", unified.read({"/memory.max"}), unless(INT64_MAX, version2)});
+Resource memory(const ControlGroups& groups) {
+    const auto physical = static_cast<double>(vn_actualPhysicalMemoryBytes());
+    Resource all{vn_physicalMemory() * bytesPerMebibyte, {{"physical", {}, physical, ""}}, {}};
+    addGroups(all, groups, memoryControllers);
     return all;
 }
 
@@ -128,7 +138,7 @@ CodePage codePage() {
 std::vector<std::string> configurationPlaces(const char* file) {
     std::vector<std::string> places;
     if (file != nullptr) {
-        places.emplace_back(file);
+        places.push_back(tidyPath(file));
     }
     places.emplace_back(".vantrel.conf");
     auto home = readVariable("HOME").text;
@@ -136,7 +146,7 @@ std::vector<std::string> configurationPlaces(const char* file) {
         home = readVariable("VANTREL_HOME").text;
     }
     if (home) {
-        places.push_back(*home + "/.vantrel.conf");
+        places.push_back(tidyPath(*home + "/.vantrel.conf"));
     }
     return places;
 }
@@ -145,7 +155,7 @@ Configuration configuration(const char* file) {
     Configuration found;
     found.tried = configurationPlaces(file);
     if (const char* name = VN_ConfigFile_Load(file, nullptr)) {
-        found.file = name;
+        found.file = tidyPath(name);
     }
     found.loaded = VN_ConfigFile_IsLoaded();
     if (!found.loaded) {
@@ -173,15 +183,22 @@ const Source* Resource::winner() const {
     return nullptr;
 }
 
+bool Resource::isTighter(const Source& source) const {
+    return source.value && *source.value < usable;
+}
+
 Facts gatherFacts(const Questions& questions) {
     Facts facts{};
     facts.cpu = orUnknown(vn_getCPUDetails());
     facts.platform = orUnknown(vn_getFullPlatformName());
-    facts.controlGroupsRoot = environmentOr("VN_CGROUPS_ROOT", "/sys/fs/cgroup");
-    facts.controlGroupsSelf = environmentOr("VN_CGROUPS_SELF", "/proc/self/cgroup");
-    facts.processors = processors(facts);
+    const ControlGroups groups{environmentOr("VN_CGROUPS_ROOT", "/sys/fs/cgroup"),
+                               environmentOr("VN_CGROUPS_SELF", "/proc/self/cgroup")};
+    facts.controlGroupsRoot = tidyPath(groups.root);
+    facts.controlGroupsSelf = tidyPath(groups.self);
+    facts.processors = processors(groups);
     facts.processorCount = vn_numberOfCPUs();
-    facts.memory = memory(facts);
+    facts.onlineProcessors = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+    facts.memory = memory(groups);
     facts.virtualBytes = vn_vmSize();
     facts.residentBytes = vn_residentSetSize();
     facts.codePage = codePage();

@@ -23,12 +23,15 @@ struct Source {
     std::string name;
     std::vector<Reading> readings;
     std::optional<double> value;  // nothing: this source sets no limit
+    std::string reason;           // why there is no value; empty when there is one
 };
 
 struct Resource {
     double usable;
     std::vector<Source> sources;
-    const Source* winner() const;  // the first source that says what is usable; may be null
+    std::vector<Source> notConsidered;           // by the library
+    const Source* winner() const;                // the first source that is usable; may be null
+    bool isTighter(const Source& source) const;  // whether it would lower what is usable
 };
 
 struct CodePage {
@@ -56,7 +59,8 @@ struct Facts {
     std::string controlGroupsSelf;
     Resource processors;  // in processors
     int processorCount;
-    Resource memory;  // in bytes
+    int onlineProcessors;  // of the machine, as the kernel counts them
+    Resource memory;       // in bytes
     double virtualBytes;
     double residentBytes;
     CodePage codePage;

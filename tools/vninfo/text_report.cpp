@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 
 #include "facts.h"
@@ -24,26 +25,31 @@ std::string memoryText(double bytes) {
 
 using Format = std::string (*)(double);
 
-std::string verdict(const Source& source, Format format) {
-    if (source.value) {
-        return format(*source.value);
+void printSource(char mark, const Source& source, const std::string& verdict) {
+    printf("  %c %-18s %s\n", mark, source.name.c_str(), verdict.c_str());
+    for (const Reading& reading : source.readings) {
+        printf("        %s: %s\n", reading.name.c_str(),
+               reading.text ? reading.text->c_str() : "(none)");
     }
-    if (source.name != "override") {
-        return source.readings.empty() ? "no such control group" : "no limit";
-    }
-    return source.readings.front().text ? "not a positive number" : "not set";
 }
 
-void printSources(const Resource& resource, Format format) {
+// unit: what follows the figures of what is not considered.
+void printSources(const Resource& resource, Format format, const std::string& unit) {
     const Source* winner = resource.winner();
     for (const Source& source : resource.sources) {
-        printf("  %c %-18s %s\n", &source == winner ? '*' : ' ', source.name.c_str(),
-               verdict(source, format).c_str());
-        for (const Reading& reading : source.readings) {
-            printf("        %s: %s\n", reading.name.c_str(),
-                   reading.text ? reading.text->c_str() : "(none)");
-        }
+        printSource(&source == winner ? '*' : ' ', source,
+                    source.value ? format(*source.value) : source.reason);
     }
+    for (const Source& source : resource.notConsidered) {
+        const std::string value = source.value ? format(*source.value) + unit : source.reason;
+        printSource(resource.isTighter(source) ? '!' : ' ', source,
+                    value + (source.value ? " (not considered by the library)" : ""));
+    }
+}
+
+bool anythingTighter(const Resource& resource) {
+    return std::any_of(resource.notConsidered.begin(), resource.notConsidered.end(),
+                       [&](const Source& source) { return resource.isTighter(source); });
 }
 
 void printCodePage(const CodePage& page) {
@@ -83,9 +89,10 @@ void printText(const Facts& facts) {
     printLine("Platform", facts.platform);
     printLine("Processors", processorText(facts.processors.usable) + " usable, counted as " +
                                 std::to_string(facts.processorCount));
-    printSources(facts.processors, processorText);
+    printSources(facts.processors, processorText,
+                 " of " + std::to_string(facts.onlineProcessors) + " processors");
     printLine("Memory", memoryText(facts.memory.usable) + " usable");
-    printSources(facts.memory, memoryText);
+    printSources(facts.memory, memoryText, "");
     printLine("This process", memoryText(facts.residentBytes) + " resident, " +
                                   memoryText(facts.virtualBytes) + " virtual");
     printLine("Control groups", facts.controlGroupsRoot + ", listed in " + facts.controlGroupsSelf);
@@ -93,6 +100,9 @@ void printText(const Facts& facts) {
     printConfiguration(facts.configuration);
     printLevels(facts);
     printf("\nThe source marked * decides.\n");
+    if (anythingTighter(facts.processors) || anythingTighter(facts.memory)) {
+        printf("One marked ! is tighter, and the library does not consider it: see vninfo(1).\n");
+    }
 }
 
 }  // namespace vninfo
