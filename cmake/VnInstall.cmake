@@ -1,6 +1,6 @@
-# What `cmake --install` puts where, in three components: "runtime" (the shared library),
-# "development" (headers, CMake package, vncommon.pc, the jar) and "tools" (vninfo
-# and its manual page).
+# What `cmake --install` puts where, in three components: "runtime" (the shared library and its
+# printers for gdb), "development" (headers, CMake package, vncommon.pc, the jar) and "tools"
+# (vninfo and its manual page).
 # Everything finds its neighbours relative to itself, so that the prefix may still be chosen, or
 # the installed tree moved, after the build.
 include(CMakePackageConfigHelpers)
@@ -26,6 +26,16 @@ if(TARGET vninfo)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vninfo.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
         COMPONENT tools)
 endif()
+
+# gdb looks for its printers below share/gdb/auto-load by the full path of the library, which is
+# known only now that the prefix is; that of a package is what follows its staging folder.
+set(VN_GDB_AUTO_LOAD ${CMAKE_INSTALL_DATADIR}/gdb/auto-load)
+install(CODE "
+    set(to \"\${CMAKE_INSTALL_PREFIX}\")
+    string(REGEX REPLACE \"^.*/_CPack_Packages/.*/runtime/\" / prefix \"\${to}\")
+    file(INSTALL ${VN_GDB_PRINTERS} RENAME $<TARGET_FILE_NAME:vncommon>-gdb.py
+        DESTINATION \"\${to}/${VN_GDB_AUTO_LOAD}\${prefix}/${CMAKE_INSTALL_LIBDIR}\")
+" COMPONENT runtime)
 
 # find_package(vncommon CONFIG)
 install(EXPORT vncommon-targets NAMESPACE vncommon:: DESTINATION ${VN_INSTALL_CMAKEDIR}

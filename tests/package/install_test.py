@@ -68,6 +68,12 @@ class Installed(unittest.TestCase):
                      *(f"include/vncommon/{path.name}" for path in source.glob("*.h"))]:
             self.assertIn(name, installed)
 
+    def test_the_printers_are_where_gdb_looks(self):
+        path = (self.prefix.parent / "first" / self.library.relative_to(self.prefix)
+                / (self.library / "libvncommon.so").resolve().name)
+        self.assertTrue((self.prefix / f"share/gdb/auto-load{path}-gdb.py").is_file(),
+                        list((self.prefix / "share/gdb").rglob("*.py")))
+
     def test_no_file_names_the_build_or_the_prefix(self):
         for path in self.prefix.rglob("*"):
             if path.is_file():

@@ -48,6 +48,9 @@ class Packages(unittest.TestCase):
     def test_the_library(self):
         version = self.field("libvncommon1", "Version")
         self.ends_with("libvncommon1", "/libvncommon.so.1", f"/libvncommon.so.{version}")
+        library = next(name for name in self.contents("libvncommon1")
+                       if name.endswith(f"/libvncommon.so.{version}"))
+        self.assertIn(f"/usr/share/gdb/auto-load{library}-gdb.py", self.contents("libvncommon1"))
         self.assertNotIn(".h\n", "\n".join(self.contents("libvncommon1")) + "\n")
         depends = self.field("libvncommon1", "Depends")
         for library in ["libc6", "libicu", "libstdc++6"]:
