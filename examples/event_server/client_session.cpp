@@ -69,8 +69,8 @@ bool ClientSession::connect() {
     return askForStats();
 }
 
-// A connection that the system has made may still wait in the server's short backlog, and may be
-// reset there when it is one of many. This one is known to be served.
+// A connection that the system has made may still wait in the server's backlog, or be refused. This
+// one is known to be served.
 bool ClientSession::askForStats() {
     CStringBuffer stats;
     vn_strbufInit(&stats, 0);

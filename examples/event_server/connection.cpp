@@ -1,9 +1,10 @@
 #include "connection.h"
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+
+#include <algorithm>
+#include <climits>
 
 #include <vncommon/failure.h>
 #include <vncommon/log.h>
@@ -14,6 +15,8 @@
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr size_t longestLine = size_t{1} << 20;  // this long is too long
 constexpr size_t ringSize = 256;
 constexpr size_t largestShare = size_t{4} << 20;
@@ -21,12 +24,6 @@ constexpr size_t largestBatch = size_t{64} << 10;
 constexpr size_t keptCapacity = size_t{16} << 10;  // of a request's strings, between two uses
 constexpr size_t chunkSize = size_t{64} << 10;
 constexpr int closeSeconds = 2;
-
-// A failure only means that the connection goes without.
-void setOption(int fd, int level, int option) {
-    const int on = 1;
-    setsockopt(fd, level, option, &on, sizeof on);
-}
 
 void giveBack(std::string& text) {
     text.clear();
@@ -37,13 +34,18 @@ void giveBack(std::string& text) {
 
 }  // namespace
 
-Connection::Connection(int fd, uint64_t id, TaskQueue& queue, const StopEvent& stop)
-    : fd_(fd), id_(id), queue_(queue), stop_(stop), splitter_(longestLine), ring_(ringSize) {
+Connection::Connection(int fd, uint64_t id, uint32_t idleLimit, TaskQueue& queue,
+                       const StopEvent& stop)
+    : fd_(fd),
+      id_(id),
+      idleLimit_(idleLimit),
+      queue_(queue),
+      stop_(stop),
+      splitter_(longestLine),
+      ring_(ringSize) {
     vn_Mutex_init(&mutex_);
     vn_Condition_init(&room_);
     vn_Condition_init(&ready_);
-    setOption(fd_, SOL_SOCKET, SO_KEEPALIVE);  // finds silent clients that are gone
-    setOption(fd_, IPPROTO_TCP, TCP_NODELAY);  // answers are not held back for more
 }
 
 Connection::~Connection() {
@@ -85,7 +87,8 @@ void* Connection::runWriter(void* self) {
 void Connection::read() {
     VN_LogInfo("Connection %lu: opened", id_);
     std::vector<uint8_t> chunk(chunkSize);
-    while (stop_.waitReadable(fd_) && receive(chunk) && submitLines()) {
+    lastLine_ = Clock::now();
+    while (waitForBytes() && receive(chunk) && submitLines()) {
     }
     if (closedByPeer_ && splitter_.insideLine()) {
         submitHalfLine();
@@ -93,8 +96,37 @@ void Connection::read() {
     finishReading();
 }
 
-// The library's receive time-out cannot strike: there is something to read. An idle client may
-// stay silent for as long as it likes.
+// False when the server stops, or the client has been idle for too long.
+bool Connection::waitForBytes() {
+    while (millisecondsLeft() != 0) {
+        const StopEvent::Wake wake = stop_.wait(fd_, millisecondsLeft());
+        if (wake != StopEvent::Wake::Timeout) {
+            return wake == StopEvent::Wake::Readable;
+        }
+        if (waitsForAnswers()) {
+            lastLine_ = Clock::now();
+        }
+    }
+    VN_LogInfo("Connection %lu: idle for %ld s", id_, idleLimit_.count());
+    return false;
+}
+
+bool Connection::waitsForAnswers() {
+    const Lock lock(mutex_);
+    return sent_ < taken_;
+}
+
+// -1 when there is no limit.
+int Connection::millisecondsLeft() const {
+    if (idleLimit_.count() == 0) {
+        return -1;
+    }
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(lastLine_ + idleLimit_ - Clock::now());
+    return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
+}
+
+// The receive time-out cannot strike: there is something to read.
 bool Connection::receive(std::vector<uint8_t>& chunk) {
     auto length = static_cast<unsigned>(chunk.size());
     char* failure = vn_socketReadBuffer(fd_, &length, chunk.data());
@@ -109,6 +141,7 @@ bool Connection::receive(std::vector<uint8_t>& chunk) {
 }
 
 bool Connection::submitLines() {
+    bool completed = false;
     for (Request* request = nextRequest(); request != nullptr; request = nextRequest()) {
         switch (splitter_.next(request->line)) {
             case LineSplitter::Result::Line:
@@ -118,8 +151,10 @@ bool Connection::submitLines() {
                 submit(*request, "line: 1 MiB or longer");
                 break;
             case LineSplitter::Result::More:
+                lastLine_ = completed ? Clock::now() : lastLine_;
                 return true;
         }
+        completed = true;
     }
     return false;
 }

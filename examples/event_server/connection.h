@@ -5,11 +5,12 @@
 // order; a ring of requests per connection puts the answers back in order. A client whose ring is
 // full is not read any further, so it takes a bounded share of the server, whatever it does. No
 // worker ever waits for a client: a client that does not read its answers stops only its own
-// threads, until the library's send time-out drops it.
+// threads, until the send time-out drops it.
 #ifndef VN_EXAMPLES_CONNECTION_H
 #define VN_EXAMPLES_CONNECTION_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -32,8 +33,9 @@ struct Request {
 
 class Connection {
   public:
-    // The descriptor passes to the connection.
-    Connection(int fd, uint64_t id, TaskQueue& queue, const StopEvent& stop);
+    // The descriptor passes to the connection. A client that completes no line for idleLimit
+    // seconds, and waits for no answer, is let go; 0: never.
+    Connection(int fd, uint64_t id, uint32_t idleLimit, TaskQueue& queue, const StopEvent& stop);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -57,6 +59,9 @@ class Connection {
     static void* runWriter(void* self);
 
     void read();
+    bool waitForBytes();
+    bool waitsForAnswers();
+    int millisecondsLeft() const;
     bool receive(std::vector<uint8_t>& chunk);
     bool submitLines();
     void submitHalfLine();
@@ -72,12 +77,14 @@ class Connection {
 
     const int fd_;
     const uint64_t id_;
+    const std::chrono::seconds idleLimit_;
     TaskQueue& queue_;
     const StopEvent& stop_;
     vn_ThreadId reader_{};
     vn_ThreadId writer_{};
     LineSplitter splitter_;
-    bool closedByPeer_ = false;  // the reader's own until readingDone_
+    std::chrono::steady_clock::time_point lastLine_;  // when the client last completed one
+    bool closedByPeer_ = false;                       // the reader's own until readingDone_
 
     vn_Mutex mutex_;  // guards what follows
     vn_Condition room_;

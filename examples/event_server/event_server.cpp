@@ -16,6 +16,7 @@
 
 #include "banner.h"
 #include "server.h"
+#include "service_manager.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ int serve(const Settings& settings) {
     logBanner(settings, workers, server.port());
     printf("port %d\n", server.port());
     fflush(stdout);
+    tellServiceManager("READY=1");
     server.run(signals);
     logReport(server.statistics());
     VN_LogForce("Ended");

@@ -1,10 +1,8 @@
 #include "package_event.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
-#include <vncommon/failure.h>
+#include "control_characters.h"
 
 namespace {
 
@@ -29,22 +27,6 @@ VN_EventWriter* otherFields(const Record& record) {
     return dictionary;
 }
 
-char* withoutLineFeeds(char* text) {
-    const size_t length = strlen(text);
-    const auto feeds = static_cast<size_t>(std::count(text, text + length, '\n'));
-    auto* line = static_cast<char*>(vn_malloc(length + feeds + 1));
-    char* to = line;
-    for (const char* from = text; *from != '\0'; ++from) {
-        if (*from == '\n') {
-            *to++ = '\\';
-        }
-        *to++ = *from == '\n' ? 'n' : *from;
-    }
-    *to = '\0';
-    free(text);
-    return line;
-}
-
 }  // namespace
 
 VN_EventWriter* buildPackageEvent(const Record& record) {
@@ -65,7 +47,9 @@ VN_EventWriter* buildPackageEvent(const Record& record) {
     return event;
 }
 
-char* renderOnOneLine(const VN_EventWriter* event) {
+std::string renderOnOneLine(const VN_EventWriter* event) {
     char* text = VN_EventWriter_toString(event);
-    return strchr(text, '\n') == nullptr ? text : withoutLineFeeds(text);
+    std::string line = withoutControls(text);
+    free(text);
+    return line;
 }

@@ -4,6 +4,8 @@
 #ifndef VN_EXAMPLES_PACKAGE_EVENT_H
 #define VN_EXAMPLES_PACKAGE_EVENT_H
 
+#include <string>
+
 #include <vncommon/event_writer.h>
 
 #include "record.h"
@@ -11,8 +13,8 @@
 // The caller ends the event with VN_EventWriter_dtor.
 VN_EventWriter* buildPackageEvent(const Record& record);
 
-// The event's text on one line, released with free. A line feed stands in the text only inside a
-// string that is written as it is; as \n it means the same to every reader of the format.
-char* renderOnOneLine(const VN_EventWriter* event);
+// The event's text on one line, without control characters. These stand in the text only inside a
+// string that is written as it is; as \n and the like they mean the same to every reader.
+std::string renderOnOneLine(const VN_EventWriter* event);
 
 #endif

@@ -25,10 +25,7 @@ bool render(const PackageRecord& stanza, RecordParser& parser, std::string& outp
         return false;
     }
     VN_EventWriter* event = buildPackageEvent(record);
-    char* text = renderOnOneLine(event);
-    output += text;
-    output += '\n';
-    free(text);
+    output += renderOnOneLine(event) + '\n';
     VN_EventWriter_dtor(event);
     return true;
 }

@@ -9,6 +9,8 @@
 #include <vncommon/strings.h>
 #include <vncommon/utf8.h>
 
+#include "control_characters.h"
+
 namespace {
 
 constexpr size_t longestKey = 64;
@@ -169,7 +171,7 @@ std::string quoted(const char* value) {
     vn_strbufAppendString(&text, ": \"");
     vn_strbufAppendStringEscape(&text, std::string(value, end).c_str());
     vn_strbufAppendString(&text, *end == '\0' ? "\"" : "\"...");
-    const std::string result = vn_strbufGetString(&text);
+    const std::string result = withoutControls(vn_strbufGetString(&text));
     vn_strbufDestroy(&text, 1);
     return result;
 }

@@ -1,22 +1,15 @@
 #include "server.h"
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-
-#include <vncommon/failure.h>
 #include <vncommon/log.h>
-#include <vncommon/sockets.h>
+#include <vncommon/process.h>
+
+#include "service_manager.h"
 
 namespace {
 
 constexpr int tidyMilliseconds = 1000;
-constexpr uint32_t patienceMilliseconds = 25000;  // longer than two send time-outs of the library
+constexpr uint32_t patienceMilliseconds = 25000;  // longer than two send time-outs
 constexpr uint32_t pauseMilliseconds = 20;
-
-void refuse(int fd) {
-    vn_free(vn_socketWrite(fd, "error: server: too many connections\n"));
-    vn_socketClose(fd);
-}
 
 void* joinAndFree(void* element) {
     auto* connection = static_cast<Connection*>(element);
@@ -38,28 +31,7 @@ Server::Server(const Settings& settings, uint32_t workers)
 }
 
 Server::~Server() {
-    if (listener_ >= 0) {
-        vn_socketClose(listener_);
-    }
     vn_Vector_dtor(connections_);
-}
-
-bool Server::listen(std::string& error) {
-    char* failure = vn_createListeningSocket(static_cast<int>(settings_.port), &listener_);
-    if (failure != nullptr) {
-        listener_ = -1;
-        error = "port " + std::to_string(settings_.port) + ": " + failure;
-        vn_free(failure);
-        return false;
-    }
-    return true;
-}
-
-int Server::port() const {
-    sockaddr_in address = {};
-    socklen_t length = sizeof address;
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    return ntohs(address.sin_port);
 }
 
 void Server::run(const StopSignals& signals) {
@@ -68,34 +40,40 @@ void Server::run(const StopSignals& signals) {
     }
     StopSignals::Wake wake = StopSignals::Wake::Timeout;
     while (wake != StopSignals::Wake::Signal) {
-        wake = signals.wait(listener_, tidyMilliseconds);
+        wake = signals.wait(listener_.fd(), tidyMilliseconds);
         removeEnded();
+        refused_.closeOld();
         if (wake == StopSignals::Wake::Readable) {
             accept();
         }
     }
     VN_LogInfo("%s: finishing", signals.take());
-    vn_socketClose(listener_);
-    listener_ = -1;
+    tellServiceManager("STOPPING=1");
+    listener_.close();
     stopConnections();
     stopWorkers();
 }
 
 void Server::accept() {
-    int fd = -1;
-    char* failure = vn_socketAccept(listener_, &fd);
-    if (failure != nullptr) {  // interrupted, the client is gone already, or no descriptor is left
-        VN_LogWarn("%s", failure);
-        vn_free(failure);
+    std::string error;
+    const int fd = listener_.accept(error);
+    if (fd >= 0) {
+        welcome(fd);
+    } else if (!error.empty()) {  // no descriptor is left, for instance
+        VN_LogWarn("%s", error.c_str());
         vn_sleep(pauseMilliseconds);
-    } else if (vn_Vector_size(connections_) >= settings_.clients) {
-        VN_LogWarn("A connection was refused: there are %u already", vn_Vector_size(connections_));
-        refuse(fd);
-    } else {
-        auto* accepted = new Connection(fd, ++lastId_, queue_, stop_);
-        vn_Vector_add(connections_, accepted);
-        accepted->start();
     }
+}
+
+void Server::welcome(int fd) {
+    if (vn_Vector_size(connections_) >= settings_.clients) {
+        VN_LogWarn("A connection was refused: there are %u already", vn_Vector_size(connections_));
+        refused_.add(fd);
+        return;
+    }
+    auto* accepted = new Connection(fd, ++lastId_, settings_.idleLimit, queue_, stop_);
+    vn_Vector_add(connections_, accepted);
+    accepted->start();
 }
 
 Connection* Server::connection(uint32_t index) const {

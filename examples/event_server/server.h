@@ -9,6 +9,8 @@
 #include <vncommon/vector.h>
 
 #include "connection.h"
+#include "listener.h"
+#include "refused_clients.h"
 #include "settings.h"
 #include "statistics.h"
 #include "stop_event.h"
@@ -24,10 +26,10 @@ class Server {
     Server& operator=(const Server&) = delete;
 
     // False with a message in error.
-    bool listen(std::string& error);
+    bool listen(std::string& error) { return listener_.open(settings_.port, error); }
 
     // The port it listens on, also when the system chose it.
-    int port() const;
+    int port() const { return listener_.port(); }
 
     // Serves until SIGINT or SIGTERM, then finishes what has been read, and returns.
     void run(const StopSignals& signals);
@@ -36,13 +38,15 @@ class Server {
 
   private:
     void accept();
+    void welcome(int fd);
     Connection* connection(uint32_t index) const;
     void removeEnded();
     void stopConnections();
     void stopWorkers();
 
     const Settings settings_;
-    int listener_ = -1;
+    Listener listener_;
+    RefusedClients refused_;
     uint64_t lastId_ = 0;
     StopEvent stop_;
     TaskQueue queue_;

@@ -56,6 +56,9 @@ bool set(Settings& settings, const std::string& key, const std::string& value, b
     if (key == "clients") {
         return setNumber(value, 1, 10000, settings.clients);
     }
+    if (key == "idle limit") {
+        return setNumber(value, 0, 1000000, settings.idleLimit);
+    }
     known = false;
     return false;
 }

@@ -20,10 +20,14 @@ void StopEvent::raise() {
     vn_checkError(eventfd_write(fd_, 1), "eventfd_write");
 }
 
-bool StopEvent::waitReadable(int fd) const {
+StopEvent::Wake StopEvent::wait(int fd, int milliseconds) const {
     pollfd watched[] = {{fd_, POLLIN, 0}, {fd, POLLIN, 0}};
-    while (poll(watched, 2, -1) < 0) {
+    int ready = -1;
+    while ((ready = poll(watched, 2, milliseconds)) < 0) {
         vn_checkError(errno == EINTR ? 0 : errno, "poll");
     }
-    return watched[0].revents == 0;
+    if (ready == 0) {
+        return Wake::Timeout;
+    }
+    return watched[0].revents == 0 ? Wake::Readable : Wake::Stop;
 }

@@ -11,8 +11,10 @@ class StopEvent {
 
     void raise();
 
-    // Waits until fd can be read, and returns true; false as soon as the event is raised.
-    bool waitReadable(int fd) const;
+    enum class Wake { Readable, Stop, Timeout };
+
+    // Waits until fd can be read, the event is raised, or the time is over (-1: never).
+    Wake wait(int fd, int milliseconds) const;
 
   private:
     int fd_;

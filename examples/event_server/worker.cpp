@@ -54,12 +54,10 @@ bool Worker::handleEvent(const Task& task) {
     stamp(task, Parsed);
     VN_EventWriter* event = buildPackageEvent(record_);
     stamp(task, Built);
-    char* text = renderOnOneLine(event);
+    task.request->answer = renderOnOneLine(event);
     stamp(task, Rendered);
-    VN_LogDebug("%s", text);
+    VN_LogDebug("%s", task.request->answer.c_str());
     stamp(task, Logged);
-    task.request->answer = text;
-    free(text);
     VN_EventWriter_dtor(event);
     return true;
 }

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The service files of the event server: logrotate itself rotates a running server's log, with the
 unit's own reload command, and systemd finds nothing to say about the unit."""
+import os
 import pathlib
 import re
 import shutil
@@ -13,6 +14,17 @@ import unittest
 PROGRAMS = None
 DEPLOY = pathlib.Path(__file__).resolve().parents[2] / "examples/deploy"
 PATIENCE = 30  # seconds
+
+# The manager's side, for a service whose reload command is $RELOAD; it is stopped when that is
+# empty. As systemctl(1) says, reload then fails, and try-reload-or-restart does nothing.
+SYSTEMCTL = """#!/bin/sh
+[ "$2" = event_server.service ] || exit 5
+case "$1:$RELOAD" in
+    try-reload-or-restart:) exit 0 ;;
+    reload:?*|try-reload-or-restart:?*) exec $RELOAD ;;
+    *) echo "event_server.service is not active, cannot $1." >&2; exit 1 ;;
+esac
+"""
 
 
 def setting(unit, name):
@@ -59,17 +71,26 @@ class Deployed(unittest.TestCase):
         self.assertRegex(server.stdout.readline(), r"^port \d+$")
         return server
 
+    def rotate(self, reload):
+        rotation = self.place("event_server.logrotate", ("/var/log/event_server/", f"{self.logs}/"))
+        systemctl = self.top / "bin/systemctl"
+        systemctl.parent.mkdir()
+        systemctl.write_text(SYSTEMCTL)
+        systemctl.chmod(0o755)
+        return subprocess.run(["logrotate", "--force", "--state", self.top / "state", rotation],
+                              env={**os.environ, "RELOAD": reload,
+                                   "PATH": f"{systemctl.parent}:{os.environ['PATH']}"},
+                              capture_output=True, text=True, check=False, timeout=PATIENCE)
+
     @unittest.skipUnless(shutil.which("logrotate"), "logrotate is not installed")
     def test_rotation(self):
         server = self.start()
-        reload = setting(self.unit, "ExecReload").replace("$MAINPID", str(server.pid))
-        rotation = self.place("event_server.logrotate", ("/var/log/event_server/", f"{self.logs}/"),
-                              ("systemctl reload event_server.service", reload))
         log = self.logs / "event_server.log"
         wait_until(lambda: log.exists() and log.stat().st_size > 0)
         before = log.stat().st_ino
-        subprocess.run(["logrotate", "--force", "--state", self.top / "state", rotation],
-                       check=True, timeout=PATIENCE)
+        reload = setting(self.unit, "ExecReload").replace("$MAINPID", str(server.pid))
+        done = self.rotate(reload)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
         wait_until(log.exists)
         self.assertNotEqual(log.stat().st_ino, before)
         renamed = self.logs / "event_server.log.1"
@@ -78,6 +99,15 @@ class Deployed(unittest.TestCase):
         self.assertEqual(server.wait(PATIENCE), 0)
         self.assertIn(" - Ended\n", log.read_text())
         self.assertNotIn(" - Ended\n", renamed.read_text())
+
+    @unittest.skipUnless(shutil.which("logrotate"), "logrotate is not installed")
+    def test_rotation_while_the_service_is_stopped(self):
+        log = self.logs / "event_server.log"
+        log.write_text("a last line\n")
+        done = self.rotate("")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertFalse(log.exists())
+        self.assertEqual((self.logs / "event_server.log.1").read_text(), "a last line\n")
 
     def test_the_rotation_never_copies(self):
         lines = (DEPLOY / "event_server.logrotate").read_text().splitlines()
@@ -91,6 +121,15 @@ class Deployed(unittest.TestCase):
         done = subprocess.run(["systemd-analyze", "verify", "--man=no", "--recursive-errors=no",
                                unit], capture_output=True, text=True, check=False, timeout=PATIENCE)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(setting(self.unit, "Type"), "notify")
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "systemd-analyze is not installed")
+    def test_the_sandbox(self):
+        unit = self.place("event_server.service")
+        done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--no-pager", unit],
+                              capture_output=True, text=True, check=False, timeout=PATIENCE)
+        self.assertRegex(done.stdout, r"Overall exposure level for .*: [\d.]+ (OK|SAFE|PERFECT)\b",
+                         done.stderr)
 
 
 if __name__ == "__main__":

@@ -1,12 +1,18 @@
 // The parts of the event server that work alone.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <random>
 
+#include "control_characters.h"
 #include "latency.h"
 #include "line_splitter.h"
+#include "listener.h"
 #include "package_reader.h"
 #include "record_line.h"
 #include "record_parser.h"
@@ -179,6 +185,58 @@ TEST(Records, ComeThroughTheLineAsTheyWere) {
     EXPECT_EQ(recordLine(stanza), "name=b");
     EXPECT_FALSE(reader.next(stanza));
     EXPECT_EQ(reader.error(), "");
+}
+
+TEST(ControlCharacters, AreEscapedAndNothingElseIs) {
+    EXPECT_EQ(withoutControls(""), "");
+    EXPECT_EQ(withoutControls("a\nb\rc\td"), "a\\nb\\rc\\td");
+    EXPECT_EQ(withoutControls(std::string(1, '\0')), "\\u0000");
+    for (unsigned code = 1; code < 0x100; ++code) {
+        const std::string text = code < 0x80 ? std::string(1, static_cast<char>(code))
+                                             : std::string{static_cast<char>(0xC0 | code >> 6),
+                                                           static_cast<char>(0x80 | (code & 0x3F))};
+        const bool control = code < 0x20 || (code >= 0x7F && code < 0xA0);
+        const std::string escaped = withoutControls("<" + text + ">");
+        EXPECT_EQ(escaped == "<" + text + ">", !control) << code;
+        EXPECT_TRUE(!control || (escaped[0] == '<' && escaped[1] == '\\' && escaped.back() == '>'));
+        EXPECT_EQ(withoutControls(escaped), escaped);
+    }
+    for (const char* plain : {"\u00a0", "\u20ac", "\U0001f600", "\u0400\u0480", "\xC2"}) {
+        EXPECT_EQ(withoutControls(plain), plain);
+    }
+}
+
+int intOption(int fd, int level, int option) {
+    int value = -1;
+    socklen_t length = sizeof value;
+    EXPECT_EQ(getsockopt(fd, level, option, &value, &length), 0);
+    return value;
+}
+
+TEST(Listener, GivesConnectionsThatNoticeWhenTheClientIsGone) {
+    Listener listener;
+    std::string error;
+    ASSERT_TRUE(listener.open(0, error)) << error;
+    EXPECT_EQ(listener.accept(error), -1);  // nobody is there, and it does not wait
+    EXPECT_EQ(error, "");
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(listener.port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int client = socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const int fd = listener.accept(error);
+    ASSERT_GE(fd, 0) << error;
+    EXPECT_EQ(intOption(fd, SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_EQ(intOption(fd, IPPROTO_TCP, TCP_KEEPIDLE), 60);
+    EXPECT_EQ(intOption(fd, IPPROTO_TCP, TCP_USER_TIMEOUT), 30000);
+    EXPECT_EQ(intOption(fd, IPPROTO_TCP, TCP_NODELAY), 1);
+    timeval timeOut = {};
+    socklen_t length = sizeof timeOut;
+    EXPECT_EQ(getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeOut, &length), 0);
+    EXPECT_EQ(timeOut.tv_sec, 10);
+    close(fd);
+    close(client);
 }
 
 // Bytes at random from an alphabet of what means something to the parser, under the sanitizers.

@@ -18,12 +18,13 @@ import unittest
 PROGRAMS = ""
 OVERLONG = 1 << 20
 TIMEOUT = 60
+SYSTEM_BACKLOG = int(pathlib.Path("/proc/sys/net/core/somaxconn").read_text())
 
 
 class Server:
     """The program in a folder of its own; its log lines are counted over all rotated files."""
 
-    def __init__(self, level="DEBUG", **settings):
+    def __init__(self, level="DEBUG", environment=None, **settings):
         self.folder = tempfile.TemporaryDirectory(prefix="vn-server-test-")
         self.log = self.folder.name + "/server.log"
         config = self.folder.name + "/server.conf"
@@ -31,10 +32,11 @@ class Server:
             file.write("[other]\nport = 1\n[server]\nport = 0\nlog level = %s\n" % level)
             file.write('log file = "%s"\n' % self.log)
             for key, value in settings.items():
-                file.write("%s = %s\n" % (key, value))
+                file.write("%s = %s\n" % (key.replace("_", " "), value))
         self.rotations = 0
         self.process = subprocess.Popen([PROGRAMS + "/event_server", config],
-                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                        env={**os.environ, **(environment or {})})
         self.port = int(re.fullmatch(r"port (\d+)\n", self.process.stdout.readline())[1])
 
     def rotate(self):
@@ -143,11 +145,31 @@ class Answers(ServerTest):
              'package("x","",0,0,false,["a","b | c","d:any"],{},optional(),"")'),
             (b"name=x\tZ=1\tA-b_c.9=\tq=\"",
              'package("x","",0,0,false,[],{"Z":"1","A-b_c.9":"","q":"\\""},optional(),"")'),
-            (b"name=x\\ty\tdescription=a\\nb", 'package("x\ty","",0,0,false,[],{},optional(),"a\\nb")'),
+            (b"name=x\\ty\tdescription=a\\nb", 'package("x\\ty","",0,0,false,[],{},optional(),"a\\nb")'),
             (b"name=x\tdescription=a\\n\\\\\\t", 'package("x","",0,0,false,[],{},optional(),"a\\n\\\\\\t")'),
             ("name=\u00e9\U0001f600".encode(), 'package("\u00e9\U0001f600","",0,0,false,[],{},optional(),"")'),
         ]:
             self.assertEqual(client.ask(line), answer, line)
+
+    def test_control_characters_come_back_escaped(self):
+        """An escape sequence from one client must not reach another one's terminal, nor the log."""
+        server = self.serve()
+        client = self.connect(server)
+        hostile = "\x1b]0;owned\x07\x01\x7f\u0080\u009b2J\u009f\u00a0"
+        escaped = "\\u001b]0;owned\\u0007\\u0001\\u007f\\u0080\\u009b2J\\u009f\u00a0"
+        for line, answer in [
+            ("name=%s\thomepage=a\rb" % hostile,
+             'package("%s","",0,0,false,[],{},optional("a\\rb"),"")' % escaped),
+            ("name=x\tsize=%s" % hostile, 'error: size: not an integer: "%s"' % escaped),
+            ("name=x\t%s=y" % hostile,
+             "error: field 2: the key is not 1 to 64 of A-Z a-z 0-9 _ . -"),
+            ("%s" % hostile, "error: field 1: not of the form key=value"),
+        ]:
+            self.assertEqual(client.ask(line.encode()), answer, line)
+        self.assertStops(server)
+        log = b"\n".join(server.lines()).decode()
+        self.assertEqual(log.count(escaped), 2)
+        self.assertNotRegex(log.replace("\n", ""), "[\0-\x1f\x7f-\x9f]")
 
     def test_errors_name_the_field_and_the_connection_goes_on(self):
         server = self.serve()
@@ -364,6 +386,109 @@ class Stopping(ServerTest):
         self.assertEqual(server.count("DEBUG"), 20)
 
 
+class Crowds(ServerTest):
+    """Clients that all come while the server has no time for them."""
+
+    def crowd(self, server, size):
+        server.process.send_signal(signal.SIGSTOP)
+        clients = [self.connect(server) for _ in range(size)]
+        for client in clients:
+            client.send(record(1))
+            client.end()
+        server.process.send_signal(signal.SIGCONT)
+        return clients
+
+    @unittest.skipUnless(SYSTEM_BACKLOG >= 500, "the system's backlog is %d" % SYSTEM_BACKLOG)
+    def test_500_at_once_are_all_answered(self):
+        server = self.serve(clients=600)
+        for client in self.crowd(server, 500):
+            self.assertEqual(client.rest(), [event(1)])
+        self.assertIn("500 events, 0 errors", self.assertStops(server))
+
+    def test_those_who_are_refused_are_all_told(self):
+        server = self.serve(clients=2)
+        answers = [client.rest() for client in self.crowd(server, 50)]
+        refused = [b"error: server: too many connections"]
+        self.assertGreaterEqual(answers.count([event(1)]), 2)
+        self.assertEqual([one for one in answers if one not in ([event(1)], refused)], [])
+        self.assertStops(server)
+
+
+class IdleClients(ServerTest):
+    def test_200_idle_connections_lock_nobody_out(self):
+        server = self.serve(clients=200, idle_limit=1)
+        idle = [self.connect(server) for _ in range(200)]
+        deadline = time.monotonic() + TIMEOUT
+        answer = "error:"
+        while answer.startswith("error:"):
+            self.assertLess(time.monotonic(), deadline)
+            client = self.connect(server)
+            answer = client.ask(b"name=x")
+            client.close()
+        for client in idle:
+            self.assertEqual(client.rest(), [])
+        self.assertStops(server)
+        self.assertIn(b"idle for 1 s", b"\n".join(server.lines()))
+
+    def test_half_a_line_at_a_time_is_idle(self):
+        server = self.serve(idle_limit=1)
+        client = self.connect(server)
+        self.assertEqual(client.ask(record(1).rstrip()).encode(), event(1))
+        client.socket.settimeout(0.05)
+        deadline = time.monotonic() + TIMEOUT
+        ended = False
+        while not ended:
+            self.assertLess(time.monotonic(), deadline)
+            try:
+                client.send(b"x")
+                ended = client.socket.recv(1) == b""
+            except socket.timeout:
+                pass
+            except OSError:
+                ended = True
+        self.assertStops(server)
+
+    def test_no_limit(self):
+        server = self.serve(idle_limit=0)
+        client = self.connect(server)
+        time.sleep(1)
+        self.assertEqual(client.ask(record(1).rstrip()).encode(), event(1))
+        client.close()
+        self.assertStops(server)
+        self.assertIn(b"no idle limit", b"\n".join(server.lines()))
+
+
+class ServiceManager(ServerTest):
+    """The side of the service manager: a datagram socket that NOTIFY_SOCKET names."""
+
+    def told(self, address, name):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(address)
+            manager.settimeout(TIMEOUT)
+            server = self.serve(environment={"NOTIFY_SOCKET": name})
+            self.assertEqual(manager.recv(100), b"READY=1")
+            client = self.connect(server)
+            self.assertEqual(client.ask(record(1).rstrip()).encode(), event(1))
+            client.close()
+            self.assertStops(server)
+            self.assertEqual(manager.recv(100), b"STOPPING=1")
+
+    def test_a_socket_in_the_file_system(self):
+        with tempfile.TemporaryDirectory(prefix="vn-notify-") as folder:
+            self.told(folder + "/socket", folder + "/socket")
+
+    def test_an_abstract_socket(self):
+        name = "vn-notify-%d" % os.getpid()
+        self.told("\0" + name, "@" + name)
+
+    def test_nobody_there(self):
+        for name, problem in [("/no/such/socket", b"No such file or directory"),
+                              ("elsewhere", b"not an address"), ("@" + "x" * 200, b"not an address")]:
+            server = self.serve(environment={"NOTIFY_SOCKET": name})
+            self.assertStops(server)
+            self.assertIn(problem, b"\n".join(server.lines()))
+
+
 class Limits(ServerTest):
     def test_too_many_connections(self):
         server = self.serve(clients=2)
@@ -387,7 +512,7 @@ class Limits(ServerTest):
         self.assertStops(server)
         log = b"\n".join(server.lines()).decode()
         for part in ["Processor: ", "Platform: ", "May use ", "3 workers, queue of 8192",
-                     "log level ERROR", "Listening on port %d" % server.port, "Ended"]:
+                     "200 clients, idle limit of 300 s", "log level ERROR", "Listening on port %d" % server.port, "Ended"]:
             self.assertIn(" ##### ", log)
             self.assertIn(part, log)
 
@@ -400,8 +525,7 @@ class Settings(unittest.TestCase):
             run = subprocess.run([PROGRAMS + "/event_server", config.name], capture_output=True,
                                  text=True, timeout=TIMEOUT)
             self.assertEqual((run.returncode, run.stdout), (1, ""))
-            self.assertEqual(run.stderr, "event_server: %s%s\n" % (
-                config.name + ": [server] " if not message.startswith("port 1:") else "", message))
+            self.assertEqual(run.stderr, "event_server: %s: [server] %s\n" % (config.name, message))
 
     def test_bad_settings(self):
         self.refuse("port = 65536\n", 'port: not a value for it: "65536"')
@@ -409,7 +533,21 @@ class Settings(unittest.TestCase):
         self.refuse("log level = LOUD\n", 'log level: not a value for it: "LOUD"')
         self.refuse("log file\n", 'log file: not a value for it: ""')
         self.refuse("queue = 0\n", 'queue: not a value for it: "0"')
+        self.refuse("idle limit = -1\n", 'idle limit: not a value for it: "-1"')
         self.refuse("colour = red\n", "colour: no such setting")
+
+    def test_a_port_that_is_taken(self):
+        with socket.socket() as other:
+            other.bind(("0.0.0.0", 0))
+            other.listen()
+            port = other.getsockname()[1]
+            with tempfile.NamedTemporaryFile("w", suffix=".conf") as config:
+                config.write("[server]\nport = %d\n" % port)
+                config.flush()
+                run = subprocess.run([PROGRAMS + "/event_server", config.name], text=True,
+                                     capture_output=True, timeout=TIMEOUT)
+        self.assertEqual((run.returncode, run.stdout, run.stderr),
+                         (1, "", "event_server: port %d: bind: Address already in use\n" % port))
 
     def test_no_such_file(self):
         run = subprocess.run([PROGRAMS + "/event_server", "/no/such/file"], capture_output=True,
