@@ -119,14 +119,13 @@ class HashMapPrinter(MapPrinter):
 
 
 class StringBufferPrinter(Printer):
-    """Never beyond the block: vn_strbufAppendVA may leave a size that is."""
+    """Up to the terminator where vn_strbufAppendVA has left a size beyond the block."""
 
     def describe(self):
-        capacity = int(self.value["capacity"])
+        size, capacity = int(self.value["size"]), int(self.value["capacity"])
         if capacity == 0 or self.value["data"] == 0:
             return NOT_INITIALISED
-        length = min(int(self.value["size"]), capacity - 1)
-        return self.value["data"].lazy_string(length=length)
+        return self.value["data"].lazy_string(length=size if size < capacity else -1)
 
     def display_hint(self):
         return None if self.to_string() == NOT_INITIALISED else "string"
