@@ -2,7 +2,6 @@
 #include <vncommon/hashmap.h>
 
 #include <array>
-#include <cmath>
 #include <cstring>
 
 #include "platform/over_reading.h"
@@ -22,8 +21,7 @@ constexpr uint64_t largestPrime = 18446744073709551557U;  // of those below 2^64
 
 // For candidates of the form 6k - 1 and 6k + 1: 2 and 3 need no trial.
 bool isPrime(uint64_t candidate) {
-    const auto root = static_cast<uint64_t>(std::sqrt(static_cast<double>(candidate)));
-    for (uint64_t divisor = 5; divisor <= root; divisor += 6) {
+    for (uint64_t divisor = 5; divisor <= candidate / divisor; divisor += 6) {
         if (candidate % divisor == 0 || candidate % (divisor + 2) == 0) {
             return false;
         }

@@ -19,8 +19,10 @@
 #include <vncommon/log.h>
 #include <vncommon/timestamp_set.h>
 
+#include "platform/float_environment.h"
 #include "platform/mutex_lock.h"
 
+using vncommon::inDefaultFloatMode;
 using vncommon::MutexLock;
 
 namespace {
@@ -213,6 +215,10 @@ void removeInOrder(VN_TimestampSet* set, uint32_t index) {
     recycle(entry);
 }
 
+[[gnu::noinline]] double roundedSeconds(timeval time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1000000.0;
+}
+
 // seconds + microseconds / 1000000.0, from 2004 to 2038 in integers: the next clock read waits for
 // the result, and six stamps take 17 ns less than with a product of doubles.
 //
@@ -222,7 +228,7 @@ void removeInOrder(VN_TimestampSet* set, uint32_t index) {
 double toSeconds(const timeval& time) {
     constexpr time_t first = time_t{1} << 30;
     if (time.tv_sec < first || time.tv_sec >= 2 * first) [[unlikely]] {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1000000.0;
+        return inDefaultFloatMode<roundedSeconds>(time);
     }
     constexpr uint64_t bitsOfFirst = uint64_t{1023 + 30} << 52;
     constexpr uint64_t perMicrosecond = ((uint64_t{1} << 62) + 500000) / 1000000;  // 2^-62
@@ -240,6 +246,15 @@ uint32_t hashStage(const void* stage) {
 
 int32_t compareStages(const void* stored, const void* key) {
     return stored == key ? 0 : 1;
+}
+
+[[gnu::noinline]] void printEntry(TimeStamp* entry, CStringBuffer* text, HashMap* printed) {
+    auto* stage = reinterpret_cast<void*>(entry->stage);
+    if (vn_HashMap_exists(printed, stage)) {
+        return;
+    }
+    vn_strbufAppendFormat(text, "%lu:%f, ", entry->stage, entry->time);
+    vn_HashMap_addQuick(printed, stage, stage);
 }
 
 void printEntries(const VN_TimestampSet* set, CStringBuffer* text) {
@@ -390,12 +405,7 @@ double VN_TimestampSet_getRelativeTime(void) {
 }
 
 void VectorElement_toString(TimeStamp* entry, CStringBuffer* text, HashMap* printed) {
-    auto* stage = reinterpret_cast<void*>(entry->stage);
-    if (vn_HashMap_exists(printed, stage)) {
-        return;
-    }
-    vn_strbufAppendFormat(text, "%lu:%f, ", entry->stage, entry->time);
-    vn_HashMap_addQuick(printed, stage, stage);
+    inDefaultFloatMode<printEntry>(entry, text, printed);
 }
 
 double Java_com_vantrel_util_CommonNativeMethods_getMicroTime(void*, void*) {

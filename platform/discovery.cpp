@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/float_environment.h"
 #include "platform/line_reader.h"
 #include "platform/text.h"
 
@@ -74,6 +75,21 @@ double readNumber(const char* dir, const char* name) {
         sscanf(line.get(), "%lf", &number);
     }
     return number;
+}
+
+[[gnu::noinline]] double cpusOfVersion1(const char* dir) {
+    const double quota = readNumber(dir, "/cpu.cfs_quota_us");  // -1: no quota
+    return quota > 0 ? quotient(quota, readNumber(dir, "/cpu.cfs_period_us")) : unlimitedCpus;
+}
+
+[[gnu::noinline]] double cpusOfVersion2(const char* dir) {
+    const Text line = readLimit(dir, "/cpu.max");
+    double quota;
+    double period;
+    if (line == nullptr || sscanf(line.get(), "%lf %lf", &quota, &period) != 2) {
+        return unlimitedCpus;
+    }
+    return quotient(quota, period);
 }
 
 // The list of controllers of one line, which begins at offset: whether it holds the controller.
@@ -192,18 +208,11 @@ int vn_numberOfCPUs(void) {
 }
 
 double vn_availableCPUsCGroupsV1(const char* dir) {
-    const double quota = readNumber(dir, "/cpu.cfs_quota_us");  // -1: no quota
-    return quota > 0 ? quotient(quota, readNumber(dir, "/cpu.cfs_period_us")) : unlimitedCpus;
+    return vncommon::inDefaultFloatMode<cpusOfVersion1>(dir);
 }
 
 double vn_availableCPUsCGroupsV2(const char* dir) {
-    const Text line = readLimit(dir, "/cpu.max");
-    double quota;
-    double period;
-    if (line == nullptr || sscanf(line.get(), "%lf %lf", &quota, &period) != 2) {
-        return unlimitedCpus;
-    }
-    return quotient(quota, period);
+    return vncommon::inDefaultFloatMode<cpusOfVersion2>(dir);
 }
 
 double vn_physicalMemory(void) {

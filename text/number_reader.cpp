@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/float_environment.h"
 #include "text/conversion.h"
 
 using namespace vncommon;
@@ -89,9 +90,7 @@ const char* readDecimal(const char* text, double& value) {
     return end != nullptr ? end : readUsual(text, value);
 }
 
-}  // namespace
-
-double vn_strtod(const char* text, char** end) {
+[[gnu::noinline]] double readNumber(const char* text, char** end) {
     const char* at = text;
     while (*at == ' ' || (*at >= '\t' && *at <= '\r')) {
         ++at;
@@ -109,4 +108,10 @@ double vn_strtod(const char* text, char** end) {
         *end = const_cast<char*>(stop);
     }
     return negative ? -value : value;
+}
+
+}  // namespace
+
+double vn_strtod(const char* text, char** end) {
+    return inDefaultFloatMode<readNumber>(text, end);
 }

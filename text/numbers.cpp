@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/float_environment.h"
 #include "text/conversion.h"
 #include "text/short_decimal.h"
 
@@ -118,9 +119,7 @@ char* putSized(char* buf, unsigned size, double x, std::chars_format form, int p
     return nullptr;
 }
 
-}  // namespace
-
-char* vncommon::writeShortest(char* buf, double x) {
+[[gnu::noinline]] char* formatShortest(char* buf, double x) {
     if (char* end = writeShortDecimal(buf, x)) {
         *end = '\0';
         return end;
@@ -133,12 +132,7 @@ char* vncommon::writeShortest(char* buf, double x) {
     return end;
 }
 
-char* vn_g_fmt(char* buf, double x) {
-    writeShortest(buf, x);
-    return buf;
-}
-
-char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x) {
+[[gnu::noinline]] char* formatFixed(char* buf, unsigned size, int precision, double x) {
     if (size < 2 || precision < 0 || !std::isfinite(x)) {
         return layOutFixed(buf, size, precision, x);
     }
@@ -151,10 +145,29 @@ char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x) {
     return putSized(buf, size, x, std::chars_format::fixed, std::min(precision, largestPrecision));
 }
 
-char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double x) {
+[[gnu::noinline]] char* formatScientific(char* buf, unsigned size, int precision, double x) {
     if (size < 2 || x == 0 || !std::isfinite(x)) {
         return layOutScientific(buf, size, precision, x);
     }
     const int places = std::clamp(precision, 1, largestPrecision) - 1;
     return putSized(buf, size, x, std::chars_format::scientific, places);
+}
+
+}  // namespace
+
+char* vncommon::writeShortest(char* buf, double x) {
+    return inDefaultFloatMode<formatShortest>(buf, x);
+}
+
+char* vn_g_fmt(char* buf, double x) {
+    writeShortest(buf, x);
+    return buf;
+}
+
+char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x) {
+    return inDefaultFloatMode<formatFixed>(buf, size, precision, x);
+}
+
+char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double x) {
+    return inDefaultFloatMode<formatScientific>(buf, size, precision, x);
 }

@@ -38,6 +38,8 @@
  * allows: neither rendering nor destruction uses the machine's stack for depth. Adding costs
  * amortised constant time and an allocation or two, rendering and destroying linear time.
  *
+ * Floating-point modes: the text is the same in every mode that the host has set (maths.h).
+ *
  * Thread-safety: none; one thread at a time builds and renders a writer (convention 8).
  */
 #ifndef VNCOMMON_EVENT_WRITER_H

@@ -5,8 +5,14 @@
  * library by fixed rules, and the system's mathematics is never called. The C library's functions
  * of the same names may differ in the last place from machine to machine; these do not.
  *
- * Arguments are ordinary doubles, angles are radians. The rounding mode must be the default
- * (nearest, ties to even); in another mode the results differ.
+ * Arguments are ordinary doubles, angles are radians.
+ *
+ * Floating-point modes: the host may have set any mode for its thread, that is, another rounding
+ * mode, flushing of subnormal numbers to zero (FTZ, DAZ), or exceptions that trap. The results are
+ * those of the default mode. A function that finds another mode sets the default one while it runs
+ * and then puts the host's back. No exception traps meanwhile; the flags of exceptions that it
+ * raises are added to the host's, as in the default mode. On processors other than x86-64 and arm64
+ * this holds for the rounding mode only.
  *
  * Errors: none is reported. FDLIBM's core routines are called without its layer of error
  * handling, so errno stays as it was, and the special values (NaN, +-infinity, +-0) are the

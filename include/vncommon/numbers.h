@@ -9,7 +9,8 @@
  * Thread-safety: every function may run on any number of threads at once.
  *
  * Cost: formatting allocates nothing and takes no lock. vn_g_fmt takes tens of nanoseconds.
- * The rounding mode of the processor must be the default, to nearest.
+ *
+ * Floating-point modes: results are the same in every mode that the host has set, as maths.h says.
  */
 #ifndef VNCOMMON_NUMBERS_H
 #define VNCOMMON_NUMBERS_H
