@@ -127,18 +127,18 @@ std::string nameOf(const testing::TestParamInfo<Function>& info) {
 
 TEST_P(FloatingPointModes, SameBitsAndModeKept) {
     const std::vector<Mode> modes = everyMode();
-    const auto& [name, result] = GetParam();
+    const Function& function = GetParam();
     Random random(1);
     int different = 0;
     int changed = 0;
     for (int i = 0; i < VN_CALLS_PER_FUNCTION; ++i) {
         const Arguments with = anyArguments(random);
         const Mode& mode = modes[static_cast<size_t>(i) % modes.size()];
-        const uint64_t expected = result(with);
-        const Outcome outcome = inMode(mode, [&] { return result(with); });
+        const uint64_t expected = function.result(with);
+        const Outcome outcome = inMode(mode, [&] { return function.result(with); });
         changed += (outcome.before ^ outcome.after) & ~stickyFlags ? 1 : 0;
         if (outcome.result != expected && ++different <= 3) {
-            ADD_FAILURE() << std::hexfloat << name << "(" << with.x << ", " << with.y << ", "
+            ADD_FAILURE() << std::hexfloat << function << "(" << with.x << ", " << with.y << ", "
                           << with.n << ", " << with.text << ") differs, " << mode;
         }
     }

@@ -1,0 +1,16 @@
+// A host of the library that prints what it gets. With VN_FLUSHING it is built with -ffast-math,
+// and fails unless that makes the processor flush subnormal numbers to zero.
+#include "seams/floating_point_print.h"
+
+int main() {
+#if defined(VN_FLUSHING) && defined(__x86_64__)
+    const volatile double least = floatingPoint::fromBits(1);
+    const volatile double sum = least + least;
+    if (floatingPoint::bitsOf(sum) != 0) {
+        fputs("subnormal numbers are not flushed to zero\n", stderr);
+        return 1;
+    }
+#endif
+    floatingPoint::printResults();
+    return 0;
+}
