@@ -137,7 +137,7 @@ double vn_fmod(double x, double y) {
     return inDefaultFloatMode<__ieee754_fmod>(x, y);
 }
 int64_t vn_ilogb(double x) {
-    return inDefaultFloatMode<__fd_ilogb>(x);
+    return __fd_ilogb(x);  // computes with integers only
 }
 
 int64_t vn_int(double x) {
