@@ -111,8 +111,8 @@ bool listHolds(const char* line, size_t length, size_t& offset, const char* cont
     }
 }
 
-// The path that the first fitting line of selfFile gives, up to the end of the line; null when
-// no line fits.
+// The path in the first fitting line of selfFile, up to the end of the line; null when no line
+// fits, and when there is no memory for the path.
 Text findGroupPath(const char* selfFile, const char* controller) {
     const File file(fopen(selfFile, "re"));
     if (file == nullptr) {
@@ -120,15 +120,13 @@ Text findGroupPath(const char* selfFile, const char* controller) {
     }
     char* line = nullptr;
     size_t capacity = 0;
-    Text path;
+    int64_t offset = -1;
     ssize_t length;
-    while (path == nullptr && (length = getline(&line, &capacity, file.get())) >= 0) {
-        const int64_t offset = vn_findProcCGroupPathOffset(line, static_cast<size_t>(length),
-                                                           controller, strlen(controller));
-        if (offset >= 0) {
-            path = Text(strdup(line + offset));
-        }
+    while (offset < 0 && (length = getline(&line, &capacity, file.get())) >= 0) {
+        offset = vn_findProcCGroupPathOffset(line, static_cast<size_t>(length), controller,
+                                             strlen(controller));
     }
+    Text path(offset < 0 ? nullptr : strdup(line + offset));
     free(line);
     return path;
 }
@@ -181,12 +179,14 @@ double vmSize(const char* statusFile) {
 
 double residentSetSize(const char* statmFile) {
     LineReader statm(statmFile);
-    char line[256];
-    long pages;
-    if (!statm.next(line) || sscanf(line, "%*s%ld", &pages) != 1) {
+    char field[256];
+    if (!statm.nextField(field) || !statm.nextField(field)) {
         return 0.0;
     }
-    return static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE));
+    char* end;
+    const long pages = strtol(field, &end, 10);
+    return end == field ? 0.0
+                        : static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
 }  // namespace vncommon

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -41,6 +42,24 @@ bool LineReader::next(char* piece, size_t size) {
         length += count;
     }
     piece[length] = '\0';
+    return length > 0;
+}
+
+bool LineReader::atSpace() const {
+    return isspace(static_cast<unsigned char>(chunk[begin])) != 0;
+}
+
+bool LineReader::nextField(char* field, size_t size) {
+    while ((begin < end || fill()) && atSpace()) {
+        ++begin;
+    }
+    size_t length = 0;
+    for (; (begin < end || fill()) && !atSpace(); ++begin) {
+        if (length + 1 < size) {
+            field[length++] = chunk[begin];
+        }
+    }
+    field[length] = '\0';
     return length > 0;
 }
 

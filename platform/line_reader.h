@@ -25,8 +25,18 @@ class LineReader {
         return next(piece, size);
     }
 
+    // The next run of bytes that are not white space, terminated; across line feeds, as fscanf's
+    // %s. What a run has beyond size - 1 bytes is skipped. False at the end.
+    bool nextField(char* field, size_t size);
+
+    template <size_t size>
+    bool nextField(char (&field)[size]) {
+        return nextField(field, size);
+    }
+
   private:
     bool fill();
+    bool atSpace() const;
 
     int descriptor;
     size_t begin = 0;  // the bytes not handed out yet are chunk[begin, end)

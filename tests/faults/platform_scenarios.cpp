@@ -66,6 +66,19 @@ void readControlGroups() {
     CHECK(limit == (64 << 20) || (failed() && limit == INT64_MAX));
 }
 
+// The first fitting line decides, also when there is no memory for it.
+void findGroupListedTwice() {
+    const std::string root = folder() + "/cgroup";
+    writeFile("cgroup/cpu/first/file", "");
+    writeFile("cgroup/cpu/second/file", "");
+    const std::string self = writeFile("self", "4:cpu:/first\n5:cpu:/second\n");
+    char* dir =
+        inject([&] { return vn_getCGroupProcessControllerDir(root.c_str(), self.c_str(), "cpu"); });
+    CHECK(equal(dir, (root + "/cpu/first").c_str()) ||
+          (failed("stat") && equal(dir, (root + "/cpu").c_str())) || (failed() && dir == nullptr));
+    free(dir);
+}
+
 void namePlatform() {
     const char* name = inject(vn_getFullPlatformName);
     CHECK(name != nullptr && name[0] != '\0');
@@ -205,6 +218,10 @@ std::vector<Scenario> platformScenarios() {
          {"open", "read", "stat", "fopen", "__getdelim", "malloc", "sysconf", "fclose"}},
         {"controlGroups",
          readControlGroups,
+         Memory::all,
+         {"stat", "fopen", "__getdelim", "malloc", "strdup", "fclose"}},
+        {"groupListedTwice",
+         findGroupListedTwice,
          Memory::all,
          {"stat", "fopen", "__getdelim", "malloc", "strdup", "fclose"}},
         {"platformName", namePlatform, Memory::all, {"malloc", "open", "read"}},

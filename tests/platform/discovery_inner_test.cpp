@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -110,6 +112,67 @@ TEST_F(DiscoveryFiles, ResidentSetIsNothingWhenUnknown) {
     EXPECT_EQ(pages("100\n"), 0);
     EXPECT_EQ(pages("100 many\n"), 0);
     EXPECT_EQ(vncommon::residentSetSize((folder / "missing").c_str()), 0.0);
+}
+
+// What fscanf makes of the same file, in pages.
+double pagesByTheCLibrary(const std::string& path) {
+    FILE* file = fopen(path.c_str(), "r");
+    long pages = 0;
+    const int count = fscanf(file, "%*s%ld", &pages);
+    fclose(file);
+    return count == 1 ? static_cast<double>(pages) : 0;
+}
+
+TEST_F(DiscoveryFiles, ResidentSetIsReadAsFscanfDoes) {
+    const std::string blanks(3000, ' ');
+    const std::string word(3000, 'w');
+    const std::string texts[] = {"100\n25 10\n",
+                                 "\n\n100 25\n",
+                                 "100\n\n \t\v\f\r\n25\n",
+                                 "\n100\n",
+                                 "100\n\n",
+                                 "100\nmany\n25\n",
+                                 "100 +25\n",
+                                 "100 -25\n",
+                                 "100 - 25\n",
+                                 "100 25pages\n",
+                                 "100 0x19\n",
+                                 "100 025\n",
+                                 "100 ,25\n",
+                                 "100 99999999999999999999\n",
+                                 "100 -99999999999999999999\n",
+                                 blanks + "1" + blanks + "25\n",
+                                 word + " 25\n",
+                                 word + "\n" + blanks + "25" + blanks,
+                                 word,
+                                 word + " " + word,
+                                 std::string("1\0 25\n", 6),
+                                 std::string("1 2\0005\n", 6),
+                                 std::string("\0\n25", 4),
+                                 std::string("1\n\0 25", 6),
+                                 "1 \xA0"
+                                 "25"};
+    for (const std::string& text : texts) {
+        const double expected = pagesByTheCLibrary(folder.write("statm", text));
+        EXPECT_EQ(pages(text), expected) << text.substr(0, 20);
+    }
+    EXPECT_EQ(pages("100\n25 10\n"), 25);
+}
+
+TEST_F(DiscoveryFiles, ResidentSetOfRandomFilesIsReadAsFscanfDoes) {
+    std::mt19937 random(20240713);
+    const char* const pieces[] = {" ", "\n", "\t", "1", "25", "0", "-", "+", "x", "7 8"};
+    int found = 0;
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        for (size_t count = random() % 8; count > 0; --count) {
+            text += pieces[random() % std::size(pieces)];
+        }
+        const double expected = pagesByTheCLibrary(folder.write("statm", text));
+        found += expected != 0;
+        ASSERT_EQ(pages(text), expected) << "'" << text << "'";
+    }
+    EXPECT_GT(found, 300);
 }
 
 // ---- The reader, beside fgets ----------------------------------------------------------------
