@@ -177,10 +177,10 @@ vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool det
     }
     vn_ThreadId thread{};
     const int result = pthread_create(&thread, &attributes, threadMain, start);
+    checkError(result, "pthread_create");  // before free, which may change the errno it reports
     if (result != 0) {
         free(start);
     }
-    checkError(result, "pthread_create");
     pthread_attr_destroy(&attributes);
     return thread;
 }

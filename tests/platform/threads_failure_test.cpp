@@ -21,6 +21,7 @@ size_t semWaitCalls = sizeof semWaitErrors / sizeof *semWaitErrors;  // beyond: 
 int attributesDestroyed = 0;
 bool mallocFails = false;
 int mallocCalls = 0;
+bool freeChangesErrno = false;
 
 }  // namespace
 
@@ -64,6 +65,16 @@ extern "C" void* __wrap_malloc(size_t size);
 extern "C" void* __wrap_malloc(size_t size) {
     ++mallocCalls;
     return mallocFails ? nullptr : __real_malloc(size);
+}
+
+// As a host's own allocator may, unlike the C library's.
+extern "C" void __real_free(void* block);
+extern "C" void __wrap_free(void* block);
+extern "C" void __wrap_free(void* block) {
+    __real_free(block);
+    if (freeChangesErrno) {
+        errno = EBUSY;
+    }
 }
 
 extern "C" int __real_sem_wait(sem_t* semaphore);
@@ -149,8 +160,10 @@ VN_CHILD(failingCreation) {
     failure = atoi(arguments[1].c_str());
     const bool detached = arguments[0] == "pthread_attr_setdetachstate";
     int runs = 0;
+    freeChangesErrno = true;
     errno = ENOENT;
     const vn_ThreadId thread = vn_createThread(countRun, &runs, detached);
+    freeChangesErrno = false;
     failing = "";
     const bool created = arguments[0] != "pthread_create";
     if (created) {
