@@ -52,8 +52,7 @@ struct CPlatformThread_Hook {
 void requireInitialisation() {
     if (!initDone) {
         fputs("C threading library used without first being initialised\n", stderr);
-        fflush(stderr);
-        abort();
+        flushAndAbort();
     }
 }
 

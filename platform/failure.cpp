@@ -67,6 +67,11 @@ char* warnOfNullText() {
 
 }  // namespace
 
+void flushAndAbort() {
+    fflush(stderr);
+    abort();
+}
+
 void reportFailedCall(int code, const char* systemCall) {
     const ErrorTexts texts(code);
     fprintf(stderr, "Fatal error: System call %s failed\n", systemCall);
@@ -104,13 +109,13 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
     }
     if (length < 0) {
         fprintf(stderr, "Fatal error: snprintf unexpectedly failed (%i)\n", length);
-        abort();
+        flushAndAbort();
     }
     // One byte stricter than truncation requires, on purpose: callers rely on a fallback text
     // never filling the buffer.
     if (static_cast<size_t>(length) + 1 >= size) {
         fputs("Fatal error: error message buffer too small\n", stderr);
-        abort();
+        flushAndAbort();
     }
 }
 
@@ -120,7 +125,7 @@ void vn_checkMemory(void* pointer) {
             "Fatal error: malloc or similar returned null - this suggests the process has run "
             "out of memory\n",
             stderr);
-        abort();
+        flushAndAbort();
     }
 }
 

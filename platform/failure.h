@@ -1,8 +1,11 @@
-// Reporting of failed system calls, for the wrappers of this library only.
+// Reports of failed calls, and the end after a fatal text.
 #ifndef VN_PLATFORM_FAILURE_H
 #define VN_PLATFORM_FAILURE_H
 
 #include <vncommon/failure.h>
+
+// The end after a fatal text: abort() drops what a standard error with a buffer still holds.
+[[noreturn]] void flushAndAbort();
 
 // The part of checkError that reports; code is not 0.
 void reportFailedCall(int code, const char* systemCall);

@@ -153,18 +153,25 @@ VN_CHILD(strerrorWith) {
 }
 
 VN_CHILD(strerrorWithoutSnprintf) {
+    static char buffer[4096];
+    setvbuf(stderr, buffer, atoi(arguments[0].c_str()), sizeof buffer);
     snprintfFails = true;
     strerrorWith(77);
     return 0;
 }
 
 TEST(StrerrorFallback, AbortsWhenItCannotBeFormatted) {
-    const ChildResult child = runChild("strerrorWithoutSnprintf");
-    EXPECT_EQ(child.signal, SIGABRT);
-    EXPECT_EQ(child.err, "Fatal error: snprintf unexpectedly failed (-5)\n");
+    for (const int buffering : {_IONBF, _IOFBF}) {
+        const ChildResult child =
+            runChild("strerrorWithoutSnprintf", {.arguments = {std::to_string(buffering)}});
+        EXPECT_EQ(child.signal, SIGABRT);
+        EXPECT_EQ(child.err, "Fatal error: snprintf unexpectedly failed (-5)\n") << buffering;
+    }
 }
 
 VN_CHILD(exhausted) {
+    static char buffer[4096];
+    setvbuf(stderr, buffer, _IOFBF, sizeof buffer);
     strdupFails = mallocFails = true;
     if (arguments[0] == "malloc") {
         vn_malloc(1);

@@ -13,12 +13,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <map>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <vector>
 
+#include <vncommon/buffers.h>
 #include <vncommon/failure.h>
+#include <vncommon/threads.h>
 
 #include "support/child_process.h"
 
@@ -58,6 +61,13 @@ ChildResult run(const std::string& name, ChildArguments arguments = {}) {
 
 void writeToStandardError(const char* text) {
     ASSERT_EQ(write(STDERR_FILENO, text, strlen(text)), static_cast<ssize_t>(strlen(text)));
+}
+
+void formatNothing() {
+    CStringBuffer buffer;
+    vn_strbufInit(&buffer, 0);
+    errno = ENOENT;
+    vn_strbufAppendFormat(&buffer, "%s", "");
 }
 
 void expectAbort(const ChildResult& child, const std::string& message) {
@@ -219,6 +229,54 @@ TEST(Allocation, DuplicatingNullWarnsAndGivesNull) {
     const ChildResult child = run("duplicateNull");
     EXPECT_EQ(child.exitStatus, 0);
     EXPECT_EQ(child.err, "Warning: NULL passed to strdup\nWarning: NULL passed to strdup\n");
+}
+
+// ---- A standard error that keeps what is written to it ----------------------------------------
+
+using Report = void (*)();
+const std::map<std::string, Report> fatalReports = {
+    {"checkError", [] { vn_checkError(5, "reading"); }},
+    {"checkMemory", [] { vn_checkMemory(nullptr); }},
+    {"malloc", [] { vn_malloc(tooMuch); }},
+    {"realloc", [] { vn_realloc(nullptr, tooMuch); }},
+    {"strerror", [] { strerrorOf(ENOENT, 1); }},
+    {"format", formatNothing},
+    {"thread", [] { vn_createThread(nullptr, nullptr, false); }},
+    {"condition", [] { vn_Condition_init(nullptr); }},
+    {"semaphore", [] { vn_Semaphore_init(nullptr, 0); }},
+};
+
+VN_CHILD(fatalIntoABuffer) {
+    static char buffer[65536];
+    setvbuf(stderr, buffer, _IOFBF, sizeof buffer);
+    errno = ENOENT;
+    fatalReports.at(arguments[0])();
+    return 0;
+}
+
+TEST(FatalTexts, LeaveABufferedStandardErrorBeforeTheEnd) {
+    const std::string errorTexts =
+        "(strerror(errno)=No such file or directory)\n(strerror(errcode)=";
+    const std::string uninitialised = "C threading library used without first being initialised\n";
+    const std::map<std::string, std::string> texts = {
+        {"checkError",
+         "Fatal error: Call failed with code 5: reading\n" + errorTexts + "Input/output error)\n"},
+        {"checkMemory", nullFromAllocator},
+        {"malloc", nullFromAllocator},
+        {"realloc", nullFromAllocator},
+        {"strerror", "Fatal error: error message buffer too small\n"},
+        {"format", "Fatal error: Call failed with code 1: vn_strbufAppendFormat: vsnprintf\n" +
+                       errorTexts + "Operation not permitted)\n"},
+        {"thread", uninitialised},
+        {"condition", uninitialised},
+        {"semaphore", uninitialised},
+    };
+    for (const auto& [name, report] : fatalReports) {
+        const ChildResult child = run("fatalIntoABuffer", {name});
+        EXPECT_EQ(child.signal, SIGABRT) << name;
+        // A sanitizer's allocator may have warned before.
+        EXPECT_THAT(child.err, testing::EndsWith(texts.at(name))) << name;
+    }
 }
 
 // ---- One-line wrappers -----------------------------------------------------------------------
