@@ -81,12 +81,12 @@ void appendEmptyResult(CStringBuffer* buffer) {
     buffer->data[formatLimit] = '\0';
 }
 
-// The first 9999 characters of a result of the given length, all of which is counted. Room for
-// 10000 is made already; what of the rest lies in the block is cleared.
+// The first 9999 characters of a result of the given length, all of which is counted; text may lie
+// in the room for 10000 that is made already. What of the rest lies in the block is cleared.
 void appendLimitedResult(CStringBuffer* buffer, const char* text, uint64_t length) {
     const uint64_t written = std::min(length, formatLimit - 1);
     char* start = buffer->data + buffer->size;
-    memcpy(start, text, written);
+    memmove(start, text, written);
     const uint64_t room = buffer->capacity - buffer->size;
     memset(start + written, 0, std::min(length + 1, room) - written);
     buffer->size += length;
@@ -188,9 +188,10 @@ void vn_strbufAppendVA(CStringBuffer* buffer, const char* format, va_list argume
     if (*format == '\0') {
         return;
     }
-    char text[formatLimit];  // not the buffer's own room: an argument may lie in its block
-    const int length = vsnprintf(text, sizeof text, format, arguments);
     const ReplacedBlock replaced = reserve(buffer, formatLimit);
+    // After the terminator, not over it: an argument may be the buffer's own string.
+    char* text = buffer->data + buffer->size + 1;
+    const int length = vsnprintf(text, formatLimit, format, arguments);
     if (length == 0) {
         appendEmptyResult(buffer);
     } else if (length > 0) {

@@ -8,6 +8,10 @@
  *
  * Thread-safety: every function may run on any number of threads at once.
  *
+ * Stack: vn_strtod for hexadecimal numbers, infinities, NaNs, results that are not normal and texts
+ * of more than 16,384 characters, and the formatters for infinities and negative precisions, keep a
+ * scratch area of 32,000 bytes on the caller's stack. Leave 40 KiB for any call of this header.
+ *
  * Cost: formatting allocates nothing and takes no lock. vn_g_fmt takes tens of nanoseconds.
  *
  * Floating-point modes: results are the same in every mode that the host has set, as maths.h says.

@@ -1,0 +1,123 @@
+// Threads of a host with the smallest stack that the system allows, and what the functions that
+// need more take.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cfloat>
+#include <cmath>
+#include <cstdarg>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <vncommon/buffers.h>
+#include <vncommon/numbers.h>
+
+#include "support/child_process.h"
+#include "support/thread_stack.h"
+
+namespace {
+
+constexpr size_t smallest = 16384;  // what pthread_attr_setstacksize takes at least
+
+[[gnu::format(printf, 2, 3)]] void appendVA(CStringBuffer* buffer, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vn_strbufAppendVA(buffer, format, arguments);
+    va_end(arguments);
+}
+
+VN_CHILD(appendArgumentList) {
+    CStringBuffer buffer;
+    vn_strbufInit(&buffer, 0);
+    const std::string text(9990, 'x');
+    ThreadStack(smallest).run([&] {
+        appendVA(&buffer, "%d-", 42);
+        appendVA(&buffer, "%s", text.c_str());
+    });
+    const bool right = buffer.data == "42-" + text;
+    vn_strbufDestroy(&buffer, 1);
+    return right ? 9 : 1;
+}
+
+TEST(SmallestStack, IsEnoughForAnArgumentList) {
+    const ChildResult child = runChild("appendArgumentList");
+    EXPECT_EQ(child.exitStatus, 9) << child.signal << child.err;
+}
+
+// ---- What the header of the number conversions says they need ---------------------------------
+
+constexpr size_t conversionStack = 40 * 1024;
+
+template <class Body>
+size_t stackOf(Body body) {
+    ThreadStack stack(4 * conversionStack);
+    stack.run(body);
+    return stack.used();
+}
+
+// Texts for every way through the reader.
+std::vector<std::string> numberTexts() {
+    std::vector<std::string> texts = {"1",
+                                      "1.5",
+                                      "0x1.8p3",
+                                      "0x1.fffffffffffff8p-1074",
+                                      "nan(123)",
+                                      "-inf",
+                                      "1e400",
+                                      "1e-400",
+                                      "4.9e-324",
+                                      "2.2250738585072011e-308",
+                                      "x",
+                                      "1." + std::string(20000, '3'),
+                                      std::string(60000, '7'),
+                                      "0." + std::string(40000, '0') + "1e40000",
+                                      "0x" + std::string(50000, 'f') + ".8p-3",
+                                      "1" + std::string(800, '0') + "e-800"};
+    std::mt19937_64 random(20240801);
+    for (int i = 0; i < 300; ++i) {
+        std::string text;
+        const auto digits = static_cast<int>(i % 100 == 0 ? 17000 : 1 + random() % 900);
+        for (int count = 0; count < digits; ++count) {
+            text += static_cast<char>('0' + random() % 10);
+        }
+        const auto exponent = static_cast<int>(random() % 800) - 400 - digits;
+        texts.push_back(text + "e" + std::to_string(exponent));
+    }
+    return texts;
+}
+
+TEST(ConversionStack, IsEnoughForTheReader) {
+    const size_t nothing = stackOf([] {});
+    size_t most = 0;
+    for (const std::string& text : numberTexts()) {
+        const size_t used = stackOf([&text] { vn_strtod(text.c_str(), nullptr); });
+        EXPECT_LE(used, nothing + conversionStack) << text.substr(0, 30);
+        most = std::max(most, used);
+    }
+    EXPECT_GE(most, nothing + 32000) << "no text took the general way";
+}
+
+TEST(ConversionStack, IsEnoughForTheFormatters) {
+    const size_t nothing = stackOf([] {});
+    std::mt19937_64 random(20240802);
+    std::vector<double> values = {0, -0.0, 0.1, NAN, -NAN, INFINITY, -INFINITY, 5e-324, DBL_MAX};
+    for (int i = 0; i < 300; ++i) {
+        values.push_back(std::bit_cast<double>(random()));
+    }
+    size_t most = 0;
+    for (const double value : values) {
+        const size_t used = stackOf([value, precision = static_cast<int>(random() % 400) - 300] {
+            char text[512];
+            vn_g_fmt(text, value);
+            vn_g_fmt_fixed(text, sizeof text, precision, value);
+            vn_g_fmt_scientific(text, sizeof text, precision, value);
+        });
+        EXPECT_LE(used, nothing + conversionStack) << value;
+        most = std::max(most, used);
+    }
+    EXPECT_GE(most, nothing + 32000) << "no value took the general way";
+}
+
+}  // namespace
