@@ -21,7 +21,6 @@ size_t semWaitCalls = sizeof semWaitErrors / sizeof *semWaitErrors;  // beyond: 
 int attributesDestroyed = 0;
 bool mallocFails = false;
 int mallocCalls = 0;
-bool freeChangesErrno = false;
 
 }  // namespace
 
@@ -72,9 +71,7 @@ extern "C" void __real_free(void* block);
 extern "C" void __wrap_free(void* block);
 extern "C" void __wrap_free(void* block) {
     __real_free(block);
-    if (freeChangesErrno) {
-        errno = EBUSY;
-    }
+    errno = EBUSY;
 }
 
 extern "C" int __real_sem_wait(sem_t* semaphore);
@@ -160,10 +157,8 @@ VN_CHILD(failingCreation) {
     failure = atoi(arguments[1].c_str());
     const bool detached = arguments[0] == "pthread_attr_setdetachstate";
     int runs = 0;
-    freeChangesErrno = true;
     errno = ENOENT;
     const vn_ThreadId thread = vn_createThread(countRun, &runs, detached);
-    freeChangesErrno = false;
     failing = "";
     const bool created = arguments[0] != "pthread_create";
     if (created) {
