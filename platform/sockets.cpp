@@ -9,10 +9,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include <vncommon/failure.h>
 #include <vncommon/log.h>
+
+#include "platform/text.h"
 
 namespace {
 
@@ -53,23 +56,34 @@ sockaddr_in addressOf(in_addr_t host, int port) {
     return address;
 }
 
-bool resolve(const char* host, in_addr_t& address) {
-    address = inet_addr(host);
-    if (address != INADDR_NONE) {
-        return true;
-    }
-    // The re-entrant form: concurrent look-ups must not share the answer. 64 KiB hold the largest
-    // answer that a name server can send.
-    char storage[65536];
-    hostent entry;
-    hostent* found = nullptr;
-    int error;
-    gethostbyname_r(host, &entry, storage, sizeof storage, &found, &error);
+bool takeFirst(const hostent* found, in_addr_t& address) {
     if (found == nullptr || found->h_addrtype != AF_INET || found->h_addr_list[0] == nullptr) {
         return false;
     }
     memcpy(&address, found->h_addr_list[0], sizeof address);
     return true;
+}
+
+// In the re-entrant form: concurrent look-ups must not share the answer. There is no largest one:
+// a line of the hosts file, other hosts' lines included, must fit into the storage.
+bool lookUp(const char* host, in_addr_t& address) {
+    for (size_t size = 1024;; size *= 2) {
+        const vncommon::Text storage(static_cast<char*>(malloc(size)));
+        if (storage == nullptr) {
+            return false;
+        }
+        hostent entry;
+        hostent* found = nullptr;
+        int reason;
+        if (gethostbyname_r(host, &entry, storage.get(), size, &found, &reason) != ERANGE) {
+            return takeFirst(found, address);
+        }
+    }
+}
+
+bool resolve(const char* host, in_addr_t& address) {
+    address = inet_addr(host);
+    return address != INADDR_NONE || lookUp(host, address);
 }
 
 void setTimeOut(int fd, int option, const char* warning) {

@@ -233,10 +233,12 @@ void resolveByName() {
     int fd = -1;
     const int port = portOf(listener);
     char* message = inject([&] { return vn_socketConnect("localhost", port, &fd); });
-    CHECK_MESSAGE(message, {{"gethostbyname_r", "Failed to resolve hostname."},
+    CHECK_MESSAGE(message, {{"malloc", "Failed to resolve hostname."},
+                            {"gethostbyname_r", "Failed to resolve hostname."},
                             {"socket", "Failed to create network socket."},
                             {"connect", "Failed to connect to host."}});
-    CHECK((fd == -1) == (failed("gethostbyname_r") || failed("socket") || failed("connect")));
+    CHECK((fd == -1) ==
+          (failed("malloc") || failed("gethostbyname_r") || failed("socket") || failed("connect")));
     if (fd >= 0) {
         close(fd);
     }
@@ -303,7 +305,10 @@ std::vector<Scenario> runtimeScenarios() {
          .mustFail = {"socket", "setsockopt", "bind", "listen", "connect", "accept", "close"},
          .onStandardError = connectLog},
         {"talk", talk, Memory::all, {"send", "recv", "malloc"}},
-        {"nameLookUp", resolveByName, Memory::none, {"gethostbyname_r", "socket", "connect"}},
+        {"nameLookUp",
+         resolveByName,
+         Memory::own,
+         {"malloc", "gethostbyname_r", "socket", "connect"}},
         {.name = "load",
          .run = useAfterLoad,
          .memory = Memory::all,

@@ -1,11 +1,17 @@
 // What sockets answer when a call fails as no real connection makes it fail, and what they ask of
 // the system: the linker sends the library's calls through the wrappers here, which answer as
 // told.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -38,6 +44,14 @@ bool setsockoptFails = false;    // with the error below
 int setsockoptError = 0;
 constexpr Answer success = {1, 0};
 
+// The resolver, which needs some room for its answer and else gives its result. Connections are
+// taken for made.
+std::vector<size_t> rooms;  // that it was given
+size_t neededRoom = 0;
+int resolverResult = 0;
+sockaddr_in connectedTo;
+size_t largestBlock = SIZE_MAX;  // that malloc gives
+
 ssize_t nextAnswer(size_t length, void* buffer) {
     asked.push_back(length);
     const Answer answer = answers.front();
@@ -60,6 +74,49 @@ ssize_t __wrap_send(int fd, const void* data, size_t length, int flags);
 int __wrap_setsockopt(int fd, int level, int option, const void* value, socklen_t size);
 int __wrap_listen(int fd, int backlog);
 int __wrap_accept(int fd, sockaddr* address, socklen_t* size);
+int __wrap_connect(int fd, const sockaddr* address, socklen_t size);
+int __wrap_gethostbyname_r(const char* name, hostent* entry, char* room, size_t size,
+                           hostent** result, int* reason);
+void* __real_malloc(size_t size);
+void* __wrap_malloc(size_t size);
+
+int __wrap_connect(int, const sockaddr* address, socklen_t size) {
+    EXPECT_EQ(size, sizeof connectedTo);
+    memcpy(&connectedTo, address, sizeof connectedTo);
+    return 0;
+}
+
+int __wrap_gethostbyname_r(const char*, hostent* entry, char* room, size_t size, hostent** result,
+                           int* reason) {
+    rooms.push_back(size);
+    memset(room, 0, size);
+    *result = nullptr;
+    *reason = NETDB_INTERNAL;
+    if (size < neededRoom) {
+        return errno = ERANGE;
+    }
+    if (resolverResult != 0) {
+        return resolverResult;
+    }
+    // At the end of the room: two addresses, then the list of them.
+    auto** list = reinterpret_cast<char**>(room + size) - 3;
+    auto* addresses = reinterpret_cast<in_addr*>(list) - 2;
+    addresses[0].s_addr = inet_addr("192.0.2.7");
+    addresses[1].s_addr = inet_addr("192.0.2.8");
+    list[0] = reinterpret_cast<char*>(&addresses[0]);
+    list[1] = reinterpret_cast<char*>(&addresses[1]);
+    *entry = {.h_name = room,
+              .h_aliases = list + 2,
+              .h_addrtype = AF_INET,
+              .h_length = sizeof(in_addr),
+              .h_addr_list = list};
+    *result = entry;
+    return 0;
+}
+
+void* __wrap_malloc(size_t size) {
+    return size > largestBlock ? nullptr : __real_malloc(size);
+}
 
 ssize_t __wrap_recv(int, void* buffer, size_t length, int flags) {
     EXPECT_EQ(flags, 0);
@@ -170,6 +227,53 @@ TEST(SocketWrites, SendAnEmptyTextOnce) {
 TEST(SocketWrites, ReportAFailureAtOnce) {
     EXPECT_EQ(write("hello", {{2, 0}, {-1, EINTR}}), strerror(EINTR));
     EXPECT_EQ(write("hello", {{-1, 0}}), "Unknown error");
+}
+
+// ---- Names of hosts --------------------------------------------------------------------------
+
+// The message of a connection, and the address that it went to.
+std::string connectTo(const char* host, size_t needed = 1, int result = 0) {
+    rooms.clear();
+    neededRoom = needed;
+    resolverResult = result;
+    connectedTo = {};
+    int fd = -1;
+    const std::string failure = taken(vn_socketConnect(host, 80, &fd));
+    EXPECT_EQ(fd >= 0, failure.empty());
+    if (fd >= 0) {
+        close(fd);
+    }
+    return failure + inet_ntoa(connectedTo.sin_addr);
+}
+
+TEST(SocketNames, OfDottedHostsAreNotLookedUp) {
+    EXPECT_EQ(connectTo("192.0.2.9"), "192.0.2.9");
+    EXPECT_EQ(connectTo(nullptr), "127.0.0.1");
+    EXPECT_TRUE(rooms.empty());
+}
+
+TEST(SocketNames, TakeAsMuchRoomAsTheirAnswersNeed) {
+    for (const size_t needed : {1U, 1025U, 65537U, 300000U}) {
+        EXPECT_EQ(connectTo("name", needed), "192.0.2.7") << needed;
+        ASSERT_FALSE(rooms.empty());
+        EXPECT_GE(rooms.back(), needed);
+        EXPECT_LT(rooms.back(), std::max<size_t>(2 * needed, 2048));
+        for (size_t i = 1; i < rooms.size(); ++i) {
+            EXPECT_EQ(rooms[i], 2 * rooms[i - 1]);
+        }
+    }
+}
+
+TEST(SocketNames, ThatCannotBeResolvedAreReported) {
+    const std::string failure = "Failed to resolve hostname.0.0.0.0";
+    EXPECT_EQ(connectTo("name", 1, EAGAIN), failure);
+    EXPECT_EQ(rooms.size(), 1U) << "only missing room is a reason to try again";
+    largestBlock = 1 << 20;
+    EXPECT_EQ(connectTo("name", SIZE_MAX), failure);
+    largestBlock = 100;
+    EXPECT_EQ(connectTo("name"), failure);
+    EXPECT_TRUE(rooms.empty());
+    largestBlock = SIZE_MAX;
 }
 
 VN_CHILD(accepts) {

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,6 +23,7 @@
 #include <vncommon/log.h>
 
 #include "support/child_process.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -146,6 +149,40 @@ TEST(Sockets, UnknownNameIsNotResolved) {
     int fd = -7;
     EXPECT_EQ(taken(vn_socketConnect("no such host name", 80, &fd)), "Failed to resolve hostname.");
     EXPECT_EQ(fd, -7);
+}
+
+// A hosts file of our own for this process only; false where the system does not allow that.
+bool replaceHostsFile(const std::string& path) {
+    const bool apart = unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
+    return apart && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount(path.c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) == 0;
+}
+
+VN_CHILD(connectAfterLongLine) {
+    if (!replaceHostsFile(arguments[0])) {
+        return 77;
+    }
+    Listener listener;
+    int peer = -1;
+    const std::string failure =
+        taken(vn_socketConnect("host-after-long-line", portOf(listener.fd), &peer));
+    puts(failure.c_str());
+    return peer >= 0 ? 9 : 1;
+}
+
+TEST(Sockets, NameAfterALongLineOfTheHostsFileIsResolved) {
+    std::string aliases;
+    while (aliases.size() < 200000) {
+        aliases += " alias" + std::to_string(aliases.size());
+    }
+    const TemporaryFolder folder;
+    const std::string hosts =
+        folder.write("hosts", "192.0.2.1 long" + aliases + "\n127.0.0.1 host-after-long-line\n");
+    const ChildResult child = runChild("connectAfterLongLine", {.arguments = {hosts}});
+    if (child.exitStatus == 77) {
+        GTEST_SKIP() << "the system does not allow a mount namespace";
+    }
+    EXPECT_EQ(child.exitStatus, 9) << child.out << child.err;
 }
 
 TEST(Sockets, RefusedConnectionClosesItsSocket) {

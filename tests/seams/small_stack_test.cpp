@@ -1,6 +1,8 @@
 // Threads of a host with the smallest stack that the system allows, and what the functions that
 // need more take.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <bit>
@@ -12,7 +14,9 @@
 #include <vector>
 
 #include <vncommon/buffers.h>
+#include <vncommon/failure.h>
 #include <vncommon/numbers.h>
+#include <vncommon/sockets.h>
 
 #include "support/child_process.h"
 #include "support/thread_stack.h"
@@ -43,6 +47,42 @@ VN_CHILD(appendArgumentList) {
 
 TEST(SmallestStack, IsEnoughForAnArgumentList) {
     const ChildResult child = runChild("appendArgumentList");
+    EXPECT_EQ(child.exitStatus, 9) << child.signal << child.err;
+}
+
+int listen() {
+    int listener = -1;
+    vn_free(vn_createListeningSocket(0, &listener));
+    return listener;
+}
+
+int portOf(int listener) {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    return ntohs(address.sin_port);
+}
+
+// To a listener, and to a port where nobody listens.
+VN_CHILD(connectByDottedHost) {
+    const int listener = listen();
+    const int port = portOf(listener);
+    std::string messages;
+    const auto connect = [&] {
+        int fd = -1;
+        char* message = vn_socketConnect("127.0.0.1", port, &fd);
+        messages += message != nullptr ? message : "connected\n";
+        vn_free(message);
+        vn_socketClose(fd);
+    };
+    ThreadStack(smallest).run(connect);
+    vn_socketClose(listener);
+    ThreadStack(smallest).run(connect);
+    return messages == "connected\nFailed to connect to host." ? 9 : 1;
+}
+
+TEST(SmallestStack, IsEnoughToConnect) {
+    const ChildResult child = runChild("connectByDottedHost");
     EXPECT_EQ(child.exitStatus, 9) << child.signal << child.err;
 }
 
