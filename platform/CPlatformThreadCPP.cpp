@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <time.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -18,7 +19,7 @@
 
 namespace {
 
-bool initDone = false;
+std::atomic<bool> initDone{false};
 
 // What a new thread needs; made by the creating thread, freed by the new one.
 struct ThreadStart {

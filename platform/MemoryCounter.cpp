@@ -11,17 +11,27 @@ bool MemoryDiagnostics::_enabled = true;
 
 namespace {
 
-bool performedCheck = false;  // the environment has been consulted; racing threads agree anyway
+// The environment has been consulted, and the answer is stored. Racing threads store the same one.
+std::atomic<bool> performedCheck{false};
 std::atomic<int64_t> counter{0};
+
+// Its type is part of the interface.
+std::atomic_ref<bool> enabled() {
+    return std::atomic_ref(MemoryDiagnostics::_enabled);
+}
+
+bool isEnabled() {
+    return enabled().load(std::memory_order_relaxed);
+}
 
 }  // namespace
 
 bool MemoryDiagnostics::checkEnabled() {
-    if (!performedCheck) {
-        performedCheck = true;
-        _enabled = getenv("VN_TRACKMEMORY") != nullptr;
+    if (!performedCheck.load(std::memory_order_acquire)) {
+        enabled().store(getenv("VN_TRACKMEMORY") != nullptr, std::memory_order_relaxed);
+        performedCheck.store(true, std::memory_order_release);
     }
-    return _enabled;
+    return isEnabled();
 }
 
 }  // namespace memorycounter
@@ -33,13 +43,13 @@ int checkMemoryTrackingEnabled(void) {
 }
 
 void countMemoryAllocated(size_t bytes) {
-    if (MemoryDiagnostics::_enabled) {
+    if (memorycounter::isEnabled()) {
         memorycounter::counter.fetch_add(static_cast<int64_t>(bytes));
     }
 }
 
 void countMemoryFreed(size_t bytes) {
-    if (MemoryDiagnostics::_enabled) {
+    if (memorycounter::isEnabled()) {
         memorycounter::counter.fetch_sub(static_cast<int64_t>(bytes));
     }
 }

@@ -1,12 +1,18 @@
 // Failure convention: every report on standard error and every end of the process goes through
 // this file. Nothing here takes a lock, and the out-of-memory path does not touch the heap.
+// Threads may enter that path at once: one of them gets the callback, one of them writes the
+// memory line, and none waits for the callback, which may be waiting for it.
 #include "platform/failure.h"
 
+#include <pthread.h>
 #include <sys/time.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,9 +26,15 @@ extern "C" int __xpg_strerror_r(int errnum, char* buffer, size_t size);
 
 namespace {
 
-vn_OutOfMemoryCallBack outOfMemoryCallBack = nullptr;
-bool logMemory = false;        // set by the entry into vn_outOfMemory that writes the memory line
-bool inImmediateExit = false;  // vn_immediateExit has been entered
+std::atomic<vn_OutOfMemoryCallBack> outOfMemoryCallBack{nullptr};
+std::atomic<bool> inImmediateExit{false};  // vn_immediateExit has been entered
+
+// The thread that called a callback last, and the frame from which it did.
+std::atomic<pthread_t> callBackThread{};
+std::atomic<uintptr_t> callBackFrame{0};
+
+std::atomic<bool> logMemory{false};     // a thread has begun the memory line
+std::atomic<bool> memoryLogged{false};  // and has written it
 
 constexpr size_t messageSize = 1024;
 
@@ -56,6 +68,33 @@ void writeMemoryUse() {
                                 vn_residentSetSize());
     if (length > 0) {
         writeToStandardError(line, std::min(static_cast<size_t>(length), sizeof line - 1));
+    }
+}
+
+// Whether vn_outOfMemory, in this frame, was called by the callback: by its thread, and from deeper
+// in the stack. The thread alone does not suffice, because a callback may have left by longjmp,
+// which nothing records.
+bool isInsideCallBack(uintptr_t frame) {
+    return callBackThread == pthread_self() && frame < callBackFrame;
+}
+
+// Waits while another thread writes the memory line, which the end of the process would cut off.
+// Not for ever: that thread may be missing in this process (after a fork), or be the one that was
+// interrupted here.
+void awaitMemoryLine() {
+    constexpr timespec step = {0, 1'000'000};
+    constexpr int mostSteps = 10'000;
+    for (int i = 0; i < mostSteps && logMemory && !memoryLogged; ++i) {
+        nanosleep(&step, nullptr);
+    }
+}
+
+// Nobody cancels this thread any more: others wait for its line, and the process is about to end.
+void logMemoryOnce() {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    if (!logMemory.exchange(true)) {
+        writeMemoryUse();
+        memoryLogged = true;
     }
 }
 
@@ -180,21 +219,23 @@ void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback) {
 }
 
 void vn_outOfMemory(void) {
-    const vn_OutOfMemoryCallBack callback = outOfMemoryCallBack;
-    outOfMemoryCallBack = nullptr;
-    const bool logsMemory = !logMemory;  // not when entered again from inside the callback
-    logMemory = true;
+    const auto frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+    const vn_OutOfMemoryCallBack callback = outOfMemoryCallBack.exchange(nullptr);
+    const bool enteredAgain = callback == nullptr && isInsideCallBack(frame);
     constexpr char message[] = "This process is out of memory... exiting\n";
     writeToStandardError(message, sizeof message - 1);
     if (callback != nullptr) {
+        callBackFrame = frame;
+        callBackThread = pthread_self();
         callback();
     }
     if (getenv("VN_ABORT_ON_OOM") != nullptr) {
         __builtin_trap();
     }
-    if (logsMemory) {
-        writeMemoryUse();
+    if (!enteredAgain) {
+        logMemoryOnce();
     }
+    awaitMemoryLine();
     vn_immediateExit(1);
 }
 

@@ -1,12 +1,13 @@
 /* Failure convention, checked allocation, out-of-memory exit, memory counter.
  *
  * The library does not hand failed allocations or broken preconditions back to its caller: it
- * writes a short report to standard error and, in most cases, ends the process. This header
+ * writes a short report to standard error and, in most cases, ends the process. Standard error is
+ * flushed before the end, in case the program has given it a buffer. This header
  * holds the reporting routines, the allocators that never return null, the out-of-memory exit
  * with its callback, and an optional process-wide counter of allocated bytes.
  *
- * Thread-safety: every function may be called from any thread. The callback pointer and the
- * flags are plain variables; set the callback before other threads can run out of memory.
+ * Thread-safety: every function may be called from any thread, and from several at once. The
+ * out-of-memory callback may be set and replaced at any time.
  *
  * Environment: VN_ABORT_ON_OOM (any value) turns the out-of-memory exit into a processor trap,
  * for a core dump. VN_TRACKMEMORY (any value) keeps memory counting on.
@@ -69,7 +70,9 @@ VN_API int vn_strcasecmp(const char* a, const char* b);
 typedef void (*vn_OutOfMemoryCallBack)(void);
 
 /* Installs the function that vn_outOfMemory calls, replacing the one before; null clears it.
- * It runs at most once: vn_outOfMemory takes it out before the call. */
+ * It runs at most once: vn_outOfMemory takes it out before the call, and only one of several
+ * threads gets it. Keep it short: another thread that runs out of memory meanwhile does not wait
+ * for it and ends the process. */
 VN_API void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback);
 
 /* The way out of a process without memory; never returns. In this order:
@@ -79,7 +82,10 @@ VN_API void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback);
  *  - writes "memory used: vm=%f, rss=%f\n" (bytes) to descriptor 2, once per process;
  *  - vn_immediateExit(1).
  * Called again from inside the callback, it repeats the first line and skips both the callback
- * and the memory line. It never touches the heap or a buffered stream before the exit. */
+ * and the memory line. That is: called by the thread that called the callback, deeper in its
+ * stack, with no new callback installed. A callback may leave by longjmp; the next call then
+ * writes the memory line. Threads that call it at once write that line once between them, and all
+ * of it. It never touches the heap or a buffered stream before the exit. */
 VN_API VN_NORETURN void vn_outOfMemory(void);
 
 /* Flushes standard output, then standard error, and ends the process with _exit(status): no
