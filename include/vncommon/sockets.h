@@ -32,14 +32,20 @@ VN_API void vn_socketCleanup(void);
 
 /* Connects to host (a dotted address, or a name whose first IPv4 address is taken; null means
  * "127.0.0.1") and port. On success *fd is the caller's, to be closed with vn_socketClose.
- * Failures: "Failed to resolve hostname.", "Failed to create network socket.", "Failed to connect
- * to host." The system's reason for the last one is only logged, as "connect: %s\n" at DEBUG. */
+ * Failures: "Failed to resolve hostname." (also without memory for the answer), "Failed to create
+ * network socket.", "Failed to connect to host." The system's reason for the last one is only
+ * logged, as "connect: %s\n" at DEBUG. */
 VN_API char* vn_socketConnect(const char* host, int port, int* fd);
 
 /* Listens on all local addresses with SO_REUSEADDR and a backlog of 20. Port 0 lets the system
  * choose one (getsockname tells). Failures: "Failed to create listening socket.", "Failed to set
  * SO_REUSEADDR option.", "Failed to bind listening socket.", "Failed to listen on listening
- * socket."; the socket made is closed. */
+ * socket."; the socket made is closed.
+ *
+ * While some 20 connections wait to be accepted the kernel drops further ones, and their clients
+ * try again after a second or more. So accept in a loop that hands connections to other threads.
+ * For a longer backlog make the socket with listen() and take connections with accept(), not with
+ * vn_socketAccept, which sets 20 again; the other calls take these descriptors. */
 VN_API char* vn_createListeningSocket(int port, int* fd);
 
 /* Takes the next connection; it times out after 10 seconds without progress in either direction.

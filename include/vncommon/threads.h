@@ -78,7 +78,11 @@ VN_API void vn_Semaphore_post(vn_Semaphore* semaphore);
 VN_API void vn_Semaphore_wait(vn_Semaphore* semaphore);
 
 /* TRUE WHEN THE SEMAPHORE COULD NOT BE TAKEN, false when it was taken. The inverted sense is
- * deliberate: callers depend on it, the queue of queue.h among them. Reports nothing. */
+ * deliberate: callers depend on it, the queue of queue.h among them. Reports nothing.
+ * So the body of if (vn_Semaphore_trywait(&s)) runs WITHOUT the semaphore. Name the result:
+ *     const bool busy = vn_Semaphore_trywait(&semaphore);
+ *     if (!busy) { ... vn_Semaphore_post(&semaphore); }
+ */
 VN_API bool vn_Semaphore_trywait(vn_Semaphore* semaphore);
 
 /* --- Threads: "pthread_attr_init", "pthread_attr_setdetachstate", "pthread_create" ----------- */
@@ -111,7 +115,11 @@ VN_API void vn_ThreadLocal_set(vn_ThreadLocal* slot, void* value);
 
 /* A small number for the calling thread: 1 for the first thread that asks, 2 for the next, and
  * so on; never 0, the same on every call, never given to another thread. The first call of a
- * thread takes a lock, the others read a slot. */
+ * thread takes a lock, the others read a slot.
+ *
+ * Not the same in the destructors of thread-local slots: at a thread's end glibc clears all slots
+ * while it runs them, and a call from one may take a new number. Keep the number in the value that
+ * the destructor gets. C++ thread_local objects are destroyed earlier and still get the old one. */
 VN_API uint64_t vn_getCountedThreadId(void);
 
 /* Does nothing on this platform; kept because compiled programs call it. */
