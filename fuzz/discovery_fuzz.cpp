@@ -76,19 +76,21 @@ void checkVirtualSize(const char* name, const std::string& file) {
     FUZZ_REQUIRE(vncommon::vmSize(name) == expected);
 }
 
+// The run of bytes that are not blank from start on or after blanks there; start is moved behind
+// it.
+std::string nextField(const std::string& file, size_t& start) {
+    const auto from =
+        std::find_if_not(file.begin() + static_cast<ptrdiff_t>(start), file.end(), isBlank);
+    const auto to = std::find_if(from, file.end(), isBlank);
+    start = static_cast<size_t>(to - file.begin());
+    return std::string(from, to);
+}
+
 void checkResidentSet(const char* name, const std::string& file) {
-    const auto pieces = piecesOf(file, 255);
-    std::string line = pieces.empty() ? "" : pieces[0];
     size_t start = 0;
-    while (start < line.size() && isBlank(line[start])) {
-        ++start;
-    }
-    size_t end = start;
-    while (end < line.size() && !isBlank(line[end])) {
-        ++end;
-    }
+    nextField(file, start);
     int64_t pages = 0;
-    const bool found = end > start && readNumber(line.substr(end), pages);
+    const bool found = readNumber(nextField(file, start).substr(0, 255), pages);
     const double expected =
         found ? static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE)) : 0;
     FUZZ_REQUIRE(vncommon::residentSetSize(name) == expected);
