@@ -2,6 +2,9 @@
 //
 // The library has no thread of its own. Its only lock here is threadCounterIdMutex, held just
 // around handing out a number; no other lock is taken while it is held.
+//
+// Fork: the counter changes in one store and is valid at any moment. The numbers that vanished
+// threads of the parent had, or were about to get, are not handed out again in the child.
 #include <limits.h>
 #include <signal.h>
 #include <time.h>
@@ -15,7 +18,7 @@
 #include <vncommon/threads.h>
 
 #include "platform/failure.h"
-#include "platform/mutex_lock.h"
+#include "platform/fork_safe_mutex.h"
 
 namespace {
 
@@ -30,7 +33,7 @@ struct ThreadStart {
 // No slot until load has made one: without, every call hands out a new number, but the first slot
 // of the process, which is somebody else's, is left alone.
 vn_ThreadLocal threadCounterId = PTHREAD_KEYS_MAX;
-vn_Mutex threadCounterIdMutex;
+vncommon::ForkSafeMutex threadCounterIdMutex;
 constexpr vncommon::LockRole counterLock;
 uint64_t threadCounter VN_GUARDED_BY(counterLock) = 0;  // the last number handed out
 
@@ -38,17 +41,19 @@ uint64_t threadCounter VN_GUARDED_BY(counterLock) = 0;  // the last number hande
 struct CPlatformThread_Hook {
     CPlatformThread_Hook() {
         vn_ThreadLocal_init(&threadCounterId, nullptr);
-        vn_Mutex_init(&threadCounterIdMutex);
+        vn_Mutex_init(&threadCounterIdMutex.mutex);
     }
 
     ~CPlatformThread_Hook() {
         vn_ThreadLocal_destroy(&threadCounterId);
-        vn_Mutex_destroy(&threadCounterIdMutex);
+        vn_Mutex_destroy(&threadCounterIdMutex.mutex);
     }
 };
 
 // The earliest of our static initialisers: pools and locks made later may ask for numbers.
 [[gnu::init_priority(101)]] CPlatformThread_Hook hook_instance;
+
+const vncommon::InForkedChild inForkedChild([] { threadCounterIdMutex.freeInChild(); });
 
 void requireInitialisation() {
     if (!initDone) {
@@ -76,7 +81,7 @@ void* threadMain(void* argument) {
 }
 
 [[gnu::noinline]] uint64_t numberThisThread() {
-    const vncommon::MutexLock lock(&threadCounterIdMutex, counterLock);
+    const vncommon::ForkSafeLock lock(threadCounterIdMutex, counterLock);
     const uint64_t number = ++threadCounter;
     vn_ThreadLocal_set(&threadCounterId, reinterpret_cast<void*>(number));
     return number;

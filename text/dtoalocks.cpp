@@ -1,4 +1,8 @@
 // The two locks of the number conversion and its two thread-local slots.
+//
+// Fork: a lock that another thread held is made anew in the child. Free lists found locked are
+// emptied, because their links may be half written. Powers of five need nothing: each counts only
+// once its flag is set, and one that was not is written again. A thread's scratch area is its own.
 #include "text/dtoalocks.h"
 
 #include <limits.h>
@@ -27,6 +31,13 @@ struct ScratchSlots {
         vn_ThreadLocal_destroy(&dtoa_threadLocalMemLeft);
     }
 } scratchSlots;
+
+const vncommon::InForkedChild inForkedChild([] {
+    if (ballocLock.freeInChild()) {
+        emptyFreeLists();
+    }
+    p5Lock.freeInChild();
+});
 
 }  // namespace
 

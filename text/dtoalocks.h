@@ -5,20 +5,19 @@
 
 #include <pthread.h>
 
+#include "platform/fork_safe_mutex.h"
+
 // Plain: neither recursive nor checked. Its results are the mutex calls' own, because the exported
 // lock operations hand them to their callers.
-class DtoaMutex {
-  public:
-    DtoaMutex() { pthread_mutex_init(&mutex_, nullptr); }
-    ~DtoaMutex() { pthread_mutex_destroy(&mutex_); }
+struct DtoaMutex : vncommon::ForkSafeMutex {
+    DtoaMutex() { pthread_mutex_init(&mutex, nullptr); }
+    ~DtoaMutex() { pthread_mutex_destroy(&mutex); }
     DtoaMutex(const DtoaMutex&) = delete;
     DtoaMutex& operator=(const DtoaMutex&) = delete;
-
-    int lock() { return pthread_mutex_lock(&mutex_); }
-    int unlock() { return pthread_mutex_unlock(&mutex_); }
-
-  private:
-    pthread_mutex_t mutex_;
 };
+
+// Forgets the free big-integer blocks, in a child whose parent was changing the lists when it
+// forked.
+void emptyFreeLists();
 
 #endif

@@ -15,6 +15,7 @@
 #include <vncommon/numbers.h>
 
 #include "platform/thread_annotations.h"
+#include "text/dtoalocks.h"
 #include "text/netlib/include/reent.h"
 
 namespace {
@@ -84,6 +85,13 @@ _Bigint* takeFromFreeList(int k) {
 }
 
 }  // namespace
+
+// The child has one thread, which holds the lock in all but name.
+void emptyFreeLists() VN_NO_THREAD_SAFETY_ANALYSIS {
+    for (_Bigint*& list : freeLists.first) {
+        list = nullptr;
+    }
+}
 
 _Bigint* _Balloc(_reent*, int k) {
     _Bigint* block = carve(k);

@@ -99,7 +99,8 @@ VN_API uint64_t VN_DEC_NAN(void);
 /* The general conversion, behind the fast paths of the functions above, keeps big integers. Their
  * free lists are guarded by one lock, the cache of powers of five by another. Each operation locks
  * or unlocks one of them and returns the mutex call's result, 0 on success. The locks are not
- * recursive; a thread that holds one must not convert numbers.
+ * recursive; a thread that holds one must not convert numbers. In a child of fork() they are free,
+ * unless the forking thread itself holds them.
  */
 VN_API int acquireBallocLock(void);
 VN_API int freeBallocLock(void);

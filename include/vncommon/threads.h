@@ -115,7 +115,8 @@ VN_API void vn_ThreadLocal_set(vn_ThreadLocal* slot, void* value);
 
 /* A small number for the calling thread: 1 for the first thread that asks, 2 for the next, and
  * so on; never 0, the same on every call, never given to another thread. The first call of a
- * thread takes a lock, the others read a slot.
+ * thread takes a lock, the others read a slot. In a child of fork() the thread keeps its number,
+ * and the count goes on from the parent's.
  *
  * Not the same in the destructors of thread-local slots: at a thread's end glibc clears all slots
  * while it runs them, and a call from one may take a new number. Keep the number in the value that

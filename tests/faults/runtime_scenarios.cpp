@@ -312,7 +312,8 @@ std::vector<Scenario> runtimeScenarios() {
         {.name = "load",
          .run = useAfterLoad,
          .memory = Memory::all,
-         .mustFail = {"pthread_key_create", "pthread_mutex_init", "aligned_alloc", "open"},
+         .mustFail = {"pthread_key_create", "pthread_mutex_init", "malloc", "open",
+                      "__register_atfork"},
          .onStandardError = {"System call pthread_key_delete failed",  // again when it ends
                              "System call pthread_mutex_init failed",
                              "System call pthread_setspecific failed",
