@@ -3,7 +3,10 @@
  * Sets and their entries are made and dropped at event rates, so both come from object pools
  * instead of the heap: one pool per processor that the process may use (vn_numberOfCPUs,
  * discovery.h, read once at load; 4096 at most), each with room for 32 sets and 128 entries. A
- * thread always uses the pool picked by its counted id (vn_getCountedThreadId, threads.h).
+ * thread always uses the pool picked by its counted id (vn_getCountedThreadId, threads.h), which
+ * the thread's first use of a set takes if it has none yet, with pooling or without. What was put
+ * into a pool last is taken first, by whichever set or thread needs it; the heap is used only when
+ * the pool is empty or full.
  *
  * Clients reach a set's operations through the table that every set points to; the same
  * operations are exported under their own names. The order of the table is an interface.
@@ -19,16 +22,22 @@
  * Thread-safety: one thread at a time per set. A set may be destroyed on another thread than the
  * one that made it; its memory then joins the destroying thread's pool.
  *
- * Cost: constant and without heap calls in steady state for taking, adding and destroying; find,
- * replace and remove are linear in the number of entries.
+ * Fork: the child can use sets at once, also those that the forking thread had. fork() does not
+ * wait for the pools. A pool that another thread was using at that moment is empty in the child;
+ * what was in it is not freed. A signal handler that forks may interrupt any call here: the child
+ * can return from the handler and go on. Only in the handler itself no call here is safe.
+ *
+ * Cost: taking, adding and destroying are constant, without heap calls in steady state; each takes
+ * the pool's lock once. find, replace and remove are linear in the number of entries.
  *
  * Memory: sets, entries and texts come from vn_malloc, so running out of it ends the process
  * (failure.h). The Vector in a set and the HashMap that printing needs do not check theirs:
  * without memory for these the behaviour is undefined. Without memory for the pools at load there
  * is no pooling.
  *
- * Environment: VN_OBJECTPOOL_DISABLED (any value, read at load) turns pooling off; every set and
- * entry then goes straight to and from the heap, which is what a leak checker wants.
+ * Environment: VN_OBJECTPOOL_DISABLED (any value, read at load) turns pooling off: the pools hold
+ * nothing, and every set and entry goes straight to and from the heap, which is what a leak checker
+ * wants.
  */
 #ifndef VNCOMMON_TIMESTAMP_SET_H
 #define VNCOMMON_TIMESTAMP_SET_H

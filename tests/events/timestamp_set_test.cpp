@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -442,6 +443,83 @@ TEST(TimestampSet, PoolsGiveOutLastWhatCameFirst) {
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
+// Fills the calling thread's empty pool: 32 sets, 128 entries.
+void fillPool() {
+    std::vector<VN_TimestampSet*> sets;
+    for (int i = 0; i < 32; ++i) {
+        sets.push_back(VN_TimestampSet_ctor());
+        for (uint64_t stage = 0; stage < 4; ++stage) {
+            VN_TimestampSet_addTime(sets.back(), stage, 1.0);
+        }
+    }
+    for (VN_TimestampSet* set : sets) {
+        VN_TimestampSet_dtor(set);
+    }
+}
+
+// Whoever needs a pooled entry gets it, in whatever way 32 sets share the 128 entries.
+VN_CHILD(everyPooledEntry) {
+    fillPool();
+    for (const uint32_t stampsOfFirst : {4u, 1u, 97u, 0u, 128u - 31u * 3u}) {
+        const HeapCount count;
+        VN_TimestampSet* sets[32];
+        for (VN_TimestampSet*& set : sets) {
+            set = VN_TimestampSet_ctor();
+        }
+        uint32_t left = 128;
+        for (uint64_t stage = 0; stage < stampsOfFirst; ++stage, --left) {
+            VN_TimestampSet_addTime(sets[0], stage, 1.0);
+        }
+        for (size_t i = 1; left > 0; i = i % 31 + 1, --left) {  // in turns
+            VN_TimestampSet_addTime(sets[i], i, 1.0);
+        }
+        const uint64_t grownVectors = count.allocations();
+        for (VN_TimestampSet* set : sets) {
+            VN_TimestampSet_dtor(set);
+        }
+        // The storage of a set's Vector grows beyond 8: that is all.
+        EXPECT_LE(grownVectors, stampsOfFirst > 8 ? 4u : 0u) << stampsOfFirst;
+    }
+    return testing::Test::HasFailure() ? 1 : 0;
+}
+
+TEST(TimestampSet, EveryPooledEntryCanBeHad) {
+    const ChildResult child =
+        runChild("everyPooledEntry",
+                 {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
+    EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+}
+
+// Sets in use do not change what comes out of the pool next.
+VN_CHILD(lastInFirstOutAcrossSets) {
+    VN_TimestampSet* a = VN_TimestampSet_ctor();
+    VN_TimestampSet* b = VN_TimestampSet_ctor();
+    for (uint64_t stage = 0; stage < 6; ++stage) {
+        VN_TimestampSet_addTime(a, stage, 1.0);
+    }
+    const std::vector<void*> given(a->entries->data, a->entries->data + 6);
+    VN_TimestampSet_dtor(a);
+    a = VN_TimestampSet_ctor();
+    for (uint32_t i = 0; i < 6; ++i) {
+        VN_TimestampSet* set = i % 2 == 0 ? b : a;
+        VN_TimestampSet_addTime(set, i, 1.0);
+        EXPECT_EQ(vn_Vector_get(set->entries, i / 2), given[5 - i]) << i;
+    }
+    VN_TimestampSet_findTimeAndRemove(a, 1);
+    VN_TimestampSet_addTime(b, 9, 1.0);
+    EXPECT_EQ(vn_Vector_get(b->entries, 3), given[4]) << "recycled by the other set just now";
+    VN_TimestampSet_dtor(a);
+    VN_TimestampSet_dtor(b);
+    return testing::Test::HasFailure() ? 1 : 0;
+}
+
+TEST(TimestampSet, EntriesComeOutLastInFirstOutWhicheverSetAsks) {
+    const ChildResult child =
+        runChild("lastInFirstOutAcrossSets",
+                 {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
+    EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+}
+
 // With three pools, the threads whose counted ids leave the same rest meet in one of them.
 VN_CHILD(poolsByThread) {
     VN_TimestampSet* kept = VN_TimestampSet_ctor();
@@ -481,6 +559,24 @@ TEST(TimestampSet, DisabledPoolsFreeAtOnce) {
         const ChildResult child =
             runChild("withoutPools", {.environment = {{"VN_OBJECTPOOL_DISABLED", value}}});
         EXPECT_EQ(child.out, "9 9\n") << "a set, its Vector and storage, 6 entries; " << child.err;
+    }
+}
+
+// The first set takes the thread's number, with pools or without.
+VN_CHILD(numberOfFirstSet) {
+    VN_TimestampSet_dtor(VN_TimestampSet_ctor());
+    uint64_t next = 0;
+    std::thread([&] { next = vn_getCountedThreadId(); }).join();
+    printf("%lu %lu", static_cast<unsigned long>(next),
+           static_cast<unsigned long>(vn_getCountedThreadId()));
+    return 0;
+}
+
+TEST(TimestampSet, UsingASetTakesACountedId) {
+    for (const std::optional<std::string>& disabled : {std::optional<std::string>{}, {"1"}}) {
+        const ChildResult child =
+            runChild("numberOfFirstSet", {.environment = {{"VN_OBJECTPOOL_DISABLED", disabled}}});
+        EXPECT_EQ(child.out, "2 1") << disabled.value_or("enabled");
     }
 }
 
