@@ -8,6 +8,7 @@ namespace {
 
 std::atomic<uint64_t> allocations{0};
 std::atomic<uint64_t> frees{0};
+std::atomic<void (*)()> hookAtFree{nullptr};
 
 void* counted(void* block) {
     if (block != nullptr) {
@@ -19,6 +20,9 @@ void* counted(void* block) {
 void countFree(const volatile void* block) {
     if (block != nullptr) {
         frees.fetch_add(1, std::memory_order_relaxed);
+        if (void (*hook)() = hookAtFree) {
+            hook();
+        }
     }
 }
 
@@ -29,6 +33,9 @@ uint64_t heapAllocations() {
 }
 uint64_t heapFrees() {
     return frees;
+}
+void callAtFree(void (*hook)()) {
+    hookAtFree = hook;
 }
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -8,6 +8,9 @@
 uint64_t heapAllocations();  // malloc, calloc, realloc and aligned forms that gave a block
 uint64_t heapFrees();        // free of a block
 
+// Called at the start of every free of a block; null for no more.
+void callAtFree(void (*hook)());
+
 // The calls since construction.
 class HeapCount {
   public:

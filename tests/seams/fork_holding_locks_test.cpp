@@ -1,0 +1,215 @@
+// fork() at the worst moment: while another thread holds one of the library's locks, and in a
+// signal handler that interrupted its holder.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vncommon/numbers.h>
+#include <vncommon/timestamp_set.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/child_process.h"
+#include "support/heap_count.h"
+
+namespace {
+
+constexpr unsigned hangSeconds = 30;
+
+// Forks; the status of a child that exits 0 if body gives true. A hang ends by SIGALRM.
+int statusOfForked(const std::function<bool()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(hangSeconds);
+        _exit(body() ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+// Needs blocks from the free lists, and powers of five.
+bool convertLongNumber() {
+    const std::string digits = "0." + std::string(17'000, '3') + "e5";
+    char text[512];
+    return vn_strtod(digits.c_str(), nullptr) == 33333.333333333336 &&
+           vn_g_fmt_fixed(text, sizeof text, -1, 1e25) == text &&
+           std::string(text) == "10000000000000000905969660";
+}
+
+VN_CHILD(locksOfAnotherThread) {
+    std::promise<void> locked;
+    std::promise<void> forked;
+    std::thread holder([&] {
+        acquireBallocLock();
+        acquirep5Lock();
+        locked.set_value();
+        forked.get_future().wait();
+        freep5Lock();
+        freeBallocLock();
+    });
+    locked.get_future().wait();
+    const int status = statusOfForked(convertLongNumber);
+    forked.set_value();
+    holder.join();
+    EXPECT_TRUE(convertLongNumber()) << "in the parent, afterwards";
+    return status == 0 && !testing::Test::HasFailure() ? 0 : 1;
+}
+
+TEST(ForkHoldingLocks, AnotherThreadsLocksAreFreeInTheChild) {
+    const ChildResult child = runChild("locksOfAnotherThread");
+    EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+}
+
+// The child's thread is a copy of the one that forked, with the locks that it held.
+VN_CHILD(locksOfTheForkingThread) {
+    acquireBallocLock();
+    acquirep5Lock();
+    const int status = statusOfForked(
+        [] { return freep5Lock() == 0 && freeBallocLock() == 0 && convertLongNumber(); });
+    freep5Lock();
+    freeBallocLock();
+    return status == 0 && convertLongNumber() ? 0 : 1;
+}
+
+TEST(ForkHoldingLocks, TheForkingThreadsLocksStayItsOwn) {
+    const ChildResult child = runChild("locksOfTheForkingThread");
+    EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+}
+
+volatile sig_atomic_t forksMade = 0;
+volatile sig_atomic_t inForkedChild = 0;
+
+// The child leaves the handler as the parent does, and goes on where it was interrupted.
+void forkOnAlarm(int) {
+    if (fork() == 0) {
+        inForkedChild = 1;
+        signal(SIGALRM, SIG_DFL);
+        alarm(hangSeconds);
+    } else {
+        forksMade = forksMade + 1;
+    }
+}
+
+bool useSets() {
+    VN_TimestampSet* sets[] = {VN_TimestampSet_ctor(), VN_TimestampSet_ctor()};
+    bool right = sets[0] != sets[1];
+    for (uint64_t stage = 1; stage <= 12; ++stage) {
+        VN_TimestampSet_addTime(sets[stage % 2], stage, 0.5);
+    }
+    right &= VN_TimestampSet_getSize(sets[0]) == 6 && VN_TimestampSet_getSize(sets[1]) == 6;
+    for (VN_TimestampSet* set : sets) {
+        right &= VN_TimestampSet_findTimeAndRemove(set, set == sets[0] ? 4 : 5) == 0.5;
+        VN_TimestampSet_dtor(set);
+    }
+    return right;
+}
+
+int waitForChildren() {
+    int failures = 0;
+    int status = 0;
+    while (wait(&status) > 0) {
+        failures += status != 0;
+        if (status != 0) {
+            printf("a child ended with status %x\n", static_cast<unsigned>(status));
+        }
+    }
+    return failures;
+}
+
+VN_CHILD(handlerForks) {
+    constexpr int wanted = 100;
+    struct sigaction action = {};
+    action.sa_handler = forkOnAlarm;
+    sigaction(SIGALRM, &action, nullptr);
+    bool right = useSets();  // from now on nothing is allocated
+    const itimerval often = {{0, 700}, {0, 700}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    while (inForkedChild == 0 && forksMade < wanted) {
+        right &= useSets();
+    }
+    if (inForkedChild != 0) {
+        for (int i = 0; i < 100; ++i) {
+            right &= useSets();
+        }
+        _exit(right ? 0 : 1);
+    }
+    const itimerval never = {};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    return right && waitForChildren() == 0 ? 0 : 1;
+}
+
+// ThreadSanitizer's own fork() allocates, which it then reports in a handler.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool handlersMayFork = false;
+#else
+constexpr bool handlersMayFork = true;
+#endif
+
+TEST(ForkHoldingLocks, AHandlerMayForkAnywhereInTheSets) {
+    if (!handlersMayFork) {
+        GTEST_SKIP() << "not under this sanitizer";
+    }
+    const ChildResult child =
+        runChild("handlerForks", {.environment = {{"VN_OBJECTPOOL_DISABLED", {}}}});
+    EXPECT_EQ(child.exitStatus, 0) << "signal " << child.signal << '\n' << child.out << child.err;
+}
+
+void forkAtFirstFree() {
+    callAtFree(nullptr);
+    raise(SIGALRM);
+}
+
+std::vector<VN_TimestampSet*> takeSets(uint64_t count, uint64_t stamps) {
+    std::vector<VN_TimestampSet*> sets(count);
+    for (VN_TimestampSet*& set : sets) {
+        set = VN_TimestampSet_ctor();
+        for (uint64_t stage = 1; stage <= stamps; ++stage) {
+            VN_TimestampSet_addTime(set, stage, 0.5);
+        }
+    }
+    return sets;
+}
+
+// The pool is full of entries when the last of 13 sets of ten comes back: it frees its entries
+// under the pool's lock.
+VN_CHILD(handlerForksUnderTheLock) {
+    signal(SIGALRM, forkOnAlarm);
+    const std::vector<VN_TimestampSet*> sets = takeSets(13, 10);
+    for (VN_TimestampSet* set : sets) {
+        if (set == sets.back()) {
+            callAtFree(forkAtFirstFree);
+        }
+        VN_TimestampSet_dtor(set);
+    }
+    EXPECT_EQ(forksMade + inForkedChild, 1);
+    const HeapCount count;
+    const std::vector<VN_TimestampSet*> again = takeSets(12, 10);
+    EXPECT_EQ(count.allocations(), 1U) << "the vector; the pool is whole";
+    std::for_each(again.begin(), again.end(), VN_TimestampSet_dtor);
+    const bool right = !testing::Test::HasFailure();
+    if (inForkedChild != 0) {
+        fflush(stdout);
+        _exit(right ? 0 : 1);
+    }
+    return waitForChildren() == 0 && right ? 0 : 1;
+}
+
+TEST(ForkHoldingLocks, WhatTheForkingThreadHoldsStaysWhole) {
+    if (!handlersMayFork) {
+        GTEST_SKIP() << "not under this sanitizer";
+    }
+    const ChildResult child =
+        runChild("handlerForksUnderTheLock",
+                 {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
+    EXPECT_EQ(child.exitStatus, 0) << "signal " << child.signal << '\n' << child.out << child.err;
+}
+
+}  // namespace
