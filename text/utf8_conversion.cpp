@@ -11,18 +11,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
+
+#include "text/icu_call.h"
 
 namespace {
 
 struct FreeDeleter {
     void operator()(void* block) const { std::free(block); }
 };
-struct ConverterCloser {
-    void operator()(UConverter* converter) const { ucnv_close(converter); }
-};
 template <class T>
 using MallocBlock = std::unique_ptr<T[], FreeDeleter>;
-using Converter = std::unique_ptr<UConverter, ConverterCloser>;
 
 template <class T>
 MallocBlock<T> allocate(size_t count) {
@@ -50,37 +49,70 @@ void stopFromUnicode(const void*, UConverterFromUnicodeArgs*, const UChar*, int3
 void stopToUnicode(const void*, UConverterToUnicodeArgs*, const char*, int32_t,
                    UConverterCallbackReason, UErrorCode*) {}
 
-Converter openStrict(const char* name, UErrorCode& status) {
-    Converter converter(ucnv_open(name, &status));
-    ucnv_setToUCallBack(converter.get(), stopToUnicode, nullptr, nullptr, nullptr, &status);
-    ucnv_setFromUCallBack(converter.get(), stopFromUnicode, nullptr, nullptr, nullptr, &status);
-    return converter;
+void stopAtErrors(UConverter* converter, UErrorCode& status) {
+    ucnv_setToUCallBack(converter, stopToUnicode, nullptr, nullptr, nullptr, &status);
+    ucnv_setFromUCallBack(converter, stopFromUnicode, nullptr, nullptr, nullptr, &status);
 }
 
-// text in the code page, terminated, in at most capacity bytes (the terminator not counted);
-// null when that is impossible without a change.
-MallocBlock<char> convertExactly(const char* text, size_t length, size_t capacity) {
+// From one code page to another; null is ICU's default.
+class Conversion {
+  public:
+    Conversion(const char* to, const char* from) {
+        const vncommon::IcuCall call;
+        source_ = ucnv_open(from, &status_);
+        target_ = ucnv_open(to, &status_);
+    }
+    ~Conversion() {
+        const vncommon::IcuCall call;
+        ucnv_close(source_);
+        ucnv_close(target_);
+    }
+    Conversion(const Conversion&) = delete;
+    Conversion& operator=(const Conversion&) = delete;
+
+    // Fail on what the target lacks, instead of replacing it.
+    void makeStrict() {
+        stopAtErrors(source_, status_);
+        stopAtErrors(target_, status_);
+    }
+
+    // The text, terminated, in at most capacity bytes (the terminator not counted); null on
+    // failure.
+    MallocBlock<char> convert(const char* text, size_t length, size_t capacity) {
+        // Zeros, so that the text is terminated wherever it ends.
+        MallocBlock<char> result(static_cast<char*>(std::calloc(capacity + 1, 1)));
+        if (U_FAILURE(status_) || !result) {
+            return nullptr;
+        }
+        UChar pivot[1024];
+        UChar* pivotSource = pivot;
+        UChar* pivotTarget = pivot;
+        char* end = result.get();
+        ucnv_convertEx(target_, source_, &end, end + capacity, &text, text + length, pivot,
+                       &pivotSource, &pivotTarget, pivot + std::size(pivot), true, true, &status_);
+        return U_FAILURE(status_) ? nullptr : std::move(result);
+    }
+
+  private:
+    UErrorCode status_ = U_ZERO_ERROR;
+    UConverter* source_ = nullptr;
+    UConverter* target_ = nullptr;
+};
+
+// ICU sets its tables up with the first comparison.
+std::atomic<bool> tablesAreSetUp{false};
+
+void setTablesUp() {
+    const vncommon::IcuCall call;
     UErrorCode status = U_ZERO_ERROR;
-    const Converter source = openStrict("UTF-8", status);
-    const Converter target = openStrict(vn_getCodepage(), status);
-    MallocBlock<char> result = allocate<char>(capacity + 1);
-    if (U_FAILURE(status) || !result) {
-        return nullptr;
-    }
-    UChar pivot[1024];
-    UChar* pivotSource = pivot;
-    UChar* pivotTarget = pivot;
-    char* end = result.get();
-    ucnv_convertEx(target.get(), source.get(), &end, end + capacity, &text, text + length, pivot,
-                   &pivotSource, &pivotTarget, pivot + std::size(pivot), true, true, &status);
-    if (U_FAILURE(status)) {
-        return nullptr;
-    }
-    *end = '\0';
-    return result;
+    unorm_compare(u"\u00C4", -1, u"\u00E4", -1, U_COMPARE_IGNORE_CASE, &status);
+    tablesAreSetUp.store(true, std::memory_order_release);
 }
 
 int compareFolded(const char* a, const char* b) {
+    if (!tablesAreSetUp.load(std::memory_order_acquire)) [[unlikely]] {
+        setTablesUp();
+    }
     const MallocBlock<uint16_t> wideA(vn_getUTF16(a));
     const MallocBlock<uint16_t> wideB(vn_getUTF16(b));
     UErrorCode status = U_ZERO_ERROR;  // ICU answers 0 for a null argument
@@ -117,16 +149,9 @@ char* vn_CstrToUTF8(const char* text) {
     if (!isConvertible(length)) {
         return strdup(text);
     }
-    const size_t capacity = 4 * length + 8;
-    MallocBlock<char> result = allocate<char>(capacity + 1);
-    UErrorCode status = U_ZERO_ERROR;
-    ucnv_convert("UTF-8", vn_getCodepage(), result.get(), static_cast<int32_t>(capacity), text, -1,
-                 &status);
-    if (U_FAILURE(status)) {
-        return strdup(text);
-    }
-    result[capacity] = '\0';  // ICU omits the terminator when the text fills the buffer exactly
-    return result.release();
+    Conversion conversion("UTF-8", vn_getCodepage());
+    MallocBlock<char> result = conversion.convert(text, length, 4 * length + 8);
+    return result ? result.release() : strdup(text);
 }
 
 char* vn_cmdlineToUTF8(const char* argument) {
@@ -138,7 +163,9 @@ char* vn_UTF8ToCstr(const char* text) {
     if (length == 0 || !isConvertible(length)) {
         return strdup(text);
     }
-    MallocBlock<char> result = convertExactly(text, length, length + 2);
+    Conversion conversion(vn_getCodepage(), "UTF-8");
+    conversion.makeStrict();
+    MallocBlock<char> result = conversion.convert(text, length, length + 2);
     return result ? result.release() : strdup(text);
 }
 

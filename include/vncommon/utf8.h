@@ -7,6 +7,9 @@
  * that a function returns as "new" comes from malloc and is released with free or vn_free.
  *
  * Thread-safety: every function may be called from any thread.
+ *
+ * Fork: fork() waits for conversions that are opening or closing ICU's converters, so that ICU's
+ * own locks are free in the child. It cannot wait for the program's own calls of ICU.
  */
 #ifndef VNCOMMON_UTF8_H
 #define VNCOMMON_UTF8_H

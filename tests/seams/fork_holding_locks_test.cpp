@@ -1,5 +1,5 @@
 // fork() at the worst moment: while another thread holds one of the library's locks, and in a
-// signal handler that interrupted its holder.
+// signal handler that interrupted its holder; and what forks leave behind in their own threads.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
@@ -7,8 +7,10 @@
 #include <unistd.h>
 #include <vncommon/numbers.h>
 #include <vncommon/timestamp_set.h>
+#include <vncommon/utf8.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <functional>
 #include <future>
@@ -81,6 +83,51 @@ VN_CHILD(locksOfTheForkingThread) {
 
 TEST(ForkHoldingLocks, TheForkingThreadsLocksStayItsOwn) {
     const ChildResult child = runChild("locksOfTheForkingThread");
+    EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+}
+
+sigset_t currentMask() {
+    sigset_t mask;
+    sigemptyset(&mask);
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return mask;
+}
+
+bool isMask(const sigset_t& mask) {
+    const sigset_t current = currentMask();
+    for (int signal = 1; signal < NSIG; ++signal) {
+        if (sigismember(&current, signal) != sigismember(&mask, signal)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Threads with different masks, which fork and convert at the same time.
+VN_CHILD(masksAcrossForks) {
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (const int blocked : {SIGUSR1, SIGUSR2, SIGHUP}) {
+        threads.emplace_back([&wrong, blocked] {
+            sigset_t mask;
+            sigemptyset(&mask);
+            sigaddset(&mask, blocked);
+            pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+            for (int i = 0; i < 50; ++i) {
+                free(vn_CstrToUTF8("text"));
+                wrong += statusOfForked([&mask] { return isMask(mask); }) != 0;
+                wrong += !isMask(mask);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    return wrong == 0 ? 0 : 1;
+}
+
+TEST(ForkHoldingLocks, SignalMasksStayAsTheyAre) {
+    const ChildResult child = runChild("masksAcrossForks");
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
