@@ -79,17 +79,18 @@ class Conversion {
     // The text, terminated, in at most capacity bytes (the terminator not counted); null on
     // failure.
     MallocBlock<char> convert(const char* text, size_t length, size_t capacity) {
-        // Zeros, so that the text is terminated wherever it ends.
-        MallocBlock<char> result(static_cast<char*>(std::calloc(capacity + 1, 1)));
+        MallocBlock<char> result = allocate<char>(capacity + 1);
         if (U_FAILURE(status_) || !result) {
             return nullptr;
         }
+        result[0] = '\0';  // g++ 12 warns of a limit that points into a block without contents
         UChar pivot[1024];
         UChar* pivotSource = pivot;
         UChar* pivotTarget = pivot;
         char* end = result.get();
         ucnv_convertEx(target_, source_, &end, end + capacity, &text, text + length, pivot,
                        &pivotSource, &pivotTarget, pivot + std::size(pivot), true, true, &status_);
+        *end = '\0';
         return U_FAILURE(status_) ? nullptr : std::move(result);
     }
 
@@ -98,6 +99,17 @@ class Conversion {
     UConverter* source_ = nullptr;
     UConverter* target_ = nullptr;
 };
+
+MallocBlock<char> toUTF8(const char* text, size_t length) {
+    Conversion conversion("UTF-8", vn_getCodepage());
+    return conversion.convert(text, length, 4 * length + 8);
+}
+
+MallocBlock<char> toCodepage(const char* text, size_t length) {
+    Conversion conversion(vn_getCodepage(), "UTF-8");
+    conversion.makeStrict();
+    return conversion.convert(text, length, length + 2);
+}
 
 // ICU sets its tables up with the first comparison.
 std::atomic<bool> tablesAreSetUp{false};
@@ -149,8 +161,7 @@ char* vn_CstrToUTF8(const char* text) {
     if (!isConvertible(length)) {
         return strdup(text);
     }
-    Conversion conversion("UTF-8", vn_getCodepage());
-    MallocBlock<char> result = conversion.convert(text, length, 4 * length + 8);
+    MallocBlock<char> result = toUTF8(text, length);
     return result ? result.release() : strdup(text);
 }
 
@@ -163,9 +174,7 @@ char* vn_UTF8ToCstr(const char* text) {
     if (length == 0 || !isConvertible(length)) {
         return strdup(text);
     }
-    Conversion conversion(vn_getCodepage(), "UTF-8");
-    conversion.makeStrict();
-    MallocBlock<char> result = conversion.convert(text, length, length + 2);
+    MallocBlock<char> result = toCodepage(text, length);
     return result ? result.release() : strdup(text);
 }
 
