@@ -25,6 +25,7 @@
 #include <vncommon/timestamp_set.h>
 
 #include "platform/float_environment.h"
+#include "platform/fork_handlers.h"
 #include "platform/fork_safe_mutex.h"
 
 using vncommon::ForkSafeLock;
@@ -144,7 +145,8 @@ class VN_TimestampSet_Pools {
 };
 
 VN_TimestampSet_Pools VN_TimestampSet_Global;
-const vncommon::InForkedChild inForkedChild([] { VN_TimestampSet_Global.freeInChild(); });
+const vncommon::ForkHandlers forkHandlers(nullptr, nullptr,
+                                          [] { VN_TimestampSet_Global.freeInChild(); });
 
 TimeStamp* takeEntry() {
     if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {

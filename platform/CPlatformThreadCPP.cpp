@@ -18,6 +18,7 @@
 #include <vncommon/threads.h>
 
 #include "platform/failure.h"
+#include "platform/fork_handlers.h"
 #include "platform/fork_safe_mutex.h"
 
 namespace {
@@ -53,7 +54,8 @@ struct CPlatformThread_Hook {
 // The earliest of our static initialisers: pools and locks made later may ask for numbers.
 [[gnu::init_priority(101)]] CPlatformThread_Hook hook_instance;
 
-const vncommon::InForkedChild inForkedChild([] { threadCounterIdMutex.freeInChild(); });
+const vncommon::ForkHandlers forkHandlers(nullptr, nullptr,
+                                          [] { threadCounterIdMutex.freeInChild(); });
 
 void requireInitialisation() {
     if (!initDone) {

@@ -1,8 +1,8 @@
 // A mutex that the child of fork() can use whatever the threads of its parent were doing.
 //
 // Nothing locks it before fork(): fork() never waits for it, and a signal handler may fork while
-// its own thread holds it. Instead the lock's family registers a hook for the child (InForkedChild)
-// that calls freeInChild() on each of its locks:
+// its own thread holds it. Instead the lock's family registers a hook for the child
+// (fork_handlers.h) that calls freeInChild() on each of its locks:
 //  - a free one stays free;
 //  - one that the forking thread holds, because a signal handler that interrupted it forks, stays
 //    locked: POSIX copies that thread with the locks it holds, and it goes on and unlocks;
@@ -73,14 +73,6 @@ class VN_SCOPED_CAPABILITY ForkSafeLock {
 
   private:
     ForkSafeMutex& mutex_;
-};
-
-// A static object of this kind, defined after the locks that the hook looks at, registers the hook
-// at load; glibc forgets it when the library is unloaded.
-struct InForkedChild {
-    explicit InForkedChild(void (*hook)()) {
-        checkError(pthread_atfork(nullptr, nullptr, hook), "pthread_atfork");
-    }
 };
 
 }  // namespace vncommon

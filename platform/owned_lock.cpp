@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr int triesBeforeSleeping = 100;
+
 void waitABit() {
     const timespec pause = {0, 20'000};
     nanosleep(&pause, nullptr);
@@ -27,8 +29,10 @@ void OwnedLock::lock() VN_NO_THREAD_SAFETY_ANALYSIS {
         return;
     }
     const CancellationDisabled noCancellation;  // nanosleep() is a cancellation point
-    while (!tryLock()) {
-        waitABit();
+    for (int tries = 0; !tryLock(); ++tries) {
+        if (tries >= triesBeforeSleeping) {
+            waitABit();
+        }
     }
 }
 

@@ -6,7 +6,7 @@
 // is known at every instruction, which no pthread mutex offers. pthread_self() does not change in
 // the child of a fork, so an owner that continues there still is the owner.
 //
-// Waiting is a sleep in small steps: the lock is made for sections that are rarely contended, a
+// Waiting is some tries and then a sleep in small steps: the lock is made for short sections, a
 // sleeping waiter lets an owner of lower priority run, and nothing has to be woken after a fork.
 #ifndef VN_PLATFORM_OWNED_LOCK_H
 #define VN_PLATFORM_OWNED_LOCK_H

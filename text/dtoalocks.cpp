@@ -9,6 +9,8 @@
 
 #include <vncommon/numbers.h>
 
+#include "platform/fork_handlers.h"
+
 // No slots until load has made them, rather than the first of the process, which is somebody
 // else's: conversions then take their blocks from the heap.
 vn_ThreadLocal dtoa_threadLocalMemNext = PTHREAD_KEYS_MAX;
@@ -32,7 +34,7 @@ struct ScratchSlots {
     }
 } scratchSlots;
 
-const vncommon::InForkedChild inForkedChild([] {
+const vncommon::ForkHandlers forkHandlers(nullptr, nullptr, [] {
     if (ballocLock.freeInChild()) {
         emptyFreeLists();
     }
