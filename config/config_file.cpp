@@ -5,7 +5,6 @@
 #include <vncommon/process.h>
 #include <vncommon/strings.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -186,26 +185,8 @@ void* insertEntry(void* entry) {
     return vn_strdup(static_cast<const char*>(entry));
 }
 
-// The C library puts freed blocks of an entry's size on lists and joins them with their neighbours
-// once a large block is asked for. Asked for now and then, it finds them in the cache; at the end
-// of a large configuration it goes through all memory once for each list. Destroying one of 100 MB
-// takes half the time.
-void joinFreedBlocks() {
-    constexpr size_t large = 2048;
-    void* block = malloc(large);
-    asm volatile("" : : "r"(block) : "memory");  // or the compiler drops both calls
-    free(block);
-}
-
 void* removeEntry(void* entry) {
-    constexpr uint32_t interval = 2048;
-    static std::atomic<uint32_t> removed = 0;  // roughly, where threads destroy at once
     vn_free(entry);
-    const uint32_t count = removed.load(std::memory_order_relaxed) + 1;
-    removed.store(count, std::memory_order_relaxed);
-    if (count % interval == 0) {
-        joinFreedBlocks();
-    }
     return nullptr;
 }
 
@@ -306,7 +287,7 @@ void VN_ConfigFile_Unload(void) {
         return;
     }
     vn_HashMap_dtor(Static_ConfigFile->categories);
-    VN_ConfigFile_Release(Static_ConfigFile);
+    vn_free(Static_ConfigFile);  // Compat: the category cursor stays, callers may hold it
     Static_ConfigFile = nullptr;
 }
 
@@ -323,7 +304,7 @@ uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config) {
 }
 
 VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config) {
-    vn_HashMapIterator_dtor(config->iterator);
+    // Compat: an earlier cursor is not destroyed, callers may hold it.
     config->iterator = vn_HashMap_first(config->categories);
     return categoryAtCursor(config);
 }

@@ -88,6 +88,7 @@ void compare(VN_ConfigFile* config, const Categories& expected) {
         left.erase(met);
     }
     FUZZ_REQUIRE(left.empty());
+    vn_HashMapIterator_dtor(config->iterator);
 }
 
 }  // namespace

@@ -38,7 +38,8 @@ VN_BEGIN_DECLS
 
 typedef struct VN_ConfigFile {
     HashMap* categories;       /* from names to Vectors of entries (NUL-terminated text) */
-    HashMapIterator* iterator; /* the category cursor; null before GetFirstCategory */
+    HashMapIterator* iterator; /* the category cursor; null before GetFirstCategory, which
+                                  says who ends it */
 } VN_ConfigFile;
 
 typedef struct VN_ConfigFileCategory {
@@ -66,8 +67,9 @@ typedef struct VN_ConfigFileCategory {
  */
 VN_API const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out);
 
-/* Frees the process-wide configuration with all its names and entries; does nothing when none is
- * loaded. Category handles made from it must not be used any more, only released. */
+/* Frees the process-wide configuration with all its names and entries, but not its category
+ * cursor (see VN_ConfigFile_GetFirstCategory); does nothing when none is loaded. Category handles
+ * made from it must not be used any more, only released. */
 VN_API void VN_ConfigFile_Unload(void);
 
 /* Whether the process-wide configuration is loaded, and its handle (null when it is not). The
@@ -80,8 +82,17 @@ VN_API uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config);
 
 /* Walk the categories, in the order of the map that holds them (not of the file). Each call
  * returns a new handle, for the caller to end with VN_ConfigFileCategory_Release, or null past
- * the last category (GetNextCategory also before GetFirstCategory). The cursor belongs to the
- * configuration: two walks at a time disturb each other. */
+ * the last category (GetNextCategory also before GetFirstCategory). A configuration has one
+ * cursor: two walks at a time disturb each other.
+ *
+ * The cursor is the iterator field, a new iterator after each GetFirstCategory. GetFirstCategory
+ * and VN_ConfigFile_Unload deliberately leave the earlier one alone, so it leaks unless the caller
+ * ends it, at any time after the walk:
+ *
+ *     vn_HashMapIterator_dtor(config->iterator);
+ *     config->iterator = NULL;
+ *
+ * The second line is needed because VN_ConfigFile_Release ends the iterator that it finds. */
 VN_API VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config);
 VN_API VN_ConfigFileCategory* VN_ConfigFile_GetNextCategory(VN_ConfigFile* config);
 

@@ -51,6 +51,12 @@ class Folder {
     std::string path;
 };
 
+// The caller ends a category cursor that the configuration would forget.
+void endCursor(VN_ConfigFile* config) {
+    vn_HashMapIterator_dtor(config->iterator);
+    config->iterator = nullptr;
+}
+
 // What VN_ConfigFile_Release leaves allocated goes here as well.
 void destroy(VN_ConfigFile* config) {
     vn_HashMap_dtor(config->categories);
@@ -343,6 +349,7 @@ TEST(ConfigFileWalk, GivesEachCategoryOnce) {
         vn_HashMapIterator_dtor(iterator);
         EXPECT_EQ(walked, expected);
         EXPECT_EQ(VN_ConfigFile_GetNextCategory(config), nullptr);
+        endCursor(config);
     }
     destroy(config);
 }
@@ -373,6 +380,24 @@ TEST(ConfigFileWalk, KeepsItsCursors) {
     destroy(config);
 }
 
+// Callers hold the iterators: a new walk and the end of the configuration leave them alone.
+TEST(ConfigFileWalk, ANewWalkLeavesTheEarlierCursorToTheCaller) {
+    const Folder folder;
+    VN_ConfigFile* config = nullptr;
+    VN_ConfigFile_Load(folder.write("file", "a\n[b]\nb\n").c_str(), &config);
+    VN_ConfigFileCategory_Release(VN_ConfigFile_GetFirstCategory(config));
+    HashMapIterator* earlier = config->iterator;
+    VN_ConfigFileCategory_Release(VN_ConfigFile_GetFirstCategory(config));
+    VN_ConfigFileCategory_Release(VN_ConfigFile_GetNextCategory(config));
+    EXPECT_NE(config->iterator, earlier);
+    EXPECT_EQ(earlier->map, config->categories);
+    EXPECT_NE(vn_HashMapIterator_value(earlier), vn_HashMapIterator_value(config->iterator));
+    EXPECT_TRUE(vn_HashMapIterator_next(earlier));
+    EXPECT_EQ(vn_HashMapIterator_value(earlier), vn_HashMapIterator_value(config->iterator));
+    vn_HashMapIterator_dtor(earlier);
+    destroy(config);
+}
+
 TEST(ConfigFileWalk, ReleaseLeavesTheCategories) {
     const Folder folder;
     VN_ConfigFile* config = nullptr;
@@ -385,7 +410,7 @@ TEST(ConfigFileWalk, ReleaseLeavesTheCategories) {
     vn_HashMap_dtor(categories);
 }
 
-// Destroying tidies the heap every 2048 entries: whatever else is in there stays as it is.
+// Destroying one configuration leaves another as it is.
 TEST(ConfigFileWalk, ThousandsOfEntriesComeAndGo) {
     const Folder folder;
     std::string content;
@@ -490,6 +515,24 @@ TEST_F(ConfigFileSearch, ReadErrorGivesNullAndKeepsTheConfiguration) {
     EXPECT_EQ(search("-", home, std::nullopt), "(null) loaded=1") << "a directory opens";
 }
 
+VN_CHILD(unloadsBesideACursor) {
+    VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
+    VN_ConfigFileCategory_Release(VN_ConfigFile_GetFirstCategory(VN_ConfigFile_Get()));
+    HashMapIterator* cursor = VN_ConfigFile_Get()->iterator;
+    const HashMapIterator before = *cursor;
+    VN_ConfigFile_Unload();
+    printf("%d %d", cursor->map == before.map, cursor->entry == before.entry);
+    vn_HashMapIterator_dtor(cursor);
+    return 0;
+}
+
+TEST_F(ConfigFileSearch, UnloadLeavesTheCursorToTheCaller) {
+    const ChildResult child =
+        runChild("unloadsBesideACursor", {.arguments = {folder.write("file.conf", "a\n")}});
+    EXPECT_EQ(child.out, "1 1") << child.err;
+    EXPECT_EQ(child.exitStatus, 0) << child.err;
+}
+
 VN_CHILD(loadsOnce) {
     const char* first = VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
     const VN_ConfigFile* config = VN_ConfigFile_Get();
@@ -499,6 +542,7 @@ VN_CHILD(loadsOnce) {
                       VN_ConfigFile_Get() == config;
     const Entries before = categoriesOf(VN_ConfigFile_Get()).at("");
     VN_ConfigFileCategory_Release(VN_ConfigFile_GetFirstCategory(VN_ConfigFile_Get()));
+    endCursor(VN_ConfigFile_Get());
     VN_ConfigFile_Unload();
     const bool gone = !VN_ConfigFile_IsLoaded() && VN_ConfigFile_Get() == nullptr;
     VN_ConfigFile_Unload();

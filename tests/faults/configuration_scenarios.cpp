@@ -50,6 +50,7 @@ void loadConfiguration() {
             VN_ConfigFileCategory_Release(handle);
             handle = inject([&] { return VN_ConfigFile_GetNextCategory(config); });
         }
+        vn_HashMapIterator_dtor(config->iterator);
     }
     VN_ConfigFile_Unload();
     CHECK(!VN_ConfigFile_IsLoaded());

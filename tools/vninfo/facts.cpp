@@ -168,6 +168,7 @@ Configuration configuration(const char* file) {
         found.entries += VN_ConfigFileCategory_GetEntryCount(category);
         VN_ConfigFileCategory_Release(category);
     }
+    vn_HashMapIterator_dtor(config->iterator);
     VN_ConfigFile_Unload();
     return found;
 }
