@@ -5,52 +5,61 @@
 #include <sched.h>
 
 #include <algorithm>
-#include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 
 #include <vncommon/failure.h>
 
-#include "platform/mutex_lock.h"
+#include "platform/failure.h"
+#include "platform/thread_annotations.h"
 
-using vncommon::MutexLock;
+using namespace vncommon;
 
 namespace {
 
-constexpr vncommon::LockRole queueLock;
+constexpr LockRole queueLock;
 
-// A pause takes some twenty nanoseconds.
 void pause(int times) {
     for (int i = 0; i < times; ++i) {
 #if defined(__x86_64__)
         __builtin_ia32_pause();
-#else
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+#elif defined(__aarch64__)
+        asm volatile("isb");
 #endif
     }
 }
 
-// Only a guess, for which the C library's mutex is looked into; elsewhere nothing is guessed.
-bool looksTaken([[maybe_unused]] const vn_Mutex* mutex) {
-#if defined(__GLIBC__)
-    return __atomic_load_n(&mutex->__data.__lock, __ATOMIC_RELAXED) != 0;
-#else
-    return false;
-#endif
-}
-
-// Before an add or a remove locks: a thread that sees the mutex taken looks again, a microsecond
-// later each time, before it asks for it and goes to sleep. The mutex is held for some ten
-// nanoseconds, and the other thread gets on with many elements meanwhile, undisturbed by system
-// calls that wake this one. Two threads on two processors take 28 ns for an element this way, 60
-// without or with an adaptive mutex, which looks again at once.
-void letOthersFinish(const vn_qtsQueue* queue) {
-    constexpr int looks = 4;
-    for (int i = 0; i < looks && looksTaken(&queue->lock); ++i) {
+// The mutex is held for a few nanoseconds, so a thread that finds it taken tries again after a
+// pause before it sleeps. Meanwhile the holder gets on with many elements, undisturbed by system
+// calls that wake this one.
+bool takesSoon(vn_Mutex* mutex) {
+    constexpr int tries = 4;
+    for (int i = 0; i < tries; ++i) {
+        if (pthread_mutex_trylock(mutex) == 0) {
+            return true;
+        }
         pause(50);
     }
+    return false;
 }
+
+// Holds the queue's mutex while it lives.
+class VN_SCOPED_CAPABILITY RingLock {
+  public:
+    explicit RingLock(vn_qtsQueue* queue) VN_ACQUIRE(queueLock) : mutex_(&queue->lock) {
+        if (!takesSoon(mutex_)) {
+            checkError(pthread_mutex_lock(mutex_), "pthread_mutex_lock");
+        }
+    }
+    ~RingLock() VN_RELEASE() { checkError(pthread_mutex_unlock(mutex_), "pthread_mutex_unlock"); }
+    RingLock(const RingLock&) = delete;
+    RingLock& operator=(const RingLock&) = delete;
+
+  private:
+    vn_Mutex* mutex_;
+};
 
 void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
     if (n > 0) {  // from may be null otherwise
@@ -58,13 +67,8 @@ void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
     }
 }
 
-// A block has room for so many, whatever the capacity: a queue that is nearly empty changes its
-// capacity all the time, and does so without a call of malloc.
-constexpr uint32_t leastSlots = 16;
-
 vn_qtsElement* makeSlots(uint32_t capacity) {
-    const size_t slots = std::max(capacity, leastSlots);
-    return static_cast<vn_qtsElement*>(vn_malloc(slots * sizeof(vn_qtsElement)));
+    return static_cast<vn_qtsElement*>(vn_malloc(size_t{capacity} * sizeof(vn_qtsElement)));
 }
 
 void copyInOrder(vn_qtsElement* to, const vn_qtsQueue* queue) VN_REQUIRES(queueLock) {
@@ -75,16 +79,10 @@ void copyInOrder(vn_qtsElement* to, const vn_qtsQueue* queue) VN_REQUIRES(queueL
 
 // Moves the elements, in queue order, to the start of the new ring.
 void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) VN_REQUIRES(queueLock) {
-    if (std::max(queue->capacity, capacity) <= leastSlots) {
-        vn_qtsElement elements[leastSlots];
-        copyInOrder(elements, queue);
-        copyElements(queue->slots, elements, queue->count);
-    } else {
-        vn_qtsElement* slots = makeSlots(capacity);
-        copyInOrder(slots, queue);
-        free(queue->slots);
-        queue->slots = slots;
-    }
+    vn_qtsElement* slots = makeSlots(capacity);
+    copyInOrder(slots, queue);
+    free(queue->slots);
+    queue->slots = slots;
     queue->capacity = capacity;
     queue->head = 0;
     queue->tail = queue->count;  // the new ring is never full
@@ -129,8 +127,7 @@ void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) VN_RE
 
 // The caller has taken a unit of the semaphore, so there is an element for it.
 void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
-    letOthersFinish(queue);
-    const MutexLock lock(&queue->lock, queueLock);
+    const RingLock lock(queue);
     --queue->count;
     *out = queue->slots[queue->head];
     queue->head = next(queue, queue->head);
@@ -139,24 +136,13 @@ void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
     }
 }
 
-// Both as vn_Semaphore_post and vn_Semaphore_trywait do, without a call of them: an uncontended add
-// and remove take a tenth less.
-void postUnit(vn_Semaphore* available) {
-    checkError(sem_post(available), "sem_post");
-}
-
-bool takesUnit(vn_Semaphore* available) {
-    return sem_trywait(available) == 0;
-}
-
-// Whether a unit came while the thread waited some ten microseconds without going to sleep. As
-// long as a thread is asleep, or on its way out of it, each post wakes it with a system call; and
-// one that takes every element as it comes slows the others down. Elements of two threads that
-// share a processor take 30 ns instead of 300.
+// Whether a unit came while the thread looked for some ten microseconds without sleeping. A thread
+// that sleeps must be woken with a system call, and one that takes every element as it comes slows
+// the others down.
 bool takesUnitSoon(vn_Semaphore* available) {
     constexpr int tries = 5;
     for (int i = 0; i < tries; ++i) {
-        if (takesUnit(available)) {
+        if (!vn_Semaphore_trywait(available)) {
             return true;
         }
         sched_yield();
@@ -167,8 +153,7 @@ bool takesUnitSoon(vn_Semaphore* available) {
 
 // 0, or 1 when the queue is full.
 int addNewest(vn_qtsQueue* queue, const vn_qtsElement* element) {
-    letOthersFinish(queue);
-    const MutexLock lock(&queue->lock, queueLock);
+    const RingLock lock(queue);
     if (queue->count == queue->capacity) {
         grow(queue, uint64_t{queue->count} + 1);
     }
@@ -183,8 +168,7 @@ int addNewest(vn_qtsQueue* queue, const vn_qtsElement* element) {
 
 // Returns how many there was room for.
 uint32_t addAsRoomAllows(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
-    letOthersFinish(queue);
-    const MutexLock lock(&queue->lock, queueLock);
+    const RingLock lock(queue);
     const uint64_t needed = uint64_t{queue->count} + n;
     if (needed > queue->capacity) {
         grow(queue, needed);
@@ -219,7 +203,7 @@ void vn_qtsDestroy(vn_qtsQueue* queue) {
 int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element) {
     const int full = addNewest(queue, element);
     if (full == 0) {
-        postUnit(&queue->available);
+        vn_Semaphore_post(&queue->available);
     }
     return full;
 }
@@ -227,20 +211,22 @@ int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element) {
 uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
     const uint32_t taken = addAsRoomAllows(queue, elements, n);
     for (uint32_t i = 0; i < taken; ++i) {
-        postUnit(&queue->available);
+        vn_Semaphore_post(&queue->available);
     }
     return n - taken;
 }
 
 void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out) {
+    const int before = errno;  // waiting changes it
     if (!takesUnitSoon(&queue->available)) {
         vn_Semaphore_wait(&queue->available);
     }
     takeOldest(queue, out);
+    errno = before;
 }
 
 int vn_qtsRemoveNB(vn_qtsQueue* queue, vn_qtsElement* out) {
-    if (!takesUnit(&queue->available)) {
+    if (vn_Semaphore_trywait(&queue->available)) {  // no unit could be taken
         return 1;
     }
     takeOldest(queue, out);
@@ -248,6 +234,6 @@ int vn_qtsRemoveNB(vn_qtsQueue* queue, vn_qtsElement* out) {
 }
 
 uint32_t vn_qtsSize(vn_qtsQueue* queue) {
-    const MutexLock lock(&queue->lock, queueLock);
+    const RingLock lock(queue);
     return queue->count;
 }

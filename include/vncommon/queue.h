@@ -8,8 +8,7 @@
  * by other threads; vn_threadInit (threads.h) must have been called before vn_qtsInit.
  *
  * Cost: constant time per element, plus the copy when the ring grows or shrinks. Memory comes
- * from vn_malloc, so running out of it ends the process (failure.h); up to 16 slots, 384 bytes,
- * are one block that is kept.
+ * from vn_malloc, so running out of it ends the process (failure.h).
  */
 #ifndef VNCOMMON_QUEUE_H
 #define VNCOMMON_QUEUE_H
@@ -52,7 +51,7 @@ VN_API int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element);
 VN_API uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n);
 
 /* Takes the oldest element into *out, blocking until there is one. A thread that finds none looks
- * again for some ten microseconds, giving way to others, before it sleeps. */
+ * again for some ten microseconds, giving way to others, before it sleeps. errno stays. */
 VN_API void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out);
 
 /* 0 when an element was taken into *out; 1 at once when there was none, *out untouched. */

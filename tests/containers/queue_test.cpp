@@ -2,9 +2,11 @@
 #include <vncommon/queue.h>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <deque>
 #include <random>
@@ -57,6 +59,17 @@ TEST(Queue, StartsWithOneSlot) {
     EXPECT_EQ(queue.maxSize, 0u);
     EXPECT_EQ(vn_qtsSize(&queue), 0u);
     EXPECT_EQ(sizeof(vn_qtsElement), 24u);
+}
+
+// Nothing but the ring: a queue of one slot takes no room for more.
+TEST(Queue, TakesARingOfExactlyItsCapacity) {
+    Queue queue;
+    for (uintptr_t i = 0; i < 100; ++i) {
+        queue.add(i);
+        const size_t room = malloc_usable_size(queue.slots) / sizeof(vn_qtsElement);
+        ASSERT_GE(room, queue.capacity);
+        ASSERT_LE(room, queue.capacity + 1) << "malloc rounds up";
+    }
 }
 
 TEST(Queue, DoublesOnDemand) {
@@ -252,6 +265,23 @@ TEST(Queue, KeepsOrderAcrossGrowthAndShrinkWhileWrapped) {
             }
         }
     }
+}
+
+// Whether an element is there, or comes while the thread waits, or while it is asleep.
+TEST(Queue, RemoveLeavesErrnoAlone) {
+    Queue queue;
+    queue.add(1);
+    errno = ERANGE;
+    EXPECT_EQ(queue.remove(), 1u);
+    EXPECT_EQ(errno, ERANGE);
+    std::thread late([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        queue.add(2);
+    });
+    errno = ERANGE;
+    EXPECT_EQ(queue.remove(), 2u);
+    EXPECT_EQ(errno, ERANGE);
+    late.join();
 }
 
 TEST(Queue, RemoveBlocksUntilSomethingArrives) {

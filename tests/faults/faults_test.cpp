@@ -143,7 +143,8 @@ bool isThreadingCall(const std::string& call) {
 bool isReported(const Scenario& scenario, const Plan& plan, const std::string& call) {
     return isThreadingCall(call) && plan.variant != Variant::interrupted &&
            !isOneOf(call, scenario.silent) &&
-           !isOneOf(call, {"pthread_cond_timedwait", "sem_trywait", "pthread_sigmask"});
+           !isOneOf(call, {"pthread_cond_timedwait", "pthread_mutex_trylock", "sem_trywait",
+                           "pthread_sigmask"});
 }
 
 // Memory that the library cannot do without.

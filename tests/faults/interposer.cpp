@@ -468,6 +468,7 @@ VN_THREAD_CALL(pthread_mutex_init, EAGAIN, plain,
                (pthread_mutex_t * mutex, const pthread_mutexattr_t* attributes),
                (mutex, attributes))
 VN_THREAD_CALL(pthread_mutex_destroy, EBUSY, plain, (pthread_mutex_t * mutex), (mutex))
+VN_THREAD_CALL(pthread_mutex_trylock, EBUSY, plain, (pthread_mutex_t * mutex), (mutex))
 VN_THREAD_CALL(pthread_mutex_lock, EINVAL, plain, (pthread_mutex_t * mutex), (mutex))
 VN_RELEASE(pthread_mutex_unlock, EPERM, (pthread_mutex_t * mutex), (mutex))
 VN_THREAD_CALL(pthread_cond_init, EAGAIN, plain,
@@ -517,8 +518,6 @@ VN_CALL(long, sysconf, EINVAL, plain, (int name), (name), VN_ERRNO(-1))
 VN_SYSTEM_CALL(sigaction, EINVAL, plain,
                (int signal, const struct sigaction* action, struct sigaction* before),
                (signal, action, before))
-VN_SYSTEM_CALL(madvise, EINVAL, plain, (void* address, size_t length, int advice),
-               (address, length, advice))
 VN_SYSTEM_CALL(gettimeofday, EFAULT, plain, (timeval * time, void* zone), (time, zone))
 VN_SYSTEM_CALL(clock_gettime, EINVAL, plain, (clockid_t clock, timespec* time), (clock, time))
 VN_SYSTEM_CALL(nanosleep, EINTR, interruptible | once, (const timespec* time, timespec* left),
