@@ -1,21 +1,17 @@
-// HashMap: buckets of pointers into one compacting entry array.
+// HashMap: buckets of pointers into one compacting entry array, and its iterators.
 //
 // Invariants: for every live entry e, slot e.bucketIndex of bucket e.hash & mask points to e;
 // count is the sum of the bucket sizes; entryFill <= entryCapacity.
 //
-// How they are stored: hashmap_storage.h. Iterating: hashmap_iterator.cpp.
-//
-// In a map with the string callbacks of this library, or with none, equal keys are known to have
-// equal hashes, and a lookup visits only entries whose tag agrees. Callbacks of the caller's own
-// are called for every entry in its way, and the tags only tell where that way is likely to end.
+// In a map with the string callbacks of this library, or with none, equal keys have equal hashes,
+// and a lookup visits only entries whose tag agrees (hashmap_storage.h). The caller's own compare
+// is called for every entry of the bucket, in order.
 #include <vncommon/hashmap.h>
 
 #include <algorithm>
 #include <cstdlib>
 
-#include "containers/hashmap_iterator.h"
 #include "containers/hashmap_storage.h"
-#include "containers/same_string.h"
 
 using namespace vncommon;
 
@@ -43,27 +39,22 @@ int32_t compareWords(const void* a, const void* b) {
     return a == b ? 0 : 1;
 }
 
-// What a map's callbacks tell of its keys.
-enum KeyKind : uint8_t { unknownKeys, stringKeys, wordKeys };
+// What lookups may rely on.
+enum KeyKind : uint8_t {
+    unknownKeys,
+    stringKeys,  // equal keys have equal hashes
+    wordKeys     // the same; equal keys are equal words, stored as given
+};
 
-KeyKind kindOfKeys(vn_HashMapHash hash, vn_HashMapCompare compare) {
-    if (hash == nullptr && compare == nullptr) {
+KeyKind kindOfKeys(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill) {
+    if (hash == nullptr && compare == nullptr && fill == nullptr) {
         return wordKeys;
     }
     return hash == vn_String_hash && compare == vn_String_compare ? stringKeys : unknownKeys;
 }
 
-// Whether equal keys are known to have equal stored hashes.
-bool hashDecides(const HashMap* map) {
-    return map->keyKind != unknownKeys;
-}
-
-bool holdsWords(const HashMap* map) {
-    return map->keyKind == wordKeys;
-}
-
 uint32_t hashOf(const HashMap* map, const void* key) {
-    return holdsWords(map) ? hashWord(key) : map->hash(key);
+    return map->keyKind == wordKeys ? hashWord(key) : map->hash(key);
 }
 
 // ---- The number of buckets
@@ -72,9 +63,10 @@ void changeBucketCount(HashMap* map, uint32_t newMask) {
     const Buckets old = bucketsOf(map);
     const Buckets fresh = makeBuckets(newMask, map->compare);
     for (uint32_t i = 0; i <= old.mask; ++i) {
-        HashMapEntry** slots = slotsOf(old, i);
-        for (uint32_t k = 0; k < old.records[i].size; ++k) {
-            append(fresh, slots[k]->hash & newMask, slots[k]);
+        const Vector& bucket = old.records[i];
+        for (uint32_t k = 0; k < bucket.size; ++k) {
+            auto* entry = static_cast<HashMapEntry*>(bucket.data[k]);
+            append(fresh, entry->hash & newMask, entry);
         }
     }
     freeBuckets(old);
@@ -94,9 +86,7 @@ void shrinkBuckets(HashMap* map) {
 // ---- The entry array
 
 HashMapEntry* makeEntries(uint32_t capacity) {
-    const size_t size = size_t{capacity} * sizeof(HashMapEntry);
-    void* large = allocateLarge(size);
-    return static_cast<HashMapEntry*>(large != nullptr ? large : malloc(size));
+    return static_cast<HashMapEntry*>(malloc(capacity * sizeof(HashMapEntry)));
 }
 
 // Copies the live entries into an array of the given size, without the holes and in the order of
@@ -106,10 +96,10 @@ void rebuildEntries(HashMap* map, uint32_t capacity) {
     uint32_t fill = 0;
     const Buckets buckets = bucketsOf(map);
     for (uint32_t i = 0; i <= buckets.mask; ++i) {
-        HashMapEntry** slots = slotsOf(buckets, i);
-        for (uint32_t k = 0; k < buckets.records[i].size; ++k) {
-            fresh[fill] = *slots[k];
-            slots[k] = &fresh[fill++];
+        const Vector& bucket = buckets.records[i];
+        for (uint32_t k = 0; k < bucket.size; ++k) {
+            fresh[fill] = *static_cast<HashMapEntry*>(bucket.data[k]);
+            bucket.data[k] = &fresh[fill++];
         }
     }
     free(map->entries);
@@ -137,45 +127,41 @@ void shrinkEntries(HashMap* map) {
 
 // ---- Lookup
 
-// The first of these entries that equals the key, or null; most likely that at `likely`. With the
-// end of the loop known beforehand the processor waits less: at 1e5 entries a lookup takes 41
-// instead of 77 ns.
-HashMapEntry* findAmong(HashMapEntry** slots, uint32_t size, uint32_t likely, const HashMap* map,
-                        const void* key) {
-    uint32_t i = 0;
-    for (; i < std::min(likely, size); ++i) {
-        if (map->compare(slots[i]->key, key) == 0) [[unlikely]] {
-            return slots[i];
-        }
+template <KeyKind kind>
+bool isEntryOf(const HashMapEntry* entry, const HashMap* map, const void* key, uint32_t hash) {
+    if constexpr (kind == wordKeys) {
+        return entry->key == key;
+    } else if constexpr (kind == stringKeys) {
+        return entry->hash == hash && vn_String_compare(entry->key, key) == 0;
+    } else {
+        return map->compare(entry->key, key) == 0;
     }
-    for (; i < size; ++i) {
-        if (map->compare(slots[i]->key, key) == 0) [[likely]] {
-            return slots[i];
+}
+
+template <KeyKind kind>
+HashMapEntry* findInWholeBucket(const HashMap* map, uint32_t hash, const void* key) {
+    const Slots slots = slotsOf(bucketsOf(map), hash & map->mask);
+    for (uint32_t i = 0; i < slots.size; ++i) {
+        if (isEntryOf<kind>(slots.first[i], map, key, hash)) {
+            return slots.first[i];
         }
     }
     return nullptr;
 }
 
 template <KeyKind kind>
-[[gnu::always_inline]] inline bool isEntryOf(const HashMapEntry* entry, const HashMap* map,
-                                             const void* key, uint32_t hash) {
-    if constexpr (kind == wordKeys) {
-        return entry->key == key;
-    } else if constexpr (kind == stringKeys) {
-        return entry->hash == hash && sameString(entry->key, key);
-    } else {
-        return map->compare(entry->key, key) == 0;
+[[gnu::always_inline]] inline HashMapEntry* findByTag(const HashMap* map, uint32_t hash,
+                                                      const void* key) {
+    const Buckets buckets = bucketsOf(map);
+    const uint32_t index = hash & buckets.mask;
+    HashMapEntry** slots = firstSlotsOf(buckets, index);
+    __builtin_prefetch(slots);  // while the tags are read
+    const Tags tags = tagsOf(buckets, index);
+    if (tags == outgrown) [[unlikely]] {
+        return findInWholeBucket<kind>(map, hash, key);
     }
-}
-
-// The first of the matching ones that equals the key, or null. All slots of a bucket lie in one
-// cache line, which is fetched while the tags are.
-template <KeyKind kind>
-[[gnu::always_inline]] inline HashMapEntry* findMatching(HashMapEntry** slots, SlotBits matching,
-                                                         const HashMap* map, const void* key,
-                                                         uint32_t hash) {
-    for (; matching != 0; matching &= matching - 1) {
-        HashMapEntry* entry = slots[firstOf(matching)];
+    for (SlotBits left = matches(tags, tagOf(hash)); left != 0; left = withoutFirst(left)) {
+        HashMapEntry* entry = slots[firstOf(left)];
         if (isEntryOf<kind>(entry, map, key, hash)) [[likely]] {
             return entry;
         }
@@ -183,81 +169,37 @@ template <KeyKind kind>
     return nullptr;
 }
 
-template <KeyKind kind>
-[[gnu::noinline]] HashMapEntry* findOutgrown(const HashMap* map, uint32_t index, const void* key,
-                                             uint32_t hash) {
-    HashMapEntry** slots = slotsOf(bucketsOf(map), index);
-    HashMapEntry** end = slots + map->buckets[index].size;
-    HashMapEntry** found = std::find_if(slots, end, [=](const HashMapEntry* entry) {
-        return isEntryOf<kind>(entry, map, key, hash);
-    });
-    return found != end ? *found : nullptr;
+// Out of line, as hashAndFind is: lookups of words then save no registers for calls.
+[[gnu::noinline]] HashMapEntry* findWithCalls(const HashMap* map, uint32_t hash, const void* key) {
+    return map->keyKind == stringKeys ? findByTag<stringKeys>(map, hash, key)
+                                      : findInWholeBucket<unknownKeys>(map, hash, key);
 }
 
-// The entry of the key with this hash, or null. Each kind of keys has its own, so that words and
-// strings pay for no registers that only calls of the caller's functions need.
-template <KeyKind kind>
-[[gnu::always_inline]] inline HashMapEntry* findIn(const HashMap* map, uint32_t hash,
-                                                   const void* key) {
-    const Buckets buckets = bucketsOf(map);
-    const uint32_t index = hash & buckets.mask;
-    HashMapEntry** slots = firstSlotsOf(buckets, index);
-    __builtin_prefetch(slots);
-    const Tags tags = tagsOf(buckets, index);
-    const SlotBits matching = matches(tags, tagOf(hash));
-    if constexpr (kind == unknownKeys) {
-        return tags == outgrown ? findOutgrown<kind>(map, index, key, hash)
-                                : findAmong(slots, usedSlots(tags), firstOf(matching), map, key);
-    } else {
-        // No tag matches those of an outgrown bucket.
-        HashMapEntry* found = findMatching<kind>(slots, matching, map, key, hash);
-        return found == nullptr && tags == outgrown ? findOutgrown<kind>(map, index, key, hash)
-                                                    : found;
-    }
+// The entry of the key with this hash, or null.
+HashMapEntry* findHashed(const HashMap* map, uint32_t hash, const void* key) {
+    return map->keyKind == wordKeys ? findByTag<wordKeys>(map, hash, key)
+                                    : findWithCalls(map, hash, key);
 }
 
-template <KeyKind kind>
-[[gnu::noinline]] HashMapEntry* callFindIn(const HashMap* map, uint32_t hash, const void* key) {
-    return findIn<kind>(map, hash, key);
+// An empty map takes no hash: programs count the calls.
+[[gnu::noinline]] HashMapEntry* hashAndFind(const HashMap* map, const void* key) {
+    return map->count > 0 ? findWithCalls(map, map->hash(key), key) : nullptr;
 }
 
-[[gnu::always_inline]] inline HashMapEntry* findHashed(const HashMap* map, uint32_t hash,
-                                                       const void* key) {
-    switch (map->keyKind) {
-        case wordKeys:
-            return findIn<wordKeys>(map, hash, key);
-        case stringKeys:
-            return callFindIn<stringKeys>(map, hash, key);
-        default:
-            return callFindIn<unknownKeys>(map, hash, key);
-    }
-}
-
-// An empty map is never asked for a hash: programs count the calls.
-template <KeyKind kind>
-[[gnu::noinline]] HashMapEntry* hashAndFindIn(const HashMap* map, const void* key) {
-    return map->count > 0 ? findIn<kind>(map, map->hash(key), key) : nullptr;
-}
-
-[[gnu::always_inline]] inline HashMapEntry* findEntry(const HashMap* map, const void* key) {
-    switch (map->keyKind) {
-        case wordKeys:
-            return findIn<wordKeys>(map, hashWord(key), key);
-        case stringKeys:
-            return hashAndFindIn<stringKeys>(map, key);
-        default:
-            return hashAndFindIn<unknownKeys>(map, key);
-    }
+HashMapEntry* findEntry(const HashMap* map, const void* key) {
+    return map->keyKind == wordKeys ? findByTag<wordKeys>(map, hashWord(key), key)
+                                    : hashAndFind(map, key);
 }
 
 // ---- Adding and removing
 
-// Hashing a string or a word again gives the same as long as no callback had the key in between.
+// The hash of a key that was hashed before. It is taken again where callers count the calls, and
+// where fill may have changed the key.
 uint32_t hashAgain(const HashMap* map, const void* key, uint32_t hash) {
-    return hashDecides(map) && map->fill == nullptr ? hash : hashOf(map, key);
+    return map->keyKind != unknownKeys && map->fill == nullptr ? hash : hashOf(map, key);
 }
 
-void fillEntry(HashMap* map, HashMapEntry* entry, void* key, void* value) {
+void fillEntry(const HashMap* map, HashMapEntry* entry, void* key, void* value) {
     if (map->fill == nullptr) {
         entry->key = key;
         entry->value = value;
@@ -266,22 +208,8 @@ void fillEntry(HashMap* map, HashMapEntry* entry, void* key, void* value) {
     }
 }
 
-bool isSameKey(const HashMap* map, const void* a, const void* b) {
-    return holdsWords(map) ? a == b : sameString(a, b);
-}
-
-// A fill callback that stores a key with another hash is answered as if hashes were never
-// compared, from then on.
-void distrustChangedKey(HashMap* map, const HashMapEntry* entry, const void* key) {
-    if (hashDecides(map) && map->fill != nullptr && !isSameKey(map, entry->key, key) &&
-        hashOf(map, entry->key) != entry->hash) {
-        map->keyKind = unknownKeys;
-    }
-}
-
 // What an add or a remove changes beside the entry that it looks for: the bucket's record and, when
-// an entry moves, the last one. Asked for early, they come while the lookup waits for its own:
-// at 1e5 entries adding and removing take a third less.
+// an entry moves, the last one. They are fetched while the lookup waits for its own.
 [[gnu::always_inline]] inline void prefetchForChange(const HashMap* map, uint32_t hash,
                                                      bool moves) {
     const Buckets buckets = bucketsOf(map);
@@ -315,6 +243,79 @@ void countRemoval(HashMap* map) {
     }
 }
 
+// ---- Iterating
+
+HashMapIterator* makeIterator(HashMap* map, HashMapEntry* entry) {
+    auto* iterator = static_cast<HashMapIterator*>(malloc(sizeof(HashMapIterator)));
+    iterator->map = map;
+    iterator->entry = entry;
+    return iterator;
+}
+
+// The entries of a large map are at random places in memory: those of the bucket some eight ahead
+// are fetched while the walk goes on. Maps that fit the caches do better without.
+constexpr uint32_t prefetchCount = 8192;  // entries
+constexpr uint32_t prefetchDistance = 8;  // buckets
+
+// Always inlined: gcc drops calls whose only effect is to prefetch. All slots are looked at, also
+// the empty ones, which hold null: how many are used is hard to predict for the processor.
+[[gnu::always_inline]] inline void prefetchBucket(const HashMap* map, uint32_t index) {
+    if (map->count < prefetchCount || index > map->mask) {
+        return;
+    }
+    HashMapEntry** slots = slotsOf(bucketsOf(map), index).first;
+    for (uint32_t i = 0; i < bucketSlots; ++i) {
+        const auto address = reinterpret_cast<uintptr_t>(slots[i]);
+        __builtin_prefetch(reinterpret_cast<const void*>(address));
+        __builtin_prefetch(reinterpret_cast<const void*>(address + sizeof(HashMapEntry) - 1));
+    }
+}
+
+// The first entry in the buckets from index up, or null.
+HashMapEntry* firstEntryFrom(const HashMap* map, uint32_t index) {
+    for (uint32_t i = index; i <= map->mask; ++i) {
+        prefetchBucket(map, i + prefetchDistance);
+        if (const Slots slots = slotsOf(bucketsOf(map), i); slots.size > 0) {
+            return slots.first[0];
+        }
+    }
+    return nullptr;
+}
+
+// The last entry in the buckets below index, or null.
+HashMapEntry* lastEntryBelow(const HashMap* map, uint32_t index) {
+    for (uint32_t i = index; i-- > 0;) {
+        prefetchBucket(map, i - prefetchDistance);
+        if (const Slots slots = slotsOf(bucketsOf(map), i); slots.size > 0) {
+            return slots.first[slots.size - 1];
+        }
+    }
+    return nullptr;
+}
+
+HashMapEntry* entryAfter(const HashMap* map, const HashMapEntry* entry) {
+    const uint32_t bucket = entry->hash & map->mask;
+    const uint32_t next = entry->bucketIndex + 1;
+    const Slots slots = slotsOf(bucketsOf(map), bucket);
+    return next < slots.size ? slots.first[next] : firstEntryFrom(map, bucket + 1);
+}
+
+HashMapEntry* entryBefore(const HashMap* map, const HashMapEntry* entry) {
+    const uint32_t bucket = entry->hash & map->mask;
+    const uint32_t position = entry->bucketIndex;
+    return position > 0 ? slotsOf(bucketsOf(map), bucket).first[position - 1]
+                        : lastEntryBelow(map, bucket);
+}
+
+bool canMove(const HashMapIterator* iterator) {
+    return iterator != nullptr && iterator->entry != nullptr && iterator->map->count > 0;
+}
+
+bool moveTo(HashMapIterator* iterator, HashMapEntry* entry) {
+    iterator->entry = entry;
+    return entry != nullptr;
+}
+
 }  // namespace
 
 // ---- Construction
@@ -330,7 +331,7 @@ void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compar
                      vn_HashMapFill fill, vn_HashMapRelease release, uint32_t initialSize,
                      int shrink) {
     const uint32_t size = std::max(initialSize, smallestSize);
-    map->keyKind = kindOfKeys(hash, compare);
+    map->keyKind = kindOfKeys(hash, compare, fill);
     map->hash = hash != nullptr ? hash : hashWord;
     map->compare = compare != nullptr ? compare : compareWords;
     map->fill = fill;
@@ -386,7 +387,9 @@ HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
     HashMapEntry* entry = &map->entries[map->entryFill++];
     fillEntry(map, entry, key, value);
     entry->hash = hashAgain(map, key, hash);
-    distrustChangedKey(map, entry, key);
+    if (entry->hash != hash) {  // fill changed the key: the bucket is no longer that of its hash
+        map->keyKind = unknownKeys;
+    }
     append(bucketsOf(map), index, entry);
     return entry;
 }
@@ -422,7 +425,7 @@ void vn_HashMap_removeAll(HashMap* map) {
     for (uint32_t i = 0; map->count > 0 && i <= map->mask; ++i) {
         Vector& bucket = map->buckets[i];
         while (bucket.size > 0) {
-            HashMapEntry* entry = slotsOf(bucketsOf(map), i)[0];
+            auto* entry = static_cast<HashMapEntry*>(bucket.data[0]);
             unlink(bucketsOf(map), i, entry);
             if (map->release != nullptr) {
                 map->release(entry);
@@ -459,4 +462,40 @@ HashMapIterator* vn_HashMap_find(HashMap* map, const void* key) {
 void* vn_HashMap_findValue(const HashMap* map, const void* key) {
     const HashMapEntry* entry = findEntry(map, key);
     return entry != nullptr ? entry->value : nullptr;
+}
+
+// ---- Iterating
+
+HashMapIterator* vn_HashMap_first(HashMap* map) {
+    HashMapEntry* entry = firstEntryFrom(map, 0);
+    return entry != nullptr ? makeIterator(map, entry) : nullptr;
+}
+
+HashMapIterator* vn_HashMap_last(HashMap* map) {
+    HashMapEntry* entry = lastEntryBelow(map, map->mask + 1);
+    return entry != nullptr ? makeIterator(map, entry) : nullptr;
+}
+
+bool vn_HashMapIterator_valid(const HashMapIterator* iterator) {
+    return iterator != nullptr && iterator->entry != nullptr;
+}
+
+void* vn_HashMapIterator_key(const HashMapIterator* iterator) {
+    return vn_HashMapIterator_valid(iterator) ? iterator->entry->key : nullptr;
+}
+
+void* vn_HashMapIterator_value(const HashMapIterator* iterator) {
+    return vn_HashMapIterator_valid(iterator) ? iterator->entry->value : nullptr;
+}
+
+bool vn_HashMapIterator_next(HashMapIterator* iterator) {
+    return canMove(iterator) && moveTo(iterator, entryAfter(iterator->map, iterator->entry));
+}
+
+bool vn_HashMapIterator_back(HashMapIterator* iterator) {
+    return canMove(iterator) && moveTo(iterator, entryBefore(iterator->map, iterator->entry));
+}
+
+void vn_HashMapIterator_dtor(HashMapIterator* iterator) {
+    free(iterator);
 }

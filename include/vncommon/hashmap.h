@@ -3,8 +3,8 @@
  *     HashMap* prices = vn_HashMap_ctor(vn_String_hash, vn_String_compare, NULL, NULL, 1024, 0);
  *     HashMap* orders = vn_HashMap_ctor(NULL, NULL, NULL, NULL, 65536, 0);
  *
- * Keys of the first are texts. Keys of the second are words, integers or pointers that are equal
- * only to themselves: a map without callbacks to call is the fastest.
+ * Keys of the first are texts. Keys of the second are integers or pointers, compared by value: a
+ * map without callbacks to call is the fastest.
  *
  * An array of buckets, each a Vector of pointers into one contiguous array of entries. The buckets
  * double when they hold four entries on average. Removing leaves a hole in the entry array, which
@@ -21,8 +21,8 @@
  * A map made with size n takes about 54 bytes per entry of n, before the first add.
  *
  * Iteration follows the buckets, not the order of adding, and the order changes when the map
- * grows or shrinks. Any change to the map (add, remove, clear) makes iterators and entry
- * pointers obtained earlier meaningless.
+ * grows or shrinks. Any change to the map (add, remove, clear) invalidates all iterators and
+ * entry pointers.
  *
  * Memory comes from the platform's allocator and is not checked: without memory the behaviour
  * is undefined. Counts are 32-bit.
@@ -53,8 +53,9 @@ typedef uint32_t (*vn_HashMapHash)(const void* key);
 /* 0 when the stored key equals key. The entries of a bucket are compared in order. Null: a key
  * equals only the same word; the record then holds a function of the library. */
 typedef int32_t (*vn_HashMapCompare)(const void* storedKey, const void* key);
-/* Fills key and value of a new entry, with copies for instance. The key that it leaves must
- * stay equal to the one given for as long as it is in the map. */
+/* Fills key and value of a new entry, with copies for instance. It, or the caller right after the
+ * add, stores a key that is equal to the one given and stays so for as long as it is in the map:
+ * adding looks at the key that is given, never at the one that is stored. */
 typedef void (*vn_HashMapFill)(HashMapEntry* entry, void* key, void* value);
 /* Called with an entry that leaves the map; frees what fill made. Its result is what remove and
  * replace return, so one that frees should return null. */
@@ -105,9 +106,10 @@ VN_API void vn_HashMap_dtor(HashMap* map);
 /* The number of entries. */
 VN_API uint32_t vn_HashMap_size(const HashMap* map);
 
-/* Adds key with value, unless the key is present: then nothing changes. add returns a new
- * iterator on the new entry (on no entry when the key was present), for the caller to end with
- * vn_HashMapIterator_dtor; addQuick returns the entry itself, or null. */
+/* Adds key with value, unless the key is present: then nothing changes, and the value stays the old
+ * one. This is no "put": vn_HashMap_replace is. add returns a new iterator on the new entry (on no
+ * entry when the key was present), and a caller that does not end it with vn_HashMapIterator_dtor
+ * leaks it; addQuick returns the entry itself, or null, and allocates no iterator. */
 VN_API HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value);
 VN_API HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value);
 
@@ -154,8 +156,8 @@ VN_API bool vn_HashMapIterator_valid(const HashMapIterator* iterator);
 VN_API void* vn_HashMapIterator_key(const HashMapIterator* iterator);
 VN_API void* vn_HashMapIterator_value(const HashMapIterator* iterator);
 
-/* These three in place of the calls, which cost more than the work (3.5 ns). The exported functions
- * do the same; taking their addresses gives those. */
+/* These three in place of the calls, which cost more than the work. The exported functions do the
+ * same; taking their addresses gives those. */
 #if defined(__GNUC__) && !defined(VN_BUILDING_LIBRARY)
 extern inline __attribute__((gnu_inline)) bool vn_HashMapIterator_valid(
     const HashMapIterator* iterator) {

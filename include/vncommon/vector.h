@@ -15,6 +15,9 @@
  * Callbacks run inside the operation that calls them and must not use the same Vector. Those with
  * no purpose may be null; compare must be set wherever vn_Vector_find is used.
  *
+ * The type's name has no prefix: a host with a global type named Vector cannot include this header
+ * in the same source.
+ *
  * Thread-safety: none; one thread at a time, or under the owner's lock.
  */
 #ifndef VNCOMMON_VECTOR_H

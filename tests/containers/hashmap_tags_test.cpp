@@ -1,9 +1,11 @@
-// The tags of a HashMap's buckets: that every way to look at them sees the same.
-#include "containers/hashmap_tags.h"
+// The tags of a HashMap's buckets, and where the parts of the buckets' block are.
+#include "containers/hashmap_storage.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
+#include <set>
+#include <vector>
 
 using namespace vncommon;
 
@@ -18,10 +20,20 @@ Tags randomTags(std::mt19937_64& random, uint32_t used) {
     return tags;
 }
 
-SlotBits slotsWith(Tags tags, Tags tag) {
-    SlotBits slots = 0;
+std::vector<uint32_t> slotsWith(Tags tags, Tags tag) {
+    std::vector<uint32_t> slots;
     for (uint32_t i = 0; i < bucketSlots; ++i) {
-        slots |= static_cast<SlotBits>((tags >> (8 * i) & 0xFF) == tag) << i;
+        if ((tags >> (8 * i) & 0xFF) == tag) {
+            slots.push_back(i);
+        }
+    }
+    return slots;
+}
+
+std::vector<uint32_t> matchingSlots(Tags tags, Tags tag) {
+    std::vector<uint32_t> slots;
+    for (SlotBits left = matches(tags, tag); left != 0; left = withoutFirst(left)) {
+        slots.push_back(firstOf(left));
     }
     return slots;
 }
@@ -31,32 +43,41 @@ TEST(Tags, MatchWhereTheyAreEqual) {
     for (uint32_t round = 0; round < 100000; ++round) {
         const Tags tags = randomTags(random, round % (bucketSlots + 1));
         const Tags tag = 0x80 | (Tags{1} << random() % 8);
-        ASSERT_EQ(matches(tags, tag), slotsWith(tags, tag));
-        ASSERT_EQ(plain::matches(tags, tag), slotsWith(tags, tag));
+        ASSERT_EQ(matchingSlots(tags, tag), slotsWith(tags, tag));
     }
     EXPECT_EQ(matches(outgrown, tagOf(0)), 0U);
-    EXPECT_EQ(plain::matches(outgrown, tagOf(0)), 0U);
 }
 
 TEST(Tags, TellTheUsedSlots) {
     std::mt19937_64 random(2);
-    for (uint32_t first = 0; first <= bucketSlots; ++first) {
-        for (uint32_t second = 0; second <= bucketSlots; ++second) {
-            const Tags both[] = {randomTags(random, first), randomTags(random, second)};
-            const SlotBits expected = ((1U << first) - 1) | ((1U << second) - 1) << 8;
-            EXPECT_EQ(usedSlots(both[0]), first);
-            EXPECT_EQ(usedSlotBits(both[0]), expected & 0xFF);
-            EXPECT_EQ(usedSlotBitsOfTwo(both), expected);
-            EXPECT_EQ(plain::usedSlotBitsOfTwo(both), expected);
-        }
+    for (uint32_t used = 0; used <= bucketSlots; ++used) {
+        EXPECT_EQ(usedSlots(randomTags(random, used)), used);
     }
-    EXPECT_EQ(usedSlotBits(outgrown), 0U);
 }
 
 TEST(Tags, AreAbove127ForEveryHash) {
     for (uint32_t bit = 0; bit < 32; ++bit) {
         EXPECT_GE(tagOf(1U << bit), 0x80U);
         EXPECT_LE(tagOf(1U << bit), 0xFFU);
+    }
+}
+
+TEST(Buckets, HavePartsOfTheirOwn) {
+    for (const uint32_t mask : {3U, 4U, 7U, 1023U}) {
+        const Buckets buckets = makeBuckets(mask, vn_String_compare);
+        std::set<const void*> places;
+        for (uint32_t i = 0; i <= mask; ++i) {
+            const Vector& bucket = buckets.records[i];
+            EXPECT_EQ(bucket.data, reinterpret_cast<void**>(firstSlotsOf(buckets, i)));
+            EXPECT_EQ(bucket.capacity, bucketSlots);
+            EXPECT_EQ(bucket.initialCapacity, bucketSlots);
+            EXPECT_EQ(bucket.compare, vn_String_compare);
+            EXPECT_EQ(slotsOf(buckets, i).size, 0U);
+            places.insert({&bucket, firstSlotsOf(buckets, i), &tagsOf(buckets, i)});
+            std::fill_n(firstSlotsOf(buckets, i), bucketSlots, nullptr);
+        }
+        EXPECT_EQ(places.size(), 3 * (size_t{mask} + 1));
+        freeBuckets(buckets);
     }
 }
 

@@ -685,8 +685,7 @@ struct Walked {
     Iterator iterator;
 };
 
-// What a thread remembers of its last steps is of no consequence for the next: whether that was in
-// another map, in a larger one, or before a change.
+// Whatever was walked before: another map, a larger one, or the same before a change.
 TEST(HashMapIterator, GoesOnFromEveryEntryWhateverWasWalkedBefore) {
     std::array<Walked, 6> maps{
         Walked(countingGoodHash, 0, 12),     Walked(countingGoodHash, 0, 300),
