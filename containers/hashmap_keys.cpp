@@ -76,9 +76,9 @@ uint32_t addSixteenBytes(uint32_t hash, const signed char* bytes) {
     const __m128i block = load(bytes);
     const __m128i front = _mm_srai_epi16(_mm_unpacklo_epi8(block, block), 8);
     const __m128i back = _mm_srai_epi16(_mm_unpackhi_epi8(block, block), 8);
-    const __m128i low = _mm_add_epi32(_mm_madd_epi16(front, load(&factors.low[0])),
+    const __m128i low = _mm_add_epi32(_mm_madd_epi16(front, load(factors.low.data())),
                                       _mm_madd_epi16(back, load(&factors.low[8])));
-    const __m128i high = _mm_add_epi32(_mm_madd_epi16(front, load(&factors.high[0])),
+    const __m128i high = _mm_add_epi32(_mm_madd_epi16(front, load(factors.high.data())),
                                        _mm_madd_epi16(back, load(&factors.high[8])));
     return hash * factors.ofHash + sumOf(_mm_add_epi32(low, _mm_slli_epi32(high, 16)));
 }

@@ -153,7 +153,7 @@ inline void append(const Buckets& buckets, uint32_t index, HashMapEntry* entry) 
 // also correct when the entry is the last one.
 inline void unlink(const Buckets& buckets, uint32_t index, const HashMapEntry* entry) {
     Vector& bucket = buckets.records[index];
-    HashMapEntry* last = static_cast<HashMapEntry*>(bucket.data[--bucket.size]);
+    auto* last = static_cast<HashMapEntry*>(bucket.data[--bucket.size]);
     bucket.data[entry->bucketIndex] = last;
     if (hasFirstSlots(bucket)) {
         Tags& tags = tagsOf(buckets, index);
