@@ -96,10 +96,11 @@ void rebuildEntries(HashMap* map, uint32_t capacity) {
     uint32_t fill = 0;
     const Buckets buckets = bucketsOf(map);
     for (uint32_t i = 0; i <= buckets.mask; ++i) {
-        const Vector& bucket = buckets.records[i];
-        for (uint32_t k = 0; k < bucket.size; ++k) {
-            fresh[fill] = *static_cast<HashMapEntry*>(bucket.data[k]);
-            bucket.data[k] = &fresh[fill++];
+        void** slots = buckets.records[i].data;
+        const uint32_t size = buckets.records[i].size;
+        for (uint32_t k = 0; k < size; ++k) {
+            fresh[fill] = *static_cast<HashMapEntry*>(slots[k]);
+            slots[k] = &fresh[fill++];
         }
     }
     free(map->entries);
