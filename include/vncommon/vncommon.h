@@ -4,6 +4,7 @@
 
 /* From the foundations up, which the formatter would sort. */
 /* clang-format off */
+#include <vncommon/version.h>
 #include <vncommon/failure.h>
 #include <vncommon/threads.h>
 #include <vncommon/sockets.h>
