@@ -103,7 +103,7 @@ void shortestPrintf(char* out, double x) {
 // --- two places, six digits -------------------------------------------------------------------
 
 void fixedOurs(char* out, double x) {
-    vn_g_fmt_fixed(out, 512, 2, x);
+    (void)vn_g_fmt_fixed(out, 512, 2, x);
 }
 void fixedStd(char* out, double x) {
     *std::to_chars(out, out + 511, x, std::chars_format::fixed, 2).ptr = '\0';
@@ -113,7 +113,7 @@ void fixedPrintf(char* out, double x) {
 }
 
 void scientificOurs(char* out, double x) {
-    vn_g_fmt_scientific(out, 512, 6, x);
+    (void)vn_g_fmt_scientific(out, 512, 6, x);
 }
 void scientificStd(char* out, double x) {
     *std::to_chars(out, out + 511, x, std::chars_format::scientific, 5).ptr = '\0';

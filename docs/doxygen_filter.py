@@ -17,7 +17,7 @@ import sys
 
 LIST_ITEM = re.compile(r"\s{0,3}(-|\d+\.)\s")
 SECTION = re.compile(r"/\*\s*-{2,}\s*(.*?)\s*-*\s*$")
-DECLARATION = re.compile(r"(extern )?VN_API\b")
+DECLARATION = re.compile(r"(extern |VN_NODISCARD )?VN_API\b")
 
 
 def escape(text):

@@ -18,8 +18,9 @@ int main(void) {
     close(fd);
 
     struct stat status;
-    vn_statUTF8(path, &status);
-    printf("%d bytes\n", (int)status.st_size);
+    if (vn_statUTF8(path, &status) == 0) {
+        printf("%d bytes\n", (int)status.st_size);
+    }
 
     failure = vn_openFileUTF8(&fd, "missing/file", O_RDONLY);
     printf("%s\n", failure);

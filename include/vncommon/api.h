@@ -25,15 +25,58 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/* Marks what the shared library exports. */
+/* What the declarations tell the compiler, so that mistakes are reported where they are made. Where
+ * a compiler does not know them, these are empty.
+ *
+ *     VN_API               exported by the shared library
+ *     VN_NODISCARD         ignoring the result is a mistake: it has to be freed, or it says whether
+ *                          the other results are there; first in a declaration
+ *     VN_PRINTF(f, a)      a printf format at position f, its arguments from a on (0: a va_list)
+ *     VN_NORETURN          never returns
+ *     VN_MALLOC            the result is a new block without pointers, or null
+ *     VN_RETURNS_NONNULL   the result is never null
+ *     VN_NONNULL           no pointer that is given may be null
+ *     VN_PURE              has no effect; the result depends on the arguments and on memory
+ *     VN_CONST             has no effect; the result depends on the arguments alone
+ *
+ * VN_MALLOC names no function that releases the block: gcc would then report vn_free for a block of
+ * malloc, which is allowed (convention 4). The library itself is compiled without the promises
+ * about null, because a compiler may drop tests that they make superfluous. */
+#if defined(__GNUC__)
 #define VN_API __attribute__((visibility("default")))
-
-/* Lets the compiler check the arguments of the functions that take a format: the position of
- * the format and of its first argument (0 when they come as a va_list), counted from 1. */
 #define VN_PRINTF(formatAt, firstAt) __attribute__((format(printf, formatAt, firstAt)))
-
-/* Marks a function that never returns. */
 #define VN_NORETURN __attribute__((noreturn))
+#define VN_MALLOC __attribute__((malloc))
+#define VN_PURE __attribute__((pure))
+#define VN_CONST __attribute__((const))
+#else
+#define VN_API
+#define VN_PRINTF(formatAt, firstAt)
+#define VN_NORETURN
+#define VN_MALLOC
+#define VN_PURE
+#define VN_CONST
+#endif
+
+#if defined(__GNUC__) && !defined(VN_BUILDING_LIBRARY)
+#define VN_NONNULL __attribute__((nonnull))
+#define VN_RETURNS_NONNULL __attribute__((returns_nonnull))
+#else
+#define VN_NONNULL
+#define VN_RETURNS_NONNULL
+#endif
+
+/* The standard form where there is one, which a cast to void silences; gcc reports the other even
+ * then. */
+#if defined(__cplusplus) && __cplusplus >= 201703L
+#define VN_NODISCARD [[nodiscard]]
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ > 201710L
+#define VN_NODISCARD [[nodiscard]]
+#elif defined(__GNUC__)
+#define VN_NODISCARD __attribute__((warn_unused_result))
+#else
+#define VN_NODISCARD
+#endif
 
 #ifdef __cplusplus
 #define VN_BEGIN_DECLS extern "C" {

@@ -86,15 +86,15 @@ VN_API void vn_strbufAppendStringEscapeSemiColon(CStringBuffer* buffer, const ch
  * success; otherwise a new text, released with vn_free:
  *     "Can't open file due to error: %s"   the system's message; the buffer is unchanged
  *     "Problem while reading from file"    what could be read stays appended */
-VN_API char* vn_strbufAppendFile(CStringBuffer* buffer, const char* path);
+VN_NODISCARD VN_API char* vn_strbufAppendFile(CStringBuffer* buffer, const char* path) VN_MALLOC;
 
 /* Cuts the text to newSize characters; does nothing when it is not longer. A block much larger
  * than what is left (newSize + 20000 < capacity and newSize * 2 < capacity) is replaced by one of
  * newSize * 2 bytes, at least 20. */
 VN_API void vn_strbufTruncate(CStringBuffer* buffer, uint64_t newSize);
 
-VN_API char* vn_strbufGetString(const CStringBuffer* buffer); /* still the buffer's */
-VN_API uint64_t vn_strbufGetSize(const CStringBuffer* buffer);
+VN_API char* vn_strbufGetString(const CStringBuffer* buffer) VN_PURE; /* still the buffer's */
+VN_API uint64_t vn_strbufGetSize(const CStringBuffer* buffer) VN_PURE;
 
 /* The usual case of vn_strbufAppendChar in place of the call, which costs more than the work
  * (3.1 ns against 1.9). The exported function does the same; taking its address gives that one. */
@@ -142,8 +142,8 @@ VN_API void vn_bytebufInsertBytesAtStart(CByteBuffer* buffer, const void* bytes,
  * without a minimum, on purpose. */
 VN_API void vn_bytebufTruncate(CByteBuffer* buffer, uint64_t newSize);
 
-VN_API uint64_t vn_bytebufGetSize(const CByteBuffer* buffer);
-VN_API uint8_t* vn_bytebufGetBytes(const CByteBuffer* buffer); /* still the buffer's */
+VN_API uint64_t vn_bytebufGetSize(const CByteBuffer* buffer) VN_PURE;
+VN_API uint8_t* vn_bytebufGetBytes(const CByteBuffer* buffer) VN_PURE; /* still the buffer's */
 
 VN_END_DECLS
 

@@ -65,7 +65,7 @@ typedef struct VN_ConfigFileCategory {
  *   - when reading failed before the end of the file (it is a directory, for instance). What was
  *     read before stays loaded.
  */
-VN_API const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out);
+VN_NODISCARD VN_API const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out);
 
 /* Frees the process-wide configuration with all its names and entries, but not its category
  * cursor (see VN_ConfigFile_GetFirstCategory); does nothing when none is loaded. Category handles
@@ -93,12 +93,13 @@ VN_API uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config);
  *     config->iterator = NULL;
  *
  * The second line is needed because VN_ConfigFile_Release ends the iterator that it finds. */
-VN_API VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config);
-VN_API VN_ConfigFileCategory* VN_ConfigFile_GetNextCategory(VN_ConfigFile* config);
+VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config);
+VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetNextCategory(VN_ConfigFile* config);
 
 /* A new handle on the category of exactly this name ("" is the unnamed one), ended by
  * VN_ConfigFileCategory_Release; null when there is none. */
-VN_API VN_ConfigFileCategory* VN_ConfigFile_GetCategory(VN_ConfigFile* config, const char* name);
+VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetCategory(VN_ConfigFile* config,
+                                                                     const char* name);
 
 /* Frees the handle of a private configuration and its category cursor. The categories
  * deliberately stay allocated: category handles and entries remain good. */

@@ -78,20 +78,20 @@ VN_API double vn_residentSetSize(void);
  * root/controller alone where that directory cannot be seen (as in a container). With the empty
  * controller the path follows a double slash, which is kept.
  * Null if selfFile cannot be opened or lists no such controller. The caller frees the result. */
-VN_API char* vn_getCGroupProcessControllerDir(const char* root, const char* selfFile,
-                                              const char* controller);
+VN_NODISCARD VN_API char* vn_getCGroupProcessControllerDir(const char* root, const char* selfFile,
+                                                           const char* controller) VN_MALLOC;
 
 /* Offset of the path in one line "id:controllers:path" of such a list, if the comma-separated
  * controllers hold the given one (all of its name: "cpu" is not "cpuset"), else -1. An empty
  * controller asks for the version 2 line, whose list is empty. Neither text needs a
  * terminator. */
 VN_API int64_t vn_findProcCGroupPathOffset(const char* line, size_t length, const char* controller,
-                                           size_t controllerLength);
+                                           size_t controllerLength) VN_PURE;
 
 /* First line, its line feed included, of the file whose name is dir directly followed by name
  * (name begins with the slash). Null if there is no such file or nothing to read. The caller
  * frees the result. */
-VN_API char* readCGroupsFile(const char* dir, const char* name);
+VN_NODISCARD VN_API char* readCGroupsFile(const char* dir, const char* name) VN_MALLOC;
 
 VN_END_DECLS
 

@@ -101,7 +101,7 @@ struct VN_EventWriter {
 
 /* A new writer of kind 6, 7 or 8, ended by VN_EventWriter_dtor or by the writer that it is added
  * to. The name is copied; it is the type name of an event and may be null for the others. */
-VN_API VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name);
+VN_NODISCARD VN_API VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name);
 
 /* Frees the writer with everything that it owns, child writers included. Null does nothing. */
 VN_API void VN_EventWriter_dtor(VN_EventWriter* writer);
@@ -161,14 +161,14 @@ static inline void* VN_EventPayload_ofFloat(double value) {
 }
 
 /* Whether the value owns a child writer: kinds 6, 7 and 8. */
-VN_API bool VN_EventWriterIsReferenceType(const VN_EventValue* value);
+VN_API bool VN_EventWriterIsReferenceType(const VN_EventValue* value) VN_PURE;
 
 /* The writer as text, released with free. A writer whose own kind is not 6, 7 or 8 has no text of
  * its own and gives "". */
-VN_API char* VN_EventWriter_toString(const VN_EventWriter* writer);
+VN_NODISCARD VN_API char* VN_EventWriter_toString(const VN_EventWriter* writer) VN_MALLOC;
 
 /* One value as text, released with free. */
-VN_API char* valueToString(const VN_EventValue* value);
+VN_NODISCARD VN_API char* valueToString(const VN_EventValue* value) VN_MALLOC;
 
 /* The two passes for callers with a buffer of their own. Both read the payload as the given kind
  * says, whatever the value's own; null and kinds above 9 count 0 and write nothing.

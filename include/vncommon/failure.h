@@ -47,25 +47,25 @@ VN_API void vn_checkMemory(void* pointer);
 /* malloc, realloc and free with the check of vn_checkMemory: the results are never null.
  * A size of 0 is passed on as it is; where the platform then answers null (realloc of a block
  * to 0 bytes with glibc, which has freed it), the process ends like for any other null. */
-VN_API void* vn_malloc(size_t size);
-VN_API void* vn_realloc(void* pointer, size_t size);
+VN_NODISCARD VN_API void* vn_malloc(size_t size) VN_MALLOC VN_RETURNS_NONNULL;
+VN_NODISCARD VN_API void* vn_realloc(void* pointer, size_t size) VN_RETURNS_NONNULL;
 VN_API void vn_free(void* pointer);
 
 /* A copy of text, released with vn_free. Null gives null and the line "Warning: NULL passed to
  * strdup\n" on standard error. */
-VN_API char* vn_strdup(const char* text);
+VN_NODISCARD VN_API char* vn_strdup(const char* text) VN_MALLOC;
 
 /* A copy of the first maximum bytes of text, or of all of it when it is shorter; always
  * terminated, exactly as large as needed, released with vn_free. text must be terminated (its
  * whole length is taken). Null as for vn_strdup; the warning names strdup here too, on purpose. */
-VN_API char* vn_strndup(const char* text, size_t maximum);
+VN_NODISCARD VN_API char* vn_strndup(const char* text, size_t maximum) VN_MALLOC;
 
 /* Wall-clock time in milliseconds since 1970-01-01 UTC; 0 if the clock cannot be read. It follows
  * clock steps. */
 VN_API uint64_t vn_systime(void);
 
 /* The platform's strcasecmp, unchanged: case is folded by the rules of the C locale in force. */
-VN_API int vn_strcasecmp(const char* a, const char* b);
+VN_API int vn_strcasecmp(const char* a, const char* b) VN_PURE;
 
 typedef void (*vn_OutOfMemoryCallBack)(void);
 

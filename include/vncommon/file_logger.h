@@ -93,7 +93,7 @@ typedef struct FileLogger {
 
 /* A new logger: threshold 7, its own mutex, descriptor 2, no name. It is reopened on SIGHUP from
  * now on, once it has a named destination. Choose one before the first line. */
-VN_API FileLogger* FileLogger_ctor(void);
+VN_NODISCARD VN_API FileLogger* FileLogger_ctor(void);
 VN_API void FileLogger_init(FileLogger* logger);
 
 /* Releases the names, the mutex if it is the logger's own, and the descriptor: closed unless it
@@ -151,10 +151,10 @@ VN_API void FileLogger_SetMutex(FileLogger* logger, vn_Mutex* mutex);
 
 /* 9 to 3 for "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "CRIT" and 1 for "OFF", in any
  * case; 0 for null and for anything else. */
-VN_API uint32_t FileLogger_StringToLogLevel(const char* word);
+VN_API uint32_t FileLogger_StringToLogLevel(const char* word) VN_PURE;
 
 /* The name of a level as in the table above, "NULL" for any other number. Static text. */
-VN_API const char* FileLogger_LogLevelToString(uint32_t level);
+VN_API const char* FileLogger_LogLevelToString(uint32_t level) VN_CONST VN_RETURNS_NONNULL;
 
 /* ---- Lines --------------------------------------------------------------------------------
  *

@@ -88,8 +88,9 @@ typedef struct HashMapIterator {
  * number of entries that have room, at least 16; the buckets double when that many are there. It
  * should be a power of two. Another size is accepted, but its mask has gaps: 20 gives 5 buckets
  * with mask 4, of which only 0 and 4 are ever used. shrink is a flag. */
-VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill,
-                                vn_HashMapRelease release, uint32_t initialSize, int shrink);
+VN_NODISCARD VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapCompare compare,
+                                             vn_HashMapFill fill, vn_HashMapRelease release,
+                                             uint32_t initialSize, int shrink);
 
 /* The same for the caller's record, ended by vn_HashMap_cleanup. */
 VN_API void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compare,
@@ -104,13 +105,13 @@ VN_API void vn_HashMap_cleanup(HashMap* map);
 VN_API void vn_HashMap_dtor(HashMap* map);
 
 /* The number of entries. */
-VN_API uint32_t vn_HashMap_size(const HashMap* map);
+VN_API uint32_t vn_HashMap_size(const HashMap* map) VN_PURE;
 
 /* Adds key with value, unless the key is present: then nothing changes, and the value stays the old
  * one. This is no "put": vn_HashMap_replace is. add returns a new iterator on the new entry (on no
  * entry when the key was present), and a caller that does not end it with vn_HashMapIterator_dtor
  * leaks it; addQuick returns the entry itself, or null, and allocates no iterator. */
-VN_API HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value);
+VN_NODISCARD VN_API HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value);
 VN_API HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value);
 
 /* vn_HashMap_remove, then adds key with value. Returns what remove returned. key must survive
@@ -129,15 +130,15 @@ VN_API HashMapEntry* vn_HashMap_findValueAndRemove(HashMap* map, const void* key
 VN_API bool vn_HashMap_exists(const HashMap* map, const void* key);
 
 /* A new iterator on the key's entry, ended by vn_HashMapIterator_dtor; null when absent. */
-VN_API HashMapIterator* vn_HashMap_find(HashMap* map, const void* key);
+VN_NODISCARD VN_API HashMapIterator* vn_HashMap_find(HashMap* map, const void* key);
 
 /* The key's value, or null when absent. */
 VN_API void* vn_HashMap_findValue(const HashMap* map, const void* key);
 
 /* A new iterator on the first or last entry in bucket order, ended by vn_HashMapIterator_dtor;
  * null when the map is empty. */
-VN_API HashMapIterator* vn_HashMap_first(HashMap* map);
-VN_API HashMapIterator* vn_HashMap_last(HashMap* map);
+VN_NODISCARD VN_API HashMapIterator* vn_HashMap_first(HashMap* map);
+VN_NODISCARD VN_API HashMapIterator* vn_HashMap_last(HashMap* map);
 
 /* Removes every entry, calling release (if set) on each: buckets in order, and in a bucket the
  * first entry, then the last, which moved into its place, and so on. Slots of the entry array
@@ -150,11 +151,11 @@ VN_API void vn_HashMap_removeAll(HashMap* map);
 VN_API void vn_HashMap_clear(HashMap* map);
 
 /* Whether the iterator stands on an entry; false for null. */
-VN_API bool vn_HashMapIterator_valid(const HashMapIterator* iterator);
+VN_API bool vn_HashMapIterator_valid(const HashMapIterator* iterator) VN_PURE;
 
 /* Key and value of the entry; null when the iterator is not valid. */
-VN_API void* vn_HashMapIterator_key(const HashMapIterator* iterator);
-VN_API void* vn_HashMapIterator_value(const HashMapIterator* iterator);
+VN_API void* vn_HashMapIterator_key(const HashMapIterator* iterator) VN_PURE;
+VN_API void* vn_HashMapIterator_value(const HashMapIterator* iterator) VN_PURE;
 
 /* These three in place of the calls, which cost more than the work. The exported functions do the
  * same; taking their addresses gives those. */
@@ -189,12 +190,12 @@ VN_API void vn_HashMapIterator_dtor(HashMapIterator* iterator);
  * as signed, so those from 128 up count as negative; deliberately, because hashes are stored.
  * The comparison is strcmp. A map built with both compares the stored hashes first, and the
  * strings themselves only when they agree. */
-VN_API uint32_t vn_String_hash(const void* string);
-VN_API int32_t vn_String_compare(const void* a, const void* b);
+VN_API uint32_t vn_String_hash(const void* string) VN_PURE;
+VN_API int32_t vn_String_compare(const void* a, const void* b) VN_PURE;
 
 /* The smallest prime not below n; 0 when no prime of 64 bits is (n > 2^64 - 59). Takes time in
  * proportion to the square root of n: some nanoseconds for small n, seconds near 2^64. */
-VN_API uint64_t vn_nextPrime(uint64_t n);
+VN_API uint64_t vn_nextPrime(uint64_t n) VN_CONST;
 
 VN_END_DECLS
 

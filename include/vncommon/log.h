@@ -37,8 +37,8 @@ VN_API const char* VN_GetLogFileName(void);
 VN_API const char* VN_GetUTF8LogFileName(void);
 
 /* As in file_logger.h; these two do not make the logger. */
-VN_API uint32_t VN_StringToLogLevel(const char* word);
-VN_API const char* VN_LogLevelToString(uint32_t level);
+VN_API uint32_t VN_StringToLogLevel(const char* word) VN_PURE;
+VN_API const char* VN_LogLevelToString(uint32_t level) VN_CONST VN_RETURNS_NONNULL;
 
 /* ---- Lines --------------------------------------------------------------------------------- */
 

@@ -47,7 +47,7 @@ VN_API char* vn_g_fmt(char* buf, double x);
  * ("00" for 1 and -2). NaN and infinities as in vn_g_fmt. The sign of a value that rounds to zero
  * stays: "-0.00".
  */
-VN_API char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x);
+VN_NODISCARD VN_API char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x);
 
 /* Writes x with precision significant digits and an exponent: "1.23e+02" for 123.4 and 3, "1e+02"
  * for 1. Returns buf or null as vn_g_fmt_fixed does.
@@ -56,7 +56,7 @@ VN_API char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x);
  * a sign, and keeps its point ("0.e+00" for 1, "0.00e+00" for 3); when it does not fit, buf holds
  * "0." at most.
  */
-VN_API char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double x);
+VN_NODISCARD VN_API char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double x);
 
 /* --- Text to double ------------------------------------------------------------------------- */
 
@@ -86,12 +86,12 @@ VN_API double vn_strtod(const char* text, char** end);
 VN_API void vn_dec_to_string(uint64_t d, char* out);
 
 /* Not 0 when d is a NaN (quiet or signalling), finite, an infinity (of either sign). */
-VN_API int vn_dec_isnan(uint64_t d);
-VN_API int vn_dec_isfinite(uint64_t d);
-VN_API int vn_dec_isinfinite(uint64_t d);
+VN_API int vn_dec_isnan(uint64_t d) VN_CONST;
+VN_API int vn_dec_isfinite(uint64_t d) VN_CONST;
+VN_API int vn_dec_isinfinite(uint64_t d) VN_CONST;
 
 /* Positive infinity; the quiet NaN. */
-VN_API uint64_t VN_DEC_INFINITY(void);
+VN_API uint64_t VN_DEC_INFINITY(void) VN_CONST;
 VN_API uint64_t VN_DEC_NAN(void);
 
 /* --- What the conversion shares ------------------------------------------------------------- */

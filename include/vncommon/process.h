@@ -32,11 +32,11 @@ VN_BEGIN_DECLS
  * read): the number of the user, as "%d" prints it; "unknown" where the system does not say how
  * large an entry may be; null without memory. The name passes through vn_UTF8ToCstr, not through
  * its inverse: on a UTF-8 locale there is no difference, and elsewhere callers rely on it. */
-VN_API char* vn_getUTF8UserName(void);
+VN_NODISCARD VN_API char* vn_getUTF8UserName(void) VN_MALLOC;
 
 /* The current directory, new and in UTF-8, however deep it is; null when the system cannot tell
  * (removed, unreadable), with the reason in errno. */
-VN_API char* vn_getUTF8CurrentDirectory(void);
+VN_NODISCARD VN_API char* vn_getUTF8CurrentDirectory(void) VN_MALLOC;
 
 VN_API int vn_getProcessId(void);
 
@@ -44,7 +44,7 @@ VN_API int vn_getProcessId(void);
  * cannot be converted at all reads "Unknown". Entries are copied as they stand, also those
  * without a "=". Null only when there is no memory for all of it. Not safe against another
  * thread that changes the environment at the same time. */
-VN_API char** vn_getEnvironUTF8(void);
+VN_NODISCARD VN_API char** vn_getEnvironUTF8(void);
 
 /* Releases such an array with its texts; null is allowed. */
 VN_API void vn_freeEnvironUTF8(char** environment);
@@ -55,11 +55,11 @@ VN_API void vn_freeEnvironUTF8(char** environment);
  * stores -1 and returns the text of the error, as vn_strerror words it (released with vn_free).
  * A mode (mode_t) follows the flags when they hold O_CREAT; without O_CREAT no further argument
  * is read and the mode is 0, also with O_TMPFILE. */
-VN_API char* vn_openFileUTF8(int* fd, const char* path, int flags, ...);
+VN_NODISCARD VN_API char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) VN_MALLOC;
 
 /* fopen() and stat(), with the results and the errno of these. */
-VN_API FILE* vn_openStreamUTF8(const char* path, const char* mode);
-VN_API int vn_statUTF8(const char* path, struct stat* status);
+VN_NODISCARD VN_API FILE* vn_openStreamUTF8(const char* path, const char* mode);
+VN_NODISCARD VN_API int vn_statUTF8(const char* path, struct stat* status);
 
 /* Writes text, converted to the locale's code page, to fd with one write(). A failure or a
  * partial write is not reported. Null writes nothing. */
@@ -72,15 +72,16 @@ VN_API void vn_writeToConsoleUTF8(int fd, const char* text);
 
 /* Loads path (all symbols bound at once) and stores its handle; null when that fails. A null
  * path gives the handle of the program itself. */
-VN_API char* vn_loadLibraryUTF8(void** handle, const char* path);
+VN_NODISCARD VN_API char* vn_loadLibraryUTF8(void** handle, const char* path) VN_MALLOC;
 
 /* Gives one handle back; a null handle is an "Unknown error". */
-VN_API char* vn_unloadLibrary(void* handle);
+VN_NODISCARD VN_API char* vn_unloadLibrary(void* handle) VN_MALLOC;
 
 /* Stores the address of a symbol of the library, null when it has none. A symbol whose address
  * is null cannot be told from a missing one: "Unknown error". A null handle searches the
  * program and the libraries it was started with. */
-VN_API char* vn_findLibrarySymbol(void** symbol, void* handle, const char* name);
+VN_NODISCARD VN_API char* vn_findLibrarySymbol(void** symbol, void* handle,
+                                               const char* name) VN_MALLOC;
 
 /* 1 when the library is not loaded (or memory runs out), 0 when it is. In the second case the
  * library's reference count has gone up by one and stays there, on purpose: a library found loaded
@@ -109,7 +110,7 @@ VN_API void vn_stackTrace(int fd);
  * The file is read at most once in 100 ms; calls in between give the rates of the last reading
  * again. The first reading of a process divides the counters by the time since 1970, so its
  * rates are close to 0. */
-VN_API int vn_get_os_statistics(double* swapInRate, double* swapOutRate);
+VN_NODISCARD VN_API int vn_get_os_statistics(double* swapInRate, double* swapOutRate);
 
 /* ---- The clock ---- */
 

@@ -55,7 +55,7 @@ VN_API uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements
 VN_API void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out);
 
 /* 0 when an element was taken into *out; 1 at once when there was none, *out untouched. */
-VN_API int vn_qtsRemoveNB(vn_qtsQueue* queue, vn_qtsElement* out);
+VN_NODISCARD VN_API int vn_qtsRemoveNB(vn_qtsQueue* queue, vn_qtsElement* out);
 
 /* The number of queued elements at some moment during the call. */
 VN_API uint32_t vn_qtsSize(vn_qtsQueue* queue);

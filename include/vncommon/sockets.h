@@ -35,7 +35,7 @@ VN_API void vn_socketCleanup(void);
  * Failures: "Failed to resolve hostname." (also without memory for the answer), "Failed to create
  * network socket.", "Failed to connect to host." The system's reason for the last one is only
  * logged, as "connect: %s\n" at DEBUG. */
-VN_API char* vn_socketConnect(const char* host, int port, int* fd);
+VN_NODISCARD VN_API char* vn_socketConnect(const char* host, int port, int* fd) VN_MALLOC;
 
 /* Listens on all local addresses with SO_REUSEADDR and a backlog of 20. Port 0 lets the system
  * choose one (getsockname tells). Failures: "Failed to create listening socket.", "Failed to set
@@ -46,7 +46,7 @@ VN_API char* vn_socketConnect(const char* host, int port, int* fd);
  * try again after a second or more. So accept in a loop that hands connections to other threads.
  * For a longer backlog make the socket with listen() and take connections with accept(), not with
  * vn_socketAccept, which sets 20 again; the other calls take these descriptors. */
-VN_API char* vn_createListeningSocket(int port, int* fd);
+VN_NODISCARD VN_API char* vn_createListeningSocket(int port, int* fd) VN_MALLOC;
 
 /* Takes the next connection; it times out after 10 seconds without progress in either direction.
  * Failures: "The accept() call failed", and "Failed to listen on listening socket." when the
@@ -54,24 +54,25 @@ VN_API char* vn_createListeningSocket(int port, int* fd);
  * rely on a dead listener not being kept.
  * If a time-out cannot be set the connection is still returned, and "Failed to set SO_RCVTIMEO
  * option: %s" (or SO_SNDTIMEO) is logged as a warning. */
-VN_API char* vn_socketAccept(int listeningFd, int* fd);
+VN_NODISCARD VN_API char* vn_socketAccept(int listeningFd, int* fd) VN_MALLOC;
 
 /* Receives once, up to *length bytes; on success *length is the count received, at least 1.
  * "Network connection lost." when the peer has closed, and for a *length of 0, which cannot be told
  * from that. An interrupted receive is reported like any other failure, not retried; deliberately,
  * so that a signal can end a wait. */
-VN_API char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer);
+VN_NODISCARD VN_API char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer) VN_MALLOC;
 
 /* Appends the next line to the string buffer (which must be initialised), without its line feed
  * and without any carriage return. There is no limit on its length. Failures as for
  * vn_socketReadBuffer; what was read of the line by then stays in the buffer. One system call
  * per byte. */
-VN_API char* vn_socketReadLine(int fd, CStringBuffer* line);
+VN_NODISCARD VN_API char* vn_socketReadLine(int fd, CStringBuffer* line) VN_MALLOC;
 
 /* Sends everything, in as many pieces as it takes; not retried on interruption. An empty text
  * sends once with length 0. */
-VN_API char* vn_socketWrite(int fd, const char* text);
-VN_API char* vn_socketWriteBuffer(int fd, unsigned length, const uint8_t* buffer);
+VN_NODISCARD VN_API char* vn_socketWrite(int fd, const char* text) VN_MALLOC;
+VN_NODISCARD VN_API char* vn_socketWriteBuffer(int fd, unsigned length,
+                                               const uint8_t* buffer) VN_MALLOC;
 
 /* The result of close(). */
 VN_API int vn_socketClose(int fd);

@@ -46,14 +46,14 @@ VN_API void vn_rtrim(char* text);
  * two lowercase hexadecimal digits. Tab, line feed, carriage return and all bytes from 127 up are
  * copied as they are; '%' is not escaped, so this is not for reading back. Null when there is no
  * memory. The block is larger than its text needs. */
-VN_API char* vn_xmlEscapeString(const char* text);
+VN_NODISCARD VN_API char* vn_xmlEscapeString(const char* text) VN_MALLOC;
 
 /* 1 for "true", "t", "yes", "y" and "1" without regard to case, with nothing before or behind
  * them; 0 for every other text and for null. */
-VN_API int vn_parseToBool(const char* text);
+VN_API int vn_parseToBool(const char* text) VN_PURE;
 
 /* Whether the text is null or "". */
-VN_API bool vn_isEmptyString(const char* text);
+VN_API bool vn_isEmptyString(const char* text) VN_PURE;
 
 VN_END_DECLS
 

@@ -83,7 +83,7 @@ VN_API void vn_Semaphore_wait(vn_Semaphore* semaphore);
  *     const bool busy = vn_Semaphore_trywait(&semaphore);
  *     if (!busy) { ... vn_Semaphore_post(&semaphore); }
  */
-VN_API bool vn_Semaphore_trywait(vn_Semaphore* semaphore);
+VN_NODISCARD VN_API bool vn_Semaphore_trywait(vn_Semaphore* semaphore);
 
 /* --- Threads: "pthread_attr_init", "pthread_attr_setdetachstate", "pthread_create" ----------- */
 

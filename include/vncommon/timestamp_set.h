@@ -77,10 +77,10 @@ struct VN_TimestampSet {
 VN_API extern const VN_TimestampSetFunctionTable VN_TimestampSetFunctions;
 
 /* An empty set; the caller ends it with VN_TimestampSet_dtor. */
-VN_API VN_TimestampSet* VN_TimestampSet_ctor(void);
+VN_NODISCARD VN_API VN_TimestampSet* VN_TimestampSet_ctor(void);
 
 /* A new set with the same entries in the same order, duplicates included. */
-VN_API VN_TimestampSet* VN_TimestampSet_copy(VN_TimestampSet* set);
+VN_NODISCARD VN_API VN_TimestampSet* VN_TimestampSet_copy(VN_TimestampSet* set);
 
 /* Ends a set with all its entries; null is ignored. */
 VN_API void VN_TimestampSet_dtor(VN_TimestampSet* set);
@@ -103,11 +103,11 @@ VN_API double VN_TimestampSet_findTimeAndRemove(VN_TimestampSet* set, uint64_t s
 VN_API bool VN_TimestampSet_getNextStampAndRemove(VN_TimestampSet* set, uint64_t* stage,
                                                   double* time);
 
-VN_API uint32_t VN_TimestampSet_getSize(VN_TimestampSet* set);
+VN_API uint32_t VN_TimestampSet_getSize(VN_TimestampSet* set) VN_PURE;
 
 /* "{1:1700000000.250000, 2:1700000000.500000}": each stage once, at its first entry, in the order
  * added; "{}" for an empty set, "{NULL}" for a null one. The caller frees it with vn_free. */
-VN_API char* VN_TimestampSet_toString(VN_TimestampSet* set);
+VN_NODISCARD VN_API char* VN_TimestampSet_toString(VN_TimestampSet* set) VN_MALLOC;
 
 /* The current time, as the entries carry it. */
 VN_API double VN_TimestampSet_getRelativeTime(void);

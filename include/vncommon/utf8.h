@@ -35,10 +35,10 @@ VN_API const char* vn_getCodepage(void);
  * code page are replaced by U+FFFD. When the code page is unknown to ICU, or anything else
  * fails, the result is a copy of the input. Null only when there is no memory.
  * Cost: some microseconds for opening two converters, then a few nanoseconds per byte. */
-VN_API char* vn_CstrToUTF8(const char* text);
+VN_NODISCARD VN_API char* vn_CstrToUTF8(const char* text) VN_MALLOC VN_NONNULL;
 
 /* The same, for an argument of the command line, which is in the code page too. */
-VN_API char* vn_cmdlineToUTF8(const char* argument);
+VN_NODISCARD VN_API char* vn_cmdlineToUTF8(const char* argument) VN_MALLOC VN_NONNULL;
 
 /* A new text: the input, which is UTF-8, in the code page. The result is a copy of the input,
  * never a changed or shortened text, when
@@ -48,7 +48,7 @@ VN_API char* vn_cmdlineToUTF8(const char* argument);
  *    deliberate.
  * A file name is thus either converted exactly or handed on as it is. Null only when there is
  * no memory. Cost as for vn_CstrToUTF8. */
-VN_API char* vn_UTF8ToCstr(const char* text);
+VN_NODISCARD VN_API char* vn_UTF8ToCstr(const char* text) VN_MALLOC VN_NONNULL;
 
 /* Whether a descriptor, or the descriptor of a stream, is a terminal: 1 or 0. errno is left as
  * isatty leaves it. */
@@ -63,28 +63,28 @@ VN_API int vn_isConsoleFile(FILE* stream);
 
 /* A new text in the other encoding; null when the input is malformed (in UTF-16: a surrogate
  * without its partner) or there is no memory. */
-VN_API char* vn_getUTF8(const uint16_t* text);
-VN_API uint16_t* vn_getUTF16(const char* text);
+VN_NODISCARD VN_API char* vn_getUTF8(const uint16_t* text) VN_MALLOC VN_NONNULL;
+VN_NODISCARD VN_API uint16_t* vn_getUTF16(const char* text) VN_MALLOC VN_NONNULL;
 
 /* The number of 16-bit units before the terminating zero unit. */
-VN_API unsigned int vn_codeUnitsUTF16(const uint16_t* text);
+VN_API unsigned int vn_codeUnitsUTF16(const uint16_t* text) VN_PURE VN_NONNULL;
 
 /* ---- Questions about a whole text ---------------------------------------------------------- */
 
 /* 1 if no byte has its top bit set (so for the empty text), else 0. */
-VN_API int vn_isAscii(const char* text);
+VN_API int vn_isAscii(const char* text) VN_PURE VN_NONNULL;
 
 /* 1 if the text is valid UTF-8, else 0: shortest forms only, nothing above U+10FFFF, no
  * truncated character. Deliberately, the encoded surrogates ED A0 80 to ED BF BF are valid.
  * Nothing after the terminator is read. Cost: vector instructions where the processor has
  * them; on ASCII, little more than strlen. */
-VN_API int vn_isUTF8(const char* text);
+VN_API int vn_isUTF8(const char* text) VN_PURE VN_NONNULL;
 
 /* The byte-order mark EF BB BF: whether the text begins with it (1 or 0), the text behind it
  * (or the text itself when it has none), and the mark as a static text. */
-VN_API int vn_hasUTF8BOM(const char* text);
-VN_API const char* vn_skipUTF8BOM(const char* text);
-VN_API const char* vn_getUTF8BOM(void);
+VN_API int vn_hasUTF8BOM(const char* text) VN_PURE VN_NONNULL;
+VN_API const char* vn_skipUTF8BOM(const char* text) VN_PURE VN_NONNULL VN_RETURNS_NONNULL;
+VN_API const char* vn_getUTF8BOM(void) VN_CONST VN_RETURNS_NONNULL;
 
 /* ---- Stepping ------------------------------------------------------------------------------
  *
@@ -95,32 +95,33 @@ VN_API const char* vn_getUTF8BOM(void);
  */
 
 /* Bytes of the character at text, 1 to 4; 0 at the terminator and at an invalid byte. */
-VN_API unsigned char vn_UTF8CharLength(const char* text);
+VN_API unsigned char vn_UTF8CharLength(const char* text) VN_PURE VN_NONNULL;
 
 /* The number of characters in text; 0 when an invalid byte is met. Cost: that of vn_isUTF8 and a
  * count of bytes where the text is valid; elsewhere one step per character. */
-VN_API int vn_UTF8Length(const char* text);
+VN_API int vn_UTF8Length(const char* text) VN_PURE VN_NONNULL;
 
 /* The number of characters that begin in [start, end). A terminator in between counts as one;
  * an invalid byte ends the count before it. All bytes of the range must be readable. Cost as for
  * vn_UTF8Length. */
-VN_API int vn_UTF8CountChars(const char* start, const char* end);
+VN_API int vn_UTF8CountChars(const char* start, const char* end) VN_PURE VN_NONNULL;
 
 /* count characters further, but not past the terminator and not past an invalid byte. A
  * negative count sets no limit. */
-VN_API const char* vn_UTF8SkipChars(const char* text, int count);
+VN_API const char* vn_UTF8SkipChars(const char* text,
+                                    int count) VN_PURE VN_NONNULL VN_RETURNS_NONNULL;
 
 /* The lead byte of the character that holds this byte: back over all continuation bytes
  * (80-BF). There must be a lead byte: nothing else ends the search. */
-VN_API const char* vn_findUTF8Start(const char* text);
+VN_API const char* vn_findUTF8Start(const char* text) VN_PURE VN_NONNULL VN_RETURNS_NONNULL;
 
 /* Copies the character at source and terminates the copy. destination has room for 8 bytes: at
  * an invalid byte, 7 bytes of the source are copied and terminated. Callers rely on the copy
  * being made even so. */
-VN_API void vn_copyUTF8Char(char* destination, const char* source);
+VN_API void vn_copyUTF8Char(char* destination, const char* source) VN_NONNULL;
 
 /* 1 if the byte is an ASCII letter, else 0; the locale plays no part. */
-VN_API int vn_UTF8isAsciiLetter(char character);
+VN_API int vn_UTF8isAsciiLetter(char character) VN_CONST;
 
 /* ---- Comparison ---------------------------------------------------------------------------- */
 
@@ -132,7 +133,7 @@ VN_API int vn_UTF8isAsciiLetter(char character);
  * allocates.
  * What strcasecmp makes of I and i depends on the locale of the calling thread.
  * Cost on ASCII: both texts are scanned to their ends, then strcasecmp. */
-VN_API int vn_UTF8CaseCmp(const char* a, const char* b);
+VN_API int vn_UTF8CaseCmp(const char* a, const char* b) VN_NONNULL;
 
 /* ---- White space ---------------------------------------------------------------------------
  *
@@ -141,11 +142,11 @@ VN_API int vn_UTF8CaseCmp(const char* a, const char* b);
  */
 
 /* The first character that is not white space, or the terminator. */
-VN_API const char* vn_skipSpacesUTF8(const char* text);
+VN_API const char* vn_skipSpacesUTF8(const char* text) VN_PURE VN_NONNULL VN_RETURNS_NONNULL;
 
 /* The end of the text without its trailing white space: the place for a terminator. The text is
  * not changed, and nothing before it is read. */
-VN_API const char* vn_rTrimUTF8(const char* text);
+VN_API const char* vn_rTrimUTF8(const char* text) VN_PURE VN_NONNULL VN_RETURNS_NONNULL;
 
 VN_END_DECLS
 

@@ -53,8 +53,9 @@ typedef struct Vector {
 /* A new, empty Vector on the heap, ended by vn_Vector_dtor. initialCapacity elements fit before it
  * has to grow; with 0 there is no storage until the first add. A shrink other than 0 lets the
  * storage shrink again (see vn_Vector_remove and vn_Vector_clear). */
-VN_API Vector* vn_Vector_ctor(vn_VectorCompare compare, vn_VectorOnAdd onAdd,
-                              vn_VectorOnRemove onRemove, uint32_t initialCapacity, int shrink);
+VN_NODISCARD VN_API Vector* vn_Vector_ctor(vn_VectorCompare compare, vn_VectorOnAdd onAdd,
+                                           vn_VectorOnRemove onRemove, uint32_t initialCapacity,
+                                           int shrink);
 
 /* The same for the caller's record, ended by vn_Vector_cleanup. */
 VN_API void vn_Vector_init(Vector* vector, vn_VectorCompare compare, vn_VectorOnAdd onAdd,
@@ -68,15 +69,15 @@ VN_API void vn_Vector_cleanup(Vector* vector);
 VN_API void vn_Vector_dtor(Vector* vector);
 
 /* The number of elements, and whether it is 0. */
-VN_API uint32_t vn_Vector_size(const Vector* vector);
-VN_API bool vn_Vector_empty(const Vector* vector);
+VN_API uint32_t vn_Vector_size(const Vector* vector) VN_PURE;
+VN_API bool vn_Vector_empty(const Vector* vector) VN_PURE;
 
 /* Stores onAdd(element), or element itself without onAdd, at the end; returns its index, always
  * the old size. A full Vector doubles its capacity first (from 0 to 1); the new slots are zero. */
 VN_API uint32_t vn_Vector_add(Vector* vector, void* element);
 
 /* The element, or null when index >= size. */
-VN_API void* vn_Vector_get(const Vector* vector, uint32_t index);
+VN_API void* vn_Vector_get(const Vector* vector, uint32_t index) VN_PURE;
 
 /* Replaces the element at index; onAdd is deliberately not applied. Returns onRemove(old), or
  * old itself without onRemove; null, and nothing changes, when index >= size. */

@@ -305,7 +305,7 @@ VN_CHILD(tellsItsMemory) {
     };
     const double before = peak();  // with the content: what is used again counts as none
     static VN_ConfigFile* config = nullptr;
-    VN_ConfigFile_Load(file.name().c_str(), &config);
+    (void)VN_ConfigFile_Load(file.name().c_str(), &config);
     printf("%.2f", (peak() - before + size) / size);
     return 0;
 }
@@ -329,7 +329,7 @@ TEST(ConfigFileWalk, GivesEachCategoryOnce) {
         content += "[category " + std::to_string(i) + "]\nentry " + std::to_string(i) + "\n";
     }
     VN_ConfigFile* config = nullptr;
-    VN_ConfigFile_Load(folder.write("file", content).c_str(), &config);
+    (void)VN_ConfigFile_Load(folder.write("file", content).c_str(), &config);
     EXPECT_EQ(config->iterator, nullptr);
     EXPECT_EQ(VN_ConfigFile_GetNextCategory(config), nullptr) << "no walk has begun";
     EXPECT_EQ(VN_ConfigFile_GetCategoryCount(config), 41U);
@@ -357,7 +357,7 @@ TEST(ConfigFileWalk, GivesEachCategoryOnce) {
 TEST(ConfigFileWalk, KeepsItsCursors) {
     const Folder folder;
     VN_ConfigFile* config = nullptr;
-    VN_ConfigFile_Load(folder.write("file", "a\nb\nc\n[empty]\n").c_str(), &config);
+    (void)VN_ConfigFile_Load(folder.write("file", "a\nb\nc\n[empty]\n").c_str(), &config);
     EXPECT_EQ(VN_ConfigFile_GetCategory(config, "none"), nullptr);
 
     VN_ConfigFileCategory* category = VN_ConfigFile_GetCategory(config, "");
@@ -401,7 +401,7 @@ TEST(ConfigFileWalk, ANewWalkLeavesTheEarlierCursorToTheCaller) {
 TEST(ConfigFileWalk, ReleaseLeavesTheCategories) {
     const Folder folder;
     VN_ConfigFile* config = nullptr;
-    VN_ConfigFile_Load(folder.write("file", "a\n").c_str(), &config);
+    (void)VN_ConfigFile_Load(folder.write("file", "a\n").c_str(), &config);
     HashMap* categories = config->categories;
     VN_ConfigFileCategory* category = VN_ConfigFile_GetFirstCategory(config);
     VN_ConfigFile_Release(config);
@@ -421,10 +421,10 @@ TEST(ConfigFileWalk, ThousandsOfEntriesComeAndGo) {
     }
     const std::string name = folder.write("file", content);
     VN_ConfigFile* kept = nullptr;
-    VN_ConfigFile_Load(name.c_str(), &kept);
+    (void)VN_ConfigFile_Load(name.c_str(), &kept);
     for (int round = 0; round < 3; ++round) {
         VN_ConfigFile* config = nullptr;
-        VN_ConfigFile_Load(name.c_str(), &config);
+        (void)VN_ConfigFile_Load(name.c_str(), &config);
         EXPECT_EQ(categoriesOf(config).at(""), expected);
         destroy(config);
         EXPECT_EQ(categoriesOf(kept).at(""), expected);
@@ -435,7 +435,7 @@ TEST(ConfigFileWalk, ThousandsOfEntriesComeAndGo) {
 TEST(ConfigFileWalk, MapsAndVectorsAreBuiltAsCallersExpect) {
     const Folder folder;
     VN_ConfigFile* config = nullptr;
-    VN_ConfigFile_Load(folder.write("file", "a\n").c_str(), &config);
+    (void)VN_ConfigFile_Load(folder.write("file", "a\n").c_str(), &config);
     EXPECT_EQ(config->categories->initialSize, 16U);
     EXPECT_TRUE(config->categories->shrink);
     EXPECT_EQ(config->categories->hash, vn_String_hash);
@@ -546,7 +546,7 @@ VN_CHILD(loadsOnce) {
     VN_ConfigFile_Unload();
     const bool gone = !VN_ConfigFile_IsLoaded() && VN_ConfigFile_Get() == nullptr;
     VN_ConfigFile_Unload();
-    VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
+    (void)VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
     const Entries after = categoriesOf(VN_ConfigFile_Get()).at("");
     VN_ConfigFile_Unload();
     printf("%d %d %s %s", same, gone, before.at(0).c_str(), after.at(0).c_str());
@@ -583,7 +583,7 @@ TEST_F(ConfigFileSearch, PrivateCopiesStandBesideTheSharedOne) {
 
 VN_CHILD(forgets) {
     static VN_ConfigFile* shared;  // what is forgotten stays allocated
-    VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
+    (void)VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
     shared = VN_ConfigFile_Get();
     VN_ConfigFile* config = nullptr;
     const char* result = VN_ConfigFile_Load("/nowhere/at/all", &config);

@@ -6,7 +6,6 @@ import concurrent.futures
 import os
 import pathlib
 import re
-import shutil
 import subprocess
 import sys
 import unittest
@@ -15,12 +14,6 @@ import support
 
 OPTIONS = None
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-fsyntax-only"]
-
-
-def present(compilers):
-    """Each compiler once, whatever its names."""
-    paths = (shutil.which(compiler) for compiler in compilers)
-    return sorted({os.path.realpath(path): path for path in paths if path}.values())
 
 
 def complaints(compiler, language, standard, header):
@@ -36,8 +29,8 @@ class Headers(unittest.TestCase):
         self.headers = sorted(path.name for path in (OPTIONS.include / "vncommon").glob("*.h"))
 
     def test_each_compiles_alone(self):
-        languages = [("c", "-std=c11", present(OPTIONS.compilers)),
-                     ("c++", "-std=c++17", present(OPTIONS.cxx_compilers))]
+        languages = [("c", "-std=c11", support.present(OPTIONS.compilers)),
+                     ("c++", "-std=c++17", support.present(OPTIONS.cxx_compilers))]
         jobs = [(compiler, language, standard, header)
                 for language, standard, compilers in languages
                 for compiler in compilers for header in self.headers]
@@ -48,7 +41,7 @@ class Headers(unittest.TestCase):
         print(f"{len(self.headers)} headers, {len(jobs)} compilations", file=sys.stderr)
 
     def test_a_wrong_header_is_noticed(self):
-        compiler = present(OPTIONS.compilers)[0]
+        compiler = support.present(OPTIONS.compilers)[0]
         self.assertIn("no_such.h", complaints(compiler, "c", "-std=c11", "no_such.h"))
 
     def test_the_common_header_includes_all(self):
@@ -59,7 +52,5 @@ class Headers(unittest.TestCase):
 
 if __name__ == "__main__":
     arguments = argparse.ArgumentParser(description=__doc__)
-    arguments.add_argument("--include", type=pathlib.Path, required=True)
-    arguments.add_argument("--compilers", nargs="+", default=["gcc", "clang"])
-    arguments.add_argument("--cxx-compilers", nargs="+", default=["g++", "clang++"])
+    support.add_compilers(arguments)
     support.main(arguments, sys.modules[__name__])

@@ -1,6 +1,8 @@
 """What the tests of this folder share."""
+import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import unittest
@@ -60,6 +62,19 @@ def build_with_cmake(cmake, folder, *definitions):
          *definitions])
     run([cmake, "--build", build])
     return build
+
+
+def add_compilers(parser):
+    """The options of the tests that only compile."""
+    parser.add_argument("--include", type=pathlib.Path, required=True)
+    parser.add_argument("--compilers", nargs="+", default=["gcc", "clang"])
+    parser.add_argument("--cxx-compilers", nargs="+", default=["g++", "clang++"])
+
+
+def present(compilers):
+    """Each compiler once, whatever its names."""
+    paths = (shutil.which(compiler) for compiler in compilers)
+    return sorted({os.path.realpath(path): path for path in paths if path}.values())
 
 
 def main(parser, module):

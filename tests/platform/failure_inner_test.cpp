@@ -174,11 +174,11 @@ VN_CHILD(exhausted) {
     setvbuf(stderr, buffer, _IOFBF, sizeof buffer);
     strdupFails = mallocFails = true;
     if (arguments[0] == "malloc") {
-        vn_malloc(1);
+        (void)vn_malloc(1);
     } else if (arguments[0] == "strdup") {
-        vn_strdup("text");
+        (void)vn_strdup("text");
     } else {
-        vn_strndup("text", 2);
+        (void)vn_strndup("text", 2);
     }
     return 0;
 }

@@ -185,7 +185,7 @@ void useDiscovery(const Shared& shared) {
     SOAK_CHECK(vn_availableCPUsCGroupsV2(shared.folder.c_str()) == 1.5);
     double swappedIn;
     double swappedOut;
-    vn_get_os_statistics(&swappedIn, &swappedOut);
+    (void)vn_get_os_statistics(&swappedIn, &swappedOut);
 }
 
 void useProcess() {

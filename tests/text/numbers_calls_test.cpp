@@ -107,25 +107,25 @@ TEST(CallsTest, Shortest) {
 
 TEST(CallsTest, Fixed) {
     EXPECT_EQ(callsForSamples([](char* buffer, double x) {
-                  vn_g_fmt_fixed(buffer, 512, 2, x);
-                  vn_g_fmt_fixed(buffer, 512, 100, x);
-                  vn_g_fmt_fixed(buffer, 5, 2, x);
+                  (void)vn_g_fmt_fixed(buffer, 512, 2, x);
+                  (void)vn_g_fmt_fixed(buffer, 512, 100, x);
+                  (void)vn_g_fmt_fixed(buffer, 5, 2, x);
               }),
               none);
 }
 
 TEST(CallsTest, Scientific) {
     EXPECT_EQ(callsForSamples([](char* buffer, double x) {
-                  vn_g_fmt_scientific(buffer, 512, 6, x);
-                  vn_g_fmt_scientific(buffer, 512, 100, x);
-                  vn_g_fmt_scientific(buffer, 5, 6, x);
+                  (void)vn_g_fmt_scientific(buffer, 512, 6, x);
+                  (void)vn_g_fmt_scientific(buffer, 512, 100, x);
+                  (void)vn_g_fmt_scientific(buffer, 5, 6, x);
               }),
               none);
 }
 
 // The general conversion: a lock for each new power of five, nothing once they are there.
 TEST(CallsTest, GeneralConversion) {
-    auto convert = [](char* buffer, double x) { vn_g_fmt_fixed(buffer, 512, -1, x); };
+    auto convert = [](char* buffer, double x) { (void)vn_g_fmt_fixed(buffer, 512, -1, x); };
     const Calls first = callsForSamples(convert);
     EXPECT_EQ(first.allocations, 0);
     EXPECT_LE(first.locks, 9);
