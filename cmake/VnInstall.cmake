@@ -14,7 +14,7 @@ install(TARGETS vncommon EXPORT vncommon-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
             COMPONENT runtime NAMELINK_COMPONENT development)
 install(DIRECTORY include/vncommon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    COMPONENT development FILES_MATCHING PATTERN "*.h")
+    COMPONENT development FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 if(TARGET vncommon_jar)
     install_jar(vncommon_jar DESTINATION ${VN_INSTALL_JAVADIR} COMPONENT development)
 endif()

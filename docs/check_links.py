@@ -22,8 +22,8 @@ for name, text in sorted(pages.items()):
             broken.append(f"{name}: {link}")
         if not (site / target).is_file() or (anchor and anchor not in anchors.get(target, ())):
             broken.append(f"{name}: {link}")
-for header in headers.glob("*.h"):
-    page = header.name.replace("_", "__").replace(".h", "_8h") + ".html"
+for header in [*headers.glob("*.h"), *headers.glob("*.hpp")]:
+    page = header.name.replace("_", "__").replace(".", "_8") + ".html"
     if "Detailed Description" not in pages.get(page, ""):
         broken.append(f"{header.name} has no page, or its page no description")
 if not pages or broken:

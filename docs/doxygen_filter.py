@@ -9,7 +9,8 @@ what Doxygen wants to see:
   - "---- Title ----" starts a group of declarations;
   - deeper indented lines are shown as they stand, everything else is running text in which no
     character has a meaning of its own.
-In pages (*.md) links become references, because Doxygen knows files by their names alone.
+In pages (*.md) links become references, because Doxygen knows files by their names alone. The C++
+header (*.hpp) is written for Doxygen and passes as it is.
 """
 import os
 import re
@@ -142,7 +143,7 @@ def page(path, text):
     def reference(target, shown):
         return f'@ref {target} "{" ".join(shown.split())}"'   # Doxygen wants it on one line
 
-    text = re.sub(r"\[([^\]]*)\]\((?:[^)\s]*/)?(\w+\.h)\)",
+    text = re.sub(r"\[([^\]]*)\]\((?:[^)\s]*/)?(\w+\.h(?:pp)?)\)",
                   lambda link: reference(link[2], link[1]), text)
     return re.sub(r"\[([^\]]*)\]\(([^)\s:]*\.md)\)",
                   lambda link: reference(label(link[2]), link[1]), text)
@@ -154,7 +155,7 @@ def main():
         text = file.read()
     if path.endswith(".md"):
         text = page(path, text)
-    else:
+    elif not path.endswith(".hpp"):
         text = Header(text).render()
     sys.stdout.write(text)
 

@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
-"""The public headers let every compiler at hand report typical mistakes, and no correct call."""
+"""The public headers let every compiler at hand report typical mistakes, and no correct call; the
+C++ header refuses what it cannot hold."""
 import argparse
+import pathlib
 import re
 import subprocess
 import sys
@@ -16,9 +18,9 @@ STRICT = ["-D_GNU_SOURCE", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-W
 def compile_only(compiler, language, *options, source, optimise="-O2"):
     """The warnings of one compilation as (line, warning), and all of its output."""
     command = [compiler, "-x", *language, optimise, f"-I{OPTIONS.include}", *options, "-S", "-o",
-               "/dev/null", FOLDER / source]
+               "/dev/null", source]
     done = subprocess.run(command, capture_output=True, text=True, check=False)
-    found = re.findall(rf"{source}:(\d+):\d+: warning: .*\[-W([\w-]+)", done.stderr)
+    found = re.findall(rf"{source.name}:(\d+):\d+: warning: .*\[-W([\w-]+)", done.stderr)
     return {(int(line), name) for line, name in found}, done
 
 
@@ -31,28 +33,67 @@ def variants():
                 yield compiler, language
 
 
+def cpp_variants():
+    return [(compiler, language) for compiler, language in variants() if language[0] == "c++"]
+
+
 class Attributes(unittest.TestCase):
-    def test_mistakes_are_reported(self):
-        lines = (FOLDER / "mistakes.c").read_text().splitlines()
+    def reported(self, source, compiler, language):
+        """Every marked line of the source draws the warning that its mark names."""
+        lines = (FOLDER / source).read_text().splitlines()
         expected = {(number, mark[1]) for number, line in enumerate(lines, 1)
                     if (mark := re.search(r"; +/\* ([a-z-]+) \*/$", line))}
-        self.assertGreater(len(expected), 80)
+        self.assertGreater(len(expected), 10)
+        found, done = compile_only(compiler, language, "-Wall", source=FOLDER / source)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        missed = [lines[number - 1].strip() for number, name in sorted(expected)
+                  if (number, name) not in found]
+        self.assertEqual(missed, [])
+        return len(expected), done.stderr
+
+    def test_mistakes_are_reported(self):
         for compiler, language in variants():
             with self.subTest(compiler=compiler, language=language):
-                found, done = compile_only(compiler, language, "-Wall", source="mistakes.c")
-                self.assertEqual(done.returncode, 0, done.stderr)
-                missed = [lines[number - 1].strip() for number, name in sorted(expected)
-                          if (number, name) not in found]
-                self.assertEqual(missed, [])
-                self.assertNotIn("[-Wreturn-type]", done.stderr)   # vn_outOfMemory never returns
+                count, output = self.reported("mistakes.c", compiler, language)
+                self.assertGreater(count, 80)
+                self.assertNotIn("[-Wreturn-type]", output)   # vn_outOfMemory never returns
+
+    def test_mistakes_with_the_cpp_header_are_reported(self):
+        for compiler, language in cpp_variants():
+            with self.subTest(compiler=compiler, language=language):
+                self.reported("mistakes.cpp", compiler, language)
+
+    def not_reported(self, source, compiler, language, *options):
+        for optimise in ["-O0", "-O2"]:
+            with self.subTest(compiler=compiler, language=language, optimise=optimise):
+                _, done = compile_only(compiler, language, *STRICT, *options, source=source,
+                                       optimise=optimise)
+                self.assertEqual((done.returncode, done.stderr), (0, ""))
 
     def test_correct_calls_are_not(self):
         for compiler, language in variants():
-            for optimise in ["-O0", "-O2"]:
-                with self.subTest(compiler=compiler, language=language, optimise=optimise):
-                    _, done = compile_only(compiler, language, *STRICT, source="correct.c",
-                                           optimise=optimise)
-                    self.assertEqual((done.returncode, done.stderr), (0, ""))
+            self.not_reported(FOLDER / "correct.c", compiler, language)
+
+    def test_the_cpp_header_is_used_without_a_warning(self):
+        """By the manual's example, and once per compiler by its own tests, which use all of it."""
+        tests = FOLDER.parents[1]
+        for compiler, language in cpp_variants():
+            self.not_reported(OPTIONS.example, compiler, language, "-fno-exceptions")
+        for compiler in support.present(OPTIONS.cxx_compilers):
+            _, done = compile_only(compiler, ("c++", "-std=c++20"), *STRICT, f"-I{tests}",
+                                   "-fsyntax-only", source=tests / "cpp" / "cpp_header_test.cpp")
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_what_the_cpp_header_refuses(self):
+        uses = (FOLDER / "refused.txt").read_text().splitlines()[1:]
+        uses.insert(0, "vn::vector<int> accepted;")
+        for compiler in support.present(OPTIONS.cxx_compilers):
+            for use in uses:
+                program = f"#include <vncommon/vncommon.hpp>\nvoid f() {{ {use} }}\n"
+                done = subprocess.run([compiler, "-x", "c++", "-std=c++17",
+                                       f"-I{OPTIONS.include}", "-fsyntax-only", "-"], input=program, text=True,
+                                      capture_output=True, check=False)
+                self.assertEqual(done.returncode == 0, "accepted" in use, f"{compiler}: {use}")
 
     def test_the_attributes_vanish_elsewhere(self):
         """As a compiler sees the headers that is neither gcc nor clang."""
@@ -71,4 +112,5 @@ class Attributes(unittest.TestCase):
 if __name__ == "__main__":
     arguments = argparse.ArgumentParser(description=__doc__)
     support.add_compilers(arguments)
+    arguments.add_argument("--example", type=pathlib.Path, required=True)
     support.main(arguments, sys.modules[__name__])

@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
-"""Every public header compiles alone, as C11 and as C++17, without a warning, with every compiler
-at hand; and vncommon.h includes all of them."""
+"""Every public header compiles alone, as C11 and as C++17, the C++ header as C++17 and as C++20,
+without a warning, with every compiler at hand; and vncommon.h includes all of the C headers."""
 import argparse
 import concurrent.futures
 import os
-import pathlib
 import re
 import subprocess
 import sys
@@ -13,7 +12,8 @@ import unittest
 import support
 
 OPTIONS = None
-WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-fsyntax-only"]
+WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror",
+            "-fsyntax-only"]
 
 
 def complaints(compiler, language, standard, header):
@@ -26,15 +26,20 @@ def complaints(compiler, language, standard, header):
 
 class Headers(unittest.TestCase):
     def setUp(self):
-        self.headers = sorted(path.name for path in (OPTIONS.include / "vncommon").glob("*.h"))
+        folder = OPTIONS.include / "vncommon"
+        self.headers = sorted(path.name for path in folder.glob("*.h"))
+        self.cpp_headers = sorted(path.name for path in folder.glob("*.hpp"))
 
     def test_each_compiles_alone(self):
-        languages = [("c", "-std=c11", support.present(OPTIONS.compilers)),
-                     ("c++", "-std=c++17", support.present(OPTIONS.cxx_compilers))]
+        compilers = support.present(OPTIONS.compilers)
+        cxx_compilers = support.present(OPTIONS.cxx_compilers)
+        languages = [("c", "-std=c11", compilers, self.headers),
+                     ("c++", "-std=c++17", cxx_compilers, self.headers + self.cpp_headers),
+                     ("c++", "-std=c++20", cxx_compilers, self.cpp_headers)]
         jobs = [(compiler, language, standard, header)
-                for language, standard, compilers in languages
-                for compiler in compilers for header in self.headers]
-        self.assertGreaterEqual(len(jobs), 2 * len(self.headers))
+                for language, standard, compilers, headers in languages
+                for compiler in compilers for header in headers]
+        self.assertGreaterEqual(len(jobs), 2 * (len(self.headers) + len(self.cpp_headers)))
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
             found = [text for text in pool.map(lambda job: complaints(*job), jobs) if text]
         self.assertEqual(found, [], "\n".join(found))

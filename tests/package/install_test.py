@@ -65,7 +65,7 @@ class Installed(unittest.TestCase):
         for name in [f"{library}/libvncommon.so.1", f"{library}/pkgconfig/vncommon.pc",
                      f"{library}/cmake/vncommon/vncommon-config.cmake",
                      f"{library}/cmake/vncommon/vncommon-config-version.cmake",
-                     *(f"include/vncommon/{path.name}" for path in source.glob("*.h"))]:
+                     *(f"include/vncommon/{path.name}" for path in source.glob("*.h*"))]:
             self.assertIn(name, installed)
 
     def test_the_printers_are_where_gdb_looks(self):

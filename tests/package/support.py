@@ -53,7 +53,7 @@ def check_hello(case, program, **keywords):
 
 def check_hello_cpp(case, program, **keywords):
     output = run([program], **keywords)
-    case.assertRegex(output, r" - \.1\n.* - \{1:\d+\.\d{6}, 2:\d+\.\d{6}\}\n$")
+    case.assertRegex(output, r' - Tick\("ACME",12\.5\)\n.* - \{1:\d+\.\d{6}, 2:\d+\.\d{6}\}\n$')
 
 
 def build_with_cmake(cmake, folder, *definitions):

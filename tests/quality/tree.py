@@ -16,4 +16,4 @@ def tracked_files():
 
 
 def code_files():
-    return [path for path in tracked_files() if path.endswith((".c", ".cpp", ".h"))]
+    return [path for path in tracked_files() if path.endswith((".c", ".cpp", ".h", ".hpp"))]

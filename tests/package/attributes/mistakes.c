@@ -4,30 +4,31 @@
 #include <vncommon/vncommon.h>
 
 /* clang-format off */
-void mistakes(FileLogger* logger, Vector* vector, HashMap* map, VN_ConfigFile* config,
-              VN_EventWriter* writer, VN_TimestampSet* stamps);
-void mistakes(FileLogger* logger, Vector* vector, HashMap* map, VN_ConfigFile* config,
-              VN_EventWriter* writer, VN_TimestampSet* stamps) {
-    CStringBuffer text;
-    vn_Semaphore semaphore;
-    vn_qtsQueue queue;
-    vn_qtsElement element;
-    VN_EventValue value = {NULL, VN_EventKind_Integer};
-    int fd = 0;
-    unsigned length = 1;
-    uint8_t bytes[1];
-    uint16_t units[1] = {0};
-    char line[1];
-    double rate;
-    void* address;
-    char* copy;
-    int count;
-    const char* constant;
-    vn_strbufInit(&text, 0);
-    vn_Semaphore_init(&semaphore, 0);
-    vn_qtsInit(&queue, 0);
+extern FileLogger* logger;
+extern Vector* vector;
+extern HashMap* map;
+extern VN_ConfigFile* config;
+extern VN_EventWriter* writer;
+extern VN_TimestampSet* stamps;
+extern CStringBuffer text;
+extern vn_Semaphore semaphore;
+extern vn_qtsQueue queue;
+extern vn_qtsElement element;
+extern VN_EventValue value;
+extern int fd;
+extern unsigned length;
+extern uint8_t bytes[1];
+extern uint16_t units[1];
+extern char line[1];
+extern double rate;
+extern void* address;
+extern char* copy;
+extern int count;
+extern const char* constant;
 
-    /* what has to be freed or looked at */
+/* What has to be freed or looked at: containers, sockets, memory. */
+void ignored_objects(void);
+void ignored_objects(void) {
     vn_malloc(1);                                                           /* unused-result */
     vn_realloc(NULL, 1);                                                    /* unused-result */
     vn_strdup("x");                                                         /* unused-result */
@@ -48,6 +49,11 @@ void mistakes(FileLogger* logger, Vector* vector, HashMap* map, VN_ConfigFile* c
     vn_HashMap_find(map, map);                                              /* unused-result */
     vn_HashMap_first(map);                                                  /* unused-result */
     vn_HashMap_last(map);                                                   /* unused-result */
+}
+
+/* The same: texts, files, configuration, events. */
+void ignored_texts(void);
+void ignored_texts(void) {
     vn_xmlEscapeString("x");                                                /* unused-result */
     vn_CstrToUTF8("x");                                                     /* unused-result */
     vn_cmdlineToUTF8("x");                                                  /* unused-result */
@@ -79,8 +85,11 @@ void mistakes(FileLogger* logger, Vector* vector, HashMap* map, VN_ConfigFile* c
     VN_TimestampSet_ctor();                                                 /* unused-result */
     VN_TimestampSet_copy(stamps);                                           /* unused-result */
     VN_TimestampSet_toString(stamps);                                       /* unused-result */
+}
 
-    /* what is called for its result alone */
+/* What is called for its result alone. */
+void useless(void);
+void useless(void) {
     vn_Vector_size(vector);                                                 /* unused-value */
     vn_Vector_empty(vector);                                                /* unused-value */
     vn_Vector_get(vector, 0);                                               /* unused-value */
@@ -108,8 +117,11 @@ void mistakes(FileLogger* logger, Vector* vector, HashMap* map, VN_ConfigFile* c
     VN_StringToLogLevel("x");                                               /* unused-value */
     VN_LogLevelToString(1);                                                 /* unused-value */
     VN_TimestampSet_getSize(stamps);                                        /* unused-value */
+}
 
-    /* null where it is outside the contract */
+/* Null where it is outside the contract. */
+void nulls(void);
+void nulls(void) {
     copy = vn_CstrToUTF8(NULL);                                             /* nonnull */
     copy = vn_UTF8ToCstr(NULL);                                             /* nonnull */
     copy = vn_getUTF8(NULL);                                                /* nonnull */
@@ -117,17 +129,17 @@ void mistakes(FileLogger* logger, Vector* vector, HashMap* map, VN_ConfigFile* c
     count = vn_UTF8CaseCmp("x", NULL);                                      /* nonnull */
     constant = vn_skipSpacesUTF8(NULL);                                     /* nonnull */
     vn_copyUTF8Char(NULL, "x");                                             /* nonnull */
+}
 
-    /* formats */
+/* Formats. */
+void formats(void);
+void formats(void) {
     VN_LogInfo("%s", 1);                                                    /* format */
     VN_LogError("%d", "x");                                                 /* format */
     VN_LogWarn("%s", 1);                                                    /* format */
     VN_DoLogV(7, "%d", 0.5);                                                /* format */
     FileLogger_LogInfo(logger, "%s", 1);                                    /* format */
     vn_strbufAppendFormat(&text, "%d", "x");                                /* format */
-    (void)copy;
-    (void)count;
-    (void)constant;
 }
 
 int ends(int known);
