@@ -25,7 +25,7 @@ VN_BEGIN_DECLS
  * If the file cannot be opened, "FAIL: " and the system's error go to standard error (as perror
  * writes them) and the answer is "Unknown CPU". Exhausted memory ends the process as in
  * failure.h. */
-VN_API const char* vn_getCPUDetails(void) VN_RETURNS_NONNULL;
+VN_API const char* vn_getCPUDetails(void);
 
 /* The Linux distribution, from the first of these files that can be opened:
  *     /etc/os-release, /usr/lib/os-release    NAME without its last byte, a blank, VERSION
@@ -41,7 +41,7 @@ VN_API const char* vn_getCPUDetails(void) VN_RETURNS_NONNULL;
  *     "Debian GNU/Linux 12 (bookworm)"    with both quotes, for the usual quoted values
  * and an unquoted value loses a byte of its own. Reading stops at the VERSION line, so a NAME
  * after it is not seen. */
-VN_API const char* vn_getFullPlatformName(void) VN_RETURNS_NONNULL;
+VN_API const char* vn_getFullPlatformName(void);
 
 /* The value of a line "key: value": two bytes after its first colon, or the line's terminator
  * if there is no colon or the line ends before. Never null, never beyond the terminator. */
