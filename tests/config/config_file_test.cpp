@@ -384,7 +384,7 @@ TEST(ConfigFileWalk, KeepsItsCursors) {
 TEST(ConfigFileWalk, ANewWalkLeavesTheEarlierCursorToTheCaller) {
     const Folder folder;
     VN_ConfigFile* config = nullptr;
-    VN_ConfigFile_Load(folder.write("file", "a\n[b]\nb\n").c_str(), &config);
+    (void)VN_ConfigFile_Load(folder.write("file", "a\n[b]\nb\n").c_str(), &config);
     VN_ConfigFileCategory_Release(VN_ConfigFile_GetFirstCategory(config));
     HashMapIterator* earlier = config->iterator;
     VN_ConfigFileCategory_Release(VN_ConfigFile_GetFirstCategory(config));
@@ -516,7 +516,7 @@ TEST_F(ConfigFileSearch, ReadErrorGivesNullAndKeepsTheConfiguration) {
 }
 
 VN_CHILD(unloadsBesideACursor) {
-    VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
+    (void)VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
     VN_ConfigFileCategory_Release(VN_ConfigFile_GetFirstCategory(VN_ConfigFile_Get()));
     HashMapIterator* cursor = VN_ConfigFile_Get()->iterator;
     const HashMapIterator before = *cursor;

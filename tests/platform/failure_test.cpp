@@ -240,8 +240,8 @@ using Report = void (*)();
 const std::map<std::string, Report> fatalReports = {
     {"checkError", [] { vn_checkError(5, "reading"); }},
     {"checkMemory", [] { vn_checkMemory(nullptr); }},
-    {"malloc", [] { vn_malloc(tooMuch); }},
-    {"realloc", [] { vn_realloc(nullptr, tooMuch); }},
+    {"malloc", [] { (void)vn_malloc(tooMuch); }},
+    {"realloc", [] { (void)vn_realloc(nullptr, tooMuch); }},
     {"strerror", [] { strerrorOf(ENOENT, 1); }},
     {"format", formatNothing},
     {"thread", [] { vn_createThread(nullptr, nullptr, false); }},

@@ -151,8 +151,8 @@ TEST(ConversionStack, IsEnoughForTheFormatters) {
         const size_t used = stackOf([value, precision = static_cast<int>(random() % 400) - 300] {
             char text[512];
             vn_g_fmt(text, value);
-            vn_g_fmt_fixed(text, sizeof text, precision, value);
-            vn_g_fmt_scientific(text, sizeof text, precision, value);
+            (void)vn_g_fmt_fixed(text, sizeof text, precision, value);
+            (void)vn_g_fmt_scientific(text, sizeof text, precision, value);
         });
         EXPECT_LE(used, nothing + conversionStack) << value;
         most = std::max(most, used);
