@@ -27,11 +27,25 @@
  * Rotation: the first logger of a process installs a handler for SIGHUP that reopens the file of
  * every logger as FileLogger_ReOpen does and then passes the signal on to the handler that was
  * there before, if there was one; a default or ignored disposition gets nothing, so SIGHUP no
- * longer ends the process. When the handler returns, every logger is on its new file. It is safe
- * at any moment, in the middle of malloc or of a call of this header too, and no line is lost by
- * it: a line written meanwhile is in the old file or in the new one. The handler is installed
- * without SA_RESTART, so system calls that wait return EINTR; threads of vn_createThread block
- * SIGHUP and do not notice. The library that holds the handler is never unloaded.
+ * longer ends the process. The handler never waits for a lock: if another thread, or the code that
+ * the signal interrupted, is just changing a destination or reopening, the handler leaves the
+ * reopening to it, and it is done as soon as that step is; otherwise every logger is on its new
+ * file when the handler returns. The handler is safe at any moment, in the middle of malloc, fork
+ * or a call of this header too, and no line is lost by it: a line written meanwhile is in the old
+ * file or in the new one. No other logger's line waits while a file takes long to open (a FIFO
+ * without a reader, a hung network file system); new loggers, changes of destination and fork() do.
+ * The handler is installed without SA_RESTART, so system calls that wait return EINTR; threads of
+ * vn_createThread block SIGHUP and do not notice. The library that holds the handler is never
+ * unloaded, except by a forked child whose parent had no logger: a child must not unload it.
+ *
+ * A reopening that fails moves the logger to standard error for good (openFailure): later SIGHUPs
+ * do not try the file again. Call FileLogger_SetFilename to return to it.
+ *
+ * Descriptors: programs that the process starts inherit the log's own descriptor, so that they can
+ * write to it; they do not inherit the second one that exists for a moment during a reopening.
+ *
+ * The calls that write lines are not async-signal-safe: they take a lock and use printf. A handler
+ * of the program, one that SIGHUP is passed on to included, must not log.
  *
  * Thread-safety: lines may be written and the level changed by any number of threads. Choose the
  * destination (SetFilename, SetFD, ReOpen, SetMutex) in one thread at a time; lines of other
@@ -41,7 +55,8 @@
  * logger's lock, so lines of different threads may stand some milliseconds out of order.
  *
  * After fork() the child logs on with the same descriptors; a logger's own lock is free in it
- * even if another thread of the parent held it. (A lock given by FileLogger_SetMutex is the
+ * even if another thread of the parent held it, and a first logger may be made in it. Any thread
+ * may fork at any time, a signal handler included; fork() leaves the signal mask alone. (A lock given by FileLogger_SetMutex is the
  * caller's to look after, and a thread that holds FileLogger_GetMutex must not fork. If the
  * program's own code calls localtime_r or its like in one thread while another forks, the C
  * library may leave its time zone lock locked in the child, whose next line then waits for ever;
@@ -49,7 +64,9 @@
  *
  * The result of write() is not looked at: a line that the system does not take (full disk, file
  * size limit, closed pipe, a signal that interrupts a wait on a pipe) is lost without a word, and
- * logging goes on with the next line. SIGPIPE and SIGXFSZ are not blocked: a process that lets
+ * logging goes on with the next line. A line of which the system takes only a part (a disk that
+ * becomes full, a pipe that is nearly full) is cut there, and the next line follows without a
+ * newline in between. SIGPIPE and SIGXFSZ are not blocked: a process that lets
  * them kill it is killed. errno is left as it was by the calls that write lines, and "%m" in a
  * format names the caller's errno. A thread is not cancelled in the middle of a line.
  *
@@ -149,8 +166,9 @@ VN_API vn_Mutex* FileLogger_GetMutex(const FileLogger* logger);
  * (giving the mutex in use only hands it to the caller). Nobody may hold or wait for it. */
 VN_API void FileLogger_SetMutex(FileLogger* logger, vn_Mutex* mutex);
 
-/* 9 to 3 for "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "CRIT" and 1 for "OFF", in any
- * case; 0 for null and for anything else. */
+/* 9 to 3 for "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "CRIT" and 1 for "OFF", in upper or
+ * lower case (ASCII, whatever the locale); 0 for null and for anything else. As a threshold 0
+ * silences everything, so check the result of a word that comes from outside. */
 VN_API uint32_t FileLogger_StringToLogLevel(const char* word) VN_PURE;
 
 /* The name of a level as in the table above, "NULL" for any other number. Static text. */
