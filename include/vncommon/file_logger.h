@@ -209,7 +209,7 @@ VN_API extern struct sigaction prevsighup;
 /* Installs the handler again after other code has taken SIGHUP over, which then becomes the one
  * that the signal is passed on to. While the handler is in force nothing changes. Other code may
  * itself call the handler it replaced: the signal is not passed round in a circle. Returns what
- * sigaction() returned, 0 on success. */
+ * sigaction() returned, 0 on success. Not in a signal handler. */
 VN_API int FileLogger_reinstallSignalHandler(void);
 
 VN_END_DECLS
