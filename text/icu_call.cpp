@@ -14,7 +14,10 @@ void afterFork() {
     }
 }
 
-const ForkHandlers forkHandlers([] { icuLock.prepareFork(); }, afterFork, afterFork);
+// Registered before the handler that may wait for a log file to open (registry.cpp), so that it
+// prepares a fork after that one.
+[[gnu::init_priority(103)]] const ForkHandlers forkHandlers([] { icuLock.prepareFork(); },
+                                                            afterFork, afterFork);
 
 }  // namespace
 
