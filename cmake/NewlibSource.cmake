@@ -1,47 +1,74 @@
 # Unpacks the C sources that are compiled into the library (FDLIBM, and netlib's
-# conversion between doubles and decimal text) out of Debian's newlib-source.
+# conversion between doubles and decimal text) out of a newlib release and corrects them.
 # Sets VN_NEWLIB_DIR to the folder that holds libm/ and libc/.
 #
-# The folder is named by the tarball's checksum, and the unpacking goes beside it
-# and is renamed into place, so that an interrupted configure leaves nothing half done.
-file(GLOB VN_NEWLIB_TARBALL /usr/src/newlib/newlib-*.tar.*)
-if(NOT VN_NEWLIB_TARBALL)
-    message(FATAL_ERROR "The newlib sources were not found below /usr/src/newlib. "
-                        "On Debian: apt-get install newlib-source")
+# Each folder of cmake/patches is named for a release and holds the corrections to it. They must
+# apply without fuzz, so that other upstream text is never compiled by accident.
+set(VN_NEWLIB_TARBALL "" CACHE FILEPATH
+    "Source tarball newlib-RELEASE.tar.*; empty: the newest known release below /usr/src/newlib")
+include(NewlibRelease)
+
+if(VN_NEWLIB_TARBALL)
+    if(NOT EXISTS ${VN_NEWLIB_TARBALL})
+        message(FATAL_ERROR "VN_NEWLIB_TARBALL: ${VN_NEWLIB_TARBALL} does not exist")
+    endif()
+    set(VN_NEWLIB_TARBALLS ${VN_NEWLIB_TARBALL})
+else()
+    file(GLOB VN_NEWLIB_TARBALLS CONFIGURE_DEPENDS /usr/src/newlib/newlib-*.tar.*)
 endif()
-list(GET VN_NEWLIB_TARBALL -1 VN_NEWLIB_TARBALL)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${VN_NEWLIB_TARBALL})
-file(SHA256 ${VN_NEWLIB_TARBALL} VN_NEWLIB_SHA256)
-set(VN_UPSTREAM_DIR ${CMAKE_BINARY_DIR}/upstream/${VN_NEWLIB_SHA256})
+if(NOT VN_NEWLIB_TARBALLS)
+    message(FATAL_ERROR "The newlib sources were not found below /usr/src/newlib. On Debian: "
+        "apt-get install newlib-source. Elsewhere: name the tarball with -DVN_NEWLIB_TARBALL=FILE.")
+endif()
+vn_choose_newlib("${VN_NEWLIB_TARBALLS}")
+message(STATUS "newlib ${VN_NEWLIB_RELEASE}: ${VN_NEWLIB_CHOSEN}")
+
+find_program(VN_PATCH patch)
+if(NOT VN_PATCH)
+    message(FATAL_ERROR "The program patch was not found. On Debian: apt-get install patch")
+endif()
+file(GLOB VN_NEWLIB_PATCHES CONFIGURE_DEPENDS ${VN_PATCHES}/${VN_NEWLIB_RELEASE}/*.patch)
+set_property(DIRECTORY APPEND PROPERTY
+    CMAKE_CONFIGURE_DEPENDS ${VN_NEWLIB_CHOSEN} ${VN_NEWLIB_PATCHES})
+
+# The folder is named by the checksum of all that goes into it, and is made beside and renamed
+# into place, so that an interrupted configure leaves nothing half done.
+set(VN_NEWLIB_CHECKSUMS)
+foreach(file IN LISTS VN_NEWLIB_CHOSEN VN_NEWLIB_PATCHES)
+    file(SHA256 ${file} checksum)
+    string(APPEND VN_NEWLIB_CHECKSUMS ${checksum})
+endforeach()
+string(SHA256 VN_NEWLIB_CHECKSUM "${VN_NEWLIB_CHECKSUMS}")
+set(VN_UPSTREAM_DIR ${CMAKE_BINARY_DIR}/upstream/${VN_NEWLIB_CHECKSUM})
+
+function(vn_apply_patch patch folder)
+    execute_process(
+        COMMAND ${VN_PATCH} --batch --forward --fuzz=0 --no-backup-if-mismatch --strip=1
+                --directory=${folder} --input=${patch}
+        RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    if(NOT status EQUAL 0)
+        message(FATAL_ERROR "${patch} does not apply to ${VN_NEWLIB_CHOSEN}:\n${output}")
+    endif()
+endfunction()
 
 if(NOT EXISTS ${VN_UPSTREAM_DIR})
-    message(STATUS "Unpacking ${VN_NEWLIB_TARBALL}")
     set(VN_UNPACKING ${VN_UPSTREAM_DIR}.unpacking)
     file(REMOVE_RECURSE ${VN_UNPACKING})
     file(MAKE_DIRECTORY ${VN_UNPACKING})
-    file(ARCHIVE_EXTRACT INPUT ${VN_NEWLIB_TARBALL} DESTINATION ${VN_UNPACKING}
+    file(ARCHIVE_EXTRACT INPUT ${VN_NEWLIB_CHOSEN} DESTINATION ${VN_UNPACKING}
          PATTERNS "*/newlib/libm/math/*.[ch]" "*/newlib/libm/common/*.[ch]"
                   "*/newlib/libc/stdlib/dtoa.c" "*/newlib/libc/stdlib/mprec.[ch]"
-                  "*/newlib/libc/stdlib/strtod.c" "*/newlib/libc/stdlib/gdtoa*"
-                  "*/newlib/libc/locale/setlocale.h")
+                  "*/newlib/libc/stdlib/strtod.c" "*/newlib/libc/stdlib/gdtoa*")
+    file(GLOB VN_NEWLIB_DIR ${VN_UNPACKING}/*/newlib)
+    if(NOT VN_NEWLIB_DIR)
+        message(FATAL_ERROR "${VN_NEWLIB_CHOSEN} does not hold a newlib folder")
+    endif()
+    foreach(patch IN LISTS VN_NEWLIB_PATCHES)
+        vn_apply_patch(${patch} ${VN_NEWLIB_DIR})
+    endforeach()
     file(RENAME ${VN_UNPACKING} ${VN_UPSTREAM_DIR})
 endif()
 file(GLOB VN_NEWLIB_DIR ${VN_UPSTREAM_DIR}/*/newlib)
-if(NOT VN_NEWLIB_DIR)
-    message(FATAL_ERROR "${VN_NEWLIB_TARBALL} does not hold a newlib folder")
-endif()
-
-# Replaces one piece of upstream text and insists on having found it exactly once, so
-# that another release cannot slip through uncorrected.
-function(vn_correct_text variable old new)
-    string(FIND "${${variable}}" "${old}" first)
-    string(FIND "${${variable}}" "${old}" last REVERSE)
-    if(first EQUAL -1 OR NOT first EQUAL last)
-        message(FATAL_ERROR "${VN_NEWLIB_TARBALL}: the text to correct was not found once: ${old}")
-    endif()
-    string(REPLACE "${old}" "${new}" corrected "${${variable}}")
-    set(${variable} "${corrected}" PARENT_SCOPE)
-endfunction()
 
 include(Fdlibm)
 include(NetlibConversion)

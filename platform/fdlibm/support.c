@@ -17,6 +17,11 @@ double __math_oflow(uint32_t negative) {
     return withSign(huge * huge, negative);
 }
 
+double __math_uflow(uint32_t negative) {
+    const volatile double tiny = 1e-300;
+    return withSign(tiny * tiny, negative);
+}
+
 double __math_divzero(uint32_t negative) {
     const volatile double zero = 0.0;
     return withSign(1.0 / zero, negative);
@@ -24,22 +29,4 @@ double __math_divzero(uint32_t negative) {
 
 double __math_invalid(double x) {
     return (x - x) / (x - x);
-}
-
-/* The upper half of x: few enough bits that the product of two such halves is exact. */
-static double upperHalf(double x) {
-    SET_LOW_WORD(x, 0);
-    return x;
-}
-
-/* A first quotient is corrected by the remainder that it leaves, which is exact because sum and
- * quotient are taken in halves. The order of operations decides the last bit: keep it. */
-double vn_fdNegativeReciprocal(double x, double tail) {
-    const double sum = x + tail;
-    const double sumHigh = upperHalf(sum);
-    const double sumLow = tail - (sumHigh - x);
-    const double quotient = -1.0 / sum;
-    const double quotientHigh = upperHalf(quotient);
-    const double remainder = 1.0 + quotientHigh * sumHigh;
-    return quotientHigh + quotient * (remainder + quotientHigh * sumLow);
 }

@@ -8,8 +8,8 @@ import tempfile
 import unittest
 
 SETUP = pathlib.Path(__file__).resolve().parents[2] / "scripts/setup"
-LIBRARY = ["g++", "cmake", "ninja-build", "libicu-dev", "libintelrdfpmath-dev", "newlib-source",
-           "nlohmann-json3-dev"]
+LIBRARY = ["g++", "cmake", "ninja-build", "patch", "libicu-dev", "libintelrdfpmath-dev",
+           "newlib-source", "nlohmann-json3-dev"]
 
 # As dpkg-query has it: status 1 as soon as one package is not known at all.
 QUERY = """#!/bin/bash

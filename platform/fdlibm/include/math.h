@@ -41,7 +41,4 @@
 /* Keeps code out that FDLIBM does not need and that asks for more of <math.h>. */
 #define HAVE_FAST_ROUND 0
 
-/* -1/(x+tail) with some 20 bits more than a plain division has; used by the tangent. */
-double vn_fdNegativeReciprocal(double x, double tail);
-
 #endif

@@ -34,6 +34,7 @@ struct _reent {
 #define _REENT_CHECK_MP(context)
 #define _REENT_MP_RESULT(context) ((context)->_result)
 #define _REENT_MP_RESULT_K(context) ((context)->_resultClass)
+#define _REENT_ERRNO(context) ((context)->_errno)
 
 /* netlib's answer to exhausted memory; _Balloc never returns null. */
 #define __assert_func(file, line, function, text) __builtin_trap()

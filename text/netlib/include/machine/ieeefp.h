@@ -1,0 +1,2 @@
+/* Where newer releases of newlib look for the byte order. */
+#include <ieeefp.h>
