@@ -104,7 +104,8 @@ void checkMalformed(const char* text, size_t length) {
 }
 
 bool isAscii(const std::string& text) {
-    return std::none_of(text.begin(), text.end(), [](char c) { return c < 0; });
+    return std::none_of(text.begin(), text.end(),
+                        [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
 }
 
 int sign(int value) {

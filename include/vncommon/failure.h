@@ -78,7 +78,8 @@ VN_API void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback);
 /* The way out of a process without memory; never returns. In this order:
  *  - writes "This process is out of memory... exiting\n" to descriptor 2 with one write();
  *  - calls the installed callback, if any;
- *  - with VN_ABORT_ON_OOM set, stops by a processor trap (an illegal instruction);
+ *  - with VN_ABORT_ON_OOM set, stops by a synchronous fault, which leaves a core dump; the signal
+ *    depends on processor and compiler (SIGILL on x86-64, SIGTRAP or SIGFPE elsewhere);
  *  - writes "memory used: vm=%f, rss=%f\n" (bytes) to descriptor 2, once per process;
  *  - vn_immediateExit(1).
  * Called again from inside the callback, it repeats the first line and skips both the callback
