@@ -28,16 +28,21 @@ def listed(folder):
     return names
 
 
+def run(command, text=None):
+    return subprocess.run(command, input=text, check=True, capture_output=True, text=True).stdout
+
+
 def exported(nm, library):
-    output = subprocess.run([nm, "-D", "-C", "--defined-only", library], check=True,
-                            capture_output=True, text=True).stdout
+    """Versions by name. Demangled by c++filt: llvm-nm demangles no name that has a version."""
     names = {}
-    for line in output.splitlines():
+    for line in run([nm, "-D", "--defined-only", library]).splitlines():
         kind, name = line[17:].split(" ", 1)
         if kind != "A":
             name, _, version = name.partition("@@VNCOMMON_")
             names[name] = version
-    return names
+    demangled = run(["c++filt"], "".join(name + "
+" for name in names)).splitlines()
+    return dict(zip(demangled, names.values()))
 
 
 def comment_above(header, name):

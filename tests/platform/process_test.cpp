@@ -197,7 +197,7 @@ int pretendedFrames = 0;  // 0: the real ones
 
 // Stands before the system's. A pretended stack is not closed by an empty entry, which the
 // system does only for stacks that it can follow to their end.
-extern "C" int backtrace(void** frames, int size) {
+extern "C" [[gnu::noinline]] int backtrace(void** frames, int size) {
     using Backtrace = int (*)(void**, int);
     static const Backtrace systems = reinterpret_cast<Backtrace>(dlsym(RTLD_NEXT, "backtrace"));
     if (pretendedFrames == 0) {
