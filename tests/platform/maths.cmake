@@ -42,6 +42,25 @@ add_test(NAME maths_symbols_test
             $<FILTER:$<TARGET_OBJECTS:vncommon_objects>,INCLUDE,/maths\\.cpp>
     COMMAND_EXPAND_LISTS)
 
+# signgam is the C library's under -flto, too: a small library of the same parts shows it, compiled
+# with the options that maths.cpp itself has. Left out with clang, which needs a linker plugin for it.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT VN_COVERAGE)
+    get_source_file_property(options ${PROJECT_SOURCE_DIR}/platform/maths.cpp
+        DIRECTORY ${PROJECT_SOURCE_DIR} COMPILE_OPTIONS)
+    set_source_files_properties(${PROJECT_SOURCE_DIR}/platform/maths.cpp PROPERTIES
+        COMPILE_OPTIONS "${options}")
+    add_library(maths_lto MODULE ${PROJECT_SOURCE_DIR}/platform/maths.cpp
+        ${PROJECT_SOURCE_DIR}/text/decimal.cpp $<TARGET_OBJECTS:vn_fdlibm>)
+    target_include_directories(maths_lto PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+    target_compile_options(maths_lto PRIVATE -flto)
+    target_link_libraries(maths_lto PRIVATE ${VN_PRIVATE_LIBRARIES})
+    target_link_options(maths_lto PRIVATE -flto -Wl,--exclude-libs,ALL)
+    add_test(NAME maths_lto_test
+        COMMAND Python3::Interpreter ${CMAKE_CURRENT_SOURCE_DIR}/check_maths_symbols.py
+                --nm ${CMAKE_NM} --library $<TARGET_FILE:maths_lto> $<TARGET_OBJECTS:vn_fdlibm>
+        COMMAND_EXPAND_LISTS)
+endif()
+
 # For a soak: the same program with a count of a million or more (10 s for two million).
 find_package(Java COMPONENTS Development)
 if(Java_JAVAC_EXECUTABLE)
