@@ -1,6 +1,8 @@
 // Doubles and decimals to text, and text to doubles.
 #include <vncommon/numbers.h>
 
+#include <cerrno>
+
 #include "values.h"
 
 namespace {
@@ -45,7 +47,8 @@ void sized(Records& records, Random& random) {
         const int precision =
             random.below(8) == 0 ? random.between(-4, 110) : random.between(0, 17);
         const bool tight = random.below(4) == 0;
-        record<format>(records, x, precision, tight ? random.between(0, 30) : roomy);
+        record<format>(records, x, precision,
+                       tight ? static_cast<unsigned>(random.below(31)) : roomy);
     }
 }
 
@@ -71,6 +74,16 @@ std::string exponent(Random& random, const char* letter, int bound) {
     return letter + std::string(signs[random.below(3)]) + std::to_string(random.between(0, bound));
 }
 
+// A subnormal, or one beside it, of so many digits that netlib's reader must stop taking them up.
+std::string longSubnormal(Random& random) {
+    std::string text = std::to_string(random.between(1, 9));
+    const int count = random.between(18, 24);
+    for (int i = 0; i < count; ++i) {
+        text += static_cast<char>('0' + random.below(10));
+    }
+    return text + ".251145e-" + std::to_string(count + random.between(305, 326));
+}
+
 // An integer halfway between two doubles, or beside that.
 std::string midpoint(Random& random) {
     const uint64_t odd = (uint64_t{1} << 53U) | (random.next() >> 11U) | 1U;
@@ -79,16 +92,36 @@ std::string midpoint(Random& random) {
 }
 
 std::string numberText(Random& random) {
-    constexpr const char* words[] = {"inf",   "Infinity", "nan",    "NaN(12)", "infinit",
-                                     "e5",    ".",        "0x",     "0xg",     "1e",
-                                     "1e+",   "1.e5",     "--1",    "",        "0x.p1",
-                                     "1e400", "4.9e-324", "2e-324", "1.8e308", "0x1p-1075"};
-    switch (random.below(8)) {
+    constexpr const char* words[] = {"inf",
+                                     "Infinity",
+                                     "nan",
+                                     "NaN(12)",
+                                     "infinit",
+                                     "e5",
+                                     ".",
+                                     "0x",
+                                     "0xg",
+                                     "1e",
+                                     "1e+",
+                                     "1.e5",
+                                     "--1",
+                                     "",
+                                     "0x.p1",
+                                     "1e400",
+                                     "4.9e-324",
+                                     "2e-324",
+                                     "1.8e308",
+                                     "0x1p-1075",
+                                     "0x1p4294967296",
+                                     "-0x1p-4294967296"};
+    switch (random.below(9)) {
         case 0:
             return words[random.below(std::size(words))];
         case 1:
             return midpoint(random);
         case 2:
+            return longSubnormal(random);
+        case 3:
             return "0x" + digits(random, "0123456789abcdefABCDEF", 22) +
                    exponent(random, "p", random.below(2) == 0 ? 60 : 1100);
         default:
@@ -105,8 +138,11 @@ void reading(Records& records, Random& random) {
         const std::string text = before[random.below(std::size(before))] + numberText(random) +
                                  after[random.below(std::size(after))];
         char* end = nullptr;
+        errno = 0;
         const double x = vn_strtod(text.c_str(), &end);
-        records.add(hexOfBytes(text), resultText(x) + " " + std::to_string(end - text.c_str()));
+        const char* range = errno == 0 ? "" : errno == ERANGE ? " out of range" : " other error";
+        records.add(hexOfBytes(text),
+                    resultText(x) + " " + std::to_string(end - text.c_str()) + range);
     }
 }
 

@@ -187,6 +187,13 @@ HEXADECIMAL = re.compile(rb"[ \t\n\v\f\r]*([+-]?)0[xX]([0-9a-fA-F]+\.?[0-9a-fA-F
 WORD = re.compile(rb"[ \t\n\v\f\r]*([+-]?)(inf(?:inity)?|nan(?:\([0-9a-f]+\))?)", re.I)
 
 
+def out_of_range(value, digits):
+    """netlib reports overflow, and digits that are not all zeros but give zero."""
+    overflow = math.isinf(value) and not digits.lower().startswith(b"inf")
+    vanished = value == 0 and digits.strip(b"0.") != b""
+    return " out of range" if overflow or vanished else ""
+
+
 def reading(text):
     text = bytes.fromhex(text)
     found = HEXADECIMAL.match(text)
@@ -195,14 +202,14 @@ def reading(text):
             value = float.fromhex(found.group().decode().strip())
         except OverflowError:
             value = -math.inf if found.group(1) == b"-" else math.inf
-        return f"{bits(value)} {found.end()}"
+        return f"{bits(value)} {found.end()}{out_of_range(value, found.group(2))}"
     found = DECIMAL.match(text) or WORD.match(text)
     if not found:
         return f"{bits(0.0)} 0"
     if re.match(rb"\s*[+-]0[xX]", text):
         return f"{bits(0.0)} {found.end()}"  # netlib: no digits after the x, and the sign is lost
-    word = found.group().decode().split("(")[0]
-    return f"{bits(float(word))} {found.end()}"
+    value = float(found.group().decode().split("(")[0])
+    return f"{bits(value)} {found.end()}{out_of_range(value, found.group(2))}"
 
 
 def decimal_text(word):
