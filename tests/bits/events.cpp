@@ -19,7 +19,7 @@ std::string randomText(Random& random) {
 // Adds one value that is no child, and gives its description.
 std::string addPlain(VN_EventWriter* writer, Random& random) {
     const std::string text = randomText(random);
-    const uint64_t bits = random.next() >> random.below(64);
+    const uint64_t bits = random.shorter();
     const double x = randomDouble(random);
     switch (random.below(7)) {
         case 0:

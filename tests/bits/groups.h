@@ -25,7 +25,7 @@ constexpr uint64_t fnv(std::string_view text, uint64_t hash = fnvOffset) {
     return hash;
 }
 
-// SplitMix64.
+// SplitMix64. Never draw twice in one expression: compilers differ in the order of evaluation.
 class Random {
   public:
     explicit Random(uint64_t seed) : state_(seed) {}
@@ -35,6 +35,11 @@ class Random {
         z = (z ^ (z >> 30U)) * 0xbf58476d1ce4e5b9U;
         z = (z ^ (z >> 27U)) * 0x94d049bb133111ebU;
         return z ^ (z >> 31U);
+    }
+    // With so many of the highest bits taken off, at least.
+    uint64_t shorter(uint64_t least = 0) {
+        const uint64_t bits = next();
+        return bits >> (least + below(64 - least));
     }
     uint64_t below(uint64_t bound) { return next() % bound; }
     int between(int least, int most) {

@@ -36,7 +36,7 @@ double second(double x, Random& random) {
         case 1:
             return random.between(-100, 100);
         case 2:  // an odd integer up to 2^53
-            return static_cast<double>(random.next() >> (11 + random.below(40)) | 1U);
+            return static_cast<double>(random.shorter(11) | 1U);
         case 3:
             return static_cast<double>(random.between(-4000, 4000)) * 0.25;
         default:

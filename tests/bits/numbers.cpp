@@ -71,7 +71,8 @@ std::string exponent(Random& random, const char* letter, int bound) {
     if (random.below(3) == 0) {
         return "";
     }
-    return letter + std::string(signs[random.below(3)]) + std::to_string(random.between(0, bound));
+    const std::string sign = signs[random.below(3)];
+    return letter + sign + std::to_string(random.between(0, bound));
 }
 
 // A subnormal, or one beside it, of so many digits that netlib's reader must stop taking them up.
@@ -88,32 +89,37 @@ std::string longSubnormal(Random& random) {
 std::string midpoint(Random& random) {
     const uint64_t odd = (uint64_t{1} << 53U) | (random.next() >> 11U) | 1U;
     const uint64_t value = odd << random.below(11);
-    return std::to_string(value + random.below(3) - 1) + (random.below(2) == 0 ? "" : ".0000001");
+    const std::string text = std::to_string(value + random.below(3) - 1);
+    return random.below(2) == 0 ? text : text + ".0000001";
 }
 
+// What is no number, or an odd one.
+constexpr const char* words[] = {"inf",
+                                 "Infinity",
+                                 "nan",
+                                 "NaN(12)",
+                                 "infinit",
+                                 "e5",
+                                 ".",
+                                 "0x",
+                                 "0xg",
+                                 "1e",
+                                 "1e+",
+                                 "1.e5",
+                                 "--1",
+                                 "",
+                                 "0x.p1",
+                                 "1e400",
+                                 "4.9e-324",
+                                 "2e-324",
+                                 "1.8e308",
+                                 "0x1p-1075",
+                                 "0x1p4294967296",
+                                 "-0x1p-4294967296"};
+
 std::string numberText(Random& random) {
-    constexpr const char* words[] = {"inf",
-                                     "Infinity",
-                                     "nan",
-                                     "NaN(12)",
-                                     "infinit",
-                                     "e5",
-                                     ".",
-                                     "0x",
-                                     "0xg",
-                                     "1e",
-                                     "1e+",
-                                     "1.e5",
-                                     "--1",
-                                     "",
-                                     "0x.p1",
-                                     "1e400",
-                                     "4.9e-324",
-                                     "2e-324",
-                                     "1.8e308",
-                                     "0x1p-1075",
-                                     "0x1p4294967296",
-                                     "-0x1p-4294967296"};
+    const bool small = random.below(2) == 0;
+    std::string text;
     switch (random.below(9)) {
         case 0:
             return words[random.below(std::size(words))];
@@ -122,12 +128,11 @@ std::string numberText(Random& random) {
         case 2:
             return longSubnormal(random);
         case 3:
-            return "0x" + digits(random, "0123456789abcdefABCDEF", 22) +
-                   exponent(random, "p", random.below(2) == 0 ? 60 : 1100);
+            text = "0x" + digits(random, "0123456789abcdefABCDEF", 22);
+            return text + exponent(random, "p", small ? 60 : 1100);
         default:
-            return digits(random, "0123456789", 10) + exponent(random,
-                                                               random.below(2) == 0 ? "e" : "E",
-                                                               random.below(2) == 0 ? 25 : 345);
+            text = digits(random, "0123456789", 10);
+            return text + exponent(random, small ? "e" : "E", small ? 25 : 345);
     }
 }
 
@@ -135,8 +140,9 @@ void reading(Records& records, Random& random) {
     constexpr const char* before[] = {"", "", "", "-", "+", " ", "\t-"};
     constexpr const char* after[] = {"", "", "", " ", "x", "e", "."};
     for (int i = 0; i < randomCalls; ++i) {
-        const std::string text = before[random.below(std::size(before))] + numberText(random) +
-                                 after[random.below(std::size(after))];
+        std::string text = before[random.below(std::size(before))];
+        text += numberText(random);
+        text += after[random.below(std::size(after))];
         char* end = nullptr;
         errno = 0;
         const double x = vn_strtod(text.c_str(), &end);
@@ -161,7 +167,7 @@ void decimal(Records& records, Random& random) {
     }
     for (int i = 0; i < randomCalls; ++i) {
         const uint64_t bits = random.next();
-        const uint64_t coefficient = random.next() >> random.between(11, 63);
+        const uint64_t coefficient = random.shorter(11);
         const uint64_t exponent = random.below(768);
         recordDecimal(records, random.below(2) == 0 ? bits
                                                     : (bits & (uint64_t{1} << 63U)) |

@@ -32,9 +32,8 @@ void stringHash(Records& records, Random& random) {
 void stringOrder(Records& records, Random& random) {
     for (int i = 0; i < randomCalls; ++i) {
         const std::string a = randomBytes(random, 8);
-        const std::string b = random.below(2) == 0
-                                  ? randomBytes(random, 8)
-                                  : a.substr(0, random.below(9)) + randomBytes(random, 1);
+        std::string b = random.below(2) == 0 ? "" : a.substr(0, random.below(9));
+        b += randomBytes(random, b.empty() ? 8 : 1);
         records.add(hexOfBytes(a) + " " + hexOfBytes(b),
                     std::to_string(sign(vn_String_compare(a.c_str(), b.c_str()))));
     }
@@ -77,14 +76,15 @@ std::string integerText(Random& random) {
     constexpr const char* before[] = {"", "", "", " ", "\t", "\n", "-", "+", "- ", "--"};
     constexpr const char* after[] = {"", "", " ", "x", "0", ".5", "g"};
     std::string text = before[random.below(std::size(before))];
-    const uint64_t value = random.next() >> random.below(64);
+    const uint64_t value = random.shorter();
+    const uint64_t end = random.below(2) == 0 ? uint64_t{1} << 63U : 0;
     switch (random.below(4)) {
         case 0:
             text += random.below(2) == 0 ? "0x" : "0X0";
             text += hex(value, random.between(0, 18));
             break;
         case 1:  // beside the ends of the ranges
-            text += std::to_string((uint64_t{1} << random.between(62, 63)) - 2 + random.below(4));
+            text += std::to_string(end - 2 + random.below(4));
             break;
         default:
             text += std::to_string(value);

@@ -58,7 +58,8 @@ std::string anyText(Random& random) {
     if (!text.empty() && random.below(2) == 0) {
         const auto byte = static_cast<char>(static_cast<unsigned char>(1 + random.below(255)));
         const size_t at = random.below(text.size());
-        text.replace(at, random.below(2), random.below(3), byte);
+        const size_t gone = random.below(2);
+        text.replace(at, gone, random.below(3), byte);
     }
     return text;
 }

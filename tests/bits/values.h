@@ -124,10 +124,13 @@ inline const std::vector<double> specialDoubles = {0,
                                                    fromBits(0x7ff0000000000000U),
                                                    fromBits(0x7ff8000000000000U)};
 
+constexpr uint64_t signBit = uint64_t{1} << 63U;
+
 // A few units in the last place beside x, of either sign.
 inline double beside(double x, Random& random) {
-    return fromBits(((toBits(x) + random.below(33) - 16) & ~(uint64_t{1} << 63U)) |
-                    (random.next() & (uint64_t{1} << 63U)));
+    const uint64_t near = toBits(x) + random.below(33) - 16;
+    const uint64_t sign = random.next() & signBit;
+    return fromBits((near & ~signBit) | sign);
 }
 
 inline double randomDouble(Random& random) {
