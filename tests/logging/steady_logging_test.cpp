@@ -21,6 +21,8 @@ std::atomic<long> allocations{0};
 }
 
 #ifndef VN_CANNOT_COUNT
+// Visible to the shared libraries of the program, whose calls are meant.
+#pragma GCC visibility push(default)
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
@@ -39,6 +41,7 @@ void* realloc(void* block, size_t size) {
     return __libc_realloc(block, size);
 }
 }
+#pragma GCC visibility pop
 #endif
 
 namespace {
