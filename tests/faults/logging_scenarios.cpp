@@ -78,8 +78,11 @@ void writeLines() {
           (failed("vsnprintf") && holds(file, " - %s\n")));
     inject([&] { FileLogger_LogWarn(logger, "%s", longText.c_str()); });
     const std::string longLine = readFile(file).substr(written.size());
-    CHECK(failed() || longLine.find(longText + "\n") != std::string::npos);
-    if (failed("malloc") && !failed("write")) {  // cut to the room there is
+    const bool whole = longLine.find(longText + "\n") != std::string::npos;
+    CHECK(failed() || whole);
+    // Cut to the room there is. glibc 2.41: strerror_r allocates, too, so a malloc that failed need
+    // not be the line's.
+    if (!whole && failed("malloc") && !failed("write")) {
         CHECK(longLine.size() > 1000 && longLine.size() < 1024 && longLine.back() == '\n');
     }
     inject([&] { FileLogger_SetLogLevel(logger, 3); });
