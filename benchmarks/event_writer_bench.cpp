@@ -135,7 +135,8 @@ struct RapidJson {
         rapidjson::StringBuffer text;
         rapidjson::Writer<rapidjson::StringBuffer> writer(text);
         event.Accept(writer);
-        benchmark::DoNotOptimize(text.GetString()[0]);
+        char first = text.GetString()[0];
+        benchmark::DoNotOptimize(first);
     }
     rapidjson::Document event;
 };
@@ -177,7 +178,7 @@ struct Nlohmann {
     };
 
     void render() const {
-        const std::string text = event.dump();
+        std::string text = event.dump();
         benchmark::DoNotOptimize(text[0]);
     }
     nlohmann::json event;

@@ -59,7 +59,7 @@ BENCHMARK(vnChar8ToInt64)->Apply(digits);
 void stdFromChars(benchmark::State& state) {
     parseNumbers(state, [](const std::string& number) {
         int64_t value = 0;
-        const auto result = std::from_chars(number.data(), number.data() + number.size(), value);
+        auto result = std::from_chars(number.data(), number.data() + number.size(), value);
         benchmark::DoNotOptimize(result.ptr);
         return value + static_cast<int64_t>(result.ec);
     });

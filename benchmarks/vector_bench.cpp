@@ -75,7 +75,7 @@ struct Glib {
 #ifdef VN_HAVE_APR_1
 struct Apr {
     Apr() {
-        static const apr_status_t started = apr_initialize();
+        static apr_status_t started = apr_initialize();
         benchmark::DoNotOptimize(started);
         // With an allocator of its own, which gives its memory back as the others' free does; the
         // global one would keep it for the next round.
