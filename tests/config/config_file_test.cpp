@@ -416,7 +416,8 @@ TEST(ConfigFileWalk, ThousandsOfEntriesComeAndGo) {
     std::string content;
     Entries expected;
     for (int i = 0; i < 10'000; ++i) {
-        expected.push_back("entry " + std::to_string(i) + std::string(i % 60, 'x'));
+        expected.push_back("entry " + std::to_string(i) +
+                           std::string(static_cast<size_t>(i % 60), 'x'));
         content += expected.back() + "\n";
     }
     const std::string name = folder.write("file", content);

@@ -370,14 +370,16 @@ extern "C" void interposed_free(void* block) {
 
 // ---- Everything else ----
 
-#define VN_CALL(type, name, usualError, traits, parameters, arguments, onFailure)                 \
-    extern "C" type interposed_##name parameters VN_STANDS_FOR(name);                             \
-    extern "C" type interposed_##name parameters {                                                \
-        static const auto real = reinterpret_cast<type(*) parameters>(next(#name));               \
-        if (const int error = decide({#name, usualError, traits}, __builtin_return_address(0))) { \
-            onFailure;                                                                            \
-        }                                                                                         \
-        return real arguments;                                                                    \
+#define VN_CALL(type, name, usualError, traits, parameters, arguments, onFailure)   \
+    extern "C" type interposed_##name parameters VN_STANDS_FOR(name);               \
+    extern "C" type interposed_##name parameters {                                  \
+        static const auto real = reinterpret_cast<type(*) parameters>(next(#name)); \
+        [[maybe_unused]] const int error =                                          \
+            decide({#name, usualError, traits}, __builtin_return_address(0));       \
+        if (error != 0) {                                                           \
+            onFailure;                                                              \
+        }                                                                           \
+        return real arguments;                                                      \
     }
 
 // Reports through errno.
