@@ -279,7 +279,9 @@ bool useLogger() {
     const bool right = FileLogger_SetFilename(logger, "/dev/null", 0, 1) == 0;
     FileLogger_LogInfo(logger, "line %d", 1);
     FileLogger_ReOpen(logger);
+    char* buffer = logger->buffer;  // which FileLogger_dtor leaves
     FileLogger_dtor(logger);
+    vn_free(buffer);
     return right;
 }
 
