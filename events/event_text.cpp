@@ -1,4 +1,4 @@
-// Event writer, rendering: one walk over the tree, three things to do on the way.
+// Event writer, rendering: one walk over the tree (event_walk.h), three outputs for it.
 //
 //  - Length counts (VN_EventWriter_strlen).
 //  - BoundedText writes into a caller's buffer with all the limits that the interface promises
@@ -9,25 +9,23 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
-#include <iterator>
 #include <string_view>
 
+#include "events/event_walk.h"
 #include "text/numbers.h"
+
+using vncommon::Decimal;
+using vncommon::Walk;
 
 namespace {
 
 // More than any number takes: an integer 20 bytes, a float 24, a decimal 22, and a terminator.
 constexpr size_t numberSize = 32;
-
-const char* orEmpty(const char* text) {
-    return text == nullptr ? "" : text;
-}
 
 // The letter behind the backslash that stands for a byte, 0 for the bytes that stand for
 // themselves.
@@ -93,213 +91,35 @@ bool needsEscapes(std::string_view text) {
     return text.find('"') != none || text.find('\\') != none;
 }
 
-// --- The walk ----------------------------------------------------------------------------------
-
-// A writer whose text has begun and not ended. A step is an element, or half an entry of a
-// dictionary: its key, or its value. Those below `step` are written.
-struct OpenWriter {
-    const VN_EventWriter* writer;
-    uint64_t step;
-    uint32_t kind;
-};
-
-// The open writers, innermost last. On the heap beyond the usual depth, never on the machine's
-// stack: values may nest without a bound.
-class OpenWriters {
-  public:
-    OpenWriters() = default;
-    OpenWriters(const OpenWriters&) = delete;
-    OpenWriters& operator=(const OpenWriters&) = delete;
-    ~OpenWriters() {
-        if (entries != usual) {
-            free(entries);
-        }
-    }
-
-    void push(const VN_EventWriter* writer, uint32_t kind) {
-        if (depth == capacity) {
-            grow();
-        }
-        entries[depth++] = {writer, 0, kind};
-    }
-    void pop() { --depth; }
-    OpenWriter& innermost() { return entries[depth - 1]; }
-    size_t size() const { return depth; }
-
-  private:
-    void grow() {
-        capacity *= 2;
-        const size_t size = capacity * sizeof(OpenWriter);
-        if (entries == usual) {
-            entries = static_cast<OpenWriter*>(malloc(size));
-            memcpy(entries, usual, sizeof usual);
-        } else {
-            entries = static_cast<OpenWriter*>(realloc(entries, size));
-        }
-    }
-
-    OpenWriter usual[16];
-    OpenWriter* entries = usual;
-    size_t depth = 0;
-    size_t capacity = std::size(usual);
-};
-
-template <typename Output>
-class Walk {
-  public:
-    explicit Walk(Output& output) : out(output) {}
-
-    void render(const VN_EventValue* value, uint32_t kind) {
-        if (value != nullptr) {
-            write(*value, kind);
-        }
-        while (open.size() > 0) {
-            resume();
-        }
-    }
-
-  private:
-    // Writes a value, or the beginning of one that holds others.
-    void write(const VN_EventValue& value, uint32_t kind) {
-        const auto word = std::bit_cast<uint64_t>(value.payload);
-        const auto* text = static_cast<const char*>(value.payload);
-        const auto* child = static_cast<const VN_EventWriter*>(value.payload);
-        switch (kind) {
-            case VN_EventKind_Integer:
-                return out.integer(static_cast<int64_t>(word));
-            case VN_EventKind_String:
-                return out.string(orEmpty(text));
-            case VN_EventKind_Character:
-                return out.character(static_cast<char>(word));
-            case VN_EventKind_Float:
-                return out.number(std::bit_cast<double>(word));
-            case VN_EventKind_Decimal:
-                return out.decimal(word);
-            case VN_EventKind_Boolean:
-                return out.boolean((word & 0xFF) != 0);
-            case VN_EventKind_Sequence:
-                return begin('[', child, kind);
-            case VN_EventKind_Dictionary:
-                return begin('{', child, kind);
-            case VN_EventKind_Event:
-                return beginEvent(child);
-            case VN_EventKind_Unformatted:
-                return out.unformatted(orEmpty(text));
-            default:
-                return;
-        }
-    }
-
-    void begin(char bracket, const VN_EventWriter* writer, uint32_t kind) {
-        out.single(bracket);
-        if (writer == nullptr) {
-            out.absentWriter();
-        } else {
-            open.push(writer, kind);
-        }
-    }
-
-    void beginEvent(const VN_EventWriter* event) {
-        if (event != nullptr && event->name != nullptr) {
-            out.name(event->name);
-            begin('(', event, VN_EventKind_Event);
-        }
-    }
-
-    // Goes on with the innermost writer until it ends or another one begins in it.
-    void resume() {
-        OpenWriter& innermost = open.innermost();
-        switch (innermost.kind) {
-            case VN_EventKind_Sequence:
-                return resumeList(innermost, ']');
-            case VN_EventKind_Event:
-                return resumeList(innermost, ')');
-            default:
-                return resumeDictionary(innermost);
-        }
-    }
-
-    void resumeList(OpenWriter& list, char bracket) {
-        const size_t depth = open.size();
-        const Vector& values = *list.writer->values;
-        while (list.step < values.size) {
-            if (list.step > 0) {
-                out.single(',');
-            }
-            writeItem(values, list.step++);
-            if (open.size() != depth) {
-                return;
-            }
-        }
-        end(bracket);
-    }
-
-    void resumeDictionary(OpenWriter& dictionary) {
-        const size_t depth = open.size();
-        const Vector& keys = *dictionary.writer->keys;
-        const Vector& values = *dictionary.writer->values;
-        while (dictionary.step / 2 < values.size) {
-            const uint64_t entry = dictionary.step / 2;
-            const bool isKey = dictionary.step++ % 2 == 0;
-            if (!isKey) {
-                out.single(':');
-            } else if (entry > 0) {
-                out.single(',');
-            }
-            writeItem(isKey ? keys : values, entry);  // a missing key is empty
-            if (open.size() != depth) {
-                return;
-            }
-        }
-        end('}');
-    }
-
-    void writeItem(const Vector& values, uint64_t index) {
-        if (index < values.size) {
-            const auto* value = static_cast<const VN_EventValue*>(values.data[index]);
-            if (value != nullptr) {
-                write(*value, value->kind);
-            }
-        }
-    }
-
-    void end(char bracket) {
-        out.single(bracket);
-        open.pop();
-    }
-
-    Output& out;
-    OpenWriters open;
-};
-
 // --- Formatted pieces --------------------------------------------------------------------------
+
+// Writes a number at an area of numberSize bytes and returns its end.
+char* writeNumber(char* area, int64_t value) {
+    return std::to_chars(area, area + numberSize, value).ptr;
+}
+
+char* writeNumber(char* area, double value) {
+    return vncommon::writeShortest(area, value);
+}
+
+char* writeNumber(char* area, Decimal value) {
+    vn_dec_to_string(value.bits, area);
+    return area + strlen(area);
+}
 
 // The text of a number in a small area of its own.
 class NumberText {
   public:
-    static NumberText of(int64_t value) {
-        NumberText text;
-        text.length = static_cast<size_t>(
-            std::to_chars(text.area, text.area + numberSize, value).ptr - text.area);
-        return text;
-    }
-    static NumberText of(double value) {
-        NumberText text;
-        text.length = static_cast<size_t>(vncommon::writeShortest(text.area, value) - text.area);
-        return text;
-    }
-    static NumberText ofDecimal(uint64_t value) {
-        NumberText text;
-        vn_dec_to_string(value, text.area);
-        text.length = strlen(text.area);
-        return text;
-    }
-    operator std::string_view() const { return {area, length}; }
+    template <typename Number>
+    explicit NumberText(Number value) : end_(writeNumber(area_, value)) {}
+    NumberText(const NumberText&) = delete;
+    NumberText& operator=(const NumberText&) = delete;
+
+    std::string_view text() const { return {area_, static_cast<size_t>(end_ - area_)}; }
 
   private:
-    NumberText() = default;
-    char area[numberSize];
-    size_t length;
+    char area_[numberSize];
+    char* end_;
 };
 
 std::string_view booleanText(bool value) {
@@ -315,9 +135,10 @@ class Length {
     void single(char) { ++count; }
     // The closing bracket counts although it is never written; callers rely on the figure.
     void absentWriter() { ++count; }
-    void integer(int64_t value) { add(NumberText::of(value)); }
-    void number(double value) { add(NumberText::of(value)); }
-    void decimal(uint64_t value) { add(NumberText::ofDecimal(value)); }
+    template <typename Number>
+    void number(Number value) {
+        add(NumberText(value).text());
+    }
     void character(char) { count += 3; }
     void boolean(bool value) { add(booleanText(value)); }
     void unformatted(std::string_view text) { add(text); }
@@ -349,15 +170,17 @@ class BoundedText {
         }
     }
     void absentWriter() {}
-    void integer(int64_t value) { piece({NumberText::of(value)}, limit - position + 1); }
-    void number(double value) { piece({NumberText::of(value)}, limit - position + 1); }
-    void decimal(uint64_t value) {
-        const NumberText number = NumberText::ofDecimal(value);
-        const std::string_view text = number;
-        piece({text}, limit - position + 1 + static_cast<int64_t>(text.size()));
+    template <typename Number>
+    void number(Number value) {
+        piece({NumberText(value).text()}, room());
     }
-    void character(char c) { piece({"\"", {&c, 1}, "\""}, limit - position + 1); }
-    void boolean(bool value) { piece({booleanText(value)}, limit - position + 1); }
+    void number(Decimal value) {
+        const NumberText number(value);
+        const auto length = static_cast<int64_t>(number.text().size());
+        piece({number.text()}, room() + length);
+    }
+    void character(char c) { piece({"\"", {&c, 1}, "\""}, room()); }
+    void boolean(bool value) { piece({booleanText(value)}, room()); }
     void unformatted(std::string_view text) {
         if (position < limit) {
             piece({text}, limit - position);
@@ -372,7 +195,7 @@ class BoundedText {
     }
     void string(std::string_view text) {
         if (!needsEscapes(text)) {
-            return piece({"\"", text, "\""}, limit - position + 1);
+            return piece({"\"", text, "\""}, room());
         }
         single('"');
         for (const char c : text) {
@@ -386,6 +209,9 @@ class BoundedText {
     }
 
   private:
+    // What is left up to the limit and a terminator.
+    int64_t room() const { return limit - position + 1; }
+
     // Writes as much as the budget holds beside a terminator, and moves on by the whole length.
     void piece(std::initializer_list<std::string_view> parts, int64_t budget) {
         char* at = buffer + position;
@@ -415,14 +241,18 @@ class GrowingText {
     GrowingText(const GrowingText&) = delete;
     GrowingText& operator=(const GrowingText&) = delete;
 
-    // Ends the text and hands it over in a block of its exact size.
+    // Ends the text and hands it over in a block of which at most a quarter is unused.
+    //
+    // glibc 2.36: a block above the mmap threshold is mapped, and its pages fault, for every text
+    // until a block of that size has been freed. Cut to its text it would be a smaller one.
     char* take() {
         single('\0');
         const auto size = static_cast<size_t>(at - begin);
-        if (begin != usual) {
-            return static_cast<char*>(realloc(begin, size));
+        if (begin == usual) {
+            return static_cast<char*>(memcpy(malloc(size), begin, size));
         }
-        return static_cast<char*>(memcpy(malloc(size), begin, size));
+        const bool filled = static_cast<size_t>(end - at) <= size / 3;
+        return filled ? begin : static_cast<char*>(realloc(begin, size));
     }
 
     void single(char c) {
@@ -430,18 +260,10 @@ class GrowingText {
         *at++ = c;
     }
     void absentWriter() {}
-    void integer(int64_t value) {
+    template <typename Number>
+    void number(Number value) {
         reserve(numberSize);
-        at = std::to_chars(at, end, value).ptr;
-    }
-    void number(double value) {
-        reserve(numberSize);
-        at = vncommon::writeShortest(at, value);
-    }
-    void decimal(uint64_t value) {
-        reserve(numberSize);
-        vn_dec_to_string(value, at);
-        at += strlen(at);
+        at = writeNumber(at, value);
     }
     void character(char c) {
         reserve(3);
@@ -493,16 +315,20 @@ class GrowingText {
         }
     }
 
+    // Grows by a quarter, in place as a rule: nothing else is allocated during a rendering, so the
+    // block is at the end of the heap. Doubling would often go beyond what the C library keeps free
+    // there, and the end of the heap would be returned and faulted in again for every text.
     [[gnu::noinline]] void grow(size_t size) {
         const auto used = static_cast<size_t>(at - begin);
-        const size_t capacity = std::max(2 * static_cast<size_t>(end - begin), used + size);
+        const auto capacity = static_cast<size_t>(end - begin);
+        const size_t larger = std::max(capacity + capacity / 4, used + size);
         if (begin == usual) {
-            begin = static_cast<char*>(memcpy(malloc(capacity), usual, used));
+            begin = static_cast<char*>(memcpy(malloc(larger), usual, used));
         } else {
-            begin = static_cast<char*>(realloc(begin, capacity));
+            begin = static_cast<char*>(realloc(begin, larger));
         }
         at = begin + used;
-        end = begin + capacity;
+        end = begin + larger;
     }
 
     char usual[4096];  // most events end here, so that their block is allocated once
