@@ -1,8 +1,10 @@
 // Event writer beside RapidJSON (Document and Writer) and nlohmann::json with the same content: a
-// flat event of 8 mixed fields, and an event with a sequence of 100 floats and a dictionary of 50
-// pairs of strings. JSON has no events: they are arrays that begin with the name there. Every
-// library copies the strings it is given. Built to the full, from building to destruction, and
-// rendering alone.
+// flat event of 8 mixed fields, and a nested one with a sequence of floats and a dictionary of half
+// as many pairs of strings. JSON has no events: they are arrays that begin with the name there.
+// Every library copies the strings it is given. Built to the full, from building to destruction,
+// and rendering alone.
+//
+// The floor of a nested event is its blocks: one for every value, and the storage of the Vectors.
 #include <benchmark/benchmark.h>
 #include <vncommon/event_writer.h>
 
@@ -34,9 +36,11 @@ struct Content {
             values[i] = "value number " + std::to_string(random() % 100'000);
         }
     }
-    std::array<double, 100> prices;
-    std::array<std::string, 50> keys;
-    std::array<std::string, 50> values;
+    static constexpr size_t floats = 10'000;
+    static constexpr size_t pairs = floats / 2;
+    std::array<double, floats> prices;
+    std::array<std::string, pairs> keys;
+    std::array<std::string, pairs> values;
 };
 
 const Content content;
@@ -64,14 +68,15 @@ struct Ours {
             return event;
         }
     };
+    template <size_t floatCount>
     struct Nested {
         static VN_EventWriter* build() {
             VN_EventWriter* floats = VN_EventWriter_ctor(VN_EventKind_Sequence, nullptr);
-            for (const double value : content.prices) {
-                VN_EventWriter_addFloat(floats, value);
+            for (size_t i = 0; i < floatCount; ++i) {
+                VN_EventWriter_addFloat(floats, content.prices[i]);
             }
             VN_EventWriter* pairs = VN_EventWriter_ctor(VN_EventKind_Dictionary, nullptr);
-            for (size_t i = 0; i < content.keys.size(); ++i) {
+            for (size_t i = 0; i < floatCount / 2; ++i) {
                 VN_EventWriter_addDictValue(
                     pairs, VN_EventKind_String, const_cast<char*>(content.keys[i].c_str()),
                     VN_EventKind_String, const_cast<char*>(content.values[i].c_str()));
@@ -112,15 +117,16 @@ struct RapidJson {
             event.PushBack(weight, memory);
         }
     };
+    template <size_t floatCount>
     struct Nested {
         static void build(rapidjson::Document& event) {
             auto& memory = event.GetAllocator();
             rapidjson::Value floats(rapidjson::kArrayType);
-            for (const double value : content.prices) {
-                floats.PushBack(value, memory);
+            for (size_t i = 0; i < floatCount; ++i) {
+                floats.PushBack(content.prices[i], memory);
             }
             rapidjson::Value pairs(rapidjson::kObjectType);
-            for (size_t i = 0; i < content.keys.size(); ++i) {
+            for (size_t i = 0; i < floatCount / 2; ++i) {
                 pairs.AddMember(rapidjson::Value(content.keys[i].c_str(), memory),
                                 rapidjson::Value(content.values[i].c_str(), memory), memory);
             }
@@ -160,14 +166,15 @@ struct Nlohmann {
             event.push_back(weight);
         }
     };
+    template <size_t floatCount>
     struct Nested {
         static void build(nlohmann::json& event) {
             nlohmann::json floats = nlohmann::json::array();
-            for (const double value : content.prices) {
-                floats.push_back(value);
+            for (size_t i = 0; i < floatCount; ++i) {
+                floats.push_back(content.prices[i]);
             }
             nlohmann::json pairs = nlohmann::json::object();
-            for (size_t i = 0; i < content.keys.size(); ++i) {
+            for (size_t i = 0; i < floatCount / 2; ++i) {
                 pairs.emplace(content.keys[i], content.values[i]);
             }
             event = nlohmann::json::array();
@@ -214,11 +221,53 @@ void render(benchmark::State& state) {
     }
 }
 
-#define VN_EVENT_BENCHMARKS(library)                                  \
-    BENCHMARK_TEMPLATE(buildRenderDestroy, library, library::Flat);   \
-    BENCHMARK_TEMPLATE(render, library, library::Flat);               \
-    BENCHMARK_TEMPLATE(buildRenderDestroy, library, library::Nested); \
-    BENCHMARK_TEMPLATE(render, library, library::Nested)
+Vector* newBlocks() {
+    return vn_Vector_ctor(nullptr, nullptr, nullptr, 0, 1);
+}
+
+void* newBlock(const std::string& text) {
+    return malloc(sizeof(VN_EventValue) + text.size() + 1);
+}
+
+void freeBlocks(Vector* blocks) {
+    for (uint32_t i = 0; i < blocks->size; ++i) {
+        free(blocks->data[i]);
+    }
+    vn_Vector_dtor(blocks);
+}
+
+template <size_t floatCount>
+void blocksAlone(benchmark::State& state) {
+    for (auto _ : state) {
+        Vector* floats = newBlocks();
+        for (size_t i = 0; i < floatCount; ++i) {
+            vn_Vector_add(floats, malloc(sizeof(VN_EventValue)));
+        }
+        Vector* keys = newBlocks();
+        Vector* values = newBlocks();
+        for (size_t i = 0; i < floatCount / 2; ++i) {
+            vn_Vector_add(keys, newBlock(content.keys[i]));
+            vn_Vector_add(values, newBlock(content.values[i]));
+        }
+        freeBlocks(keys);
+        freeBlocks(values);
+        freeBlocks(floats);
+    }
+}
+
+BENCHMARK_TEMPLATE(blocksAlone, 100);
+BENCHMARK_TEMPLATE(blocksAlone, 300);
+BENCHMARK_TEMPLATE(blocksAlone, 1000);
+BENCHMARK_TEMPLATE(blocksAlone, 10000);
+
+#define VN_EVENT_BENCHMARKS(library)                                        \
+    BENCHMARK_TEMPLATE(buildRenderDestroy, library, library::Flat);         \
+    BENCHMARK_TEMPLATE(render, library, library::Flat);                     \
+    BENCHMARK_TEMPLATE(buildRenderDestroy, library, library::Nested<100>);  \
+    BENCHMARK_TEMPLATE(render, library, library::Nested<100>);              \
+    BENCHMARK_TEMPLATE(buildRenderDestroy, library, library::Nested<300>);  \
+    BENCHMARK_TEMPLATE(buildRenderDestroy, library, library::Nested<1000>); \
+    BENCHMARK_TEMPLATE(buildRenderDestroy, library, library::Nested<10000>)
 
 VN_EVENT_BENCHMARKS(Ours);
 #ifdef VN_HAVE_RAPIDJSON
