@@ -17,7 +17,7 @@
 #include <string_view>
 
 #include "events/event_walk.h"
-#include "text/numbers.h"
+#include "text/numbers/double_text.h"
 
 using vncommon::Decimal;
 using vncommon::Walk;

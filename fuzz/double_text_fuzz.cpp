@@ -6,7 +6,7 @@
 
 #include "fuzz/fuzz.h"
 #include "fuzz/oracles.h"
-#include "text/conversion.h"
+#include "tests/text/numbers_reference.h"
 
 namespace {
 
@@ -80,7 +80,7 @@ void checkShortest(double x) {
     FUZZ_REQUIRE(vn_g_fmt(buffer.get(), x) == buffer.get());
     const std::string text = buffer.get();
     FUZZ_REQUIRE(text == fuzz::shortestText(x));
-    FUZZ_REQUIRE(text == vncommon::layOutShortest(buffer.get(), x));
+    FUZZ_REQUIRE(text == reference::shortestText(x));
     if (!std::isnan(x)) {
         char* end;
         const double back = vn_strtod(text.c_str(), &end);
@@ -113,8 +113,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     checkShortest(x);
     checkDecimal(bits);
     checkSized(vn_g_fmt_scientific, room, precision, x, scientificText(precision, x));
-    checkSameAsGeneral(vn_g_fmt_scientific, vncommon::layOutScientific, room, precision, x);
-    checkSameAsGeneral(vn_g_fmt_fixed, vncommon::layOutFixed, room, precision, x);
+    checkSameAsGeneral(vn_g_fmt_scientific, reference::scientific, room, precision, x);
+    checkSameAsGeneral(vn_g_fmt_fixed, reference::fixed, room, precision, x);
     if (precision >= 0 || !std::isfinite(x)) {
         checkSized(vn_g_fmt_fixed, room, precision, x, fixedText(precision, x));
     } else if (const std::string rounded = roundedInteger(-precision, x); !rounded.empty()) {

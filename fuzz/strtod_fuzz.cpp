@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "fuzz/fuzz.h"
-#include "text/conversion.h"
+#include "text/numbers/netlib_conversion.h"
 
 namespace {
 

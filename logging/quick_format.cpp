@@ -2,7 +2,6 @@
 
 #include <langinfo.h>
 
-#include <bit>
 #include <cfenv>
 #include <charconv>
 #include <cmath>
@@ -11,9 +10,10 @@
 #include <iterator>
 #include <string_view>
 
-namespace {
+#include "text/numbers/digit_layout.h"
+#include "text/numbers/scaled_digits.h"
 
-__extension__ typedef unsigned __int128 Wide;  // NOLINT(modernize-use-using): no __extension__
+namespace {
 
 struct Conversion {
     bool left = false;   // flag -
@@ -150,32 +150,7 @@ bool putCharacter(Output& out, const Conversion& conversion, int character) {
     return true;
 }
 
-constexpr uint64_t powersOfTen[] = {1,       10,        100,        1'000,       10'000,
-                                    100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
-constexpr int mostDecimals = static_cast<int>(std::size(powersOfTen)) - 1;
-
-// |value| * 10^decimals, rounded to nearest, ties to even. The product of the mantissa and the
-// power has at most 83 bits, so nothing is lost before the rounding. False out of range.
-bool scaleExactly(double value, int decimals, uint64_t& scaled) {
-    const auto bits = std::bit_cast<uint64_t>(value);
-    const auto exponent = static_cast<int>(bits >> 52 & 0x7ff);
-    const uint64_t fraction = bits & ((uint64_t{1} << 52) - 1);
-    scaled = 0;
-    if (exponent == 0) {
-        return fraction == 0;
-    }
-    const int shift = 1075 - exponent;
-    if (shift < 1 || shift > 120) {
-        return false;
-    }
-    const Wide product = Wide{fraction | uint64_t{1} << 52} * powersOfTen[decimals];
-    const Wide whole = product >> shift;
-    const Wide rest = product - (whole << shift);
-    const Wide half = Wide{1} << (shift - 1);
-    const bool up = rest > half || (rest == half && (whole & 1) != 0);
-    scaled = static_cast<uint64_t>(whole) + (up ? 1 : 0);
-    return whole >> 63 == 0;
-}
+constexpr int mostPlaces = 9;
 
 // printf follows the rounding mode and the locale's decimal point.
 bool usesPointAndNearest() {
@@ -183,22 +158,16 @@ bool usesPointAndNearest() {
 }
 
 bool putDouble(Output& out, const Conversion& conversion, double value) {
-    const int decimals = conversion.precision < 0 ? 6 : conversion.precision;
-    uint64_t scaled;
-    if (conversion.is64Bit || decimals > mostDecimals || !usesPointAndNearest() ||
-        !scaleExactly(value, decimals, scaled)) {
+    const int places = conversion.precision < 0 ? 6 : conversion.precision;
+    if (conversion.is64Bit || places > mostPlaces || !usesPointAndNearest()) {
         return false;
     }
-    char text[32];
-    char* end = std::to_chars(text, std::end(text), scaled / powersOfTen[decimals]).ptr;
-    if (decimals > 0) {
-        *end = '.';
-        uint64_t rest = scaled % powersOfTen[decimals];
-        for (int i = decimals; i > 0; --i, rest /= 10) {
-            end[i] = static_cast<char>('0' + rest % 10);
-        }
-        end += decimals + 1;
+    char text[32];  // 22 bytes and the places
+    vncommon::Digits digits;
+    if (!vncommon::scaledDigits(value, places, text, digits)) {
+        return false;
     }
+    const char* end = vncommon::layOutFixed(digits);
     putField(out, conversion, std::signbit(value) ? "-" : "",
              {text, static_cast<size_t>(end - text)});
     return true;

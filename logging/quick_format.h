@@ -14,9 +14,6 @@ namespace vncommon {
 //
 // with the flags - and 0, a width, and a precision of %s and (up to 9) of %f; numbers for both,
 // no *. A %f must lie in the range where its decimal digits come out of one exact 128-bit product.
-//
-// What a line of 80 characters with three arguments costs beside its write() went from 305 to
-// 245 ns by it, and from 560 to 255 ns with a double among them.
 int quickFormat(char* room, int size, const char* format, va_list arguments);
 
 }  // namespace vncommon

@@ -7,8 +7,8 @@
 //
 // Not annotated: what is initialised before any other thread can see it and destroyed after; fields
 // read as atomics without the lock (logging/shared_field.h); powers of five, which the lock guards
-// only until they are published (text/dtoamemory.cpp); and fields of public records themselves,
-// where the functions that touch them say VN_REQUIRES.
+// only until they are published (text/numbers/dtoamemory.cpp); and fields of public records
+// themselves, where the functions that touch them say VN_REQUIRES.
 #ifndef VN_PLATFORM_THREAD_ANNOTATIONS_H
 #define VN_PLATFORM_THREAD_ANNOTATIONS_H
 

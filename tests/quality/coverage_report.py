@@ -11,7 +11,7 @@ import subprocess
 import sys
 
 FOLDERS = ("platform", "containers", "text", "config", "logging", "events")
-UPSTREAM = ("platform/fdlibm/", "text/netlib/")
+UPSTREAM = ("platform/fdlibm/", "text/numbers/netlib/")
 
 
 def own_file(name, source):

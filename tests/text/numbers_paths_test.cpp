@@ -1,4 +1,4 @@
-// The fast paths against the general one, and the reader against the C library's.
+// The formatters against the general path, and the reader against the C library's.
 //
 // VN_SOAK=10000000 makes it a soak: so many random doubles instead of the few of the suite.
 #include <vncommon/numbers.h>
@@ -10,8 +10,9 @@
 #include <cmath>
 #include <cstdio>
 
+#include "numbers_reference.h"
 #include "numbers_samples.h"
-#include "text/conversion.h"
+#include "text/numbers/netlib_conversion.h"
 
 using namespace vncommon;
 
@@ -37,7 +38,7 @@ void expectSameShortest(double x) {
     char fast[25];
     char general[25];
     vn_g_fmt(fast, x);
-    layOutShortest(general, x);
+    reference::shortest(general, x);
     EXPECT_STREQ(fast, general) << std::hexfloat << x;
     if (!std::isnan(x)) {
         EXPECT_EQ(toBits(vn_strtod(fast, nullptr)), toBits(x)) << fast;
@@ -48,12 +49,12 @@ void expectSameEverywhere(double x, Random& random) {
     expectSameShortest(x);
     const auto size = static_cast<unsigned>(below(random, 30));
     const auto precision = static_cast<int>(below(random, 25));
-    expectSame(vn_g_fmt_fixed, layOutFixed, 512, 2, x);
-    expectSame(vn_g_fmt_fixed, layOutFixed, 512, precision, x);
-    expectSame(vn_g_fmt_fixed, layOutFixed, size, precision, x);
-    expectSame(vn_g_fmt_scientific, layOutScientific, 512, 6, x);
-    expectSame(vn_g_fmt_scientific, layOutScientific, 512, precision, x);
-    expectSame(vn_g_fmt_scientific, layOutScientific, size, precision, x);
+    expectSame(vn_g_fmt_fixed, reference::fixed, 512, 2, x);
+    expectSame(vn_g_fmt_fixed, reference::fixed, 512, precision, x);
+    expectSame(vn_g_fmt_fixed, reference::fixed, size, precision, x);
+    expectSame(vn_g_fmt_scientific, reference::scientific, 512, 6, x);
+    expectSame(vn_g_fmt_scientific, reference::scientific, 512, precision, x);
+    expectSame(vn_g_fmt_scientific, reference::scientific, size, precision, x);
 }
 
 TEST(PathsTest, HardDoubles) {
@@ -67,8 +68,23 @@ TEST(PathsTest, HardDoublesAtEveryPrecision) {
     const std::vector<double> samples = hardSamples();
     for (size_t i = 0; i < samples.size(); i += 97) {
         for (int precision = -2; precision <= 101; ++precision) {
-            expectSame(vn_g_fmt_fixed, layOutFixed, 512, precision, samples[i]);
-            expectSame(vn_g_fmt_scientific, layOutScientific, 512, precision, samples[i]);
+            expectSame(vn_g_fmt_fixed, reference::fixed, 512, precision, samples[i]);
+            expectSame(vn_g_fmt_scientific, reference::scientific, 512, precision, samples[i]);
+        }
+    }
+}
+
+// Every distance between the bits of a double and the point, with ties and their neighbours.
+TEST(PathsTest, EveryMagnitudeToEveryPlace) {
+    Random random(77);
+    for (int exponent = -130; exponent <= 66; ++exponent) {
+        for (int precision = 0; precision <= 20; ++precision) {
+            const double tie =
+                std::ldexp(static_cast<double>(2 * below(random, 1000) + 1), exponent);
+            const double any = std::ldexp(static_cast<double>(random() >> 11), exponent - 53);
+            for (const double x : {tie, std::nextafter(tie, 0), std::nextafter(tie, 1e300), -any}) {
+                expectSame(vn_g_fmt_fixed, reference::fixed, 512, precision, x);
+            }
         }
     }
 }

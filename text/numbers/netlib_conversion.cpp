@@ -1,4 +1,4 @@
-#include "text/conversion.h"
+#include "text/numbers/netlib_conversion.h"
 
 #include <pthread.h>
 
@@ -6,10 +6,11 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 
 #include <vncommon/numbers.h>
 
-#include "text/netlib/include/reent.h"
+#include "text/numbers/netlib/include/reent.h"
 
 namespace vncommon {
 
@@ -49,12 +50,12 @@ class Conversion {
 
 // The most digits before the point of a double. Fewer places than its negative leave no digit.
 constexpr int mostIntegerDigits = 309;
-static_assert(mostIntegerDigits + largestPrecision + 2 <= digitAreaSize);
+static_assert(mostIntegerDigits + largestPrecision + sizeof "-." <= digitAreaSize);
 
 }  // namespace
 
-Digits convertToDigits(double x, DigitMode mode, int precision, char (&area)[digitAreaSize]) {
-    Conversion conversion(area);
+Digits convertToDigits(double x, DigitMode mode, int precision, char* room) {
+    Conversion conversion(room);
     // netlib adds to the precision without looking; this is low enough and cannot wrap round.
     const int asked = std::max(precision, -mostIntegerDigits - 2);
     int point = 0;
@@ -62,14 +63,16 @@ Digits convertToDigits(double x, DigitMode mode, int precision, char (&area)[dig
     char* end = nullptr;
     const char* text =
         _dtoa_r(conversion.context(), x, static_cast<int>(mode), asked, &point, &sign, &end);
+    auto length = static_cast<int>(end - text);
     // An integer's tie rounded down leaves zeros behind: 205 to two digits is "20".
-    while (end - text > 1 && end[-1] == '0') {
-        --end;
+    while (length > 1 && text[length - 1] == '0') {
+        --length;
     }
-    if (end == text) {
+    if (length == 0) {
         point = -std::max(precision, -INT_MAX);
     }
-    return {text, static_cast<int>(end - text), point, sign != 0};
+    memmove(room, text, static_cast<size_t>(length));  // zero is constant text
+    return {room, length, length, point};
 }
 
 double readDouble(const char* text, char** end) {

@@ -1,5 +1,6 @@
 /* Between netlib's conversion and us: its big integers, the context of one conversion, the hooks
- * that it calls (dtoamemory.cpp) and its two entries (conversion.cpp). The names are netlib's. */
+ * that it calls (dtoamemory.cpp) and its two entries (netlib_conversion.cpp). The names are
+ * netlib's. */
 #ifndef VN_NETLIB_REENT_H
 #define VN_NETLIB_REENT_H
 

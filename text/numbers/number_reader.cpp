@@ -1,5 +1,5 @@
 // The exported reader of decimal text: fast paths wherever they give what the general path gives
-// (conversion.h), which takes the rest.
+// (netlib_conversion.h), which takes the rest.
 //
 // Both agree, and with the C library's reader: tests/text.
 #include <vncommon/numbers.h>
@@ -9,7 +9,8 @@
 #include <cstring>
 
 #include "platform/float_environment.h"
-#include "text/conversion.h"
+#include "text/numbers/netlib_conversion.h"
+#include "text/numbers/powers_of_ten.h"
 
 using namespace vncommon;
 
@@ -29,8 +30,6 @@ const char* skipDigits(const char* text, uint64_t& digits) {
 // Reads a number of at most 15 digits without an exponent: digits and power of ten are exact in a
 // double, so one division rounds correctly. Gives the end, or null. Half the time of the next way.
 const char* readShort(const char* text, double& value) {
-    constexpr double powersOfTen[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                      1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
     uint64_t digits = 0;
     const char* end = skipDigits(text, digits);
     const ptrdiff_t before = end - text;
@@ -44,7 +43,8 @@ const char* readShort(const char* text, double& value) {
     if (count == 0 || count > 15 || (*end | 0x20) == 'e') {
         return nullptr;
     }
-    value = static_cast<double>(digits) / powersOfTen[places];
+    value =
+        static_cast<double>(digits) / static_cast<double>(powersOfTen[static_cast<size_t>(places)]);
     return end;
 }
 

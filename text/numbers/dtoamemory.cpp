@@ -15,8 +15,8 @@
 #include <vncommon/numbers.h>
 
 #include "platform/thread_annotations.h"
-#include "text/dtoalocks.h"
-#include "text/netlib/include/reent.h"
+#include "text/numbers/dtoalocks.h"
+#include "text/numbers/netlib/include/reent.h"
 
 namespace {
 

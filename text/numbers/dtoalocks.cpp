@@ -3,7 +3,7 @@
 // Fork: a lock that another thread held is made anew in the child. Free lists found locked are
 // emptied, because their links may be half written. Powers of five need nothing: each counts only
 // once its flag is set, and one that was not is written again. A thread's scratch area is its own.
-#include "text/dtoalocks.h"
+#include "text/numbers/dtoalocks.h"
 
 #include <limits.h>
 

@@ -1,6 +1,6 @@
 // vn_g_fmt for callers inside the library, who go on writing where the text ends.
-#ifndef VN_TEXT_NUMBERS_H
-#define VN_TEXT_NUMBERS_H
+#ifndef VN_TEXT_NUMBERS_DOUBLE_TEXT_H
+#define VN_TEXT_NUMBERS_DOUBLE_TEXT_H
 
 #include <vncommon/numbers.h>
 

@@ -1,0 +1,170 @@
+// The exported formatters: digits from the quickest source that gives those of netlib's conversion,
+// laid out (digit_layout.h).
+//
+// The sources agree on the hard classes and on random doubles: tests/text, and its soak.
+#include "text/numbers/double_text.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string_view>
+
+#include "platform/float_environment.h"
+#include "text/numbers/digit_layout.h"
+#include "text/numbers/netlib_conversion.h"
+#include "text/numbers/scaled_digits.h"
+#include "text/numbers/short_decimal.h"
+#include "text/numbers/standard_digits.h"
+
+using namespace vncommon;
+
+namespace {
+
+char* putSign(char* at, double x) {
+    *at = '-';
+    return at + (std::signbit(x) ? 1 : 0);
+}
+
+// Without a terminator. Compat: a NaN has no sign.
+char* putNamed(char* at, double x) {
+    const std::string_view name = std::isnan(x) ? "NaN" : "Infinity";
+    return std::copy(name.begin(), name.end(), std::isnan(x) ? at : putSign(at, x));
+}
+
+// The text from whole to end becomes that of buf, if it is not there already. What does not fit
+// leaves its first characters.
+char* finish(char* buf, unsigned size, char* whole, char* end) {
+    *end++ = '\0';
+    const auto length = static_cast<size_t>(end - whole);
+    if (whole != buf) [[unlikely]] {
+        memcpy(buf, whole, std::min<size_t>(length, size));
+    }
+    return length <= size ? buf : nullptr;
+}
+
+char* formatNamed(char* buf, unsigned size, double x) {
+    char whole[sizeof "-Infinity"];
+    if (std::isnan(x) && size < sizeof "NaN") {
+        return nullptr;
+    }
+    return finish(buf, size, whole, putNamed(whole, x));
+}
+
+char* terminate(char* end) {
+    *end = '\0';
+    return end;
+}
+
+[[gnu::noinline]] char* formatShortest(char* buf, double x) {
+    char* text = putSign(buf, x);
+    Digits digits;
+    if (shortDecimalDigits(x, text, digits)) {
+        return terminate(layOutShortest(digits));
+    }
+    if (!std::isfinite(x)) [[unlikely]] {
+        return terminate(putNamed(buf, x));
+    }
+    return terminate(layOutShortest(shortestDigits(x, text)));
+}
+
+// Sign, point, terminator, and the 19 digits of any x below 2^63.
+constexpr unsigned enoughBesidePlaces = 22;
+
+// Also what exact scaling does for a buffer that is large enough.
+char* formatFixedInAnySize(char* buf, unsigned size, int places, double x) {
+    const bool enough =
+        std::fabs(x) < 0x1p63 && size >= enoughBesidePlaces + static_cast<unsigned>(places);
+    DigitArea area;
+    char* whole = enough ? buf : area;
+    char* text = putSign(whole, x);
+    Digits digits;
+    if (places > mostScaledPlaces || !scaledDigits(x, places, text, digits)) {
+        digits = fixedDigits(x, places, text, whole + (enough ? size : sizeof area));
+    }
+    return finish(buf, size, whole, layOutFixed(digits));
+}
+
+// Rounds to the left of the point. Compat: where no digit is left, one zero for every place.
+char* formatFixedByNetlib(char* buf, unsigned size, int places, double x) {
+    DigitArea area;
+    char* text = putSign(area, x);
+    const Digits digits = convertToDigits(x, DigitMode::places, places, text);
+    if (digits.length > 0) {
+        return finish(buf, size, area, layOutFixed(digits));
+    }
+    const size_t length = static_cast<size_t>(text - area) + static_cast<size_t>(digits.point);
+    memset(putSign(buf, x), '0', std::min<size_t>(length, size) - static_cast<size_t>(text - area));
+    if (length >= size) {
+        return nullptr;
+    }
+    terminate(buf + length);
+    return buf;
+}
+
+[[gnu::noinline]] char* formatFixed(char* buf, unsigned size, int precision, double x) {
+    const auto places = static_cast<unsigned>(precision);
+    Digits digits;
+    if (places <= mostScaledPlaces && size >= enoughBesidePlaces + places &&
+        scaledDigits(x, precision, putSign(buf, x), digits)) {
+        terminate(layOutFixed(digits));
+        return buf;
+    }
+    if (size < 2) {
+        return nullptr;
+    }
+    if (!std::isfinite(x)) {
+        return formatNamed(buf, size, x);
+    }
+    return precision < 0
+               ? formatFixedByNetlib(buf, size, precision, x)
+               : formatFixedInAnySize(buf, size, std::min(precision, largestPrecision), x);
+}
+
+// Compat: zero has no sign, and what does not fit leaves "0." alone.
+char* formatScientificZero(char* buf, unsigned size, int count) {
+    buf[0] = '0';
+    buf[1] = '.';
+    if (static_cast<unsigned>(count) + 5 >= size) {
+        return nullptr;
+    }
+    terminate(putExponent(putZeros(buf + 2, count - 1), 0));
+    return buf;
+}
+
+[[gnu::noinline]] char* formatScientific(char* buf, unsigned size, int precision, double x) {
+    if (size < 2) {
+        return nullptr;
+    }
+    if (!std::isfinite(x)) [[unlikely]] {
+        return formatNamed(buf, size, x);
+    }
+    const int count = std::clamp(precision, 1, largestPrecision);  // less than 1 counts as 1
+    if (x == 0) {
+        return formatScientificZero(buf, size, count);
+    }
+    DigitArea area;
+    const bool enough = size >= static_cast<unsigned>(count) + sizeof "-.e+308";
+    char* whole = enough ? buf : area;
+    char* last = whole + (enough ? size : sizeof area);
+    return finish(buf, size, whole,
+                  layOutScientific(scientificDigits(x, count, putSign(whole, x), last)));
+}
+
+}  // namespace
+
+char* vncommon::writeShortest(char* buf, double x) {
+    return inDefaultFloatMode<formatShortest>(buf, x);
+}
+
+char* vn_g_fmt(char* buf, double x) {
+    writeShortest(buf, x);
+    return buf;
+}
+
+char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x) {
+    return inDefaultFloatMode<formatFixed>(buf, size, precision, x);
+}
+
+char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double x) {
+    return inDefaultFloatMode<formatScientific>(buf, size, precision, x);
+}

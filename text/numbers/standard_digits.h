@@ -1,0 +1,21 @@
+// Digits of finite doubles by the standard library, for the layout of the same name.
+//
+// Each takes the room where the text is to be, without its sign: 23 bytes, or up to last.
+#ifndef VN_TEXT_NUMBERS_STANDARD_DIGITS_H
+#define VN_TEXT_NUMBERS_STANDARD_DIGITS_H
+
+#include "text/numbers/digits.h"
+
+namespace vncommon {
+
+Digits shortestDigits(double x, char* room);
+
+// precision is 0 to largestPrecision.
+Digits fixedDigits(double x, int precision, char* room, char* last);
+
+// x is not zero; precision is 1 to largestPrecision.
+Digits scientificDigits(double x, int precision, char* room, char* last);
+
+}  // namespace vncommon
+
+#endif
