@@ -56,11 +56,11 @@
  *
  * After fork() the child logs on with the same descriptors; a logger's own lock is free in it
  * even if another thread of the parent held it, and a first logger may be made in it. Any thread
- * may fork at any time, a signal handler included; fork() leaves the signal mask alone. (A lock given by FileLogger_SetMutex is the
- * caller's to look after, and a thread that holds FileLogger_GetMutex must not fork. If the
- * program's own code calls localtime_r or its like in one thread while another forks, the C
- * library may leave its time zone lock locked in the child, whose next line then waits for ever;
- * the library's own calls do not do that.)
+ * may fork at any time, a signal handler included; fork() leaves the signal mask alone. (A lock
+ * given by FileLogger_SetMutex is the caller's to look after, and a thread that holds
+ * FileLogger_GetMutex must not fork. If the program's own code calls localtime_r or its like in one
+ * thread while another forks, the C library may leave its time zone lock locked in the child, whose
+ * next line then waits for ever; the library's own calls do not do that.)
  *
  * The result of write() is not looked at: a line that the system does not take (full disk, file
  * size limit, closed pipe, a signal that interrupts a wait on a pipe) is lost without a word, and
@@ -166,8 +166,8 @@ VN_API vn_Mutex* FileLogger_GetMutex(const FileLogger* logger);
  * (giving the mutex in use only hands it to the caller). Nobody may hold or wait for it. */
 VN_API void FileLogger_SetMutex(FileLogger* logger, vn_Mutex* mutex);
 
-/* 9 to 3 for "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "CRIT" and 1 for "OFF", in upper or
- * lower case (ASCII, whatever the locale); 0 for null and for anything else. As a threshold 0
+/* 9 to 3 for "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "CRIT" and 1 for "OFF", in upper
+ * or lower case (ASCII, whatever the locale); 0 for null and for anything else. As a threshold 0
  * silences everything, so check the result of a word that comes from outside. */
 VN_API uint32_t FileLogger_StringToLogLevel(const char* word) VN_PURE;
 

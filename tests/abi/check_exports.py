@@ -40,8 +40,7 @@ def exported(nm, library):
         if kind != "A":
             name, _, version = name.partition("@@VNCOMMON_")
             names[name] = version
-    demangled = run(["c++filt"], "".join(name + "
-" for name in names)).splitlines()
+    demangled = run(["c++filt"], "".join(name + "\n" for name in names)).splitlines()
     return dict(zip(demangled, names.values()))
 
 

@@ -50,7 +50,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT VN_COVERAGE)
     set_source_files_properties(${PROJECT_SOURCE_DIR}/platform/maths.cpp PROPERTIES
         COMPILE_OPTIONS "${options}")
     add_library(maths_lto MODULE ${PROJECT_SOURCE_DIR}/platform/maths.cpp
-        ${PROJECT_SOURCE_DIR}/text/decimal.cpp $<TARGET_OBJECTS:vn_fdlibm>)
+        ${PROJECT_SOURCE_DIR}/text/numbers/decimal.cpp $<TARGET_OBJECTS:vn_fdlibm>)
     target_include_directories(maths_lto PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
     target_compile_options(maths_lto PRIVATE -flto)
     target_link_libraries(maths_lto PRIVATE ${VN_PRIVATE_LIBRARIES})
