@@ -135,6 +135,24 @@ def label(path):
     return "page_" + os.path.basename(path).removesuffix(".md").replace("-", "_")
 
 
+def slug(heading):
+    """The anchor that Markdown viewers give a heading."""
+    return re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-")
+
+
+def with_section_labels(path, text, reference):
+    """Links to headings of the same page become references, and these headings get labels."""
+    wanted = set(re.findall(r"\]\(#([^)\s]+)\)", text))
+
+    def labelled(heading):
+        name = slug(heading[2])
+        return f"{heading[0]} {{#{label(path)}_{name}}}" if name in wanted else heading[0]
+
+    text = re.sub(r"^(##+) ([^\n]+?)$", labelled, text, flags=re.M)
+    return re.sub(r"\[([^\]]*)\]\(#([^)\s]+)\)",
+                  lambda link: reference(f"{label(path)}_{link[2]}", link[1]), text)
+
+
 def page(path, text):
     """A page under a label of its own, with its links as references."""
     if not path.endswith("index.md"):
@@ -145,8 +163,9 @@ def page(path, text):
 
     text = re.sub(r"\[([^\]]*)\]\((?:[^)\s]*/)?(\w+\.h(?:pp)?)\)",
                   lambda link: reference(link[2], link[1]), text)
-    return re.sub(r"\[([^\]]*)\]\(([^)\s:]*\.md)\)",
+    text = re.sub(r"\[([^\]]*)\]\(([^)\s:]*\.md)\)",
                   lambda link: reference(label(link[2]), link[1]), text)
+    return with_section_labels(path, text, reference)
 
 
 def main():

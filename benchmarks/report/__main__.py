@@ -15,6 +15,8 @@ import page
 import pairs
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+BENCHMARKS = ROOT / "benchmarks"
+TARGETS = ROOT / "tests" / "quality" / "benchmark_targets.json"
 DOCS = ROOT / "docs"
 RAW = DOCS / "benchmarks" / "raw"
 
@@ -35,7 +37,7 @@ def arguments():
 
 
 def sources():
-    return sorted(path.stem for path in (ROOT / "benchmarks").glob("*_bench.cpp"))
+    return sorted(path.stem for path in BENCHMARKS.glob("*_bench.cpp"))
 
 
 def strangers(known, programs):
@@ -46,15 +48,15 @@ def strangers(known, programs):
              for name in sorted(named - set(programs))])
 
 
-def lost_tests(families):
-    return [f"{family.program}: {each['test']}, which is to count, is not there"
-            for family in families for each in family.counted
-            if not (ROOT / each["test"]).is_file()]
+def lost_tests(known):
+    return [f"{each['program']}: {each['test']}, which is to count, is not there"
+            for each in known.counted if not (ROOT / each["test"]).is_file()]
 
 
 def disagreements(known, families, present):
-    """All that keeps pairs.json and the programs apart, as lines of text."""
-    lines = lost_tests(families)
+    """All that keeps the data files and the programs apart, as lines of text."""
+    content = page.load(BENCHMARKS / "page.json")
+    lines = lost_tests(known) + known.mistakes + page.mistakes(content, known.families)
     for family in families:
         lines += pairs.mismatches(family, known.optional, present[family.program])
     return lines
@@ -69,7 +71,7 @@ def complain(lines):
     for line in lines:
         print(f"bench: {line}", file=sys.stderr)
     if lines:
-        print("bench: mend benchmarks/pairs.json: it must name what the programs hold",
+        print("bench: correct the files named above: they must agree with the programs",
               file=sys.stderr)
     return 1 if lines else 0
 
@@ -89,14 +91,17 @@ def write_page(known):
     if not judged:
         print("bench: there are no data yet; run scripts/bench", file=sys.stderr)
         return 1
-    page.write(judged, DOCS)
+    content = page.load(BENCHMARKS / "page.json")
+    page.write(judged, content, DOCS)
+    for line in page.explained(judged, content["slower"])[1]:
+        print(f"bench: slower than a peer, and page.json has no reason: {line.what}")
     for one in judged:
         for what, verdict in one.missed():
             print(f"bench: missed: {one.family.title}, {what}: {verdict.text}, "
                   f"measured {page.ratio_text(verdict.ratio)}")
     total = sum(len(one.verdicts()) for one in judged)
     missed = sum(len(one.missed()) for one in judged)
-    print(f"bench: {total - missed} of {total} targets met; see docs/benchmarks.md")
+    print(f"bench: {total - missed} of {total} targets met (tests/quality/benchmark_targets.json)")
     return 0
 
 
@@ -121,13 +126,17 @@ def run(known, build, quick, only):
 
 def main():
     options = arguments()
-    known = pairs.load(ROOT / "benchmarks" / "pairs.json")
+    known = pairs.load(BENCHMARKS / "pairs.json", TARGETS)
     try:
         if options.command == "run":
             return run(known, options.build, options.quick, options.only)
         if options.command == "check":
             return check(known, options.build, options.programs)
         return write_page(known)
+    except ImportError as error:
+        print(f"bench: {error}; run scripts/setup, which installs what the charts need",
+              file=sys.stderr)
+        return 1
     except (OSError, RuntimeError, subprocess.SubprocessError) as error:
         print(f"bench: failed: {error}", file=sys.stderr)
         return 1

@@ -1,103 +1,156 @@
-"""One chart for a family: how many times as long as ours the others take, as an SVG."""
-import math
+"""The charts at the top of the benchmark page: bars of time per call on one axis, as SVG.
+
+Ours is the first bar of each group and the only one in a strong colour, so no legend is needed.
+The picture brings its own background and follows the reader's light or dark setting.
+"""
+import dataclasses
+import io
+import re
 from xml.sax.saxutils import escape
+
+import matplotlib
+from matplotlib.backends.backend_agg import FigureCanvasAgg
+from matplotlib.figure import Figure
+from matplotlib.ticker import MaxNLocator
 
 import times
 
-BAR, GAP, TOP, BOTTOM = 12, 9, 58, 26
-LABELS, MARGIN, PLOT = 330, 190, 380
-WIDTH = LABELS + MARGIN + PLOT + MARGIN
-# Middle tones, which can be told from a white and from a black background.
-INK, RULE = "#768390", "#8b949e"
-COLOURS = ("#3f83d1", "#d27d2d", "#2f9e77", "#a865b5", "#b8952a", "#c8586c", "#4aa3b5", "#8a7f5c")
+OURS = "libvncommon"
+# By role, for light and for dark. Ours and the peers differ in lightness, too, so that they can be
+# told apart without any colour.
+LIGHT = {"paper": "#ffffff", "ink": "#24292f", "rule": "#d0d7de", "ours": "#0072b2",
+         "peer": "#9aa4af", "floor": "#eaeef2", "edge": "#8c959f"}
+DARK = {"paper": "#0d1117", "ink": "#e6edf3", "rule": "#30363d", "ours": "#56b4e9",
+        "peer": "#6e7681", "floor": "#21262d", "edge": "#7d8590"}
+
+# Lengths in points, which are pixels in the SVG.
+WIDTH, EDGE, GAP = 680, 12, 8
+TITLE, HEADING, BAR, FOOT = 38, 24, 18, 46
+STYLE = {"svg.hashsalt": "libvncommon", "svg.fonttype": "path", "font.family": "DejaVu Sans",
+         "font.size": 11, "figure.dpi": 72, "text.hinting": "none"}
 
 
-class Axis:
-    """Logarithmic, from one power of two to another, with 1 between them."""
-
-    def __init__(self, factors):
-        self.low = min(-1, math.floor(math.log2(min(factors))))
-        self.high = max(1, math.ceil(math.log2(max(factors))))
-
-    def at(self, factor):
-        share = (math.log2(factor) - self.low) / (self.high - self.low)
-        return LABELS + MARGIN + PLOT * share
-
-    def ticks(self):
-        step = 1 + (self.high - self.low) // 10
-        return [2.0 ** power for power in range(self.low, self.high + 1)
-                if power % step == 0]
+@dataclasses.dataclass
+class Bar:
+    name: str
+    time: float   # nanoseconds
+    role: str     # of LIGHT and DARK
 
 
-def text(x, y, content, anchor="start", more=""):
-    return f'<text x="{x:.1f}" y="{y:.1f}" text-anchor="{anchor}"{more}>{escape(content)}</text>'
+@dataclasses.dataclass
+class Group:
+    heading: str
+    bars: list
 
 
-def factor_text(factor):
-    return f"{factor:.2f}" if factor < 10 else f"{factor:.0f}"
+def group(line):
+    """The bars of one row: ours, the peers from the fastest on, what the work costs at least."""
+    peers = sorted(line.peers.items(), key=lambda peer: peer[1])
+    floor = [Bar(f"{line.floor[0]} (least possible)", line.floor[1], "floor")] if line.floor else []
+    return Group(line.what.replace("`", ""), [Bar(OURS, line.ours, "ours"),
+                                              *(Bar(name, time, "peer") for name, time in peers),
+                                              *floor])
 
 
-def tick_text(factor):
-    return f"{factor:g}" if factor >= 1 else f"1/{1 / factor:g}"
+class Drawing:
+    """A figure on which lengths are points from the upper left corner."""
+
+    def __init__(self, height):
+        self.height = height
+        self.figure = Figure(figsize=(WIDTH / 72, height / 72), facecolor=LIGHT["paper"])
+        self.canvas = FigureCanvasAgg(self.figure)   # measures text; savefig brings its own
+
+    def text(self, x, y, content, side="left", weight="normal", size=11):
+        # On paper of its own, so that no line of the grid runs through it.
+        paper = {"facecolor": LIGHT["paper"], "edgecolor": "none", "pad": 1}
+        return self.figure.text(x / WIDTH, 1 - y / self.height, content, ha=side, va="center",
+                                color=LIGHT["ink"], weight=weight, size=size, bbox=paper)
+
+    def width(self, content, weight="normal"):
+        probe = self.text(0, 0, content, weight=weight)
+        width = probe.get_window_extent(self.canvas.get_renderer()).width
+        probe.remove()
+        return width
+
+    def axes(self, left, top, right, bottom):
+        return self.figure.add_axes([left / WIDTH, 1 - bottom / self.height,
+                                     (right - left) / WIDTH, (bottom - top) / self.height])
 
 
-def others(line):
-    """(name, how many times as long as ours) of the peers, then of the floor."""
-    floor = [line.floor] if line.floor else []
-    return [(name, time / line.ours) for name, time in [*line.peers.items(), *floor]]
+def weight(bar):
+    return "bold" if bar.role == "ours" else "normal"
 
 
-def colours(lines):
-    """{name: colour}; floors are grey."""
-    names = list(dict.fromkeys(name for line in lines for name in line.peers))
-    chosen = {name: COLOURS[i % len(COLOURS)] for i, name in enumerate(names)}
-    return {**{line.floor[0]: RULE for line in lines if line.floor}, **chosen}
+def plan(groups):
+    """[(y of the middle, bar)], [(y of the middle, heading)] and the height of it all."""
+    bars, headings, y = [], [], TITLE
+    for each in groups:
+        headings.append((y + HEADING / 2, each.heading))
+        y += HEADING
+        for bar in each.bars:
+            bars.append((y + BAR / 2, bar))
+            y += BAR
+        y += GAP
+    return bars, headings, y + FOOT
 
 
-def bar(axis, y, name, factor, colour):
-    start, end = sorted((axis.at(1), axis.at(factor)))
-    label = f"{name} {factor_text(factor)}"
-    beside = (text(end + 5, y + BAR - 2, label) if factor >= 1
-              else text(start - 5, y + BAR - 2, label, "end"))
-    return (f'<rect x="{start:.1f}" y="{y}" width="{max(end - start, 1):.1f}" '
-            f'height="{BAR - 2}" fill="{colour}"/>{beside}')
+def prepare_axes(axes, longest, unit, height):
+    axes.set_xlim(0, longest)
+    axes.set_ylim(height, 0)
+    axes.set_yticks([])
+    axes.set_facecolor("none")
+    ticks = MaxNLocator(6, steps=[1, 2, 2.5, 5, 10]).tick_values(0, longest)
+    axes.set_xticks([tick for tick in ticks if tick <= longest])
+    axes.xaxis.grid(color=LIGHT["rule"], linewidth=0.8)
+    axes.set_axisbelow(True)
+    axes.tick_params(color=LIGHT["rule"], labelcolor=LIGHT["ink"], length=4)
+    axes.set_xlabel(f"{unit} per call; shorter is faster", color=LIGHT["ink"])
+    for spine in axes.spines.values():
+        spine.set_visible(False)
 
 
-def group(axis, y, line, paint):
-    """The bars of one row, and its label in the middle beside them."""
-    bars = others(line)
-    what = f"{line.what.replace('`', '')}: {times.text(line.ours)}"
-    label = text(LABELS, y + len(bars) * BAR / 2 + 3, what, "end")
-    return [label] + [bar(axis, y + i * BAR, name, factor, paint[name])
-                      for i, (name, factor) in enumerate(bars)]
+def draw(title, groups):
+    """The figure, with one axis for all the groups."""
+    bars, headings, height = plan(groups)
+    drawing = Drawing(height)
+    short, unit, size = times.unit(max(bar.time for _, bar in bars))
+
+    def value(bar):
+        return f"{times.three_digits(bar.time / size)} {short}"
+
+    left = EDGE + max(drawing.width(bar.name, weight(bar)) for _, bar in bars) + 8
+    right = max(drawing.width(value(bar), weight(bar)) for _, bar in bars) + 6 + EDGE
+    axes = drawing.axes(left, TITLE, WIDTH - right, height - FOOT)
+    longest = max(bar.time for _, bar in bars) / size
+    prepare_axes(axes, longest, unit, height - FOOT - TITLE)
+    drawing.text(EDGE, TITLE / 2, title, weight="bold", size=14)
+    for y, heading in headings:
+        drawing.text(EDGE, y, heading, weight="bold")
+    for y, bar in bars:
+        edge = LIGHT["edge"] if bar.role == "floor" else "none"
+        axes.barh(y - TITLE, bar.time / size, height=BAR - 5, color=LIGHT[bar.role],
+                  edgecolor=edge, clip_on=False)
+        drawing.text(left - 8, y, bar.name, "right", weight(bar))
+        end = left + (WIDTH - right - left) * bar.time / size / longest
+        drawing.text(end + 6, y, value(bar), weight=weight(bar))
+    return drawing.figure
 
 
-def grid(axis, height):
-    parts = []
-    for tick in axis.ticks():
-        x, wide = axis.at(tick), 1.5 if tick == 1 else 0.5
-        parts.append(f'<line x1="{x:.1f}" x2="{x:.1f}" y1="{TOP - 6}" y2="{height - BOTTOM}" '
-                     f'stroke="{RULE}" stroke-width="{wide}" stroke-opacity="0.7"/>')
-        parts.append(text(x, height - BOTTOM + 14, tick_text(tick), "middle"))
-    return parts
+def dark_rules():
+    """What the picture looks like for readers who prefer dark: its own colours, replaced."""
+    rules = [f'[style*="{what}: {LIGHT[role]}"] {{ {what}: {DARK[role]} !important }}'
+             for role in LIGHT for what in ("fill", "stroke")]
+    return "@media (prefers-color-scheme: dark) {\n" + "\n".join(rules) + "\n}\n"
 
 
-def svg(title, lines):
-    """The chart, or nothing when no line has anything to compare with."""
-    lines = [line for line in lines if others(line)]
-    if not lines:
-        return None
-    axis = Axis([factor for line in lines for _, factor in others(line)])
-    rows, y, paint = [], TOP, colours(lines)
-    for line in lines:
-        rows += group(axis, y, line, paint)
-        y += len(others(line)) * BAR + GAP
-    height = y + BOTTOM
-    head = [text(12, 20, title, more=' font-size="15" font-weight="bold"'),
-            text(12, 38, "Time of the others, ours being 1: to the right is slower than ours, "
-                         "to the left faster.")]
-    return "\n".join([
-        f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH} {height}" '
-        f'width="{WIDTH}" height="{height}" font-family="sans-serif" font-size="10" '
-        f'fill="{INK}">',
-        *head, *grid(axis, height), *rows, "</svg>", ""])
+def svg(title, groups):
+    """The picture as text, the same for the same times."""
+    with matplotlib.rc_context(STYLE):
+        output = io.StringIO()
+        draw(title, groups).savefig(output, format="svg", facecolor=LIGHT["paper"], metadata={
+            "Date": None, "Creator": None, "Format": None, "Type": None})
+    text = re.sub(r'(<svg [^>]*?)width="(\d+)pt" height="(\d+)pt"([^>]*>)',
+                  rf'\1width="\2" height="\3"\4\n <title>{escape(title)}</title>',
+                  output.getvalue(), count=1)
+    text = re.sub(r' d="[^"]*"', lambda path: re.sub(r"\s+", " ", path[0]), text)   # one line each
+    return text.replace("</style>", dark_rules() + "</style>", 1)

@@ -1,6 +1,8 @@
 """Puts times beside each other: ratios, and whether targets are met."""
 import dataclasses
 
+import pairs
+
 
 @dataclasses.dataclass
 class Verdict:
@@ -11,6 +13,7 @@ class Verdict:
 
 @dataclasses.dataclass
 class Line:
+    benchmark: str    # the name of ours
     what: str
     ours: float       # nanoseconds for each item, as are the others
     spread: float     # coefficient of variation of ours
@@ -23,13 +26,19 @@ class Line:
         """(name, time) of the fastest peer, or None."""
         return min(self.peers.items(), key=lambda peer: peer[1]) if self.peers else None
 
+    def faster_peers(self):
+        """[(name, time)] of the peers that are faster by more than noise, the fastest first."""
+        faster = [peer for peer in self.peers.items() if self.ours > pairs.LEVEL * peer[1]]
+        return sorted(faster, key=lambda peer: peer[1])
+
 
 @dataclasses.dataclass
 class GrowthLine:
     what: str
     ours: float       # time for each item at the larger size over that at the smaller
+    than: str         # the peer; empty without one
     peer: float       # the same for the peer; 1 without one
-    verdict: Verdict
+    verdicts: list
 
 
 class Times:
@@ -69,7 +78,7 @@ def line(row, times):
     verdicts = [verdict(target, ours, others, least) for target in row.targets
                 if target.than in others]
     missing = [target.text for target in row.targets if target.than not in others]
-    return Line(row.what, ours, times.entries[row.ours]["cv"], peers,
+    return Line(row.ours, row.what, ours, times.entries[row.ours]["cv"], peers,
                 next(iter(floor.items()), None), verdicts, missing)
 
 
@@ -79,7 +88,8 @@ def growth_line(row, times):
     ours = times.growth(row.ours, row.per)
     peer = times.growth(row.peer, row.per) if row.peer else 1
     text = f"≤ {row.limit:g}" + (f" × {row.than}" if row.than else "")
-    return GrowthLine(row.what, ours, peer, Verdict(text, ours / peer, ours / peer <= row.limit))
+    limits = [Verdict(text, ours / peer, ours / peer <= row.limit)] if row.limit else []
+    return GrowthLine(row.what, ours, row.than, peer, limits)
 
 
 @dataclasses.dataclass
@@ -91,8 +101,7 @@ class Judged:
 
     def verdicts(self):
         """(what, verdict) for every target that was measured."""
-        return ([(one.what, each) for one in self.lines for each in one.verdicts] +
-                [(one.what, one.verdict) for one in self.growth])
+        return [(one.what, each) for one in [*self.lines, *self.growth] for each in one.verdicts]
 
     def missed(self):
         return [(what, each) for what, each in self.verdicts() if not each.met]

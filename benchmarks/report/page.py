@@ -1,11 +1,17 @@
-"""Writes docs/benchmarks.md and its charts out of the raw data."""
-import chart
+"""Writes docs/benchmarks.md and its charts out of the raw data and of page.json."""
+import json
+
+import pairs
 import times
 
 INTRODUCTION = """\
 Our calls beside those of the best general libraries, which are in the same program and do the same
-work. `scripts/bench` measures it all again and writes this page, its charts and the data behind
-them (`docs/benchmarks/raw`).
+work. `scripts/bench` measures everything again and writes this page, its charts and the data they
+come from (`docs/benchmarks/raw`).
+
+In the charts the first bar of each group, in colour, is ours. All bars of a chart have one axis.
+The tables below have every benchmark, and [one section](#where-a-peer-is-faster) names what is
+slower than a peer, and why.
 """
 
 QUICK = """\
@@ -14,29 +20,39 @@ QUICK = """\
 count.
 """
 
+SLOWER = """\
+## Where a peer is faster
+
+Every row in which a peer needs less time than ours, beyond the {percent} % that two runs of the
+same code differ by. {count} of {compared} rows with a peer are named here.
+"""
+
 METHOD = """\
 - A time is the median of several repetitions, {repetitions} of them, each of {min_time} s or more;
-  the repetitions of all the benchmarks in a program are shuffled, so that a disturbance of the
-  machine falls on everybody.
+  the repetitions of all the benchmarks in a program are shuffled, so that noise is spread evenly.
 - It is the processor time of the thread; with several threads, and where threads are started, it
-  is the clock on the wall. On a machine that others use as well such rows
-  say little; the ratios of the rest bear it much better than the times do.
+  is the wall clock. On a machine that others use as well such rows say little; the ratios of the
+  rest are more reliable than the times.
 - Ratio: our time over that of the best peer, so below 1 is faster. The floor is the least that the
-  work can cost, with the ratio to it. "Level" is a ratio of 1.05 or less.
+  work can cost, with the ratio to it.
 - ± is the coefficient of variation of our repetitions.
-- The charts show all the peers, not only the best.
+"""
+
+SLOWER_HEAD = """\
+| Call | Ours | Faster peers |
+|---|---|---|
 """
 
 TABLE_HEAD = """\
-| Call | Ours | Best peer | Ratio | Floor | Target: measured | Met |
-|---|---|---|---|---|---|---|
+| Call | Ours | Best peer | Ratio | Other peers | Floor |
+|---|---|---|---|---|---|
 """
 
 GROWTH_HEAD = """\
 How the time for each item grows; caches and new memory slow everybody down.
 
-| Call | Ours grows | Peer grows | Target: measured | Met |
-|---|---|---|---|---|
+| Call | Ours grows | Peer grows |
+|---|---|---|
 """
 
 
@@ -46,26 +62,26 @@ def ratio_text(ratio):
     return f"{ratio:.2f}" if ratio < 100 else f"{ratio:.0f}"
 
 
+def ours_cell(line):
+    return f"{times.text(line.ours)} ± {line.spread * 100:.0f} %"
+
+
+def peer_text(peer):
+    return f"{peer[0]}, {times.text(peer[1])}"
+
+
 def peer_cells(line):
-    best = line.best_peer()
-    if not best:
-        return "—", "—"
-    return f"{best[0]}, {times.text(best[1])}", ratio_text(line.ours / best[1])
+    if not line.peers:
+        return "—", "—", "—"
+    best, *others = sorted(line.peers.items(), key=lambda peer: peer[1])
+    return (peer_text(best), ratio_text(line.ours / best[1]),
+            "; ".join(map(peer_text, others)) or "—")
 
 
 def floor_cell(line):
     if not line.floor:
         return "—"
-    name, time = line.floor
-    return f"{name}, {times.text(time)} ({ratio_text(line.ours / time)})"
-
-
-def target_cells(verdicts, unmeasured=()):
-    texts = [f"{one.text}: {ratio_text(one.ratio)}" for one in verdicts]
-    texts += [f"{one}: not installed" for one in unmeasured]
-    if not verdicts:
-        return "; ".join(texts) or "—", "—"
-    return "; ".join(texts), "yes" if all(one.met for one in verdicts) else "**no**"
+    return f"{peer_text(line.floor)} ({ratio_text(line.ours / line.floor[1])})"
 
 
 def table_row(cells):
@@ -73,17 +89,66 @@ def table_row(cells):
 
 
 def line_row(line):
-    ours = f"{times.text(line.ours)} ± {line.spread * 100:.0f} %"
-    return table_row([line.what, ours, *peer_cells(line), floor_cell(line),
-                      *target_cells(line.verdicts, line.unmeasured)])
+    return table_row([line.what, ours_cell(line), *peer_cells(line), floor_cell(line)])
+
+
+def slower_row(line):
+    faster = "; ".join(f"{peer_text(peer)} ({ratio_text(line.ours / peer[1])})"
+                       for peer in line.faster_peers())
+    return table_row([line.what, ours_cell(line), faster])
 
 
 def growth_row(line):
-    return table_row([line.what, ratio_text(line.ours), ratio_text(line.peer),
-                      *target_cells([line.verdict])])
+    peer = f"{line.than}, {ratio_text(line.peer)}" if line.than else "—"
+    return table_row([line.what, ratio_text(line.ours), peer])
 
 
 # ---- Sections --------------------------------------------------------------------------------
+
+def lines_of(entry, judged):
+    """The rows that an entry of page.json is about."""
+    return [line for one in judged for line in one.lines
+            if pairs.matches(entry, one.family.program, line.benchmark)]
+
+
+def title_of(program, judged):
+    return next(one.family.title for one in judged if one.family.program == program)
+
+
+def chart_section(entry, judged):
+    """A question with its picture; nothing when its benchmarks were not measured."""
+    if not lines_of(entry, judged):
+        return None
+    return (f"## {entry['question']}\n\n![{entry['question']}](benchmarks/{entry['name']}.svg)\n\n"
+            f"{entry['note']} The table is *{title_of(entry['program'], judged)}*.\n")
+
+
+def explained(judged, entries):
+    """[(entry, the rows that it explains)], and the rows without an explanation."""
+    groups, unexplained = [(entry, []) for entry in entries], []
+    for one in judged:
+        for line in one.lines:
+            if line.faster_peers():
+                fitting = (rows for entry, rows in groups
+                           if pairs.matches(entry, one.family.program, line.benchmark))
+                next(fitting, unexplained).append(line)
+    return [(entry, rows) for entry, rows in groups if rows], unexplained
+
+
+def slower_section(judged, entries):
+    groups, unexplained = explained(judged, entries)
+    compared = sum(bool(line.peers) for one in judged for line in one.lines)
+    count = sum(len(rows) for _, rows in groups) + len(unexplained)
+    text = SLOWER.replace("{percent}", f"{(pairs.LEVEL - 1) * 100:.0f}")
+    text = text.replace("{count}", str(count)).replace("{compared}", str(compared))
+    if unexplained:
+        groups = [*groups, ({"title": "Not explained yet", "reason": "The reason is not known."},
+                            unexplained)]
+    for entry, rows in groups:
+        text += f"\n### {entry['title']}\n\n{entry['reason']}\n\n{SLOWER_HEAD}"
+        text += "".join(map(slower_row, rows))
+    return text
+
 
 def span(values):
     low, high = min(values), max(values)
@@ -100,22 +165,6 @@ def machine_section(judged):
     return f"## Machine and method\n\n- Date: {newest['date']}\n{''.join(lines)}\n{method}"
 
 
-def targets_section(judged):
-    total = sum(len(one.verdicts()) for one in judged)
-    missed = [(one.family.title, what, each) for one in judged for what, each in one.missed()]
-    text = f"## Targets\n\n{total - len(missed)} of {total} that were measured are met.\n"
-    if missed:
-        text += "\n| Family | Call | Missed target | Measured |\n|---|---|---|---|\n"
-        text += "".join(table_row([title, what, each.text, ratio_text(each.ratio)])
-                        for title, what, each in missed)
-    counted = [(one.family.title, each) for one in judged for each in one.family.counted]
-    if counted:
-        text += "\nTargets that are counts, not times, are checked by the tests:\n\n"
-        text += "".join(f"- {title}: {each['what']} (`{each['test']}`)\n"
-                        for title, each in counted)
-    return text
-
-
 def origin(one, newest):
     """A remark where a family's data are older, of another machine, or of a quick run."""
     data = one.data
@@ -129,12 +178,10 @@ def origin(one, newest):
     return f"\nMeasured {', '.join(remarks)}.\n" if remarks else ""
 
 
-def family_section(one, newest, has_chart):
+def family_section(one, newest):
     text = f"## {one.family.title}\n{origin(one, newest)}"
     if one.family.note:
         text += f"\n{one.family.note}\n"
-    if has_chart:
-        text += f"\n![{one.family.title}](benchmarks/{one.family.program}.svg)\n"
     text += "\n" + TABLE_HEAD + "".join(map(line_row, one.lines))
     if one.growth:
         text += "\n" + GROWTH_HEAD + "".join(map(growth_row, one.growth))
@@ -146,22 +193,41 @@ def newest_of(judged):
     return max((one.data for one in judged), key=lambda data: (data["date"], not data["quick"]))
 
 
-def document(judged, charted):
+def document(judged, content):
     newest = newest_of(judged)
+    charts = [chart_section(entry, judged) for entry in content["charts"]]
     parts = [f"# Benchmarks\n\n{INTRODUCTION}", *([QUICK] if newest["quick"] else []),
-             machine_section(judged), targets_section(judged)]
-    parts += [family_section(one, newest, one.family.program in charted) for one in judged]
+             *filter(None, charts), slower_section(judged, content["slower"]),
+             machine_section(judged), *(family_section(one, newest) for one in judged)]
     return "\n".join(parts)
 
 
-def write(judged, docs):
-    """docs/benchmarks.md and docs/benchmarks/*.svg."""
-    folder = docs / "benchmarks"
+# ---- The files -------------------------------------------------------------------------------
+
+def load(path):
+    return json.loads(path.read_text(encoding="utf-8"))
+
+
+def mistakes(content, families):
+    """Entries of page.json that name no row, as lines of text."""
+    rows = [(one.program, row.ours) for one in families for row in one.rows]
+    return [f"page.json: '{entry.get('name', entry.get('title'))}' names no row of pairs.json"
+            for entry in [*content["charts"], *content["slower"]]
+            if not any(pairs.matches(entry, *row) for row in rows)]
+
+
+def write_charts(judged, content, folder):
+    # Only here, so that all the rest works on a machine without matplotlib.
+    import chart
     folder.mkdir(parents=True, exist_ok=True)
-    charted = set()
-    for one in judged:
-        picture = chart.svg(one.family.title, one.lines)
-        if picture:
-            charted.add(one.family.program)
-            (folder / f"{one.family.program}.svg").write_text(picture, encoding="utf-8")
-    (docs / "benchmarks.md").write_text(document(judged, charted), encoding="utf-8")
+    for entry in content["charts"]:
+        lines = lines_of(entry, judged)
+        if lines:
+            picture = chart.svg(entry["question"], [chart.group(line) for line in lines])
+            (folder / f"{entry['name']}.svg").write_text(picture, encoding="utf-8")
+
+
+def write(judged, content, docs):
+    """docs/benchmarks.md and docs/benchmarks/*.svg."""
+    write_charts(judged, content, docs / "benchmarks")
+    (docs / "benchmarks.md").write_text(document(judged, content), encoding="utf-8")

@@ -1,5 +1,9 @@
-"""Which benchmark stands beside which: reads pairs.json and compares it with the programs."""
+"""Which benchmark stands beside which, and how fast ours is meant to be.
+
+Reads pairs.json and the targets, and compares both with the programs.
+"""
 import dataclasses
+import fnmatch
 import itertools
 import json
 import subprocess
@@ -34,7 +38,7 @@ class Growth:
     per: list
     than: str      # the peer that it is compared with; empty: the limit is for ours alone
     peer: list
-    limit: float
+    limit: float = 0   # 0: none is set
 
 
 @dataclasses.dataclass
@@ -45,7 +49,6 @@ class Family:
     run: dict
     usual_seconds: float   # that a whole run takes, where its settings do not tell; else 0
     quick_skip: str
-    counted: list
     rows: list
     growth: list
 
@@ -96,26 +99,53 @@ def each(entry):
 
 def family(entry):
     rows = [Row(row["what"], row["ours"], row.get("peers", {}), row.get("floor", {}),
-                float(row.get("per", 1)), [target(one) for one in row.get("targets", [])])
+                float(row.get("per", 1)), [])
             for template in entry["rows"] for row in each(template)]
     growth = [Growth(row["what"], row["ours"], row["per"], row.get("than", ""),
-                     row.get("peer", []), row["at_most"])
+                     row.get("peer", []))
               for template in entry.get("growth", []) for row in each(template)]
     return Family(entry["title"], entry["program"], entry.get("note", ""), entry["run"],
-                  entry.get("usual_seconds", 0), entry.get("quick_skip", ""),
-                  entry.get("counted", []), rows, growth)
+                  entry.get("usual_seconds", 0), entry.get("quick_skip", ""), rows, growth)
+
+
+def matches(entry, program, benchmark):
+    """Whether an entry with a program and patterns is about this benchmark."""
+    return entry["program"] == program and any(fnmatch.fnmatchcase(benchmark, pattern)
+                                               for pattern in entry["ours"])
+
+
+def add_targets(families, content):
+    """Gives the rows their targets; returns a line of text for every entry without a row."""
+    mistakes = []
+    for entry in content["rows"]:
+        rows = [row for one in families for row in one.rows
+                if matches(entry, one.program, row.ours)]
+        for row in rows:
+            row.targets += [target(aim) for aim in entry["targets"]]
+        mistakes += [] if rows else [f"{entry['program']}: a target has no row: {entry['ours']}"]
+    for entry in content["growth"]:
+        rows = [row for one in families for row in one.growth
+                if matches(entry, one.program, row.ours[0])]
+        for row in rows:
+            row.limit = entry["at_most"]
+        mistakes += [] if rows else [f"{entry['program']}: a limit has no row: {entry['ours']}"]
+    return mistakes
 
 
 @dataclasses.dataclass
 class Pairs:
     families: list
-    optional: set   # peers that a machine need not have
+    optional: set    # peers that a machine need not have
+    mistakes: list   # targets for rows that are not there
+    counted: list    # targets that a test counts
 
 
-def load(path):
-    with open(path, encoding="utf-8") as file:
-        content = json.load(file)
-    return Pairs([family(entry) for entry in content["families"]], set(content["optional"]))
+def load(path, targets_path):
+    content = json.loads(path.read_text(encoding="utf-8"))
+    targets = json.loads(targets_path.read_text(encoding="utf-8"))
+    families = [family(entry) for entry in content["families"]]
+    return Pairs(families, set(content["optional"]), add_targets(families, targets),
+                 targets["counted"])
 
 
 # ---- Beside the programs ---------------------------------------------------------------------

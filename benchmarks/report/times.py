@@ -1,11 +1,18 @@
 """How times are written."""
 
+UNITS = (("s", "seconds", 1e9), ("ms", "milliseconds", 1e6), ("µs", "microseconds", 1e3))
+
 
 def text(nanoseconds):
-    for unit, size in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+    for short, _, size in UNITS:
         if nanoseconds >= size:
-            return f"{three_digits(nanoseconds / size)} {unit}"
+            return f"{three_digits(nanoseconds / size)} {short}"
     return f"{three_digits(nanoseconds)} ns"
+
+
+def unit(nanoseconds):
+    """(short, name, nanoseconds) of the unit for an axis that reaches up to this time."""
+    return next((unit for unit in UNITS if nanoseconds >= 2 * unit[2]), ("ns", "nanoseconds", 1))
 
 
 def three_digits(number):
