@@ -7,6 +7,8 @@ what Doxygen wants to see:
   - a comment directly above a declaration describes it, and the declarations that follow it
     without a blank line; one behind a declaration on its line describes that;
   - "---- Title ----" starts a group of declarations;
+  - a conditional block of inline bodies, and the comment above it, are left out: the functions are
+    described where they are declared;
   - deeper indented lines are shown as they stand, everything else is running text in which no
     character has a meaning of its own.
 In pages (*.md) links become references, because Doxygen knows files by their names alone. The C++
@@ -109,6 +111,26 @@ class Header:
             self.out.append(text)
         self.doc_is_fresh = False
 
+    def conditional_block(self):
+        """The number of lines from this #if to its #endif, both included."""
+        depth = 0
+        for count, line in enumerate(self.lines[self.at:], 1):
+            depth += line.startswith("#if")
+            depth -= line.startswith("#endif")
+            if depth == 0:
+                return count
+        return 1   # the guard of a header cut short
+
+    def skip_inline_bodies(self):
+        """Whether here was a block of inline bodies, which is passed with the comment above it."""
+        end = self.at + self.conditional_block()
+        if not any("gnu_inline" in line for line in self.lines[self.at:end]):
+            return False
+        if self.doc_is_fresh:
+            del self.out[-len(self.last_doc):]
+        self.last_doc, self.doc_is_fresh, self.at = None, False, end
+        return True
+
     def render(self):
         while self.at < len(self.lines):
             line = self.lines[self.at]
@@ -120,6 +142,8 @@ class Header:
                 continue
             if "/*" in line and not line.startswith("#"):
                 self.code_with_trailing_comment(self.take_until("*/"))
+                continue
+            if line.startswith("#if") and "GNUC" in line and self.skip_inline_bodies():
                 continue
             if line.startswith("VN_END_DECLS"):
                 self.end_section()

@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""Builds the manual's site: make_site.py DOXYGEN DOXYFILE INDEX LAYOUT
+
+Writes LAYOUT, the tree in the sidebar, from the sections of the start page INDEX, so that both show
+the same pages under the same titles. Runs Doxygen. Then adds to the index of the search, in which
+Doxygen finds a name by its beginning only: HashMap_add finds vn_HashMap_addQuick, too.
+"""
+import pathlib
+import re
+import subprocess
+import sys
+from xml.sax.saxutils import quoteattr
+
+import doxygen_filter
+
+LINK = re.compile(r"\[([^\]]+)\]\((?:[^)\s]*/)?([\w-]+\.(?:md|h))\)")
+REFERENCE = "Reference"
+
+
+def sections(text):
+    """[(heading, [(title, file)])] of the start page, without sections that link to nothing."""
+    found = []
+    for part in re.split(r"^## ", text, flags=re.M)[1:]:
+        links = LINK.findall(part)
+        if links:
+            found.append((part.split("\n")[0], links))
+    return found
+
+
+def tree(text):
+    """[(heading, [(title, file)])] of the sidebar: pages where they are listed, headers at the end."""
+    found = sections(text)
+    groups = [(heading, [link for link in links if link[1].endswith(".md")])
+              for heading, links in found if heading != REFERENCE]
+    headers = [(file, file) for heading, links in reversed(found) for _, file in links
+               if file.endswith(".h")]
+    return [*groups, (REFERENCE, list(dict.fromkeys(headers)))]
+
+
+def tab(title, file):
+    target = doxygen_filter.label(file) if file.endswith(".md") else file
+    return f'<tab type="user" url="@ref {target}" title={quoteattr(title)}/>'
+
+
+def layout(text):
+    lines = ['<doxygenlayout version="1.0">', "<navindex>",
+             '<tab type="mainpage" visible="yes" title="Start"/>']
+    for heading, links in tree(text):
+        lines += [f"<tab type=\"usergroup\" title={quoteattr(heading)}>",
+                  *(tab(*link) for link in links)]
+        if heading == REFERENCE:
+            lines += ['<tab type="globals" visible="yes" title="All names" intro=""/>',
+                      '<tab type="classlist" visible="yes" title="All records" intro=""/>']
+        lines.append("</tab>")
+    return "\n".join([*lines, "</navindex>", "</doxygenlayout>", ""])
+
+
+# ---- The index of the search: search/all_N.js, one file for each first letter, one name a line
+
+# '_' and ' ' in a name, as the index writes them.
+SEPARATOR = re.compile(r"_5f|_20")
+ENTRY = re.compile(r"^  \['(?P<name>.*)_\d+',(?P<links>\[.*\])\],?$", re.M)
+
+
+def later_words(name):
+    """The ends of a name from its second word on."""
+    return [name[at.end():] for at in SEPARATOR.finditer(name) if name[at.end():]]
+
+
+def add_words(search):
+    """Adds an entry to the index for every later word of a name, and drops those for *.md."""
+    letters = re.search(r'0: "(.*?)"', (search / "searchdata.js").read_text(encoding="utf-8"))[1]
+    files = {letter: search / f"all_{number:x}.js" for number, letter in enumerate(letters)}
+    # Doxygen's entry for the file of a page would lead to a list of its names, not to the page.
+    entries = {letter: [(each["name"], each["links"])
+                        for each in ENTRY.finditer(file.read_text(encoding="utf-8"))
+                        if not each["name"].endswith("_2emd")]
+               for letter, file in files.items()}
+    for name, links in [each for some in entries.values() for each in some]:
+        for word in later_words(name):
+            if word[0] in entries:
+                entries[word[0]].append((word, links))
+    for letter, file in files.items():
+        lines = [f"  ['{name}_{number}',{links}]"
+                 for number, (name, links) in enumerate(sorted(entries[letter]))]
+        file.write_text("var searchData=\n[\n" + ",\n".join(lines) + "\n];\n", encoding="utf-8")
+
+
+def main():
+    doxygen, doxyfile, index, target = sys.argv[1:5]
+    text = pathlib.Path(index).read_text(encoding="utf-8")
+    pathlib.Path(target).write_text(layout(text), encoding="utf-8")
+    status = subprocess.run([doxygen, doxyfile]).returncode
+    if status == 0:
+        output = re.search(r'^OUTPUT_DIRECTORY\s*= "(.*)"', pathlib.Path(doxyfile).read_text(
+            encoding="utf-8"), re.M)[1]
+        add_words(pathlib.Path(output) / "search")
+    return status
+
+
+if __name__ == "__main__":
+    sys.exit(main())
