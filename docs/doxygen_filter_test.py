@@ -48,8 +48,8 @@ class Headers(unittest.TestCase):
 
 class Pages(unittest.TestCase):
     def test_links_become_references(self):
-        text = doxygen_filter.page("docs/some-page.md", "# Title\n[a b](x/other-page.md) [h](a_b.h)")
-        self.assertEqual(text, '# Title {#page_some_page}\n@ref page_other_page "a b" @ref a_b.h "h"')
+        text = doxygen_filter.page("docs/some-page.md", "# T\n[a b](x/other-page.md) [h](a_b.h)")
+        self.assertEqual(text, '# T {#page_some_page}\n@ref page_other_page "a b" @ref a_b.h "h"')
 
     def test_a_link_within_the_page_labels_its_section(self):
         text = doxygen_filter.page("p.md", "# T\n[here](#what-is-it)\n## What is it?\n## More\n")

@@ -28,7 +28,7 @@ def sections(text):
 
 
 def tree(text):
-    """[(heading, [(title, file)])] of the sidebar: pages where they are listed, headers at the end."""
+    """[(heading, [(title, file)])] of the sidebar: pages as listed, headers last."""
     found = sections(text)
     groups = [(heading, [link for link in links if link[1].endswith(".md")])
               for heading, links in found if heading != REFERENCE]
