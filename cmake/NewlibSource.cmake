@@ -39,7 +39,7 @@ foreach(file IN LISTS VN_NEWLIB_CHOSEN VN_NEWLIB_PATCHES)
     string(APPEND VN_NEWLIB_CHECKSUMS ${checksum})
 endforeach()
 string(SHA256 VN_NEWLIB_CHECKSUM "${VN_NEWLIB_CHECKSUMS}")
-set(VN_UPSTREAM_DIR ${CMAKE_BINARY_DIR}/upstream/${VN_NEWLIB_CHECKSUM})
+set(VN_UPSTREAM_DIR ${PROJECT_BINARY_DIR}/upstream/${VN_NEWLIB_CHECKSUM})
 
 function(vn_apply_patch patch folder)
     execute_process(

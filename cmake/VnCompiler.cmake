@@ -9,16 +9,19 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
-set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_UNITY_BUILD OFF)   # the sources, upstream's most of all, are not written for it
 add_compile_definitions(_GNU_SOURCE)
 
 set(VN_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow
     $<$<OR:$<C_COMPILER_ID:Clang>,$<CXX_COMPILER_ID:Clang>>:-Wthread-safety>)
 
-find_program(VN_CCACHE ccache)
-if(VN_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_C_COMPILER_LAUNCHER ${VN_CCACHE})
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${VN_CCACHE})
+if(PROJECT_IS_TOP_LEVEL)
+    set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+    find_program(VN_CCACHE ccache)
+    if(VN_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+        set(CMAKE_C_COMPILER_LAUNCHER ${VN_CCACHE})
+        set(CMAKE_CXX_COMPILER_LAUNCHER ${VN_CCACHE})
+    endif()
 endif()
 
 if(VN_SANITIZE)

@@ -12,7 +12,8 @@ set(VN_INSTALL_JAR ${VN_INSTALL_JAVADIR}/vncommon.jar)
 
 install(TARGETS vncommon EXPORT vncommon-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-            COMPONENT runtime NAMELINK_COMPONENT development)
+            COMPONENT runtime NAMELINK_COMPONENT development
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY include/vncommon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT development FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 if(TARGET vncommon_jar)
@@ -58,4 +59,6 @@ configure_file(${VN_INSTALL_TEMPLATES}/vncommon.pc.in ${CMAKE_CURRENT_BINARY_DIR
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vncommon.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-include(VnDebianPackages)
+if(PROJECT_IS_TOP_LEVEL)   # CPack's settings are those of the whole build
+    include(VnDebianPackages)
+endif()

@@ -1,0 +1,5 @@
+int bystander(void);
+
+int bystander(void) {
+    return 0;
+}

@@ -1,0 +1,5 @@
+extern "C" int bystander(void);
+
+int main() {
+    return bystander();
+}
