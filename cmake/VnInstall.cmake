@@ -14,6 +14,17 @@ install(TARGETS vncommon EXPORT vncommon-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
             COMPONENT runtime NAMELINK_COMPONENT development
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+set(VN_PC_PRIVATE "")
+if(TARGET vncommon_static)
+    install(TARGETS vncommon_static EXPORT vncommon-static-targets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    install(EXPORT vncommon-static-targets NAMESPACE vncommon:: DESTINATION ${VN_INSTALL_CMAKEDIR}
+        COMPONENT development)
+    # Not Requires.private, for which pkg-config wants ICU's files from users of the shared library.
+    set(VN_PC_PRIVATE
+        "Libs.private: -licuuc -licudata -l${VN_CXX_RUNTIME} -lm -pthread -l${CMAKE_DL_LIBS}\n")
+endif()
 install(DIRECTORY include/vncommon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT development FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 if(TARGET vncommon_jar)

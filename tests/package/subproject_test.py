@@ -104,7 +104,7 @@ class Subproject(unittest.TestCase):
                     and "CMakeFiles/" not in str(path)}
         outside = {name for name in files(build) - files(self.alone)
                    if not name.startswith(tuple(f"{folder}/" for folder in folders))}
-        self.assertLessEqual(outside, {"user", "user_cpp"})
+        self.assertLessEqual(outside, {"user", "user_cpp", "user_static"})
 
     def check_untouched(self, build, *folders):
         self.check_records(build)
@@ -131,6 +131,14 @@ class Subproject(unittest.TestCase):
         tracked_archive(OPTIONS.source, archive)
         build = self.configure("archive", "url", archive)
         self.check_untouched(build, "_deps")
+
+    def test_the_static_library(self):
+        build = self.configure("static", "add_subdirectory", OPTIONS.source,
+                               "-DVN_BUILD_STATIC=ON")
+        support.run(["nice", OPTIONS.cmake, "--build", build, "--target", "user_static"])
+        self.check_cache(build)
+        self.check_files(build, "parts")
+        self.assertEqual(support.run([build / "user_static"]), ".5\n")
 
     def test_packages_stay_the_parents_own(self):
         build = self.configure("packages", "add_subdirectory", OPTIONS.source, "-DVN_INSTALL=ON")
