@@ -2,18 +2,22 @@
 # does it in a build whose prefix is /usr, where GNUInstallDirs picks Debian's library folder.
 include(VnCopyright)
 
+# The owner's, for packages that leave the house.
+set(VN_PACKAGE_MAINTAINER "libvncommon developers <vncommon@localhost>" CACHE STRING
+    "Who answers for the packages: Name <address>")
+set(VN_PACKAGE_HOMEPAGE "" CACHE STRING "Where the project is found; empty for nowhere")
+
 set(VN_COPYRIGHT ${CMAKE_CURRENT_BINARY_DIR}/copyright)
 vn_write_copyright(${VN_COPYRIGHT})
 # In Debian's own form, which tools read; what changed stands in CHANGELOG.md beside it.
 string(TIMESTAMP VN_BUILD_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)   # or SOURCE_DATE_EPOCH
-set(VN_MAINTAINER "libvncommon developers <vncommon@localhost>")
 set(VN_CHANGELOG ${CMAKE_CURRENT_BINARY_DIR}/changelog)
 file(CONFIGURE OUTPUT ${VN_CHANGELOG} @ONLY CONTENT
 "vncommon (@PROJECT_VERSION@) unstable; urgency=medium
 
   * CHANGELOG.md tells what changed.
 
- -- @VN_MAINTAINER@  @VN_BUILD_DATE@
+ -- @VN_PACKAGE_MAINTAINER@  @VN_BUILD_DATE@
 ")
 function(vn_install_documents component package)
     install(FILES ${VN_COPYRIGHT} ${VN_CHANGELOG} ${PROJECT_SOURCE_DIR}/CHANGELOG.md
@@ -22,26 +26,34 @@ endfunction()
 set(VN_RUNTIME_PACKAGE libvncommon${PROJECT_VERSION_MAJOR})
 vn_install_documents(runtime ${VN_RUNTIME_PACKAGE})
 vn_install_documents(development libvncommon-dev)
-vn_install_documents(tools vninfo)
+install(DIRECTORY examples/event_server examples/deploy
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libvncommon-dev/examples COMPONENT development)
+install(DIRECTORY docs/examples/
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libvncommon-dev/examples/families
+    COMPONENT development)
 
 # CPack puts the project's description, the short one, before each of the component's.
 set(CPACK_PACKAGE_NAME vncommon)
 set(CPACK_PACKAGE_VENDOR "libvncommon developers")
-set(CPACK_PACKAGE_CONTACT ${VN_MAINTAINER})
-set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_CONTACT ${VN_PACKAGE_MAINTAINER})
+set(CPACK_DEBIAN_PACKAGE_HOMEPAGE ${VN_PACKAGE_HOMEPAGE})
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
     GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_GENERATOR DEB)
-set(CPACK_PRE_BUILD_SCRIPTS ${VN_INSTALL_TEMPLATES}/compress-documents.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${VN_INSTALL_TEMPLATES}/prepare-package.cmake)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development)
-if(TARGET vninfo)
-    list(APPEND CPACK_COMPONENTS_ALL tools)
-endif()
-
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+# With debug information it goes to packages of its own (-dbgsym), without there is none to keep.
+if("${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${CMAKE_BUILD_TYPE}}" MATCHES "-g( |$)")
+    set(CPACK_STRIP_FILES OFF)
+    set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
+    set(CPACK_DEBIAN_TOOLS_DEBUGINFO_PACKAGE ON)
+else()
+    set(CPACK_STRIP_FILES ON)
+endif()
 
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "Threads, sockets, container-aware discovery of processors and memory,
@@ -54,23 +66,54 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(VN_TRIGGERS ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers)
 file(CONFIGURE OUTPUT ${VN_TRIGGERS} CONTENT "activate-noawait ldconfig\n")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${VN_TRIGGERS})
+set(VN_SYMBOLS ${CMAKE_CURRENT_BINARY_DIR}/debian/symbols)
+add_custom_command(OUTPUT ${VN_SYMBOLS}
+    COMMAND ${CMAKE_COMMAND} "-DNM=${CMAKE_NM}" "-DLIBRARY=$<TARGET_FILE:vncommon>"
+            "-DSONAME=$<TARGET_SONAME_FILE_NAME:vncommon>" "-DPACKAGE=${VN_RUNTIME_PACKAGE}"
+            "-DOUTPUT=${VN_SYMBOLS}" -P ${VN_INSTALL_TEMPLATES}/write-symbols.cmake
+    DEPENDS vncommon ${VN_INSTALL_TEMPLATES}/write-symbols.cmake VERBATIM)
+add_custom_target(vncommon_symbols ALL DEPENDS ${VN_SYMBOLS})
+# The trigger calls ldconfig. CPack would add scripts that call it, too, unless they are named here;
+# it packs those that exist, and these do not.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${VN_TRIGGERS} ${VN_SYMBOLS}
+    ${CMAKE_CURRENT_BINARY_DIR}/debian/postinst ${CMAKE_CURRENT_BINARY_DIR}/debian/postrm)
 
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-"Development files: headers, CMake package, pkg-config file and the jar with
-the Java class.")
-set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+"Development files: headers, manual pages, CMake package, pkg-config file and
+examples.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvncommon-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${VN_RUNTIME_PACKAGE} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS libvncommon-java)
 
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+if(TARGET vncommon_jar)
+    list(APPEND CPACK_COMPONENTS_ALL java)
+    vn_install_documents(java libvncommon-java)
+    set(CPACK_COMPONENT_JAVA_DESCRIPTION
+"The Java class that reads the clock of the library, as a jar with the module
+name com.vantrel.util.")
+    set(CPACK_DEBIAN_JAVA_PACKAGE_NAME libvncommon-java)
+    set(CPACK_DEBIAN_JAVA_PACKAGE_SECTION java)
+    set(CPACK_DEBIAN_JAVA_PACKAGE_ARCHITECTURE all)
+    set(CPACK_DEBIAN_JAVA_PACKAGE_DEPENDS "${VN_RUNTIME_PACKAGE} (>= ${PROJECT_VERSION})")
+    # The jar was in the development package once.
+    set(CPACK_DEBIAN_JAVA_PACKAGE_BREAKS "libvncommon-dev (<< ${PROJECT_VERSION})")
+    set(CPACK_DEBIAN_JAVA_PACKAGE_REPLACES "libvncommon-dev (<< ${PROJECT_VERSION})")
+endif()
+
+if(TARGET vninfo)
+    list(APPEND CPACK_COMPONENTS_ALL tools)
+    vn_install_documents(tools vninfo)
+    set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "vninfo prints the processors and the memory that a process may use, with
 every source that was read and which one won: text for people, JSON for
 scripts.")
-set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vninfo)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})   # where libvncommon is
+    set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vninfo)
+    set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+    # Not exactly this version: a newer library alone must not remove the tool.
+    set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${VN_RUNTIME_PACKAGE} (>= ${PROJECT_VERSION})")
+    set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})   # where libvncommon is
+endif()
 
 include(CPack)

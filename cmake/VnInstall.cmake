@@ -1,6 +1,6 @@
-# What `cmake --install` puts where, in three components: "runtime" (the shared library and its
-# printers for gdb), "development" (headers, CMake package, vncommon.pc, the jar) and "tools"
-# (vninfo and its manual page).
+# What `cmake --install` puts where, in four components: "runtime" (the shared library and its
+# printers for gdb), "development" (headers and their manual pages, CMake package, vncommon.pc),
+# "java" (the jar) and "tools" (vninfo and its manual page).
 # Everything finds its neighbours relative to itself, so that the prefix may still be chosen, or
 # the installed tree moved, after the build.
 include(CMakePackageConfigHelpers)
@@ -28,7 +28,13 @@ endif()
 install(DIRECTORY include/vncommon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT development FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 if(TARGET vncommon_jar)
-    install_jar(vncommon_jar DESTINATION ${VN_INSTALL_JAVADIR} COMPONENT development)
+    # Debian's policy for Java: the file has the version in its name, and a link has not.
+    set(jar vncommon-${PROJECT_VERSION}.jar)
+    file(CREATE_LINK ${jar} ${CMAKE_CURRENT_BINARY_DIR}/vncommon.jar SYMBOLIC)
+    install(FILES $<TARGET_PROPERTY:vncommon_jar,JAR_FILE> DESTINATION ${VN_INSTALL_JAVADIR}
+        COMPONENT java RENAME ${jar})
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vncommon.jar DESTINATION ${VN_INSTALL_JAVADIR}
+        COMPONENT java)
 endif()
 if(TARGET vninfo)
     file(RELATIVE_PATH VN_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
@@ -37,6 +43,20 @@ if(TARGET vninfo)
     configure_file(tools/vninfo/vninfo.1.in ${CMAKE_CURRENT_BINARY_DIR}/vninfo.1 @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vninfo.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
         COMPONENT tools)
+endif()
+
+# Manual pages out of the headers, where there is a Python to write them.
+find_package(Python3 COMPONENTS Interpreter QUIET)
+if(Python3_Interpreter_FOUND)
+    set(pages ${CMAKE_CURRENT_BINARY_DIR}/man3)
+    file(GLOB headers CONFIGURE_DEPENDS include/vncommon/*.h)
+    add_custom_command(OUTPUT ${pages}.made
+        COMMAND Python3::Interpreter -B ${PROJECT_SOURCE_DIR}/docs/man_pages.py
+                ${PROJECT_SOURCE_DIR}/include/vncommon ${PROJECT_VERSION} ${pages}
+        COMMAND ${CMAKE_COMMAND} -E touch ${pages}.made
+        DEPENDS docs/man_pages.py docs/doxygen_filter.py ${headers} VERBATIM)
+    add_custom_target(vncommon_man_pages ALL DEPENDS ${pages}.made)
+    install(DIRECTORY ${pages}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 endif()
 
 # gdb looks for its printers below share/gdb/auto-load by the full path of the library, which is

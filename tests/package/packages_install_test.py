@@ -14,7 +14,7 @@ import support
 
 OPTIONS = None
 SKIPPED = 77
-PACKAGES = ["libvncommon1", "libvncommon-dev", "vninfo"]
+PACKAGES = ["libvncommon1", "libvncommon-dev", "libvncommon-java", "vninfo"]
 LOCK_PATIENCE = 120  # seconds; another package manager may be at work
 
 
