@@ -1,0 +1,18 @@
+# CPack runs this on the packages that it made. Those of debug information it fills itself, with
+# files as new as the build and named by their paths there: they are packed again, with the time of
+# the commit.
+foreach(package IN LISTS CPACK_PACKAGE_FILES)
+    if(NOT package MATCHES "\\.ddeb$" OR NOT DEFINED ENV{SOURCE_DATE_EPOCH})
+        continue()
+    endif()
+    set(folder ${package}.folder)
+    foreach(command IN ITEMS
+            "dpkg-deb;--raw-extract;${package};${folder}"
+            "sed;-i;-E;s|  /.*-dbgsym/|  |;${folder}/DEBIAN/md5sums"
+            "find;${folder}/usr;-type;f;-exec;chmod;644;{};+"
+            "find;${folder};-exec;touch;--date=@$ENV{SOURCE_DATE_EPOCH};{};+"
+            "dpkg-deb;--root-owner-group;--build;${folder};${package}")
+        execute_process(COMMAND ${command} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+    file(REMOVE_RECURSE ${folder})
+endforeach()
