@@ -33,7 +33,7 @@ namespace {
 enum class Uses { nothing, heap, streams };
 #if defined(__SANITIZE_THREAD__)
 constexpr int forks = 30;
-constexpr Uses pauseFor = Uses::streams;
+constexpr Uses pauseFor = Uses::heap;
 #elif defined(__SANITIZE_ADDRESS__)
 constexpr int forks = 30;
 constexpr Uses pauseFor = Uses::heap;
