@@ -1,10 +1,11 @@
-// Threads and synchronisation: one system call per wrapper, failures handed to checkError.
+// Threads and synchronisation: each wrapper makes one POSIX call and passes a failure to
+// checkError.
 //
-// The library has no thread of its own. Its only lock here is threadCounterIdMutex, held just
-// around handing out a number; no other lock is taken while it is held.
+// The library starts no threads. The only lock here is threadCounterIdMutex. It is held only while
+// a thread gets its number, and no other lock is taken meanwhile.
 //
-// Fork: the counter changes in one store and is valid at any moment. The numbers that vanished
-// threads of the parent had, or were about to get, are not handed out again in the child.
+// Fork: the counter changes in one store, so it is valid at any moment. The child does not reuse
+// numbers that the parent has counted, also those of threads that the child does not have.
 #include <limits.h>
 #include <signal.h>
 #include <time.h>
@@ -25,20 +26,21 @@ namespace {
 
 std::atomic<bool> initDone{false};
 
-// What a new thread needs; made by the creating thread, freed by the new one.
+// What a new thread runs. The creating thread allocates it; the new thread frees it, or the
+// creating one when there is no new thread.
 struct ThreadStart {
     vn_ThreadFunction function;
     void* argument;
 };
 
-// No slot until load has made one: without, every call hands out a new number, but the first slot
-// of the process, which is somebody else's, is left alone.
+// Invalid until the static initialiser below has run, so that we never touch key 0, which may
+// belong to other code. Until then every call returns a new number.
 vn_ThreadLocal threadCounterId = PTHREAD_KEYS_MAX;
 vncommon::ForkSafeMutex threadCounterIdMutex;
 constexpr vncommon::LockRole counterLock;
-uint64_t threadCounter VN_GUARDED_BY(counterLock) = 0;  // the last number handed out
+uint64_t threadCounter VN_GUARDED_BY(counterLock) = 0;  // the last number assigned
 
-// Its lifetime is the library's: the counted thread ids work from load to unload.
+// Lives from load to unload of the library, and counted thread ids work for that time.
 struct CPlatformThread_Hook {
     CPlatformThread_Hook() {
         vn_ThreadLocal_init(&threadCounterId, nullptr);
@@ -51,7 +53,7 @@ struct CPlatformThread_Hook {
     }
 };
 
-// The earliest of our static initialisers: pools and locks made later may ask for numbers.
+// The first of our static initialisers, because later ones may request thread numbers.
 [[gnu::init_priority(101)]] CPlatformThread_Hook hook_instance;
 
 const vncommon::ForkHandlers forkHandlers(nullptr, nullptr,
@@ -170,13 +172,13 @@ bool vn_Semaphore_trywait(vn_Semaphore* semaphore) {
 }
 
 vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool detached) {
-    // Before the initialisation test, which may abort: the order is part of the behaviour.
+    // Compat: allocates before the initialisation test, which may abort; the order is observable.
     auto* start = static_cast<ThreadStart*>(malloc(sizeof(ThreadStart)));
     requireInitialisation();
     vn_checkMemory(start);
     *start = {function, argument};
 
-    pthread_attr_t attributes{};  // zeros serve as defaults if the call below should fail
+    pthread_attr_t attributes{};  // all zero: usable defaults if the call below fails
     checkError(pthread_attr_init(&attributes), "pthread_attr_init");
     if (detached) {
         checkError(pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED),
@@ -184,7 +186,7 @@ vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool det
     }
     vn_ThreadId thread{};
     const int result = pthread_create(&thread, &attributes, threadMain, start);
-    checkError(result, "pthread_create");  // before free, which may change the errno it reports
+    checkError(result, "pthread_create");  // before free(), which may change the reported errno
     if (result != 0) {
         free(start);
     }

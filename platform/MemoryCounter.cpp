@@ -6,16 +6,16 @@
 
 namespace memorycounter {
 
-// True from load, so that counts made before anybody decides are kept.
+// True from load, so that counts made before the first checkEnabled() are kept.
 bool MemoryDiagnostics::_enabled = true;
 
 namespace {
 
-// The environment has been consulted, and the answer is stored. Racing threads store the same one.
+// The environment has been read, and the result is stored. Racing threads store the same result.
 std::atomic<bool> performedCheck{false};
 std::atomic<int64_t> counter{0};
 
-// Its type is part of the interface.
+// _enabled is a plain bool in the public header, so its atomic access needs atomic_ref.
 std::atomic_ref<bool> enabled() {
     return std::atomic_ref(MemoryDiagnostics::_enabled);
 }

@@ -1,5 +1,5 @@
-// Cancellation points inside a locked section: a thread that is cancelled there would never
-// release the lock.
+// For locked sections that contain cancellation points: a thread that is cancelled there would
+// never release the lock.
 #ifndef VN_PLATFORM_CANCELLATION_H
 #define VN_PLATFORM_CANCELLATION_H
 
@@ -7,8 +7,8 @@
 
 namespace vncommon {
 
-// Postpones a pthread_cancel() of the calling thread for its lifetime. May be used in a signal
-// handler: glibc changes a field of the thread's own control block, nothing else.
+// While it exists, a pthread_cancel() of the calling thread is delayed. Safe in a signal handler:
+// glibc only changes a field of the thread's own control block.
 class CancellationDisabled {
   public:
     CancellationDisabled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }

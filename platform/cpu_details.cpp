@@ -17,7 +17,7 @@ struct CheckedFree {
     void operator()(char* text) const { vn_free(text); }
 };
 
-// One part of the description: how the kind of processor calls it, and what it is.
+// One part of the description: its label, which depends on the kind of processor, and its value.
 struct Detail {
     const char* label = "";
     std::unique_ptr<char, CheckedFree> value;
@@ -33,8 +33,9 @@ struct CpuDetails {
     Detail modelName;  // has no label
 };
 
-// A line that begins with start holds the detail. The last detail of a processor's block ends
-// the reading: only the first processor counts, and ARM's revision line comes too late.
+// A line that begins with start holds the detail. Reading ends at the last detail of the first
+// processor's block; other processors are ignored. On ARM the revision line comes after that end
+// and is not read.
 struct Rule {
     const char* start;
     Detail CpuDetails::*detail;
@@ -42,12 +43,12 @@ struct Rule {
     bool isLast = false;
 };
 
-// In this order; "model name" before "model", which it begins with.
+// The first rule that matches is used, so "model name" must come before its prefix "model".
 constexpr Rule rules[] = {
     {"vendor_id", &CpuDetails::vendor, "vendor"},
     {"CPU imple", &CpuDetails::vendor, "implementer code"},
     {"cpu family", &CpuDetails::family, " family "},
-    {"CPU archit", &CpuDetails::family, " achitecture "},  // spelled so on purpose
+    {"CPU archit", &CpuDetails::family, " achitecture "},  // Compat: misspelled, parsers match it
     {"model name", &CpuDetails::modelName, ""},
     {"model", &CpuDetails::model, " model "},
     {"revis", &CpuDetails::model, " revision "},
@@ -81,7 +82,7 @@ void readDetails(vncommon::LineReader& cpuinfo, CpuDetails& details) {
     }
 }
 
-// What the C library prints for a null string; readers of the text know it as "no model name".
+// Compat: "(null)", which glibc prints for a null string, means "no model name" to callers.
 const char* modelNameText(const Detail& modelName) {
     return modelName.value != nullptr ? modelName.value.get() : "(null)";
 }

@@ -53,7 +53,7 @@ Text ownControllerDir(const char* controller) {
         environmentOr("VN_CGROUPS_SELF", "/proc/self/cgroup"), controller));
 }
 
-// VN_ASSUME_CPUS, judged as a 32-bit integer; 0 when it says nothing.
+// VN_ASSUME_CPUS converted to a 32-bit integer; 0 when it is unset or not positive.
 int assumedCpus() {
     const char* text = getenv("VN_ASSUME_CPUS");
     const int count = text == nullptr ? 0 : static_cast<int>(strtol(text, nullptr, 10));
@@ -68,7 +68,7 @@ Text readLimit(const char* dir, const char* name) {
     return Text(dir == nullptr ? nullptr : readCGroupsFile(dir, name));
 }
 
-// The number that a controller file begins with, 0 when there is none.
+// The number at the start of a controller file; 0 when there is none.
 double readNumber(const char* dir, const char* name) {
     double number = 0;
     if (const Text line = readLimit(dir, name)) {
@@ -92,8 +92,8 @@ double readNumber(const char* dir, const char* name) {
     return quotient(quota, period);
 }
 
-// The list of controllers of one line, which begins at offset: whether it holds the controller.
-// Leaves offset at the end of the list.
+// Whether the comma-separated list that begins at offset holds the controller. Moves offset to the
+// end of the list.
 bool listHolds(const char* line, size_t length, size_t& offset, const char* controller,
                size_t controllerLength) {
     bool found = false;
@@ -111,8 +111,8 @@ bool listHolds(const char* line, size_t length, size_t& offset, const char* cont
     }
 }
 
-// The path in the first fitting line of selfFile, up to the end of the line; null when no line
-// fits, and when there is no memory for the path.
+// The path in the first line of selfFile that lists the controller, up to the end of the line.
+// Null when no line does, or without memory for the path.
 Text findGroupPath(const char* selfFile, const char* controller) {
     const File file(fopen(selfFile, "re"));
     if (file == nullptr) {
@@ -151,7 +151,7 @@ int physicalCpus(std::atomic<int>& cache, const char* cpuinfoFile) {
     if (count == 0) {
         LineReader cpuinfo(cpuinfoFile);
         if (!cpuinfo.isOpen()) {
-            return 0;  // not kept: a later call may succeed
+            return 0;  // not cached: a later call may succeed
         }
         char line[1024];
         while (cpuinfo.next(line)) {
@@ -231,17 +231,17 @@ int64_t vn_actualPhysicalMemoryBytes(void) {
 
 int64_t vn_physicalMemoryCGroupsV1(const char* dir, int64_t physicalBytes) {
     const Text line = readLimit(dir, "/memory.limit_in_bytes");
-    int64_t limit = 0;  // stands when the line holds no number, on purpose
+    int64_t limit = 0;  // Compat: a line without a number is a limit of 0; callers rely on it
     if (line == nullptr || sscanf(line.get(), "%ld", &limit) == EOF) {
         return unlimitedBytes;
     }
-    // Without a limit the kernel shows a number beyond any memory.
+    // Without a limit the kernel shows a number larger than any memory size.
     return limit >= physicalBytes ? unlimitedBytes : limit;
 }
 
 int64_t vn_physicalMemoryCGroupsV2(const char* dir, int64_t physicalBytes) {
     const Text line = readLimit(dir, "/memory.max");
-    int64_t limit = -1;  // stands for the word "max"
+    int64_t limit = -1;  // kept when there is no number, as in "max"
     if (line != nullptr) {
         sscanf(line.get(), "%ld", &limit);
     }

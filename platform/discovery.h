@@ -1,4 +1,4 @@
-// The discovery functions with the files they read as arguments.
+// The discovery functions with the paths of their files as arguments, for tests.
 #ifndef VN_PLATFORM_DISCOVERY_H
 #define VN_PLATFORM_DISCOVERY_H
 

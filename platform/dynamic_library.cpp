@@ -1,4 +1,4 @@
-// Dynamic libraries under UTF-8 names.
+// Dynamic libraries with UTF-8 names.
 #include <dlfcn.h>
 
 #include <cstring>
@@ -16,7 +16,8 @@ char* lastLibraryError() {
     return strdup(message != nullptr ? message : "Unknown error");
 }
 
-// A name that there was no memory to convert must not pass for none, which means the program.
+// POSIX: for dlopen() a null name means the program itself. So a name that could not be converted
+// for lack of memory must not be passed as null.
 void* openLibrary(const char* path, const SystemText& name, int flags) {
     const bool unnamed = path != nullptr && name.get() == nullptr;
     return unnamed ? nullptr : dlopen(name.get(), flags);
@@ -31,7 +32,7 @@ char* vn_loadLibraryUTF8(void** handle, const char* path) {
 }
 
 char* vn_unloadLibrary(void* handle) {
-    if (handle == nullptr) {  // the system's dlclose would read through it
+    if (handle == nullptr) {  // glibc: dlclose() would dereference it
         return strdup("Unknown error");
     }
     return dlclose(handle) == 0 ? nullptr : lastLibraryError();
@@ -44,6 +45,6 @@ char* vn_findLibrarySymbol(void** symbol, void* handle, const char* name) {
 
 int vn_assertUnloadedLibrary(const char* path) {
     const SystemText name(path);
-    // The handle is kept, and with it one reference: see the header.
+    // Compat: the handle is not closed; the library stays loaded, as the header says.
     return openLibrary(path, name, RTLD_NOW | RTLD_NOLOAD) == nullptr ? 1 : 0;
 }

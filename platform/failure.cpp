@@ -1,7 +1,7 @@
-// Failure convention: every report on standard error and every end of the process goes through
-// this file. Nothing here takes a lock, and the out-of-memory path does not touch the heap.
-// Threads may enter that path at once: one of them gets the callback, one of them writes the
-// memory line, and none waits for the callback, which may be waiting for it.
+// Failure convention: every report of a failure on standard error and every end of the process
+// goes through this file. Nothing here takes a lock, and the out-of-memory path does not use the
+// heap. Several threads may enter that path at once: one of them runs the callback, and one writes
+// the memory line. No thread waits for the callback, because the callback may wait for that thread.
 #include "platform/failure.h"
 
 #include <pthread.h>
@@ -19,8 +19,8 @@
 
 #include <vncommon/discovery.h>
 
-// The XSI form of strerror_r, under the name that glibc keeps for it: C++ is always compiled
-// with the GNU extensions, whose strerror_r returns the message instead of an error number.
+// glibc: the XSI form of strerror_r under its internal name. Compilers define _GNU_SOURCE for C++,
+// and with it strerror_r is the GNU form, which returns the message instead of an error number.
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's name
 extern "C" int __xpg_strerror_r(int errnum, char* buffer, size_t size);
 
@@ -29,16 +29,16 @@ namespace {
 std::atomic<vn_OutOfMemoryCallBack> outOfMemoryCallBack{nullptr};
 std::atomic<bool> inImmediateExit{false};  // vn_immediateExit has been entered
 
-// The thread that called a callback last, and the frame from which it did.
+// The thread that last ran a callback, and the stack frame that called it.
 std::atomic<pthread_t> callBackThread{};
 std::atomic<uintptr_t> callBackFrame{0};
 
 std::atomic<bool> logMemory{false};     // a thread has begun the memory line
-std::atomic<bool> memoryLogged{false};  // and has written it
+std::atomic<bool> memoryLogged{false};  // the memory line is written
 
 constexpr size_t messageSize = 1024;
 
-// The texts of errno and of code, taken before any other call can change errno.
+// The messages for errno and code. errno is saved before any other call can change it.
 struct ErrorTexts {
     explicit ErrorTexts(int code) {
         const int savedErrno = errno;
@@ -56,8 +56,7 @@ struct ErrorTexts {
     char ofCode[messageSize];
 };
 
-// For the out-of-memory path: one write(), no buffered stream, and nothing to be done about a
-// failure.
+// For the out-of-memory path: one write(), no buffered stream. A failure is ignored.
 void writeToStandardError(const char* text, size_t length) {
     [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, text, length);
 }
@@ -71,16 +70,15 @@ void writeMemoryUse() {
     }
 }
 
-// Whether vn_outOfMemory, in this frame, was called by the callback: by its thread, and from deeper
-// in the stack. The thread alone does not suffice, because a callback may have left by longjmp,
-// which nothing records.
+// Whether the callback itself called vn_outOfMemory: same thread, and a deeper stack frame. The
+// thread alone is not enough: an earlier callback may have left by longjmp, which is not recorded.
 bool isInsideCallBack(uintptr_t frame) {
     return callBackThread == pthread_self() && frame < callBackFrame;
 }
 
-// Waits while another thread writes the memory line, which the end of the process would cut off.
-// Not for ever: that thread may be missing in this process (after a fork), or be the one that was
-// interrupted here.
+// Waits while another thread writes the memory line; otherwise the end of the process could cut it
+// off. The wait is limited: after a fork that thread may not exist, and in a signal handler it may
+// be the interrupted thread.
 void awaitMemoryLine() {
     constexpr timespec step = {0, 1'000'000};
     constexpr int mostSteps = 10'000;
@@ -89,7 +87,7 @@ void awaitMemoryLine() {
     }
 }
 
-// Nobody cancels this thread any more: others wait for its line, and the process is about to end.
+// Disables cancellation for good: other threads wait for the line, and the process is about to end.
 void logMemoryOnce() {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     if (!logMemory.exchange(true)) {
@@ -150,8 +148,7 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
         fprintf(stderr, "Fatal error: snprintf unexpectedly failed (%i)\n", length);
         flushAndAbort();
     }
-    // One byte stricter than truncation requires, on purpose: callers rely on a fallback text
-    // never filling the buffer.
+    // Compat: one byte stricter than truncation needs; callers rely on a spare byte after the text.
     if (static_cast<size_t>(length) + 1 >= size) {
         fputs("Fatal error: error message buffer too small\n", stderr);
         flushAndAbort();

@@ -1,22 +1,23 @@
-// Reports of failed calls, and the end after a fatal text.
+// Reports of failed calls, and the abort after a fatal message.
 #ifndef VN_PLATFORM_FAILURE_H
 #define VN_PLATFORM_FAILURE_H
 
 #include <vncommon/failure.h>
 
-// The end after a fatal text: abort() drops what a standard error with a buffer still holds.
+// Ends the process after a fatal message. Flushes standard error first, because the program may
+// have given it a buffer, and abort() discards buffers.
 [[noreturn]] void flushAndAbort();
 
 // The part of checkError that reports; code is not 0.
 void reportFailedCall(int code, const char* systemCall);
 
 // Does nothing when code is 0. Otherwise reports the failed call in three lines on standard
-// error ("Fatal error: System call %s failed\n" and the texts of errno and of code) and returns:
-// a failed lock, unlock or signal is reported and the program goes on, on purpose. The one
-// exception: "pthread_create" failing with EAGAIN or ENOMEM ends in vn_outOfMemory().
+// error ("Fatal error: System call %s failed\n" and the messages for errno and code) and returns.
+// Compat: the program continues after a failed lock, unlock or signal; callers rely on it.
+// The exception: "pthread_create" failing with EAGAIN or ENOMEM ends in vn_outOfMemory().
 // code is what the call returned: an error number, or -1 for calls that report through errno.
 //
-// Inline, so that a lock that succeeds costs no further call.
+// Inline, so that a successful lock needs no extra call.
 inline void checkError(int code, const char* systemCall) {
     if (code != 0) [[unlikely]] {
         reportFailedCall(code, systemCall);

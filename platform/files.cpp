@@ -1,4 +1,4 @@
-// Files and the console under UTF-8 names: convert, make the one system call, release.
+// Files with UTF-8 names, and the console: convert the text, make one system call, free the text.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,8 +15,8 @@ using vncommon::SystemText;
 
 namespace {
 
-// Whether there is no name to hand to the system, whose declarations forbid null: errno then says
-// of a null path what the system would, and of one that could not be converted that memory is out.
+// Whether there is no name to pass to the system, whose declarations forbid null. Then sets errno:
+// EFAULT for a null path, as the kernel would; ENOMEM for a path that could not be converted.
 bool isMissing(const SystemText& name, const char* path) {
     if (name.get() == nullptr) {
         errno = path == nullptr ? EFAULT : ENOMEM;

@@ -1,14 +1,14 @@
 // The floating-point mode that the library computes in: round to nearest, subnormal numbers kept,
 // no exception traps.
 //
-// A host may have set another one for its thread. Functions whose result depends on the mode look
-// at the control word first and, if it is not the default, run in the default mode and put the
-// host's back. The flags of raised exceptions are no part of the mode: those raised meanwhile stay
-// raised, beside those that the host had.
+// A host may have set another mode for its thread. Functions whose result depends on the mode
+// check the control word first. If it is not the default, they set the default mode, compute, and
+// restore the host's mode. Exception flags are not part of the mode: new ones are added to the
+// host's flags and stay raised.
 //
-// Compilers move arithmetic across changes of the mode, which are no memory accesses to them. So
-// the arithmetic is in a function that is not inlined, and the changes surround a call through a
-// volatile pointer: what it calls, and hence what it computes, is unknown at compile time.
+// Compilers do not treat mode changes as memory accesses, and may move arithmetic across them. So
+// the arithmetic is in a function that is never inlined, and the mode changes surround a call
+// through a volatile pointer: the compiler cannot know which function is called.
 #ifndef VN_PLATFORM_FLOAT_ENVIRONMENT_H
 #define VN_PLATFORM_FLOAT_ENVIRONMENT_H
 
@@ -25,7 +25,7 @@ namespace vncommon {
 
 #if defined(__x86_64__)
 
-// MXCSR: flush to zero, rounding, masks of exceptions and denormals are zeros are bits 15 to 6.
+// MXCSR, bits 15 to 6: flush to zero, rounding, exception masks, denormals are zeros.
 constexpr unsigned floatControls = 0xFFC0;
 constexpr unsigned defaultFloatControls = 0x1F80;
 
@@ -36,7 +36,7 @@ inline bool isDefaultFloatMode() {
 class DefaultFloatMode {
   public:
     DefaultFloatMode() : rounding_(fegetround()), controls_(_mm_getcsr() & floatControls) {
-        fesetround(FE_TONEAREST);  // of the x87 unit too: the C library's printf and scanf ask it
+        fesetround(FE_TONEAREST);  // x87 too: the C library's printf and scanf read its mode
         setControls(defaultFloatControls);
     }
     ~DefaultFloatMode() {
@@ -47,7 +47,7 @@ class DefaultFloatMode {
     DefaultFloatMode& operator=(const DefaultFloatMode&) = delete;
 
   private:
-    // Intel SDM: a mask cleared beside a raised flag does not trap; the next exception does.
+    // Intel SDM: clearing a mask while its flag is raised does not trap; the next exception does.
     static void setControls(unsigned controls) {
         _mm_setcsr((_mm_getcsr() & ~floatControls) | controls);
     }
@@ -58,7 +58,7 @@ class DefaultFloatMode {
 
 #elif defined(__aarch64__)
 
-// FPCR holds the controls alone, 0 by default; the flags are in FPSR.
+// FPCR holds only the controls and is 0 by default; the flags are in FPSR.
 inline uint64_t floatControls() {
     uint64_t controls;
     asm volatile("mrs %0, fpcr" : "=r"(controls));
@@ -86,7 +86,7 @@ class DefaultFloatMode {
 
 #else
 
-// Without processor-specific code: the rounding mode alone.
+// Other processors: only the rounding mode, which standard C can change.
 inline bool isDefaultFloatMode() {
     return fegetround() == FE_TONEAREST;
 }
@@ -104,7 +104,7 @@ class DefaultFloatMode {
 
 #endif
 
-// The rare way of inDefaultFloatMode.
+// The rare path of inDefaultFloatMode.
 template <typename Result, typename... Arguments>
 [[gnu::noinline, gnu::cold]] Result callInDefaultFloatMode(
     Result (*function)(Arguments...), std::type_identity_t<Arguments>... arguments) {
@@ -113,8 +113,8 @@ template <typename Result, typename... Arguments>
     return unknown(arguments...);
 }
 
-// function(arguments...) in the default mode. The function must not be inlined: [[gnu::noinline]],
-// or defined in another source that takes no part in link-time optimisation.
+// Returns function(arguments...), computed in the default mode. The function must never be inlined:
+// mark it [[gnu::noinline]], or define it in a source compiled without link-time optimisation.
 template <auto function, typename... Arguments>
 inline auto inDefaultFloatMode(Arguments... arguments) {
     if (isDefaultFloatMode()) [[likely]] {

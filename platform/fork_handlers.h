@@ -1,5 +1,6 @@
-// Registers functions to run around every fork() of the process, as a static object of the source
-// whose lock they look after: from load on, and removed by the C library with this library.
+// Registers functions that run around every fork() of the process. Each source with a lock defines
+// a static object of this type, so registration happens at load. The C library removes the
+// functions when this library is unloaded.
 #ifndef VN_PLATFORM_FORK_HANDLERS_H
 #define VN_PLATFORM_FORK_HANDLERS_H
 

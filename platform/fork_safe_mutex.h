@@ -1,17 +1,17 @@
-// A mutex that the child of fork() can use whatever the threads of its parent were doing.
+// A mutex that the child of fork() can use, whatever the threads of its parent were doing.
 //
 // Nothing locks it before fork(): fork() never waits for it, and a signal handler may fork while
-// its own thread holds it. Instead the lock's family registers a hook for the child
-// (fork_handlers.h) that calls freeInChild() on each of its locks:
-//  - a free one stays free;
-//  - one that the forking thread holds, because a signal handler that interrupted it forks, stays
-//    locked: POSIX copies that thread with the locks it holds, and it goes on and unlocks;
-//  - any other was locked by a thread that the child does not have, and is made anew. What it
-//    guards may be half changed, and the hook brings it to a valid state.
+// its own thread holds it. Instead, the source that owns the locks registers a fork handler for the
+// child (fork_handlers.h), which calls freeInChild() on each lock:
+//  - a free lock stays free;
+//  - a lock that the forking thread holds stays locked: a signal handler interrupted the holder and
+//    forked. POSIX: the child has that thread and its locks, so it continues and unlocks;
+//  - any other lock belonged to a thread that the child does not have. It is initialised again. The
+//    data it guards may be half changed; the fork handler makes it valid.
 //
-// The holder is noted just after locking and cleared just before unlocking. A handler that forks in
-// the instant between finds the guarded data whole, but takes the lock for another thread's: the
-// thread then unlocks in the child what is unlocked already, which does no harm in glibc 2.36.
+// The holder is stored just after locking and cleared just before unlocking. A handler that forks
+// between the two steps finds valid data, but the lock looks like another thread's and is freed.
+// The thread then unlocks it once more in the child. glibc 2.36: this does no harm.
 #ifndef VN_PLATFORM_FORK_SAFE_MUTEX_H
 #define VN_PLATFORM_FORK_SAFE_MUTEX_H
 
@@ -31,11 +31,12 @@ struct ForkSafeMutex {
     vn_Mutex mutex;
     std::atomic<pthread_t> holder{};  // no thread: 0
 
-    // The results are the mutex calls' own.
+    // lock() and unlock() return what the pthread calls return.
     int lock() {
         const int result = pthread_mutex_lock(&mutex);
         holder.store(pthread_self(), std::memory_order_relaxed);
-        // The hook runs on the holder's own thread: the compiler must keep the order, no more.
+        // The fork handler runs on the holder's own thread, so only the compiler must keep the
+        // order.
         std::atomic_signal_fence(std::memory_order_seq_cst);
         return result;
     }
@@ -46,7 +47,7 @@ struct ForkSafeMutex {
         return pthread_mutex_unlock(&mutex);
     }
 
-    // For the hook in the child: true when the mutex was made anew.
+    // For the fork handler of the child. True when the mutex was initialised again.
     bool freeInChild() {
         if (pthread_mutex_trylock(&mutex) == 0) {
             pthread_mutex_unlock(&mutex);

@@ -1,5 +1,5 @@
-// Reads a file in pieces as fgets does, but without the heap: the size of the process is read
-// when its memory is exhausted.
+// Reads a file in pieces as fgets does, but without the heap: the out-of-memory path uses it to
+// read the size of the process.
 #ifndef VN_PLATFORM_LINE_READER_H
 #define VN_PLATFORM_LINE_READER_H
 
@@ -9,7 +9,7 @@ namespace vncommon {
 
 class LineReader {
   public:
-    explicit LineReader(const char* path);  // errno says why isOpen() is false
+    explicit LineReader(const char* path);  // when isOpen() is false, errno holds the reason
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
@@ -17,7 +17,7 @@ class LineReader {
     bool isOpen() const { return descriptor >= 0; }
 
     // The next line with its line feed, or the next size - 1 bytes of a longer one, terminated.
-    // False at the end of the file, on an error and when the file is not open. size is 2 at least.
+    // False at the end of the file, on an error and when the file is not open. size is at least 2.
     bool next(char* piece, size_t size);
 
     template <size_t size>
@@ -25,8 +25,8 @@ class LineReader {
         return next(piece, size);
     }
 
-    // The next run of bytes that are not white space, terminated; across line feeds, as fscanf's
-    // %s. What a run has beyond size - 1 bytes is skipped. False at the end.
+    // The next run of bytes that are not white space, terminated. Line feeds are white space, as
+    // for fscanf's %s. Bytes of a run after the first size - 1 are skipped. False at the end.
     bool nextField(char* field, size_t size);
 
     template <size_t size>
@@ -39,7 +39,7 @@ class LineReader {
     bool atSpace() const;
 
     int descriptor;
-    size_t begin = 0;  // the bytes not handed out yet are chunk[begin, end)
+    size_t begin = 0;  // the unread bytes are chunk[begin, end)
     size_t end = 0;
     char chunk[1024];
 };

@@ -8,9 +8,10 @@
 namespace vncommon {
 namespace {
 
-// glibc: the lock inside localtime_r() stays locked for ever in a child that was forked while
-// another thread held it. So this lock is held around localtime_r() and over every fork. Nothing
-// else is locked or allocated by us while it is held; localtime_r() may read the time zone's file.
+// glibc: localtime_r() has a lock inside. If another thread holds that lock during fork(), it stays
+// locked in the child for ever. So our lock is held around localtime_r() and during every fork().
+// While we hold it we take no other lock and allocate nothing; localtime_r() may read the time zone
+// file.
 OwnedLock localTimeLock;
 
 void afterFork() {
@@ -19,8 +20,8 @@ void afterFork() {
     }
 }
 
-// Registered at load, and before any handler that may wait for long: the handlers that prepare a
-// fork run in the reverse order, so nothing waits for a fork while this lock is held over it.
+// Registered before any fork handler that may wait long. POSIX: prepare handlers run in the reverse
+// order of registration, so this lock is taken last, and no handler waits while it is held.
 [[gnu::init_priority(102)]] const ForkHandlers forkHandlers([] { localTimeLock.prepareFork(); },
                                                             afterFork, afterFork);
 
@@ -38,7 +39,7 @@ char* putTwoDigits(char* to, int number) {
     return to + 2;
 }
 
-// For years of four digits, which is what clocks show.
+// Only for years of four digits.
 void putSecond(const tm& local, int year, int second, char* to) {
     to = putTwoDigits(putTwoDigits(to, year / 100), year % 100);
     *to++ = '-';

@@ -10,7 +10,7 @@ namespace vncommon {
 constexpr int secondLength = 20;  // of "YYYY-MM-DD hh:mm:ss."
 
 // Writes "YYYY-MM-DD hh:mm:ss." in local time; returns its length, as snprintf() does. Works in
-// the child of a fork() whatever the threads of the parent were doing.
+// the child of fork(), whatever the threads of the parent were doing.
 int formatSecond(time_t second, char* to, size_t size);
 
 }  // namespace vncommon

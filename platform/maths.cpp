@@ -1,5 +1,5 @@
-// Deterministic mathematics: FDLIBM's core routines behind the names of the interface, and a few
-// compositions of its functions, all in the default floating-point mode.
+// Deterministic mathematics: FDLIBM's core routines under the public names, and a few functions
+// composed of them. All compute in the default floating-point mode.
 #include <vncommon/maths.h>
 
 #include <math.h>  // signgam
@@ -18,8 +18,8 @@ constexpr int64_t lowest = std::numeric_limits<int64_t>::min();
 constexpr int64_t highest = std::numeric_limits<int64_t>::max();
 constexpr double twoTo63 = 9223372036854775808.0;
 
-// Truncates; NaN and values out of range become the lowest integer, which is what the conversion
-// instruction of x86 gives. The comparison is written so that NaN fails it.
+// Truncates. NaN and values out of range become the lowest integer, which is also the result of the
+// x86-64 conversion instruction. The comparison is false for NaN.
 int64_t toInteger(double x) {
     if (!(x >= -twoTo63 && x < twoTo63)) {
         return lowest;

@@ -1,5 +1,5 @@
-// Holds a mutex while it lives. Without a call of vn_Mutex_lock and vn_Mutex_unlock, which do the
-// same: a queue's add and remove, two locks and two semaphore calls, take a tenth less.
+// Holds a mutex while it exists. Calls pthread_mutex_lock directly: vn_Mutex_lock does the same,
+// but costs one more call.
 #ifndef VN_PLATFORM_MUTEX_LOCK_H
 #define VN_PLATFORM_MUTEX_LOCK_H
 

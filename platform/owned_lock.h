@@ -1,13 +1,13 @@
-// A lock that knows which thread holds it, for what must stay usable across fork().
+// A lock that knows which thread holds it, for data that must stay usable across fork().
 //
-// A thread that forks has to hold such a lock, so that the child finds whole what it guards. A
-// signal handler may fork while the thread that it interrupted holds the lock, or is itself
-// inside fork(): to wait would be to wait for itself. The owner is part of the lock word and so
-// is known at every instruction, which no pthread mutex offers. pthread_self() does not change in
-// the child of a fork, so an owner that continues there still is the owner.
+// A thread that forks must hold this lock, so that the child finds the guarded data valid. A
+// signal handler may fork while the interrupted thread holds the lock or is itself inside fork();
+// waiting would then deadlock. So the lock word is the owner's id, which is valid at every
+// instruction; a pthread mutex does not offer that. pthread_self() is the same in the child of a
+// fork, so an owner that continues there is still the owner.
 //
-// Waiting is some tries and then a sleep in small steps: the lock is made for short sections, a
-// sleeping waiter lets an owner of lower priority run, and nothing has to be woken after a fork.
+// A waiter tries several times, then sleeps in short steps: the locked sections are short, a
+// sleeping waiter lets an owner of lower priority run, and no waiter must be woken after a fork.
 #ifndef VN_PLATFORM_OWNED_LOCK_H
 #define VN_PLATFORM_OWNED_LOCK_H
 
@@ -25,7 +25,7 @@ class VN_CAPABILITY("mutex") OwnedLock {
     OwnedLock(const OwnedLock&) = delete;
     OwnedLock& operator=(const OwnedLock&) = delete;
 
-    // The owner must not call it again. Not a cancellation point.
+    // Not recursive. Not a cancellation point.
     void lock() VN_ACQUIRE();
 
     // Async-signal-safe, like unlock(). False also when the calling thread is the owner.
@@ -34,8 +34,8 @@ class VN_CAPABILITY("mutex") OwnedLock {
     void unlock() VN_RELEASE();
 
     // For fork handlers. prepareFork() acquires the lock unless the forking thread is the owner.
-    // endFork(), in parent and child, returns whether the lock is to be released: false when
-    // another fork() of this thread, or the code that a signal interrupted, still needs it.
+    // endFork() runs in parent and child and returns whether the lock must now be released: false
+    // when another fork() of this thread, or the interrupted code, still needs it.
     void prepareFork();
     bool endFork();
 
@@ -43,7 +43,7 @@ class VN_CAPABILITY("mutex") OwnedLock {
     static constexpr pthread_t nobody = 0;
 
     std::atomic<pthread_t> owner_{nobody};
-    int nestedForks_ = 0;  // of the owner, by signal handlers
+    int nestedForks_ = 0;  // forks by signal handlers while the owner holds the lock
 };
 
 }  // namespace vncommon

@@ -1,4 +1,5 @@
-// The descriptions of processor and distribution with the places they are read from as arguments.
+// The descriptions of processor and distribution with the paths of their files as arguments, for
+// tests.
 #ifndef VN_PLATFORM_PLATFORM_H
 #define VN_PLATFORM_PLATFORM_H
 
@@ -8,14 +9,15 @@
 
 namespace vncommon {
 
-// A new text from a file like /proc/cpuinfo; null (and a report) if it cannot be opened.
+// A new text from a file like /proc/cpuinfo. If the file cannot be opened: null, and a report on
+// standard error.
 char* describeCpu(const char* cpuinfoFile);
 
-// A new text from the release files below root ("" for the machine's own); null if unknown.
+// A new text from the release files below root ("" for this machine); null if unknown.
 char* describePlatform(const char* root);
 
-// Keeps the text that came first, found or the constant unknown when found is null, and returns
-// it. A found text that came late is freed.
+// Caches found, or the constant unknown when found is null, and returns it. If another thread has
+// already cached a text, frees found and returns that text.
 const char* remember(std::atomic<const char*>& cache, char* found, const char* unknown);
 
 }  // namespace vncommon

@@ -1,4 +1,4 @@
-// The one-line description of the Linux distribution, from the first release file there is.
+// The one-line description of the Linux distribution, from the first release file that exists.
 #include <cstdlib>
 #include <cstring>
 
@@ -24,7 +24,7 @@ bool nextLine(LineReader& file, Line& line) {
     return true;
 }
 
-// The value of a line "key=value" with this key and a value that is not empty, else null.
+// The value of a line "key=value" with this key; null for another key or an empty value.
 const char* valueOf(const char* line, const char* key) {
     const char* equals = strchr(line, '=');
     if (equals == nullptr || equals[1] == '\0') {
@@ -35,8 +35,8 @@ const char* valueOf(const char* line, const char* key) {
     return matches ? equals + 1 : nullptr;
 }
 
-// The trimming is meant for quoted values and takes off one end of each only: NAME's last byte
-// and VERSION's first. Readers of the text expect the outer quotes.
+// Removes NAME's last byte and VERSION's first byte, which are quotes as a rule.
+// Compat: the outer quotes stay; callers expect them.
 Text fromOsRelease(LineReader& file) {
     Text name;
     Line line;

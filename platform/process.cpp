@@ -33,7 +33,7 @@ size_t environmentSize() {
     return count;
 }
 
-// The return addresses of the last traces; never cleared, see vn_stackTrace in the header.
+// The return addresses of the last traces. Compat: never cleared; see vn_stackTrace in the header.
 void* tracebuffer[vncommon::maximumTraceFrames];
 
 }  // namespace
@@ -82,7 +82,7 @@ char* vn_getUTF8CurrentDirectory(void) {
         if (getcwd(path, size) != nullptr) {
             return toUTF8AndFree(path);
         }
-        if (errno == 0) {  // no error to report: the path as the system left it
+        if (errno == 0) {  // failure without an error number: return the buffer as it is
             return path;
         }
         if (errno != ERANGE) {
@@ -108,7 +108,7 @@ char** vn_getEnvironUTF8(void) {
     for (size_t i = 0; i < count; ++i) {
         char* entry = vn_CstrToUTF8(environ[i]);
         copy[i] = entry != nullptr ? entry : strdup("Unknown");
-        if (copy[i] == nullptr) {  // the array ends here: it would look complete
+        if (copy[i] == nullptr) {  // null ends the array, so a partial one would look complete
             vn_freeEnvironUTF8(copy);
             return nullptr;
         }

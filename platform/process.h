@@ -1,5 +1,5 @@
-// The layer below the process helpers: the same work with its fixed inputs (a system file, the
-// clock, the user) as arguments, so that tests can feed others.
+// The process helpers with their fixed inputs (a system file, the clock, the user) as arguments,
+// so that tests can pass other ones.
 #ifndef VN_PLATFORM_PROCESS_H
 #define VN_PLATFORM_PROCESS_H
 
@@ -14,10 +14,11 @@ char* userName(long recordSize, uid_t user);
 
 constexpr int maximumTraceFrames = 64;
 
-// How many of the gathered frames are printed: all but the last before a null, or all 64.
+// How many of the collected frames are printed. Compat: not the last one before a null; callers
+// count the lines. Without a null all 64 are printed.
 int printedTraceFrames(void* const (&frames)[maximumTraceFrames]);
 
-// vn_get_os_statistics over another file.
+// vn_get_os_statistics with the path of its file.
 int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate);
 
 // vn_timeStampGet at a given time.

@@ -1,4 +1,4 @@
-// Blocking TCP over IPv4. Failures come back as texts.
+// Blocking TCP over IPv4. Failures are returned as texts.
 #include <vncommon/sockets.h>
 
 #include <arpa/inet.h>
@@ -22,7 +22,7 @@ namespace {
 constexpr int backlog = 20;
 constexpr timeval timeOut = {10, 0};  // of accepted connections, in both directions
 
-// The system's message for errno, in storage of its own.
+// The system's message for errno, in its own buffer.
 class SystemMessage {
   public:
     SystemMessage() {
@@ -64,8 +64,8 @@ bool takeFirst(const hostent* found, in_addr_t& address) {
     return true;
 }
 
-// In the re-entrant form: concurrent look-ups must not share the answer. There is no largest one:
-// a line of the hosts file, other hosts' lines included, must fit into the storage.
+// The re-entrant form, because concurrent look-ups must not share a result. The buffer must hold
+// every line of the hosts file, also those of other hosts, so its size has no fixed limit.
 bool lookUp(const char* host, in_addr_t& address) {
     for (size_t size = 1024;; size *= 2) {
         const vncommon::Text storage(static_cast<char*>(malloc(size)));
@@ -92,8 +92,8 @@ void setTimeOut(int fd, int option, const char* warning) {
     }
 }
 
-// Receives up to size bytes, at least 1 on success. A count of 0 with EINTR is tried again, a
-// failed receive never is.
+// Receives up to size bytes, at least 1 on success. A count of 0 with EINTR is retried; a failed
+// receive is not.
 char* receive(int fd, void* buffer, size_t size, ssize_t& count) {
     for (;;) {
         errno = 0;

@@ -1,4 +1,4 @@
-// Swap activity from the kernel's counters, kept between calls.
+// Swap activity from the kernel's counters. The last reading is kept between calls.
 #include <sys/time.h>
 
 #include <atomic>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// The last reading. Racing calls may mix their values, so each is atomic by itself.
+// The last reading. Each value is atomic; concurrent calls may mix values of two readings.
 std::atomic<uint64_t> lastOSStatTime;  // milliseconds since 1970
 std::atomic<uint64_t> lastSwapInCount;
 std::atomic<uint64_t> lastSwapOutCount;
@@ -29,7 +29,7 @@ void countPages(const char* digits, uint64_t now, std::atomic<uint64_t>& lastCou
     lastCount = count;
 }
 
-// 0 once both counters were met or the file has ended.
+// 0 after both counters were found or the file has ended.
 int readCounters(FILE* file, uint64_t now) {
     char line[256];
     for (int found = 0; found < 2 && fgets(line, sizeof line, file) != nullptr;) {

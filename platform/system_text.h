@@ -1,4 +1,4 @@
-// Names and texts on their way to the system.
+// Names and texts, converted for system calls.
 #ifndef VN_PLATFORM_SYSTEM_TEXT_H
 #define VN_PLATFORM_SYSTEM_TEXT_H
 
@@ -9,8 +9,8 @@
 
 namespace vncommon {
 
-// A UTF-8 text in the locale's code page, for as long as a system call needs it; null for null and
-// when there is no memory. Its release leaves errno as that call set it.
+// Holds a UTF-8 text in the locale's code page during a system call. The text is null for null and
+// without memory. The destructor preserves errno, so that the result of the call stays readable.
 class SystemText {
   public:
     explicit SystemText(const char* utf8) : text(utf8 != nullptr ? vn_UTF8ToCstr(utf8) : nullptr) {}

@@ -1,5 +1,5 @@
-// Texts from the platform's plain allocator, for code that must not end the process when memory
-// is exhausted: there, null.
+// Texts from the platform's malloc, for code that must not end the process when memory is
+// exhausted. The text is null then.
 #ifndef VN_PLATFORM_TEXT_H
 #define VN_PLATFORM_TEXT_H
 
@@ -14,7 +14,7 @@ struct PlainFree {
 };
 using Text = std::unique_ptr<char, PlainFree>;
 
-// The parts one after the other.
+// The concatenated parts; null without memory.
 inline Text join(const char* first, const char* second, const char* third = "",
                  const char* fourth = "") {
     char* joined;

@@ -1,14 +1,14 @@
-// Which lock guards what, for the compiler: under clang -Wthread-safety finds the accesses that
-// are made without it. Elsewhere these say it to the reader alone.
+// Annotations that name the lock of each guarded field. clang with -Wthread-safety reports accesses
+// without the lock. For other compilers the macros are empty.
 //
-// The locks are pthread's, and most stand in records that C programs see, so they carry no
-// annotation. A LockRole stands for all the locks of one kind instead ("the lock of a pool"):
-// what is found is work done without a lock, not work done under another object's lock.
+// The locks are pthread's, and most are fields of records that C programs see, so they cannot be
+// annotated. Instead, one LockRole represents all locks of a kind ("the lock of a pool"). So clang
+// finds work done without a lock, but not work done under another object's lock.
 //
-// Not annotated: what is initialised before any other thread can see it and destroyed after; fields
-// read as atomics without the lock (logging/shared_field.h); powers of five, which the lock guards
-// only until they are published (text/numbers/dtoamemory.cpp); and fields of public records
-// themselves, where the functions that touch them say VN_REQUIRES.
+// Not annotated: initialisation and destruction, when no other thread has access; fields read as
+// atomics without the lock (logging/shared_field.h); powers of five, which the lock guards only
+// until they are published (text/numbers/dtoamemory.cpp); and fields of public records, where the
+// functions that use them are marked VN_REQUIRES instead.
 #ifndef VN_PLATFORM_THREAD_ANNOTATIONS_H
 #define VN_PLATFORM_THREAD_ANNOTATIONS_H
 

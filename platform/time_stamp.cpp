@@ -12,7 +12,7 @@ namespace {
 constexpr size_t dateLength = vncommon::secondLength;  // the milliseconds follow
 
 void refreshDate(vn_TimeStampCache* cache, int64_t second) {
-    char date[80];  // room for any number in every field
+    char date[80];  // fits any int in every field
     vncommon::formatSecond(second, date, sizeof date);
     memcpy(cache->text, date, dateLength);
     cache->lastSecond = second;
@@ -23,7 +23,7 @@ void refreshDate(vn_TimeStampCache* cache, int64_t second) {
 namespace vncommon {
 
 const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milliseconds) {
-    if (second != cache->lastSecond || second == 0) [[unlikely]] {  // 0: may never have been set
+    if (second != cache->lastSecond || second == 0) [[unlikely]] {  // 0: maybe not set yet
         refreshDate(cache, second);
     }
     char* digits = cache->text + dateLength;

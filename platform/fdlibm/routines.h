@@ -1,5 +1,5 @@
-/* FDLIBM's routines under the names that they have inside this library: the core routines keep
- * theirs, the public functions have the prefix __fd_. Plain C, also read by FDLIBM itself. */
+/* FDLIBM's routines under their names in this library: core routines keep their names, public
+ * functions have the prefix __fd_. Plain C: FDLIBM's own sources include this file too. */
 #ifndef VN_FDLIBM_ROUTINES_H
 #define VN_FDLIBM_ROUTINES_H
 

@@ -1,8 +1,8 @@
-/* Stands in for the system's <math.h> while FDLIBM is compiled, and for nothing else.
+/* Replaces the system's <math.h> while FDLIBM is compiled, and only then.
  *
- * Every public function of FDLIBM gets the prefix __fd_, so that neither the compiler (which
- * knows sin and its like as built-ins) nor the dynamic linker can take it for the system's. The
- * renaming must happen here: on the command line it would also hit declarations of the system.
+ * Every public function of FDLIBM gets the prefix __fd_. Otherwise the compiler, which treats sin
+ * and others as built-ins, or the dynamic linker could use the system's function instead. The
+ * renaming must happen here: on the command line it would also rename the system's declarations.
  */
 #ifndef VN_FDLIBM_MATH_H
 #define VN_FDLIBM_MATH_H
@@ -34,11 +34,11 @@
 /* One instruction, no library call. */
 #define fabs(x) __builtin_fabs(x)
 
-/* The answers of FDLIBM's ilogb. */
+/* The results of FDLIBM's ilogb for 0 and for NaN. */
 #define FP_ILOGB0 (-INT_MAX)
 #define FP_ILOGBNAN INT_MAX
 
-/* Keeps code out that FDLIBM does not need and that asks for more of <math.h>. */
+/* Excludes code that FDLIBM does not need and that would need more of <math.h>. */
 #define HAVE_FAST_ROUND 0
 
 #endif

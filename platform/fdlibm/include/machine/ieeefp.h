@@ -1,4 +1,4 @@
-/* What FDLIBM asks of the machine: the order of the two words of a double. */
+/* What FDLIBM must know about the machine: the order of the two words of a double. */
 #ifndef VN_FDLIBM_IEEEFP_H
 #define VN_FDLIBM_IEEEFP_H
 
