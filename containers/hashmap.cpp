@@ -3,9 +3,9 @@
 // Invariants: for every live entry e, slot e.bucketIndex of bucket e.hash & mask points to e;
 // count is the sum of the bucket sizes; entryFill <= entryCapacity.
 //
-// In a map with the string callbacks of this library, or with none, equal keys have equal hashes,
-// and a lookup visits only entries whose tag agrees (hashmap_storage.h). The caller's own compare
-// is called for every entry of the bucket, in order.
+// In a map with this library's string callbacks, or without callbacks, equal keys have equal
+// hashes. So a lookup visits only entries with a matching tag (hashmap_storage.h). A caller's
+// compare runs on the entries of the bucket in order, until one is equal.
 #include <vncommon/hashmap.h>
 
 #include <algorithm>
@@ -20,13 +20,12 @@ namespace {
 constexpr uint32_t smallestSize = 16;
 constexpr uint32_t entriesPerBucket = 4;
 constexpr uint32_t smallestMask = smallestSize / entriesPerBucket - 1;
-constexpr uint32_t entryStep = 1024;  // the entry array doubles up to here, then grows by it
+constexpr uint32_t entryStep = 1024;  // the entry array doubles up to this size, then grows by it
 
-// ---- Keys that are words: what takes the place of callbacks that are null
+// ---- Keys that are words: the defaults for null callbacks
 
-// Every bit of the word changes the low bits of the hash, which choose the bucket. The mask before
-// the multiplication lets multiples of any number spread like random ones; without it, those of
-// some fill only a few buckets.
+// Every bit of the word affects the low bits of the hash, which choose the bucket. Without the mask
+// before the multiplication, the multiples of some numbers would fill only a few buckets.
 uint32_t hashWord(const void* key) {
     __extension__ using Product = unsigned __int128;
     constexpr uint64_t mask = 0x243F6A8885A308D3;
@@ -39,11 +38,11 @@ int32_t compareWords(const void* a, const void* b) {
     return a == b ? 0 : 1;
 }
 
-// What lookups may rely on.
+// What lookups may assume about the keys.
 enum KeyKind : uint8_t {
     unknownKeys,
     stringKeys,  // equal keys have equal hashes
-    wordKeys     // the same; equal keys are equal words, stored as given
+    wordKeys     // the same, and keys are stored as given and compared by value
 };
 
 KeyKind kindOfKeys(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill) {
@@ -74,8 +73,8 @@ void changeBucketCount(HashMap* map, uint32_t newMask) {
     map->mask = fresh.mask;
 }
 
-// Halves the buckets, once. A mask with gaps can lie between 4 and 6, where half would be less
-// than the four buckets that every map has.
+// Halves the number of buckets once. A mask with gaps can be 4 to 6; half of that would be fewer
+// than the four buckets that every map has, so nothing changes.
 void shrinkBuckets(HashMap* map) {
     const uint32_t newMask = (map->mask + 1) / 2 - 1;
     if (map->shrink && newMask >= smallestMask) {
@@ -89,8 +88,7 @@ HashMapEntry* makeEntries(uint32_t capacity) {
     return static_cast<HashMapEntry*>(malloc(capacity * sizeof(HashMapEntry)));
 }
 
-// Copies the live entries into an array of the given size, without the holes and in the order of
-// the buckets.
+// Copies the live entries into an array of the given size, in bucket order and without holes.
 void rebuildEntries(HashMap* map, uint32_t capacity) {
     HashMapEntry* fresh = makeEntries(capacity);
     uint32_t fill = 0;
@@ -114,7 +112,8 @@ void growEntries(HashMap* map) {
     rebuildEntries(map, capacity < entryStep ? 2 * capacity : capacity + entryStep);
 }
 
-// Just above the step, one step less can be less than a quarter of the array: then it stays.
+// Just above entryStep slots, the smaller array could be too small for the entries. Then the array
+// keeps its size.
 void shrinkEntries(HashMap* map) {
     const uint32_t capacity = map->entryCapacity;
     if (!map->shrink || capacity <= smallestSize || map->count >= capacity / 4) {
@@ -156,7 +155,7 @@ template <KeyKind kind>
     const Buckets buckets = bucketsOf(map);
     const uint32_t index = hash & buckets.mask;
     HashMapEntry** slots = firstSlotsOf(buckets, index);
-    __builtin_prefetch(slots);  // while the tags are read
+    __builtin_prefetch(slots);  // in parallel with the read of the tags
     const Tags tags = tagsOf(buckets, index);
     if (tags == outgrown) [[unlikely]] {
         return findInWholeBucket<kind>(map, hash, key);
@@ -170,7 +169,7 @@ template <KeyKind kind>
     return nullptr;
 }
 
-// Out of line, as hashAndFind is: lookups of words then save no registers for calls.
+// Not inlined, like hashAndFind, so that lookups of words need not save registers for calls.
 [[gnu::noinline]] HashMapEntry* findWithCalls(const HashMap* map, uint32_t hash, const void* key) {
     return map->keyKind == stringKeys ? findByTag<stringKeys>(map, hash, key)
                                       : findInWholeBucket<unknownKeys>(map, hash, key);
@@ -182,7 +181,7 @@ HashMapEntry* findHashed(const HashMap* map, uint32_t hash, const void* key) {
                                     : findWithCalls(map, hash, key);
 }
 
-// An empty map takes no hash: programs count the calls.
+// Compat: an empty map does not call the hash callback; programs count the calls.
 [[gnu::noinline]] HashMapEntry* hashAndFind(const HashMap* map, const void* key) {
     return map->count > 0 ? findWithCalls(map, map->hash(key), key) : nullptr;
 }
@@ -194,8 +193,8 @@ HashMapEntry* findEntry(const HashMap* map, const void* key) {
 
 // ---- Adding and removing
 
-// The hash of a key that was hashed before. It is taken again where callers count the calls, and
-// where fill may have changed the key.
+// The hash of a key that was hashed before. Calls the callback again if fill may have changed the
+// key. Compat: also for a caller's own callbacks; programs count the calls.
 uint32_t hashAgain(const HashMap* map, const void* key, uint32_t hash) {
     return map->keyKind != unknownKeys && map->fill == nullptr ? hash : hashOf(map, key);
 }
@@ -209,8 +208,8 @@ void fillEntry(const HashMap* map, HashMapEntry* entry, void* key, void* value) 
     }
 }
 
-// What an add or a remove changes beside the entry that it looks for: the bucket's record and, when
-// an entry moves, the last one. They are fetched while the lookup waits for its own.
+// An add or a remove changes the bucket's record and, when an entry moves, the bucket's last entry.
+// They are prefetched in parallel with the memory reads of the lookup.
 [[gnu::always_inline]] inline void prefetchForChange(const HashMap* map, uint32_t hash,
                                                      bool moves) {
     const Buckets buckets = bucketsOf(map);
@@ -253,13 +252,13 @@ HashMapIterator* makeIterator(HashMap* map, HashMapEntry* entry) {
     return iterator;
 }
 
-// The entries of a large map are at random places in memory: those of the bucket some eight ahead
-// are fetched while the walk goes on. Maps that fit the caches do better without.
+// The entries of a large map are scattered in memory, so iteration prefetches the entries of the
+// bucket that is eight ahead. Maps that fit the caches are faster without.
 constexpr uint32_t prefetchCount = 8192;  // entries
 constexpr uint32_t prefetchDistance = 8;  // buckets
 
-// Always inlined: gcc drops calls whose only effect is to prefetch. All slots are looked at, also
-// the empty ones, which hold null: how many are used is hard to predict for the processor.
+// Always inlined: gcc removes calls whose only effect is a prefetch. Visits all slots, also the
+// unused ones: the processor cannot predict well how many are in use.
 [[gnu::always_inline]] inline void prefetchBucket(const HashMap* map, uint32_t index) {
     if (map->count < prefetchCount || index > map->mask) {
         return;
@@ -388,7 +387,7 @@ HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
     HashMapEntry* entry = &map->entries[map->entryFill++];
     fillEntry(map, entry, key, value);
     entry->hash = hashAgain(map, key, hash);
-    if (entry->hash != hash) {  // fill changed the key: the bucket is no longer that of its hash
+    if (entry->hash != hash) {  // fill changed the key, so its hash may mean another bucket
         map->keyKind = unknownKeys;
     }
     append(bucketsOf(map), index, entry);

@@ -1,4 +1,4 @@
-// What maps are keyed with: the callbacks for string keys, and the prime function for hash sizes.
+// The hash and compare callbacks for string keys, and the prime function for hash table sizes.
 #include <vncommon/hashmap.h>
 
 #include <array>
@@ -12,9 +12,9 @@ namespace {
 
 constexpr uint32_t multiplier = 0x9E3779B9;
 
-constexpr uint64_t largestPrime = 18446744073709551557U;  // of those below 2^64
+constexpr uint64_t largestPrime = 18446744073709551557U;  // the largest prime below 2^64
 
-// For candidates of the form 6k - 1 and 6k + 1: 2 and 3 need no trial.
+// For candidates of the form 6k - 1 and 6k + 1, which 2 and 3 do not divide.
 bool isPrime(uint64_t candidate) {
     for (uint64_t divisor = 5; divisor <= candidate / divisor; divisor += 6) {
         if (candidate % divisor == 0 || candidate % (divisor + 2) == 0) {
@@ -24,8 +24,8 @@ bool isPrime(uint64_t candidate) {
     return true;
 }
 
-// The definition is hash = (hash + byte) * multiplier for every byte. Several at once make the
-// chain of dependent multiplications shorter: byte i of n counts multiplier^(n - i) times.
+// The definition is hash = (hash + byte) * multiplier for every byte. Adding n bytes at once makes
+// the chain of dependent multiplications shorter: byte i is multiplied by multiplier^(n - i).
 template <size_t count>
 uint32_t addBytes(uint32_t hash, const signed char* bytes) {
     uint32_t power = 1;
@@ -39,9 +39,9 @@ uint32_t addBytes(uint32_t hash, const signed char* bytes) {
 
 #if defined(__SSE2__)
 
-// The factors of sixteen bytes as sums of two halves of 16 bits, low + high * 2^16, which one
-// instruction multiplies with eight bytes. The low half is signed; the high half includes the
-// borrow from it.
+// The factors of sixteen bytes, each as the sum of two 16-bit halves, low + high * 2^16. One
+// instruction multiplies eight halves by eight bytes. The low half is signed; the high half
+// includes the borrow from the signed low half.
 struct Factors {
     alignas(16) std::array<int16_t, 16> low{};
     alignas(16) std::array<int16_t, 16> high{};

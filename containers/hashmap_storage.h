@@ -1,12 +1,12 @@
-// The buckets of a HashMap, in one block:
+// The buckets of a HashMap, in one memory block:
 //
-//  - the records, each the Vector of a bucket;
-//  - eight slots for each bucket, where its Vector starts out. A bucket that outgrows them gets a
-//    block of its own;
+//  - the records: one Vector for each bucket;
+//  - the first eight slots of each bucket, initially the data of its Vector. A bucket that outgrows
+//    them gets its own block;
 //  - a word of tags for each bucket.
 //
-// So a lookup knows where tags and slots are before it has read the record, and making the buckets
-// takes one allocation.
+// So a lookup can compute the addresses of tags and slots without reading the record, and all
+// buckets need one allocation.
 #ifndef VN_CONTAINERS_HASHMAP_STORAGE_H
 #define VN_CONTAINERS_HASHMAP_STORAGE_H
 
@@ -22,18 +22,18 @@ constexpr uint32_t bucketSlots = 8;
 
 // ---- Tags: a byte of the hash of each slot's entry
 
-// The tag of slot i in byte i. 0 where the slot is empty; entries fill the slots from the first up.
+// Byte i is the tag of slot i, 0 when the slot is empty. Used slots come first, without gaps.
 using Tags = uint64_t;
 static_assert(sizeof(Tags) == bucketSlots);
 
-// Slots of a bucket, slot i as the top bit of byte i.
+// A set of slots of a bucket: the top bit of byte i represents slot i.
 using SlotBits = uint64_t;
 
 constexpr Tags everyByte = 0x0101010101010101;
 constexpr Tags everyTopBit = everyByte * 0x80;
-constexpr Tags outgrown = everyByte;  // no tag: the entries are in a block of the bucket's own
+constexpr Tags outgrown = everyByte;  // no tags: the bucket's entries are in its own block
 
-// From 0x80 up. The multiplication makes every bit of the hash count, for hashes are often small.
+// 0x80 to 0xFF. Hashes are often small numbers; the multiplication makes every bit of them count.
 inline Tags tagOf(uint32_t hash) {
     return (hash * 0x9E3779B9) >> 25 | 0x80;
 }
@@ -43,13 +43,13 @@ inline void setTag(Tags& tags, uint32_t slot, Tags tag) {
     tags = (tags & ~(Tags{0xFF} << shift)) | tag << shift;
 }
 
-// The slots whose tag is this one.
+// The slots with this tag.
 inline SlotBits matches(Tags tags, Tags tag) {
     const Tags difference = tags ^ (tag * everyByte);
     return ~((difference & ~everyTopBit) + ~everyTopBit) & ~difference & everyTopBit;
 }
 
-// The lowest of these slots, and the others.
+// The lowest of these slots, and the slots without it.
 inline uint32_t firstOf(SlotBits slots) {
     return static_cast<uint32_t>(std::countr_zero(slots)) / 8;
 }
@@ -57,7 +57,7 @@ inline SlotBits withoutFirst(SlotBits slots) {
     return slots & (slots - 1);
 }
 
-// How many slots are used, unless the bucket has outgrown them.
+// How many slots are used. Not for outgrown buckets.
 inline uint32_t usedSlots(Tags tags) {
     return bucketSlots - static_cast<uint32_t>(std::countl_zero(tags)) / 8;
 }
@@ -65,7 +65,7 @@ inline uint32_t usedSlots(Tags tags) {
 // ---- Buckets
 
 struct Buckets {
-    Vector* records;  // and the start of the block
+    Vector* records;  // also the start of the block
     uint32_t mask;    // number of buckets - 1
 };
 
@@ -95,7 +95,7 @@ struct Slots {
     uint32_t size;
 };
 
-// The entries of a bucket. Its record is read only where it has outgrown its first slots.
+// The entries of a bucket. Reads the record only when the bucket has outgrown its first slots.
 inline Slots slotsOf(const Buckets& buckets, uint32_t index) {
     const Tags tags = tagsOf(buckets, index);
     if (tags == outgrown) [[unlikely]] {
@@ -128,7 +128,7 @@ inline void freeBuckets(const Buckets& buckets) {
     free(buckets.records);
 }
 
-// From the shared block into one of its own, which Vector can then grow by itself.
+// Moves a bucket's entries from the shared block to its own block, which Vector can then grow.
 inline void leaveFirstSlots(const Buckets& buckets, uint32_t index) {
     Vector& bucket = buckets.records[index];
     auto** block = static_cast<void**>(calloc(size_t{2} * bucketSlots, sizeof(void*)));

@@ -1,5 +1,6 @@
-// Thread-safe queue. The ring changes only under the lock; the semaphore is posted after the
-// lock is released and waited on before it is taken, so nobody blocks while holding it.
+// Thread-safe queue. The ring changes only under the lock. The semaphore is posted after the lock
+// is released, and waited for before the lock is taken. So no thread waits for an element while it
+// holds the lock.
 #include <vncommon/queue.h>
 
 #include <sched.h>
@@ -31,9 +32,9 @@ void pause(int times) {
     }
 }
 
-// The mutex is held for a few nanoseconds, so a thread that finds it taken tries again after a
-// pause before it sleeps. Meanwhile the holder gets on with many elements, undisturbed by system
-// calls that wake this one.
+// The mutex is held only briefly, so a thread that finds it locked pauses and retries before it
+// sleeps. Meanwhile the holder can process many elements and needs no system call to wake this
+// thread.
 bool takesSoon(vn_Mutex* mutex) {
     constexpr int tries = 4;
     for (int i = 0; i < tries; ++i) {
@@ -45,7 +46,7 @@ bool takesSoon(vn_Mutex* mutex) {
     return false;
 }
 
-// Holds the queue's mutex while it lives.
+// Holds the queue's mutex while it exists.
 class VN_SCOPED_CAPABILITY RingLock {
   public:
     explicit RingLock(vn_qtsQueue* queue) VN_ACQUIRE(queueLock) : mutex_(&queue->lock) {
@@ -62,7 +63,7 @@ class VN_SCOPED_CAPABILITY RingLock {
 };
 
 void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
-    if (n > 0) {  // from may be null otherwise
+    if (n > 0) {  // from may be null when n is 0
         memcpy(to, from, size_t{n} * sizeof(vn_qtsElement));
     }
 }
@@ -88,7 +89,7 @@ void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) VN_REQUIRES(queueLock
     queue->tail = queue->count;  // the new ring is never full
 }
 
-// needed is 64-bit: count + n may be more than a count can hold.
+// needed is 64-bit, because count + n may exceed 32 bits.
 void grow(vn_qtsQueue* queue, uint64_t needed) VN_REQUIRES(queueLock) {
     const uint64_t limit =
         queue->maxSize != 0 ? queue->maxSize : std::numeric_limits<uint32_t>::max();
@@ -125,7 +126,7 @@ void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) VN_RE
     queue->count += n;
 }
 
-// The caller has taken a unit of the semaphore, so there is an element for it.
+// The caller has taken a unit of the semaphore, so the ring holds an element for it.
 void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
     const RingLock lock(queue);
     --queue->count;
@@ -136,9 +137,9 @@ void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
     }
 }
 
-// Whether a unit came while the thread looked for some ten microseconds without sleeping. A thread
-// that sleeps must be woken with a system call, and one that takes every element as it comes slows
-// the others down.
+// Whether the thread got a unit after a short wait without sleeping. A sleeping thread must be
+// woken with a system call. The pauses let the other threads work: a thread that takes every
+// element at once slows them down.
 bool takesUnitSoon(vn_Semaphore* available) {
     constexpr int tries = 5;
     for (int i = 0; i < tries; ++i) {
@@ -166,7 +167,7 @@ int addNewest(vn_qtsQueue* queue, const vn_qtsElement* element) {
     return 0;
 }
 
-// Returns how many there was room for.
+// Adds as many as fit and returns their number.
 uint32_t addAsRoomAllows(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
     const RingLock lock(queue);
     const uint64_t needed = uint64_t{queue->count} + n;
@@ -181,7 +182,7 @@ uint32_t addAsRoomAllows(vn_qtsQueue* queue, const vn_qtsElement* elements, uint
 }  // namespace
 
 void vn_qtsInit(vn_qtsQueue* queue, uint32_t maxSize) {
-    // Zeroes serve as a free mutex and an empty semaphore if the calls below should fail.
+    // Zeros represent a free mutex and an empty semaphore, in case the calls below fail.
     queue->available = {};
     queue->lock = {};
     vn_Semaphore_init(&queue->available, 0);
@@ -217,7 +218,7 @@ uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint3
 }
 
 void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out) {
-    const int before = errno;  // waiting changes it
+    const int before = errno;  // the wait changes errno
     if (!takesUnitSoon(&queue->available)) {
         vn_Semaphore_wait(&queue->available);
     }
@@ -226,7 +227,7 @@ void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out) {
 }
 
 int vn_qtsRemoveNB(vn_qtsQueue* queue, vn_qtsElement* out) {
-    if (vn_Semaphore_trywait(&queue->available)) {  // no unit could be taken
+    if (vn_Semaphore_trywait(&queue->available)) {  // true: no unit was taken
         return 1;
     }
     takeOldest(queue, out);

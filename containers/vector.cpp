@@ -1,5 +1,5 @@
 // Vector: growable array of pointer-sized elements.
-// Invariants: size <= capacity; slots 0 .. size-1 hold the elements; data is null without slots.
+// Invariants: size <= capacity; slots 0 .. size-1 hold the elements; data is null if capacity is 0.
 #include <vncommon/failure.h>
 #include <vncommon/vector.h>
 
@@ -9,10 +9,11 @@
 
 namespace {
 
-// The allocation is never smaller than 8 slots, so that the first steps of doubling stay in place.
+// The allocation is never smaller than 8 slots, so that the first doublings need no new block.
 constexpr uint32_t smallestBlock = 8;
 
-// glibc 2.36: blocks up to this size come from a cache per thread, which realloc does not use.
+// In slots. glibc 2.36: malloc takes blocks up to this size from a per-thread cache; realloc does
+// not use that cache.
 constexpr uint32_t cachedBlock = 128;
 
 void** allocateSlots(uint32_t capacity) {
@@ -20,8 +21,8 @@ void** allocateSlots(uint32_t capacity) {
     return static_cast<void**>(malloc(slots * sizeof(void*)));
 }
 
-// A block of the given capacity with the elements in it; the old one is gone. Where the copy is
-// large, realloc may save it by growing the block in place.
+// Moves the elements to a block of the given capacity and frees the old block. Large blocks use
+// realloc, which may grow the block in place without a copy.
 void** resizedBlock(const Vector* vector, uint32_t capacity) {
     if (vector->data != nullptr && std::max(vector->capacity, capacity) <= smallestBlock) {
         return vector->data;
@@ -46,8 +47,8 @@ void changeCapacity(Vector* vector, uint32_t capacity) {
     vector->capacity = capacity;
 }
 
-// Doubling stops at the largest count that 32 bits can hold, so that the block never ends up
-// smaller than its contents; after that there is no room for another element.
+// Doubling stops at the largest 32-bit count, so that the capacity cannot overflow. A Vector of
+// that size cannot take another element.
 uint32_t grownCapacity(uint32_t size) {
     constexpr uint32_t largest = std::numeric_limits<uint32_t>::max();
     if (size == 0) {
@@ -59,8 +60,8 @@ uint32_t grownCapacity(uint32_t size) {
     return size > largest / 2 ? largest : size * 2;
 }
 
-// Halves from the current capacity until the elements nearly fill the rest, then leaves twice
-// that. The result may lie below initialCapacity; callers see the figures, so they stay.
+// Halves the capacity until the elements fill it or it is below initialCapacity; the result is
+// twice that. Compat: the result may be below initialCapacity; callers rely on these figures.
 uint32_t shrunkCapacity(const Vector* vector) {
     if (vector->size == 0) {
         return vector->initialCapacity;
@@ -94,8 +95,8 @@ void removeEach(const Vector* vector) {
     }
 }
 
-// The rare cases of add and remove stay out of line and are reached by a jump: the usual ones then
-// save no registers.
+// The rare cases of add and remove are not inlined and are reached by a tail call, so that the
+// common cases need not save registers.
 [[gnu::noinline]] uint32_t addWithGrowthOrHook(Vector* vector, void* element) {
     if (vector->size == vector->capacity) {
         changeCapacity(vector, grownCapacity(vector->size));
