@@ -1,4 +1,4 @@
-/* What every public header of libvncommon starts from.
+/* The common base of all public headers of libvncommon.
  *
  * Conventions that hold for the whole interface; the other headers refer to them by number.
  *
@@ -6,7 +6,7 @@
  *  2. A record that the caller embeds has _init and _cleanup (or _destroy); one that the
  *     library allocates has _ctor and _dtor.
  *  3. All text is UTF-8 and NUL-terminated. Names of files and libraries are converted to the
- *     locale's code page on the way to the system and back on the way in (utf8.h).
+ *     locale's code page for system calls, and converted back in results (utf8.h).
  *  4. Memory that a function returns to its caller is the caller's. Blocks from vn_malloc and
  *     from the platform's malloc are interchangeable: vn_free and free both release either.
  *  5. Failures come in three tiers. (a) A failed threading call is reported on standard error
@@ -16,7 +16,7 @@
  *  6. Compare callbacks return 0 for "equal"; the stored element comes first, the probe second.
  *  7. Callbacks must not throw C++ exceptions, and the library itself throws none.
  *  8. An object is used by one thread at a time unless its header says otherwise.
- *  9. A null pointer where no header mentions null is outside the contract.
+ *  9. A null argument is undefined behaviour unless the header mentions null.
  */
 #ifndef VNCOMMON_API_H
 #define VNCOMMON_API_H
@@ -25,23 +25,22 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/* What the declarations tell the compiler, so that mistakes are reported where they are made. Where
- * a compiler does not know them, these are empty.
+/* Attributes of the declarations, with which the compiler reports mistakes at the call. They are
+ * empty for a compiler that does not know them.
  *
  *     VN_API               exported by the shared library
- *     VN_NODISCARD         ignoring the result is a mistake: it has to be freed, or it says whether
- *                          the other results are there; first in a declaration
- *     VN_PRINTF(f, a)      a printf format at position f, its arguments from a on (0: a va_list)
- *     VN_NORETURN          never returns
+ *     VN_NODISCARD         ignoring the result is a mistake: it must be freed, or it reports
+ * whether the other results are valid; first in a declaration VN_PRINTF(f, a)      a printf format
+ * at position f, its arguments from a on (0: a va_list) VN_NORETURN          never returns
  *     VN_MALLOC            the result is a new block without pointers, or null
  *     VN_RETURNS_NONNULL   the result is never null
- *     VN_NONNULL           no pointer that is given may be null
+ *     VN_NONNULL           no pointer argument may be null
  *     VN_PURE              has no effect; the result depends on the arguments and on memory
  *     VN_CONST             has no effect; the result depends on the arguments alone
  *
  * VN_MALLOC names no function that releases the block: gcc would then report vn_free for a block of
- * malloc, which is allowed (convention 4). The library itself is compiled without the promises
- * about null, because a compiler may drop tests that they make superfluous. */
+ * malloc, which is allowed (convention 4). The library itself is compiled without the two macros
+ * about null, because with them a compiler may remove the library's own tests for null. */
 #if defined(__GNUC__)
 #define VN_API __attribute__((visibility("default")))
 #define VN_PRINTF(formatAt, firstAt) __attribute__((format(printf, formatAt, firstAt)))
@@ -66,8 +65,8 @@
 #define VN_RETURNS_NONNULL
 #endif
 
-/* The standard form where there is one, which a cast to void silences; gcc reports the other even
- * then. */
+/* The standard form where it exists: a cast to void silences it. gcc warns about the other form
+ * even after such a cast. */
 #if defined(__cplusplus) && __cplusplus >= 201703L
 #define VN_NODISCARD [[nodiscard]]
 #elif defined(__STDC_VERSION__) && __STDC_VERSION__ > 201710L

@@ -11,9 +11,8 @@
  *
  * Thread-safety: every function may be called from any thread, any number at once.
  *
- * Cost: everything but vn_getPhysicalCPUs opens and reads its files on every call (some
- * microseconds per file), so a changed limit is seen by the next call. Callers in a hurry keep
- * the answer.
+ * Cost: all functions except vn_getPhysicalCPUs open and read their files on every call, so the
+ * next call sees a changed limit. Callers that need speed should keep the result.
  *
  * Environment, read on every call except that vn_getPhysicalCPUs remembers its answer:
  *     VN_ASSUME_CPUS     processor count to use instead of /proc/cpuinfo's
@@ -59,14 +58,15 @@ VN_API int64_t vn_actualPhysicalMemoryBytes(void);
 
 /* The limit in bytes, from the version 1 "memory" controller directory dir (the file
  * memory.limit_in_bytes) or from the version 2 group directory dir (memory.max). A value of
- * physicalBytes or more is no limit, and so is a null dir. The two differ on purpose: version 2
- * takes only values greater than 0, version 1 takes any, so that a file without a number in
- * its first line stands as a limit of 0 bytes. */
+ * physicalBytes or more is no limit, and so is a null dir. Version 2 accepts only values greater
+ * than 0, version 1 accepts any.
+ * Compat: for version 1 a first line that is not blank and has no number is a limit of 0 bytes;
+ * callers rely on it. */
 VN_API int64_t vn_physicalMemoryCGroupsV1(const char* dir, int64_t physicalBytes);
 VN_API int64_t vn_physicalMemoryCGroupsV2(const char* dir, int64_t physicalBytes);
 
-/* Virtual size and resident set of this process in bytes; 0.0 if unknown. Neither touches the
- * heap, so that they serve a process that has run out of memory. */
+/* Virtual size and resident set of this process in bytes; 0.0 if unknown. Neither uses the heap, so
+ * they work in a process that has run out of memory. */
 VN_API double vn_vmSize(void);
 VN_API double vn_residentSetSize(void);
 
@@ -83,7 +83,7 @@ VN_NODISCARD VN_API char* vn_getCGroupProcessControllerDir(const char* root, con
 
 /* Offset of the path in one line "id:controllers:path" of such a list, if the comma-separated
  * controllers hold the given one (all of its name: "cpu" is not "cpuset"), else -1. An empty
- * controller asks for the version 2 line, whose list is empty. Neither text needs a
+ * controller requests the version 2 line, whose list is empty. Neither text needs a
  * terminator. */
 VN_API int64_t vn_findProcCGroupPathOffset(const char* line, size_t length, const char* controller,
                                            size_t controllerLength) VN_PURE;

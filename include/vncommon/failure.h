@@ -1,8 +1,8 @@
 /* Failure convention, checked allocation, out-of-memory exit, memory counter.
  *
  * The library does not hand failed allocations or broken preconditions back to its caller: it
- * writes a short report to standard error and, in most cases, ends the process. Standard error is
- * flushed before the end, in case the program has given it a buffer. This header
+ * writes a short report to standard error and, in most cases, ends the process. It flushes standard
+ * error first, because the program may have given it a buffer. This header
  * holds the reporting routines, the allocators that never return null, the out-of-memory exit
  * with its callback, and an optional process-wide counter of allocated bytes.
  *
@@ -27,15 +27,15 @@ VN_BEGIN_DECLS
  */
 VN_API void vn_checkError(int code, const char* description);
 
-/* Leaves a readable message for errnum in buffer (size bytes, terminator included).
+/* Writes a readable message for errnum to buffer (size bytes, terminator included).
  *
  * The system's own message where it has one and it fits; otherwise one of
  *     "An unknown error (%i) occurred"                                         errnum
  *     "An error (%i) occurred, but its message was too large to display"       errnum
  *     "Error (%i:%i) occurred"                               errnum, strerror_r's result
- * If that text with its terminator does not leave at least one spare byte in the buffer, the
- * process aborts with "Fatal error: error message buffer too small\n". Asking for the spare
- * byte is one stricter than truncation requires; this is deliberate. 1024 bytes always serve.
+ * If one of these three does not leave a spare byte after its terminator, the process aborts with
+ * "Fatal error: error message buffer too small\n". 1024 bytes are always enough.
+ * Compat: the spare byte is more than truncation needs; callers rely on it.
  */
 VN_API void vn_strerror(char* buffer, size_t size, int errnum);
 
@@ -45,8 +45,8 @@ VN_API void vn_strerror(char* buffer, size_t size, int errnum);
 VN_API void vn_checkMemory(void* pointer);
 
 /* malloc, realloc and free with the check of vn_checkMemory: the results are never null.
- * A size of 0 is passed on as it is; where the platform then answers null (realloc of a block
- * to 0 bytes with glibc, which has freed it), the process ends like for any other null. */
+ * A size of 0 is passed on unchanged. If the platform then returns null, the process ends as for
+ * any other null. glibc: realloc() of a block to 0 bytes frees it and returns null. */
 VN_NODISCARD VN_API void* vn_malloc(size_t size) VN_MALLOC VN_RETURNS_NONNULL;
 VN_NODISCARD VN_API void* vn_realloc(void* pointer, size_t size) VN_RETURNS_NONNULL;
 VN_API void vn_free(void* pointer);
@@ -57,7 +57,8 @@ VN_NODISCARD VN_API char* vn_strdup(const char* text) VN_MALLOC;
 
 /* A copy of the first maximum bytes of text, or of all of it when it is shorter; always
  * terminated, exactly as large as needed, released with vn_free. text must be terminated (its
- * whole length is taken). Null as for vn_strdup; the warning names strdup here too, on purpose. */
+ * whole length is measured). Null as for vn_strdup.
+ * Compat: the warning names strdup here too; callers match the text. */
 VN_NODISCARD VN_API char* vn_strndup(const char* text, size_t maximum) VN_MALLOC;
 
 /* Wall-clock time in milliseconds since 1970-01-01 UTC; 0 if the clock cannot be read. It follows
@@ -70,12 +71,12 @@ VN_API int vn_strcasecmp(const char* a, const char* b) VN_PURE;
 typedef void (*vn_OutOfMemoryCallBack)(void);
 
 /* Installs the function that vn_outOfMemory calls, replacing the one before; null clears it.
- * It runs at most once: vn_outOfMemory takes it out before the call, and only one of several
- * threads gets it. Keep it short: another thread that runs out of memory meanwhile does not wait
- * for it and ends the process. */
+ * It runs at most once: vn_outOfMemory clears it before the call, and only one of several threads
+ * runs it. Keep it short: another thread that runs out of memory meanwhile does not wait for it
+ * and ends the process. */
 VN_API void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback);
 
-/* The way out of a process without memory; never returns. In this order:
+/* Ends a process that has run out of memory; never returns. In this order:
  *  - writes "This process is out of memory... exiting\n" to descriptor 2 with one write();
  *  - calls the installed callback, if any;
  *  - with VN_ABORT_ON_OOM set, stops by a synchronous fault, which leaves a core dump; the signal
@@ -85,8 +86,8 @@ VN_API void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback);
  * Called again from inside the callback, it repeats the first line and skips both the callback
  * and the memory line. That is: called by the thread that called the callback, deeper in its
  * stack, with no new callback installed. A callback may leave by longjmp; the next call then
- * writes the memory line. Threads that call it at once write that line once between them, and all
- * of it. It never touches the heap or a buffered stream before the exit. */
+ * writes the memory line. When several threads call it at once, one of them writes the complete
+ * line. It does not use the heap or a buffered stream before the exit. */
 VN_API VN_NORETURN void vn_outOfMemory(void);
 
 /* Flushes standard output, then standard error, and ends the process with _exit(status): no
@@ -98,8 +99,8 @@ VN_API bool vn_inImmediateExit(void);
 
 /* The memory counter: callers report their own allocations and frees, the library reports
  * none. Counting is on from load until the first checkMemoryTrackingEnabled() and stays on
- * after it only if VN_TRACKMEMORY is set. Counts made before that decision are kept, on
- * purpose. Changes are atomic (sequentially consistent). */
+ * after it only if VN_TRACKMEMORY is set. Changes are atomic (sequentially consistent).
+ * Compat: counts made before that decision are kept; callers rely on it. */
 VN_API int checkMemoryTrackingEnabled(void); /* decides once; 1 when counting stays on */
 VN_API void countMemoryAllocated(size_t bytes);
 VN_API void countMemoryFreed(size_t bytes);

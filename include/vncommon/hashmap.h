@@ -3,10 +3,10 @@
  *     HashMap* prices = vn_HashMap_ctor(vn_String_hash, vn_String_compare, NULL, NULL, 1024, 0);
  *     HashMap* orders = vn_HashMap_ctor(NULL, NULL, NULL, NULL, 65536, 0);
  *
- * Keys of the first are texts. Keys of the second are integers or pointers, compared by value: a
- * map without callbacks to call is the fastest.
+ * Keys of the first are texts. Keys of the second are integers or pointers, compared by value. A
+ * map without callbacks is the fastest.
  *
- * An array of buckets, each a Vector of pointers into one contiguous array of entries. The buckets
+ * The map has an array of buckets, each a Vector of pointers into one array of entries. The buckets
  * double when they hold four entries on average. Removing leaves a hole in the entry array, which
  * is closed the next time the array is rebuilt.
  *
@@ -53,9 +53,9 @@ typedef uint32_t (*vn_HashMapHash)(const void* key);
 /* 0 when the stored key equals key. The entries of a bucket are compared in order. Null: a key
  * equals only the same word; the record then holds a function of the library. */
 typedef int32_t (*vn_HashMapCompare)(const void* storedKey, const void* key);
-/* Fills key and value of a new entry, with copies for instance. It, or the caller right after the
- * add, stores a key that is equal to the one given and stays so for as long as it is in the map:
- * adding looks at the key that is given, never at the one that is stored. */
+/* Fills key and value of a new entry, for example with copies. The stored key must equal the given
+ * one while it is in the map; the caller may also store it right after the add. Adding uses only
+ * the given key, never the stored one. */
 typedef void (*vn_HashMapFill)(HashMapEntry* entry, void* key, void* value);
 /* Called with an entry that leaves the map; frees what fill made. Its result is what remove and
  * replace return, so one that frees should return null. */
@@ -119,7 +119,7 @@ VN_API HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value);
 VN_API void* vn_HashMap_replace(HashMap* map, void* key, void* value);
 
 /* Removes the key. Returns release(entry) when the key was present and release is set, otherwise
- * null: without a release callback the result does not tell whether the key was there. */
+ * null: without a release callback the result does not show whether the key was present. */
 VN_API void* vn_HashMap_remove(HashMap* map, const void* key);
 
 /* Removes the key without calling release, and returns the entry that was removed, or null when
@@ -141,24 +141,24 @@ VN_NODISCARD VN_API HashMapIterator* vn_HashMap_first(HashMap* map);
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_last(HashMap* map);
 
 /* Removes every entry, calling release (if set) on each: buckets in order, and in a bucket the
- * first entry, then the last, which moved into its place, and so on. Slots of the entry array
- * are deliberately not reused before it is rebuilt. With the shrink flag the number of buckets
- * halves. */
+ * first entry, then the last, which moved into its place, and so on. With the shrink flag the
+ * number of buckets halves.
+ * Compat: slots of the entry array are not reused until it is rebuilt; callers rely on it. */
 VN_API void vn_HashMap_removeAll(HashMap* map);
 
 /* Forgets every entry without calling release; entry slots are handed out from the first again.
  * With the shrink flag the number of buckets halves. */
 VN_API void vn_HashMap_clear(HashMap* map);
 
-/* Whether the iterator stands on an entry; false for null. */
+/* Whether the iterator is on an entry; false for null. */
 VN_API bool vn_HashMapIterator_valid(const HashMapIterator* iterator) VN_PURE;
 
 /* Key and value of the entry; null when the iterator is not valid. */
 VN_API void* vn_HashMapIterator_key(const HashMapIterator* iterator) VN_PURE;
 VN_API void* vn_HashMapIterator_value(const HashMapIterator* iterator) VN_PURE;
 
-/* These three in place of the calls, which cost more than the work. The exported functions do the
- * same; taking their addresses gives those. */
+/* Inline bodies of these three functions, because a call costs more than the work. Their addresses
+ * are those of the exported functions, which do the same. */
 #if defined(__GNUC__) && !defined(VN_BUILDING_LIBRARY)
 extern inline __attribute__((gnu_inline)) bool vn_HashMapIterator_valid(
     const HashMapIterator* iterator) {
@@ -186,15 +186,15 @@ VN_API void vn_HashMapIterator_dtor(HashMapIterator* iterator);
 /* Callbacks for keys that are NUL-terminated strings (they take void pointers so that they fit
  * where a callback is expected).
  *
- * The hash is h = (h + c) * 0x9E3779B9 modulo 2^32 over the bytes c, from h = 0. Bytes are taken
- * as signed, so those from 128 up count as negative; deliberately, because hashes are stored.
+ * The hash is h = (h + c) * 0x9E3779B9 modulo 2^32 over the bytes c, from h = 0.
+ * Compat: bytes from 128 up count as negative, because callers store hashes.
  * The comparison is strcmp. A map built with both compares the stored hashes first, and the
- * strings themselves only when they agree. */
+ * strings only when the hashes are equal. */
 VN_API uint32_t vn_String_hash(const void* string) VN_PURE;
 VN_API int32_t vn_String_compare(const void* a, const void* b) VN_PURE;
 
 /* The smallest prime not below n; 0 when no prime of 64 bits is (n > 2^64 - 59). Takes time in
- * proportion to the square root of n: some nanoseconds for small n, seconds near 2^64. */
+ * proportion to the square root of n; measured: see docs/benchmarks.md. */
 VN_API uint64_t vn_nextPrime(uint64_t n) VN_CONST;
 
 VN_END_DECLS

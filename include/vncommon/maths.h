@@ -10,17 +10,18 @@
  * Floating-point modes: the host may have set any mode for its thread, that is, another rounding
  * mode, flushing of subnormal numbers to zero (FTZ, DAZ), or exceptions that trap. The results are
  * those of the default mode. A function that finds another mode sets the default one while it runs
- * and then puts the host's back. No exception traps meanwhile; the flags of exceptions that it
+ * and then restores the host's. No exception traps meanwhile; the flags of exceptions that it
  * raises are added to the host's, as in the default mode. On processors other than x86-64 and arm64
- * this holds for the rounding mode only.
+ * this is true for the rounding mode only.
  *
  * Errors: none is reported. FDLIBM's core routines are called without its layer of error
  * handling, so errno stays as it was, and the special values (NaN, +-infinity, +-0) are the
- * results, as each comment says. A NaN argument gives NaN where nothing else is said. Which NaN,
- * that is its sign and payload, is the processor's choice and no part of the promise.
+ * results, as each comment says. A NaN argument gives NaN unless the comment says otherwise. The
+ * sign and payload of that NaN depend on the processor and are not promised.
  *
- * Thread-safety: any thread, no locks, no shared state except signgam (see vn_gammal). Cost: 5 to
- * 60 ns a call, some 250 for the circular functions of angles beyond 10^6. Nothing is allocated.
+ * Thread-safety: any thread, no locks, no shared state except signgam (see vn_gammal). Nothing is
+ * allocated. Cost: highest for the circular functions of angles beyond 10^6; measured: see
+ * docs/benchmarks.md.
  */
 #ifndef VNCOMMON_MATHS_H
 #define VNCOMMON_MATHS_H
@@ -31,9 +32,9 @@ VN_BEGIN_DECLS
 
 /* ---- Powers and logarithms ---- */
 
-/* x to the power y; 1 when y is 0, NaN when x is negative and y not integral. As FDLIBM has it and
- * the C standard has not, NaN as either operand gives NaN even if x is 1 (y = 0 excepted), and so
- * do 1 and -1 to an infinite power. */
+/* x to the power y; 1 when y is 0, NaN when x is negative and y not integral. FDLIBM differs from
+ * the C standard here: NaN as either operand gives NaN even if x is 1 (but not if y is 0), and 1
+ * and -1 to an infinite power give NaN. */
 VN_API double vn_pow(double x, double y);
 VN_API double vn_exp(double x);   /* infinity above 709.78, 0 below -745.13 */
 VN_API double vn_log(double x);   /* -infinity for +-0, NaN below 0 */
@@ -87,8 +88,8 @@ VN_API int64_t vn_ilogb(double x);
  * -9223372036854775808. */
 VN_API int64_t vn_int(double x);
 
-/* What vn_int leaves: x minus its integral part, exact, with the sign of x. +-0 for integers,
- * infinities and, as FDLIBM's modf has it, for NaN. */
+/* The fractional part: x minus its integral part, exact, with the sign of x. +-0 for integers,
+ * infinities and, as in FDLIBM's modf, for NaN. */
 VN_API double vn_frac(double x);
 
 /* x as m * 2^e with 0.5 <= |m| < 1 (FDLIBM's frexp): vn_exponent gives e, vn_mantissa m.

@@ -1,8 +1,8 @@
-/* What the machine is, in one line each for logs and diagnostics: the processor and the Linux
- * distribution; and the two small text helpers that the readers of those files use.
+/* Descriptions of the processor and of the Linux distribution, one line each, for logs and
+ * diagnostics; and two text helpers for reading the files that they come from.
  *
- * Ownership: both descriptions are worked out on the first call, kept for the life of the
- * process and belong to the library. The caller must not free or change them.
+ * Ownership: both descriptions are made on the first call, kept for the life of the process and
+ * belong to the library. The caller must not free or change them.
  *
  * Thread-safety: every function may be called from any thread. First calls that race all return
  * the same text.
@@ -19,11 +19,11 @@ VN_BEGIN_DECLS
 /* The processor, from the first block of /proc/cpuinfo. On x86 and on ARM
  *     vendor GenuineIntel family 6 model 85 stepping 4: Intel(R) Xeon(R) Platinum 8124M
  *     implementer code 0x41 achitecture 8 part code 0xd0c: (null)
- * The spelling of " achitecture " is deliberate. What the file does not say is left out, except
- * the model name, which then is "(null)"; lines without any of it give " : (null)". At most 1023
- * bytes.
+ * Parts that the file does not have are left out, except the model name, which is then "(null)". A
+ * file without any part gives " : (null)". At most 1023 bytes.
+ * Compat: " achitecture " is misspelled; callers match the text.
  * If the file cannot be opened, "FAIL: " and the system's error go to standard error (as perror
- * writes them) and the answer is "Unknown CPU". Exhausted memory ends the process as in
+ * writes them) and the result is "Unknown CPU". Exhausted memory ends the process as in
  * failure.h. */
 VN_API const char* vn_getCPUDetails(void);
 
@@ -33,14 +33,14 @@ VN_API const char* vn_getCPUDetails(void);
  *     /etc/lsb-release                        the value of DISTRIB_DESCRIPTION
  *     /etc/redhat-release, /etc/SuSE-release  the first line
  *     /etc/debian_version                     "Debian " and the first line
- * or "Unknown Linux platform" if there is none, if it does not say or if there was no memory for
- * the answer.
+ * or "Unknown Linux platform" if no file can be opened, if the file has no such value, or without
+ * memory for the result.
  *
- * Values are taken as they are written, quotes included. In os-release the one trimming takes
- * off NAME's closing quote and VERSION's opening one, deliberately no more:
+ * Values are copied as they are, with their quotes.
+ * Compat: in os-release only NAME's closing and VERSION's opening quote are removed; callers expect
  *     "Debian GNU/Linux 12 (bookworm)"    with both quotes, for the usual quoted values
- * and an unquoted value loses a byte of its own. Reading stops at the VERSION line, so a NAME
- * after it is not seen. */
+ * and an unquoted value loses its last or first byte. Reading stops at the VERSION line, so a NAME
+ * after it is ignored. */
 VN_API const char* vn_getFullPlatformName(void);
 
 /* The value of a line "key: value": two bytes after its first colon, or the line's terminator

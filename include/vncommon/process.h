@@ -1,8 +1,8 @@
-/* Helpers over the operating system: the process, its files, dynamic libraries, the clock.
+/* Operating-system helpers: the process, its files, dynamic libraries, the clock.
  *
- * Thin wrappers that speak UTF-8. Every path or name is converted to the locale's code page
- * before the system sees it, and every directory, environment entry and the like is converted
- * back (convention 3). One wrapper makes one system call; nothing is cached unless said so.
+ * Thin wrappers that use UTF-8. Every path or name is converted to the locale's code page for the
+ * system call, and texts from the system, such as directories and environment entries, are
+ * converted back (convention 3). Nothing is cached unless a comment says so.
  *
  * Errors are results, never aborts: a newly allocated message text, null, or an error number.
  * Every text and array that a function returns is a new block of the platform's allocator,
@@ -12,8 +12,8 @@
  * vn_get_os_statistics share one process-wide record each without a lock: concurrent calls do
  * no harm, but may mix their contents.
  *
- * A null path makes the file functions fail with EFAULT, as any other bad address does; a path
- * that there is no memory to convert, with ENOMEM.
+ * A null path makes the file functions fail with EFAULT, like any other bad address. Without memory
+ * to convert a path they fail with ENOMEM.
  */
 #ifndef VNCOMMON_PROCESS_H
 #define VNCOMMON_PROCESS_H
@@ -29,21 +29,21 @@ VN_BEGIN_DECLS
 /* ---- The process ---- */
 
 /* The name of the effective user, new. Where the user database has no entry (or cannot be
- * read): the number of the user, as "%d" prints it; "unknown" where the system does not say how
- * large an entry may be; null without memory. The name passes through vn_UTF8ToCstr, not through
- * its inverse: on a UTF-8 locale there is no difference, and elsewhere callers rely on it. */
+ * read): the number of the user, as "%d" prints it; "unknown" where the system does not report how
+ * large an entry may be; null without memory.
+ * Compat: converted with vn_UTF8ToCstr, not its inverse; callers rely on it. On a UTF-8 locale both
+ * give the same text. */
 VN_NODISCARD VN_API char* vn_getUTF8UserName(void) VN_MALLOC;
 
-/* The current directory, new and in UTF-8, however deep it is; null when the system cannot tell
+/* The current directory, new, in UTF-8 and of any length; null when the system does not report it
  * (removed, unreadable), with the reason in errno. */
 VN_NODISCARD VN_API char* vn_getUTF8CurrentDirectory(void) VN_MALLOC;
 
 VN_API int vn_getProcessId(void);
 
-/* The environment, converted to UTF-8: a new array of new texts, closed by null; an entry that
- * cannot be converted at all reads "Unknown". Entries are copied as they stand, also those
- * without a "=". Null only when there is no memory for all of it. Not safe against another
- * thread that changes the environment at the same time. */
+/* The environment, converted to UTF-8: a new array of new texts, terminated by null. An entry that
+ * cannot be converted becomes "Unknown". Entries without a "=" are copied too. Null only without
+ * memory for the array and all texts. Not safe while another thread changes the environment. */
 VN_NODISCARD VN_API char** vn_getEnvironUTF8(void);
 
 /* Releases such an array with its texts; null is allowed. */
@@ -66,26 +66,26 @@ VN_NODISCARD VN_API int vn_statUTF8(const char* path, struct stat* status);
 VN_API void vn_writeToConsoleUTF8(int fd, const char* text);
 
 /* ---- Dynamic libraries ----
- * The first three return null on success and otherwise a copy of what dlerror() says, in the
- * system's words and code page, or "Unknown error" where it says nothing. Without memory for the
- * copy a failure gives null too: then only the null handle or symbol tells. */
+ * The first three return null on success and otherwise a copy of the dlerror() message, in the
+ * system's code page, or "Unknown error" when there is no message. Without memory for the copy a
+ * failure returns null too: then only the null handle or symbol shows it. */
 
 /* Loads path (all symbols bound at once) and stores its handle; null when that fails. A null
  * path gives the handle of the program itself. */
 VN_NODISCARD VN_API char* vn_loadLibraryUTF8(void** handle, const char* path) VN_MALLOC;
 
-/* Gives one handle back; a null handle is an "Unknown error". */
+/* Closes one handle; a null handle gives "Unknown error". */
 VN_NODISCARD VN_API char* vn_unloadLibrary(void* handle) VN_MALLOC;
 
-/* Stores the address of a symbol of the library, null when it has none. A symbol whose address
- * is null cannot be told from a missing one: "Unknown error". A null handle searches the
- * program and the libraries it was started with. */
+/* Stores the address of a symbol of the library, null when there is no such symbol. A symbol whose
+ * address is null looks like a missing one and gives "Unknown error". A null handle searches the
+ * program and the libraries that it was started with. */
 VN_NODISCARD VN_API char* vn_findLibrarySymbol(void** symbol, void* handle,
                                                const char* name) VN_MALLOC;
 
-/* 1 when the library is not loaded (or memory runs out), 0 when it is. In the second case the
- * library's reference count has gone up by one and stays there, on purpose: a library found loaded
- * is never unloaded behind the back of its finder. */
+/* 1 when the library is not loaded (or memory runs out), 0 when it is.
+ * Compat: a result of 0 leaves the library's reference count one higher, so that a library found
+ * loaded is never unloaded; callers rely on it. */
 VN_API int vn_assertUnloadedLibrary(const char* path);
 
 /* ---- Stack trace ---- */
@@ -94,22 +94,22 @@ VN_API bool vn_canStackTrace(void); /* true */
 
 /* Writes the call stack to fd, one frame a line, the innermost (this function) first.
  *
- * At most 64 frames, gathered in one process-wide record that is never cleared: where the system
- * does not close a trace with an empty entry (it does so for stacks that it can follow to their
- * end), what an earlier, deeper trace left is printed again after the new frames. The last frame
- * before the empty entry is left out. Both are deliberate; readers of the traces count on the
- * number of lines. */
+ * At most 64 frames, collected in one process-wide record. The system ends a trace with an empty
+ * entry if it can follow the stack to its end.
+ * Compat: the record is never cleared, so a trace without that entry is followed by what remains of
+ * an earlier, deeper trace; and the last frame before the entry is not printed. Callers count the
+ * lines. */
 VN_API void vn_stackTrace(int fd);
 
 /* ---- Memory pressure ---- */
 
-/* Pages per second swapped in and out since the reading before, from "/proc/vmstat". Returns 0
- * and stores both rates, or an error number and stores nothing: the errno of opening the file,
- * 9 when a line without a blank comes before both counters were met.
+/* Pages per second swapped in and out since the previous reading, from "/proc/vmstat". Returns 0
+ * and stores both rates, or returns an error number and stores nothing: the errno of opening the
+ * file, or 9 when a line without a blank comes before both counters were found.
  *
- * The file is read at most once in 100 ms; calls in between give the rates of the last reading
- * again. The first reading of a process divides the counters by the time since 1970, so its
- * rates are close to 0. */
+ * The file is read at most once in 100 ms; calls in between return the rates of the last reading.
+ * The first reading of a process divides the counters by the time since 1970, so its rates are
+ * close to 0. */
 VN_NODISCARD VN_API int vn_get_os_statistics(double* swapInRate, double* swapOutRate);
 
 /* ---- The clock ---- */
@@ -117,9 +117,9 @@ VN_NODISCARD VN_API int vn_get_os_statistics(double* swapInRate, double* swapOut
 /* Wall-clock time in milliseconds since 1970-01-01 UTC, rounded down. It follows clock steps. */
 VN_API int64_t vn_sys_time(void);
 
-/* Formats the local time cheaply for log lines: the date and time are written only when the
- * second has changed, the milliseconds always. Embedded by the caller and used by one thread at
- * a time. A program that changes its zone (TZ) calls tzset(); the next second then shows it. */
+/* Caches the formatted local time for log lines: the date and time are formatted only when the
+ * second has changed, the milliseconds on every call. Embedded by the caller and used by one thread
+ * at a time. A program that changes its zone (TZ) must call tzset(); the next second shows it. */
 typedef struct vn_TimeStampCache {
     int64_t lastSecond; /* since 1970-01-01 UTC: the second that text shows */
     char text[24];      /* "YYYY-MM-DD hh:mm:ss.mmm" and the terminator */
@@ -128,7 +128,7 @@ typedef struct vn_TimeStampCache {
 VN_API void vn_timeStampInit(vn_TimeStampCache* cache);    /* must come first */
 VN_API void vn_timeStampDestroy(vn_TimeStampCache* cache); /* nothing to release: does nothing */
 
-/* The time now, for example "2024-03-05 14:07:09.042". The text belongs to the cache and holds
+/* The time now, for example "2024-03-05 14:07:09.042". The text belongs to the cache and is valid
  * until the next call. Costs about one clock reading within the same second. */
 VN_API const char* vn_timeStampGet(vn_TimeStampCache* cache);
 

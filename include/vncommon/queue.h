@@ -47,11 +47,11 @@ VN_API void vn_qtsDestroy(vn_qtsQueue* queue);
 VN_API int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element);
 
 /* Queues the first elements of an array of n, as many as fit, and returns how many were NOT
- * queued (the last ones of the array; 0 when all fitted). They stand together in the queue. */
+ * queued (the last ones of the array; 0 when all fitted). The queued ones are adjacent. */
 VN_API uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n);
 
-/* Takes the oldest element into *out, blocking until there is one. A thread that finds none looks
- * again for some ten microseconds, giving way to others, before it sleeps. errno stays. */
+/* Takes the oldest element into *out, blocking until there is one. A thread that finds none retries
+ * for a short time, yielding to others, before it sleeps. errno is preserved. */
 VN_API void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out);
 
 /* 0 when an element was taken into *out; 1 at once when there was none, *out untouched. */

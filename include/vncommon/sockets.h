@@ -6,9 +6,8 @@
  * error" when errno is 0. Descriptors and counts come back through out-parameters, which are
  * written on success only. Without memory for a text the process ends (vn_strdup, failure.h).
  *
- * SIGPIPE is the application's business: sends carry no flags, so writing to a connection that
- * the peer has closed raises it, and its default is to end the process. A server therefore begins
- * with
+ * The application must handle SIGPIPE: writing to a connection that the peer has closed raises it,
+ * and by default it ends the process. A server should therefore start with
  *     signal(SIGPIPE, SIG_IGN);
  * and then gets the failure as a text ("Broken pipe").
  *
@@ -38,7 +37,7 @@ VN_API void vn_socketCleanup(void);
 VN_NODISCARD VN_API char* vn_socketConnect(const char* host, int port, int* fd) VN_MALLOC;
 
 /* Listens on all local addresses with SO_REUSEADDR and a backlog of 20. Port 0 lets the system
- * choose one (getsockname tells). Failures: "Failed to create listening socket.", "Failed to set
+ * choose one (see getsockname). Failures: "Failed to create listening socket.", "Failed to set
  * SO_REUSEADDR option.", "Failed to bind listening socket.", "Failed to listen on listening
  * socket."; the socket made is closed.
  *
@@ -50,16 +49,16 @@ VN_NODISCARD VN_API char* vn_createListeningSocket(int port, int* fd) VN_MALLOC;
 
 /* Takes the next connection; it times out after 10 seconds without progress in either direction.
  * Failures: "The accept() call failed", and "Failed to listen on listening socket." when the
- * descriptor cannot listen, in which case IT IS CLOSED, deliberately: callers loop on accept and
- * rely on a dead listener not being kept.
+ * descriptor cannot listen.
+ * Compat: in the second case THE DESCRIPTOR IS CLOSED; callers that loop on accept rely on it.
  * If a time-out cannot be set the connection is still returned, and "Failed to set SO_RCVTIMEO
  * option: %s" (or SO_SNDTIMEO) is logged as a warning. */
 VN_NODISCARD VN_API char* vn_socketAccept(int listeningFd, int* fd) VN_MALLOC;
 
 /* Receives once, up to *length bytes; on success *length is the count received, at least 1.
- * "Network connection lost." when the peer has closed, and for a *length of 0, which cannot be told
- * from that. An interrupted receive is reported like any other failure, not retried; deliberately,
- * so that a signal can end a wait. */
+ * "Network connection lost." when the peer has closed, and for a *length of 0, which looks the
+ * same.
+ * Compat: an interrupted receive is a failure and not retried, so that a signal can end a wait. */
 VN_NODISCARD VN_API char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer) VN_MALLOC;
 
 /* Appends the next line to the string buffer (which must be initialised), without its line feed

@@ -1,11 +1,11 @@
 /* Threads, mutexes, conditions, counting semaphores, thread-local slots.
  *
- * Thin wrappers over POSIX threads and semaphores: one system call each. When that call fails,
- * three lines go to standard error, the first "Fatal error: System call %s failed\n" with the
- * call's name, and the wrapper returns as if it had succeeded. This is deliberate: a failed
- * lock, unlock or signal is reported and the program goes on. Only a pthread_create that fails
- * for lack of resources ends the process (vn_outOfMemory, failure.h). The calls named below are
- * the names in those reports.
+ * Thin wrappers over POSIX threads and semaphores. When a POSIX call fails, three lines go to
+ * standard error, the first "Fatal error: System call %s failed\n" with the call's name, and the
+ * wrapper returns as if it had succeeded. Only a pthread_create that fails for lack of resources
+ * ends the process (vn_outOfMemory, failure.h). The calls named below are the names in those
+ * reports.
+ * Compat: the program continues after a failed lock, unlock or signal; callers rely on it.
  *
  * The objects are the platform's own, embedded by value in the caller's records; every _init
  * needs its _destroy. Destroy a mutex unlocked, a condition or semaphore without waiters.
@@ -31,9 +31,9 @@ typedef pthread_t vn_ThreadId;
 /* A thread's function; its result is ignored. */
 typedef void* (*vn_ThreadFunction)(void* argument);
 
-/* To be called once by the application, early: vn_Condition_init, vn_Semaphore_init and
- * vn_createThread before it write "C threading library used without first being initialised\n"
- * to standard error and abort(). Mutexes and thread-local slots do not need it. */
+/* The application must call it once, early. Without it, vn_Condition_init, vn_Semaphore_init and
+ * vn_createThread write "C threading library used without first being initialised\n" to standard
+ * error and abort(). Mutexes and thread-local slots do not need it. */
 VN_API void vn_threadInit(void);
 
 /* --- Mutexes: "pthread_mutex_init", "_destroy", "_lock", "_unlock" ------------------------- */
@@ -55,8 +55,8 @@ VN_API void vn_Condition_wait(vn_Condition* condition, vn_Mutex* mutex);
  * the wall clock, the scale of vn_systime (not a duration). True when woken (also spuriously),
  * false when the deadline has passed or on any error; nothing is reported.
  *
- * The wall clock may be stepped. A wait that must survive that goes in a loop of short deadlines
- * that tests its predicate each time:
+ * The wall clock may be stepped. If that matters, wait in a loop with short deadlines and test the
+ * predicate each time:
  *     while (!ready && monotonicNow() < end)
  *         vn_Condition_timedwait(&condition, &mutex, vn_systime() + 100);
  */
@@ -73,12 +73,13 @@ VN_API void vn_Semaphore_init(vn_Semaphore* semaphore, uint32_t initialCount);
 VN_API void vn_Semaphore_destroy(vn_Semaphore* semaphore);
 VN_API void vn_Semaphore_post(vn_Semaphore* semaphore);
 
-/* Returns only with the semaphore taken. Interruptions are retried silently; a persistent
- * failure is reported again on every attempt rather than returned, deliberately. */
+/* Returns only with the semaphore taken. Interruptions are retried silently.
+ * Compat: a persistent failure is reported on every attempt and never returned; callers expect the
+ * semaphore to be taken. */
 VN_API void vn_Semaphore_wait(vn_Semaphore* semaphore);
 
-/* TRUE WHEN THE SEMAPHORE COULD NOT BE TAKEN, false when it was taken. The inverted sense is
- * deliberate: callers depend on it, the queue of queue.h among them. Reports nothing.
+/* Never waits. Reports nothing.
+ * Compat: TRUE WHEN THE SEMAPHORE COULD NOT BE TAKEN, false when it was taken; callers rely on it.
  * So the body of if (vn_Semaphore_trywait(&s)) runs WITHOUT the semaphore. Name the result:
  *     const bool busy = vn_Semaphore_trywait(&semaphore);
  *     if (!busy) { ... vn_Semaphore_post(&semaphore); }
@@ -88,12 +89,12 @@ VN_NODISCARD VN_API bool vn_Semaphore_trywait(vn_Semaphore* semaphore);
 /* --- Threads: "pthread_attr_init", "pthread_attr_setdetachstate", "pthread_create" ----------- */
 
 /* Starts function(argument) in a new thread with the platform's default stack and scheduling.
- * A detached thread releases its resources on its own and cannot be joined. SIGINT and SIGHUP
- * are blocked in the new thread, so that they reach threads the library did not make, the main
- * thread as a rule; the log-reopening handler (file_logger.h) relies on that.
- * A pthread_create that fails with EAGAIN or ENOMEM ends the process through vn_outOfMemory,
- * missing memory for what the thread is to run through vn_checkMemory; after any other failure
- * the result is not a thread. */
+ * A detached thread releases its resources itself and cannot be joined. SIGINT and SIGHUP are
+ * blocked in the new thread. So they reach threads that the library did not create, usually the
+ * main thread; the log-reopening handler (file_logger.h) relies on that.
+ * A pthread_create that fails with EAGAIN or ENOMEM ends the process through vn_outOfMemory, and a
+ * failed allocation ends it through vn_checkMemory. After any other failure the result is not a
+ * valid thread. */
 VN_API vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool detached);
 
 /* Waits for the thread's end ("pthread_join"). Null for a thread made by vn_createThread,
@@ -102,7 +103,7 @@ VN_API void* vn_joinThread(vn_ThreadId thread);
 
 VN_API vn_ThreadId vn_getThreadID(void); /* the calling thread */
 
-/* Sleeps at least so many milliseconds; an interrupted sleep goes on with what remains. */
+/* Sleeps at least this long; an interrupted sleep continues with the remaining time. */
 VN_API void vn_sleep(uint32_t milliseconds);
 
 /* --- Thread-local slots: "pthread_key_create", "pthread_key_delete", "pthread_setspecific" --- */
@@ -113,14 +114,14 @@ VN_API void vn_ThreadLocal_destroy(vn_ThreadLocal* slot);
 VN_API void* vn_ThreadLocal_get(vn_ThreadLocal* slot); /* null if never set in this thread */
 VN_API void vn_ThreadLocal_set(vn_ThreadLocal* slot, void* value);
 
-/* A small number for the calling thread: 1 for the first thread that asks, 2 for the next, and
- * so on; never 0, the same on every call, never given to another thread. The first call of a
+/* A small number for the calling thread: 1 for the first thread that calls this, 2 for the next,
+ * and so on; never 0, the same on every call, never reused for another thread. The first call of a
  * thread takes a lock, the others read a slot. In a child of fork() the thread keeps its number,
  * and the count goes on from the parent's.
  *
- * Not the same in the destructors of thread-local slots: at a thread's end glibc clears all slots
- * while it runs them, and a call from one may take a new number. Keep the number in the value that
- * the destructor gets. C++ thread_local objects are destroyed earlier and still get the old one. */
+ * Exception: destructors of thread-local slots may get a new number, because glibc clears the slots
+ * at a thread's end while it runs them. Keep the number in the value that the destructor receives.
+ * C++ thread_local objects are destroyed earlier and still get the old number. */
 VN_API uint64_t vn_getCountedThreadId(void);
 
 /* Does nothing on this platform; kept because compiled programs call it. */

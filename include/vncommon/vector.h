@@ -30,15 +30,15 @@ VN_BEGIN_DECLS
 /* 0 when element equals key (convention 6). */
 typedef int32_t (*vn_VectorCompare)(const void* element, const void* key);
 
-/* What vn_Vector_add stores instead of the element that it is given: a copy of it, as a rule. */
+/* Returns what vn_Vector_add stores instead of its argument, usually a copy. */
 typedef void* (*vn_VectorOnAdd)(void* element);
 
-/* Called with an element that leaves the Vector, to release it as a rule. vn_Vector_remove and
+/* Called with an element that leaves the Vector, usually to release it. vn_Vector_remove and
  * vn_Vector_set return its result, so one that frees the element should return null. */
 typedef void* (*vn_VectorOnRemove)(void* element);
 
 /* The fields may be read at any time: slots 0 to size - 1 of data are the elements, as
- * vn_Vector_get answers them. Only the operations below change them. */
+ * vn_Vector_get returns them. Only the operations below change them. */
 typedef struct Vector {
     uint32_t size;              /* elements in use */
     uint32_t capacity;          /* element slots in data */
@@ -79,8 +79,9 @@ VN_API uint32_t vn_Vector_add(Vector* vector, void* element);
 /* The element, or null when index >= size. */
 VN_API void* vn_Vector_get(const Vector* vector, uint32_t index) VN_PURE;
 
-/* Replaces the element at index; onAdd is deliberately not applied. Returns onRemove(old), or
- * old itself without onRemove; null, and nothing changes, when index >= size. */
+/* Replaces the element at index. Returns onRemove(old), or old itself without onRemove; null, and
+ * nothing changes, when index >= size.
+ * Compat: onAdd is not called; callers rely on it. */
 VN_API void* vn_Vector_set(Vector* vector, uint32_t index, void* element);
 
 /* Takes the element at index out and moves the last one into its place: removing index 0 from
@@ -90,9 +91,9 @@ VN_API void* vn_Vector_set(Vector* vector, uint32_t index, void* element);
  * With shrink set, and at most capacity / 4 elements left of a capacity above the initial one, the
  * storage shrinks: to the initial capacity when nothing is left; otherwise c, starting at the
  * capacity, is halved until the elements fill it or it falls below the initial capacity, and the
- * new capacity is 2 * c. 64 slots thus become 32 at 16 elements. The result may lie below the
- * initial capacity (6 slots of initially 3 become 2), which is deliberate: owners count on these
- * figures. */
+ * new capacity is 2 * c. 64 slots thus become 32 at 16 elements.
+ * Compat: the result may be below the initial capacity (6 slots of initially 3 become 2); callers
+ * rely on these figures. */
 VN_API void* vn_Vector_remove(Vector* vector, uint32_t index);
 
 /* True and the index of the first element for which compare(element, key) is 0; otherwise false,

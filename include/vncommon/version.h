@@ -18,17 +18,18 @@ VN_BEGIN_DECLS
 #define VN_VERSION_MINOR 1
 #define VN_VERSION_PATCH 0
 
-/* A version as one number that grows with it: 10203 for 1.2.3. */
+/* A version as one number; a later version has a larger number: 10203 for 1.2.3. */
 #define VN_VERSION_NUMBER_OF(major, minor, patch) ((major)*10000 + (minor)*100 + (patch))
 
 /* The version of these headers as such a number. */
 #define VN_VERSION_NUMBER VN_VERSION_NUMBER_OF(VN_VERSION_MAJOR, VN_VERSION_MINOR, VN_VERSION_PATCH)
 
-/* Whether these headers are of that version or a later one, also for #if. */
+/* Whether these headers are of that version or a later one. Can be used in #if. */
 #define VN_VERSION_AT_LEAST(major, minor, patch) \
     (VN_VERSION_NUMBER >= VN_VERSION_NUMBER_OF(major, minor, patch))
 
-/* The version of these headers as a literal, "1.2.3". The other two are its parts. */
+/* VN_VERSION_STRING: the version of these headers as a literal, "1.2.3". The other two macros are
+ * helpers for it. */
 #define VN_VERSION_LITERAL(number) #number
 #define VN_VERSION_TEXT(major, minor, patch) \
     VN_VERSION_LITERAL(major) "." VN_VERSION_LITERAL(minor) "." VN_VERSION_LITERAL(patch)
