@@ -1,4 +1,4 @@
-// What both buffers share: the growth figures, and the life of a block that growth replaced.
+// Shared by both buffers: the growth rule, and the ownership of a block that growth replaced.
 #ifndef VN_TEXT_BUFFERS_H
 #define VN_TEXT_BUFFERS_H
 
@@ -9,7 +9,7 @@ namespace vncommon {
 
 constexpr uint64_t defaultCapacity = 20;
 
-// a + b; a sum beyond 64 bits is a block that nobody can have.
+// a + b. A sum beyond 64 bits ends the process, like exhausted memory.
 inline uint64_t addSizes(uint64_t a, uint64_t b) {
     uint64_t sum;
     if (__builtin_add_overflow(a, b, &sum)) [[unlikely]] {
@@ -22,13 +22,13 @@ inline uint64_t grownCapacity(uint64_t need) {
     return need < 5000 ? need * 2 : addSizes(need, need / 2);
 }
 
-// Whether a block is much too large for what is left in it.
+// Whether a block is much larger than its contents.
 inline bool isWasteful(uint64_t capacity, uint64_t size) {
     return size < capacity && capacity - size > 20000 && size < capacity - size;
 }
 
-// The block that an append outgrew, or null. It is released only when the append is over: the
-// source may lie in it.
+// The block that an append outgrew, or null. It is released only after the append, because the
+// source may be inside it.
 class ReplacedBlock {
   public:
     explicit ReplacedBlock(void* replaced) : block(replaced) {}
@@ -44,8 +44,8 @@ class ReplacedBlock {
     void* block;
 };
 
-// Moves the buffer to a block with room for need characters and gives back the one before. Kept
-// out of its callers, whose usual path then needs no registers of its own.
+// Moves the buffer to a block with room for need characters and returns the previous block. Not
+// inlined, so that the usual path of its callers saves no registers.
 [[gnu::cold, gnu::noinline]] char* growString(CStringBuffer* buffer, uint64_t need);
 
 // Makes room for length more characters and the terminator.

@@ -7,8 +7,8 @@ using vncommon::ReplacedBlock;
 
 namespace {
 
-// A new block of the given capacity for the buffer, which gives back the one before; the
-// contents are copied to offset.
+// Moves the buffer to a new block of the given capacity, with the contents at offset. Returns the
+// previous block.
 [[gnu::cold, gnu::noinline]] uint8_t* moveToBlock(CByteBuffer* buffer, uint64_t capacity,
                                                   uint64_t offset) {
     auto* block = static_cast<uint8_t*>(vn_malloc(capacity));
@@ -86,7 +86,7 @@ void vn_bytebufInsertBytesAtStart(CByteBuffer* buffer, const void* bytes, uint64
     const auto* source = static_cast<const uint8_t*>(bytes);
     const uint8_t* block = buffer->data;
     const ReplacedBlock replaced = reserve(buffer, length, length);
-    if (buffer->data == block) {  // did not grow: the contents have still to make way
+    if (buffer->data == block) {  // did not grow: the contents must still be moved
         if (liesIn(buffer, source)) {
             source += length;
         }

@@ -14,8 +14,8 @@ void afterFork() {
     }
 }
 
-// Registered before the handler that may wait for a log file to open (registry.cpp), so that it
-// prepares a fork after that one.
+// Registered before the handler that may wait for a log file to open (registry.cpp). Prepare
+// handlers run in reverse order, so this one runs after that one.
 [[gnu::init_priority(103)]] const ForkHandlers forkHandlers([] { icuLock.prepareFork(); },
                                                             afterFork, afterFork);
 

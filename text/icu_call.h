@@ -1,9 +1,9 @@
-// ICU guards its converters and the set-up of its first calls with locks of its own, which would
-// stay locked in the child of a fork() made meanwhile. So what may take one of them is done during
-// the lifetime of an IcuCall, and fork() waits until none is left.
+// ICU guards its converters and its initialisation with its own locks. If another thread forked
+// while one of them is held, it would stay locked in the child. So every call that may take one
+// is made during the lifetime of an IcuCall, and fork() waits until no IcuCall exists.
 //
-// A signal handler that forks in the middle of one does not wait for its own thread (OwnedLock).
-// The lock's holder takes no other lock than ICU's and malloc's.
+// A signal handler that forks during an IcuCall does not wait for its own thread (OwnedLock).
+// The holder of the lock takes no locks except ICU's and malloc's.
 #ifndef VN_TEXT_ICU_CALL_H
 #define VN_TEXT_ICU_CALL_H
 

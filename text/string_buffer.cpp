@@ -1,5 +1,5 @@
-// The string buffer. Every append measures its source first and makes room; only then it copies,
-// and the block it outgrew lives that long: this is what lets a source lie in the buffer itself.
+// The string buffer. Every append measures its source, makes room, and only then copies. An
+// outgrown block is freed after the copy, so that a source may be inside the buffer itself.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -24,7 +24,7 @@ void copyString(char* block, const CStringBuffer* buffer) {
     memset(block + length, 0, buffer->size + 1 - length);
 }
 
-// Gives back the block before, which is the caller's.
+// Returns the previous block, which the caller frees.
 char* moveToBlock(CStringBuffer* buffer, uint64_t capacity) {
     auto* block = static_cast<char*>(vn_malloc(capacity));
     copyString(block, buffer);
@@ -43,14 +43,14 @@ char* append(CStringBuffer* buffer, const char* text, uint64_t length) {
     return start;
 }
 
-// Apart from vn_strbufAppendChar, which as a leaf takes 3.1 ns instead of 3.5.
+// Separate, so that vn_strbufAppendChar is a leaf function; measured: see docs/benchmarks.md.
 [[gnu::cold, gnu::noinline]] void growAndAppendChar(CStringBuffer* buffer, int character) {
     const auto text = static_cast<char>(character);
     append(buffer, &text, 1);
 }
 
-// For results that outgrew the stack. Formatted outside of the buffer, because an argument may
-// lie in it.
+// For results too long for the stack. Formatted outside the buffer, because an argument may be
+// inside it.
 void appendLongFormat(CStringBuffer* buffer, const char* format, va_list arguments,
                       uint64_t length) {
     auto* text = static_cast<char*>(vn_malloc(length + 1));
@@ -74,15 +74,17 @@ void appendFormat(CStringBuffer* buffer, const char* format, va_list arguments) 
     va_end(again);
 }
 
-// What vn_strbufAppendVA does with an empty result, see the header. Room is made already.
+// Compat: an empty result of vn_strbufAppendVA changes the buffer; the header describes how.
+// The room is reserved already.
 void appendEmptyResult(CStringBuffer* buffer) {
     memset(buffer->data + buffer->size, 0, formatLimit + 1);
     buffer->size += formatLimit;
     buffer->data[formatLimit] = '\0';
 }
 
-// The first 9999 characters of a result of the given length, all of which is counted; text may lie
-// in the room for 10000 that is made already. What of the rest lies in the block is cleared.
+// Compat: writes at most 9999 characters of a result but counts its whole length. text may be
+// inside the room for 10000 characters that is reserved already. The part of the rest that is
+// inside the block is cleared.
 void appendLimitedResult(CStringBuffer* buffer, const char* text, uint64_t length) {
     const uint64_t written = std::min(length, formatLimit - 1);
     char* start = buffer->data + buffer->size;
@@ -101,8 +103,8 @@ char* openError() {
     return vn_strbufGetString(&error);
 }
 
-// Reads all the steps at once that fit without growing, so that the block grows where it would
-// grow reading them one by one.
+// One read covers all steps that fit without growing, so that the block grows at the same sizes
+// as with one read for each step.
 void appendStream(CStringBuffer* buffer, FILE* file) {
     while (feof(file) == 0 && ferror(file) == 0) {
         const ReplacedBlock replaced = reserve(buffer, fileStep);
@@ -215,7 +217,7 @@ void vn_strbufTruncate(CStringBuffer* buffer, uint64_t newSize) {
         return;
     }
     buffer->size = newSize;
-    if (newSize < buffer->capacity) {  // not so after an over-long vn_strbufAppendVA
+    if (newSize < buffer->capacity) {  // false after a vn_strbufAppendVA that was too long
         buffer->data[newSize] = '\0';
     }
     if (vncommon::isWasteful(buffer->capacity, newSize)) {

@@ -1,4 +1,4 @@
-// The escaping appends of the string buffer: runs that need no escape are copied whole.
+// The escaping appends of the string buffer. Text that needs no escape is copied in blocks.
 #include <array>
 #include <bit>
 #include <cstring>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// What becomes of one byte.
+// The text that is written for one byte.
 struct Translation {
     char text[4];
     uint8_t length;
@@ -44,9 +44,8 @@ constexpr Translations semiColonTranslations = [] {
     return table;
 }();
 
-// width: the longest translation, which is the room that is kept for each character. Each
-// character may therefore be written with that many bytes, the surplus of which the next
-// overwrites.
+// width is the length of the longest translation, and the room reserved for each character. So
+// every character can be written with width bytes; the next one overwrites the surplus.
 template <const Translations& translations, size_t width>
 struct Escaper {
     static char* translate(char* to, const char* from, const char* end) {
@@ -61,7 +60,7 @@ struct Escaper {
 #ifdef __SSE2__
     static constexpr ptrdiff_t blockSize = 16;
 
-    // Copies a block; bit i of the result tells that byte i needs an escape.
+    // Copies a block. Bit i of the result is set if byte i needs an escape.
     static unsigned copyBlock(char* to, const char* from) {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
@@ -74,8 +73,8 @@ struct Escaper {
         return static_cast<unsigned>(_mm_movemask_epi8(found));
     }
 
-    // Copies runs by the block. A block with more than two characters to escape is translated
-    // byte by byte, which takes the same time whatever it holds.
+    // Copies whole blocks. A block with more than two characters to escape is translated byte by
+    // byte, at a cost that does not depend on its contents.
     static char* escape(char* to, const char* from, const char* end) {
         while (end - from >= blockSize) {
             const unsigned found = copyBlock(to, from);

@@ -1,5 +1,5 @@
-// Byte-order mark, stepping from character to character, and counting. Validation, white space and
-// the conversions have files of their own beside this one.
+// Byte-order mark, stepping from character to character, and counting. The other utf8_ files hold
+// validation, white space and the conversions.
 #include <vncommon/utf8.h>
 
 #include <algorithm>
@@ -13,8 +13,8 @@ namespace {
 constexpr uint8_t notALead = 7;
 constexpr char utf8Bom[] = "\xEF\xBB\xBF";
 
-// Bytes of the character that a lead byte starts. C0 and C1 are leads here on purpose, although
-// the validator rejects them.
+// The length in bytes of the character that a lead byte starts.
+// Compat: C0 and C1 are leads here although the validator rejects them; callers rely on it.
 constexpr std::array<uint8_t, 256> makeLengths() {
     std::array<uint8_t, 256> lengths{};
     for (size_t byte = 0; byte < lengths.size(); ++byte) {
@@ -39,7 +39,7 @@ bool isInvalid(const char* text) {
 }
 
 struct Counted {
-    const char* next;  // where counting goes on: after the last character, or at an invalid byte
+    const char* next;  // where counting continues: after the last character, or at an invalid byte
     int characters;
 };
 
@@ -51,7 +51,7 @@ Counted countByTable(const char* text, const char* end) {
     return {text, count};
 }
 
-// Sums of one byte for blocks whose sum fits: compilers add up sixteen or more of these at a time.
+// The sum of a block fits in one byte, so compilers can add sixteen or more bytes at a time.
 int countLeads(const char* text, size_t size) {
     constexpr size_t blockSize = 240;
     int count = 0;
@@ -66,9 +66,10 @@ int countLeads(const char* text, size_t size) {
     return count;
 }
 
-// The characters that begin in a stretch. In valid text these are its lead bytes. What is not valid
-// is halved until the table serves, because the table reads each lead byte only after the one
-// before it. A last character that goes on after the stretch may be left for the next one.
+// The characters that begin in a stretch. In valid text, that is the number of lead bytes. A
+// stretch that is not valid is halved, and only the smallest parts are counted with the table: it
+// is slow, because each step needs the length of the character before. A last character that
+// continues after the stretch may be left for the next stretch.
 Counted countStretch(const char* text, size_t size) {
     constexpr size_t smallest = 64;
     const char* const end = text + size;

@@ -1,4 +1,4 @@
-// The locale's code page, and the conversions and the comparison that ICU does for us.
+// The locale's code page, and the conversions and the comparison, which use ICU.
 #include <vncommon/utf8.h>
 
 #include <strings.h>
@@ -28,7 +28,7 @@ MallocBlock<T> allocate(size_t count) {
     return MallocBlock<T>(static_cast<T*>(std::malloc(count * sizeof(T))));
 }
 
-// First calls may race: each finds the same value, and the flag is raised after the pointer.
+// First calls may race. Each finds the same value, and the flag is set after the pointer.
 std::atomic<const char*> codepage{nullptr};
 std::atomic<bool> checkedCodepage{false};
 
@@ -42,8 +42,8 @@ const char* codepageOfEnvironment() {
     return nullptr;
 }
 
-// Leave the error as it is: the conversion stops. ICU's own stopping callback lets invisible
-// characters through by dropping them, which would change a file name.
+// These keep the error, so the conversion stops. ICU's own stop callback drops invisible
+// characters and continues, which would change a file name.
 void stopFromUnicode(const void*, UConverterFromUnicodeArgs*, const UChar*, int32_t, UChar32,
                      UConverterCallbackReason, UErrorCode*) {}
 void stopToUnicode(const void*, UConverterToUnicodeArgs*, const char*, int32_t,
@@ -70,7 +70,7 @@ class Conversion {
     Conversion(const Conversion&) = delete;
     Conversion& operator=(const Conversion&) = delete;
 
-    // Fail on what the target lacks, instead of replacing it.
+    // Makes the conversion fail at a character that the target lacks, instead of replacing it.
     void makeStrict() {
         stopAtErrors(source_, status_);
         stopAtErrors(target_, status_);
@@ -83,7 +83,7 @@ class Conversion {
         if (U_FAILURE(status_) || !result) {
             return nullptr;
         }
-        result[0] = '\0';  // g++ 12 warns of a limit that points into a block without contents
+        result[0] = '\0';  // g++ 12 warns about a pointer into an uninitialised block
         UChar pivot[1024];
         UChar* pivotSource = pivot;
         UChar* pivotTarget = pivot;
@@ -111,7 +111,7 @@ MallocBlock<char> toCodepage(const char* text, size_t length) {
     return conversion.convert(text, length, length + 2);
 }
 
-// ICU sets its tables up with the first comparison.
+// ICU initialises its tables at the first comparison.
 std::atomic<bool> tablesAreSetUp{false};
 
 void setTablesUp() {
@@ -127,13 +127,13 @@ int compareFolded(const char* a, const char* b) {
     }
     const MallocBlock<uint16_t> wideA(vn_getUTF16(a));
     const MallocBlock<uint16_t> wideB(vn_getUTF16(b));
-    UErrorCode status = U_ZERO_ERROR;  // ICU answers 0 for a null argument
+    UErrorCode status = U_ZERO_ERROR;  // ICU returns 0 for a null argument
     return unorm_compare(reinterpret_cast<const UChar*>(wideA.get()), -1,
                          reinterpret_cast<const UChar*>(wideB.get()), -1, U_COMPARE_IGNORE_CASE,
                          &status);
 }
 
-// ICU counts in 32 bits; longer text is passed through.
+// ICU counts in 32 bits; longer text is copied unchanged.
 bool isConvertible(size_t length) {
     return length <= (INT32_MAX - 8) / 4;
 }

@@ -34,7 +34,7 @@ struct Avx2 {
         return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(half), indices);
     }
 
-    // The bytes that stand `count` before those of v in the text.
+    // The bytes that are `count` positions before those of v in the text.
     template <int count>
     static Vector shiftedBy(Vector previous, Vector v) {
         const Vector middle = _mm256_permute2x128_si256(previous, v, 0x21);

@@ -31,7 +31,7 @@ struct Ssse3 {
         return _mm_shuffle_epi8(load(table), indices);
     }
 
-    // The bytes that stand `count` before those of v in the text.
+    // The bytes that are `count` positions before those of v in the text.
     template <int count>
     static Vector shiftedBy(Vector previous, Vector v) {
         return _mm_alignr_epi8(v, previous, 16 - count);

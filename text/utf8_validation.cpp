@@ -16,7 +16,7 @@ using vncommon::Utf8Kernel;
 
 constexpr uint8_t invalidLead = 7;
 
-// The class of a lead byte: 0 ASCII, 1-6 the rows of the tables below, 7 no lead at all.
+// The class of a lead byte: 0 for ASCII, 1-6 for a row of the tables below, 7 for no lead byte.
 constexpr std::array<uint8_t, 256> makeSequenceTypes() {
     std::array<uint8_t, 256> types{};
     for (size_t byte = 0; byte < types.size(); ++byte) {
@@ -35,8 +35,8 @@ constexpr std::array<uint8_t, 256> makeSequenceTypes() {
 
 constexpr std::array<uint8_t, 256> utf8_sequenceType = makeSequenceTypes();
 
-// Lowest and highest value of each continuation byte, by class. Class 3 holds ED on purpose:
-// encoded surrogates are valid.
+// Lowest and highest value of each continuation byte, by class.
+// Compat: ED is in class 3, so encoded surrogates are valid; callers rely on it.
 constexpr uint8_t utf8_validMin[][4] = {{},
                                         {0x80},
                                         {0xA0, 0x80},
@@ -59,7 +59,7 @@ Word load(const uint8_t* bytes) {
     return word;
 }
 
-// Two words that overlap where the size is no multiple of theirs.
+// The last word overlaps the one before if size is not a multiple of the word size.
 template <class Word>
 bool isAsciiByWords(const uint8_t* bytes, size_t size) {
     const uint8_t* const last = bytes + size - sizeof(Word);
@@ -99,7 +99,7 @@ bool isUtf8Plain(const uint8_t* bytes, size_t size) {
 
 constexpr Utf8Kernel plainKernel = {isAsciiPlain, 0, isUtf8Plain, 0};
 
-// Usable before the constructor below has run: the plain path is right everywhere.
+// Usable before the constructor below has run: the plain path works on every processor.
 constinit Utf8Kernel chosenKernel = plainKernel;
 
 #if defined(__x86_64__)

@@ -1,14 +1,13 @@
-// Work on UTF-8 with vectors of bytes, for any width. Each file that includes this header
-// brings its instructions as a type (see utf8_kernel_ssse3.cpp) and is compiled for a processor
-// that has them. So that no such code ends up in a function that other files share, everything
-// here has internal linkage and no inline function of the standard library is called.
+// Checks of UTF-8 with vectors of bytes, for any width. Each file that includes this header
+// supplies its instructions as a type (see utf8_kernel_ssse3.cpp) and is compiled for a processor
+// that has them. Such code must not end up in a function that other files share: everything here
+// has internal linkage, and no inline function of the standard library is called.
 //
-// Validation: most faults show in two neighbouring bytes. A fault of that sort is told by three
-// half bytes: both halves of the first byte and the upper half of the second. Each half byte
-// selects a mask of the faults that it allows; the pair has the faults that all three masks share.
-// What remains is whether continuation bytes stand exactly where a lead two or three bytes before
-// asks for them. That is the top bit: "two continuation bytes in a row" is a fault where no such
-// lead stands before, and its absence is one where it does.
+// Validation: most faults are visible in two adjacent bytes, from three half bytes: both halves of
+// the first byte and the upper half of the second. Each half byte selects a mask of the faults
+// that it allows; the pair has the faults that are in all three masks.
+// The top bit covers the rest, "two continuation bytes in a row". That is required where a lead
+// two or three bytes before needs more continuation bytes, and a fault everywhere else.
 #ifndef VN_TEXT_UTF8_VECTOR_KERNEL_H
 #define VN_TEXT_UTF8_VECTOR_KERNEL_H
 
@@ -22,13 +21,14 @@ namespace {
 struct PairFault {
     uint8_t bit;
     uint8_t firstLow, firstHigh;    // the first byte, from and to
-    uint8_t secondLow, secondHigh;  // the second byte, in whole sixteens
+    uint8_t secondLow, secondHigh;  // the second byte; ranges are multiples of sixteen
 };
 
 constexpr uint8_t twoContinuations = 0x80;
 
-// Every range of first bytes is a rectangle of upper and lower half bytes, so that the halves
-// can be looked up apart. Encoded surrogates (ED before A0-BF) are no fault, on purpose.
+// Every range of first bytes is a range of upper halves combined with a range of lower halves, so
+// that the halves can be looked up separately.
+// Compat: encoded surrogates (ED before A0-BF) are not a fault; callers rely on it.
 constexpr PairFault pairFaults[] = {
     {0x01, 0x00, 0x7F, 0x80, 0xBF},              // continuation without a lead
     {0x02, 0xC0, 0xFF, 0x00, 0x7F},              // lead without a continuation,
@@ -38,7 +38,7 @@ constexpr PairFault pairFaults[] = {
     {0x10, 0xF0, 0xF0, 0x80, 0x8F},              // four bytes for what fits in three
     {0x20, 0xF4, 0xF4, 0x90, 0xBF},              // above U+10FFFF
     {0x40, 0xF5, 0xFF, 0x80, 0xBF},              // far above
-    {twoContinuations, 0x80, 0xBF, 0x80, 0xBF},  // to be settled by the bytes before
+    {twoContinuations, 0x80, 0xBF, 0x80, 0xBF},  // the bytes before decide
 };
 
 struct FaultMasks {
@@ -70,7 +70,7 @@ class Validator {
     using Vector = typename Isa::Vector;
 
   public:
-    // Below this the byte tables serve.
+    // Smaller texts are checked with the byte tables.
     static constexpr size_t minimum = sizeof(Vector) + 3;
 
     static bool run(const uint8_t* bytes, size_t size) {
@@ -91,7 +91,7 @@ class Validator {
   private:
     static constexpr ptrdiff_t width = sizeof(Vector);
 
-    // ASCII needs nothing but that no character is left open before it.
+    // Four vectors of ASCII after a vector of ASCII need no further check.
     void takeFour(const uint8_t* bytes) {
         const Vector a = Isa::load(bytes);
         const Vector b = Isa::load(bytes + width);
@@ -115,7 +115,7 @@ class Validator {
         _previous = input;
     }
 
-    // The last full vector of the text, most of it for the second time.
+    // The last full vector of the text. It may overlap bytes that are checked already.
     void takeLast(const uint8_t* end) {
         const uint8_t* const bytes = end - width;
         addFaults(Isa::load(bytes - 3), Isa::load(bytes - 2), Isa::load(bytes - 1),
@@ -126,14 +126,14 @@ class Validator {
         return end[-1] >= 0xC0 || end[-2] >= 0xE0 || end[-3] >= 0xF0;
     }
 
-    // input, and what stands one to three bytes before each of its bytes.
+    // input, and the bytes one to three positions before each of its bytes.
     void addFaults(Vector before3, Vector before2, Vector before1, Vector input) {
         const Vector pair =
             Isa::both(Isa::both(Isa::lookUp(faultMasks.firstUpper, Isa::upperHalves(before1)),
                                 Isa::lookUp(faultMasks.firstLower, Isa::lowerHalves(before1))),
                       Isa::lookUp(faultMasks.secondUpper, Isa::upperHalves(input)));
-        // The top bit is set where a lead of three bytes (E0 and up) stands two before, or one
-        // of four (F0 and up) three before.
+        // The top bit is set where a lead of three bytes (E0 and up) is two positions before, or
+        // a lead of four (F0 and up) three positions before.
         const Vector awaited = Isa::either(Isa::subtractToZero(before2, 0xE0 - 0x80),
                                            Isa::subtractToZero(before3, 0xF0 - 0x80));
         _faults = Isa::either(_faults, Isa::differ(Isa::topBits(awaited), pair));

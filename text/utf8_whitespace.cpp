@@ -1,5 +1,5 @@
-// White space, recognised by two state machines over single bytes: one reads encodings forwards,
-// one backwards. Both are byte tables made from the list of code points while compiling.
+// White space, recognised by two state machines over single bytes: one reads forwards, one
+// backwards. Both are tables that are built from the list of code points at compile time.
 #include <vncommon/utf8.h>
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// U+0085 is absent on purpose.
+// Compat: U+0085 is not white space; callers rely on it.
 constexpr char32_t whiteSpace[] = {
     0x0009, 0x000A, 0x000B, 0x000C, 0x000D, 0x001C, 0x001D, 0x001E, 0x001F, 0x0020,
     0x00A0, 0x1680, 0x180E, 0x2000, 0x2001, 0x2002, 0x2003, 0x2004, 0x2005, 0x2006,
@@ -17,7 +17,7 @@ constexpr char32_t whiteSpace[] = {
 
 // A state is the number of the table for the next byte.
 using State = uint8_t;
-constexpr State start = 0;     // also the answer "not white space"
+constexpr State start = 0;     // also the result "not white space"
 constexpr State complete = 1;  // a white-space character has been read; its table stays empty
 constexpr State firstPrefix = 2;
 
@@ -43,8 +43,8 @@ constexpr Encoding encode(char32_t c) {
 
 enum class Reading { forwards, backwards };
 
-// Adds one table per proper prefix of the encodings as they are read. `states` must be exact:
-// a machine with too few does not compile, one with too many fails the check below.
+// Adds one table for each proper prefix of the encodings, in reading order. `states` must be exact:
+// too few do not compile, too many fail the check below.
 template <size_t states>
 constexpr Machine<states> makeMachine(Reading reading) {
     Machine<states> machine{};

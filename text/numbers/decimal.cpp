@@ -1,7 +1,7 @@
-// Decimal values: the decimal library's operations under our names.
+// Decimal values: the operations of the decimal library under our names.
 #include <vncommon/numbers.h>
 
-// The calling convention of the archive that is linked: values, and the status flags by pointer.
+// Must match how the linked archive was built: operands by value, status flags by pointer.
 #define DECIMAL_CALL_BY_REFERENCE 0
 #define DECIMAL_GLOBAL_ROUNDING 0
 #define DECIMAL_GLOBAL_EXCEPTION_FLAGS 0

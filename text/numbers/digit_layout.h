@@ -1,7 +1,7 @@
-// The forms of a number: digits, from whichever source, are made its text where they are. The sign
-// is before them. Each layout returns the end of the text, which is not terminated.
+// The forms of a number. A layout turns digits into text in place; the sign is before them. Each
+// layout returns the end of the text, which is not terminated.
 //
-// In a header: calls would take as long as the work.
+// In a header, because a call would cost as much as the work.
 #ifndef VN_TEXT_NUMBERS_DIGIT_LAYOUT_H
 #define VN_TEXT_NUMBERS_DIGIT_LAYOUT_H
 
@@ -43,7 +43,7 @@ inline void moveGap(const Digits& digits, int to) {
     }
 }
 
-// The point after so many digits, if more follow. Returns the end.
+// Puts the point after `before` digits, if more digits follow. Returns the end.
 inline char* putPoint(const Digits& digits, int before) {
     moveGap(digits, before);
     char* const end = digits.text + digits.length;
@@ -54,8 +54,8 @@ inline char* putPoint(const Digits& digits, int before) {
     return end + 1;
 }
 
-// "ddd.ddd", or "ddd000" where the digits end before the point. At least one digit is before the
-// point; zeros are as good as others.
+// "ddd.ddd", or "ddd000" where the digits end before the point. At least one digit, which may be
+// a zero, is before the point.
 inline char* layOutFixed(const Digits& digits) {
     const int before = std::min(digits.point, digits.length);
     return putZeros(putPoint(digits, before), digits.point - before);
@@ -79,8 +79,7 @@ inline char* layOutBelowOne(const Digits& digits) {
     return first + digits.length;
 }
 
-// The form of vn_g_fmt. No leading zeros, except where the point is before them; no trailing ones,
-// but an integer may have five.
+// The form of vn_g_fmt. Zeros lead only after the point; an integer ends with at most five zeros.
 inline char* layOutShortest(const Digits& digits) {
     if (digits.point < -3 || digits.point > digits.length + 5) {
         return layOutScientific(digits);

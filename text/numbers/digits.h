@@ -1,4 +1,4 @@
-// The digits of a double, from whichever source, where its text is to be.
+// The digits of a double, stored where its text will be.
 #ifndef VN_TEXT_NUMBERS_DIGITS_H
 #define VN_TEXT_NUMBERS_DIGITS_H
 
@@ -12,9 +12,9 @@ constexpr int largestPrecision = 100;
 constexpr size_t digitAreaSize = 512;
 using DigitArea = char[digitAreaSize];
 
-// The value is 0.d1d2d3... times 10 to the power point. After the first `gap` digits is a byte that
-// is no digit, as room for the decimal point: the layout moves it, and each source leaves it where
-// that costs least. gap is length where there is none.
+// The value is 0.d1d2d3... times 10 to the power point. After the first `gap` digits, one byte is
+// left free for the decimal point. Each source leaves it where that is cheapest, and the layout
+// moves it. gap equals length if there is no free byte.
 struct Digits {
     char* text;
     int length;

@@ -1,7 +1,7 @@
-// The exported formatters: digits from the quickest source that gives those of netlib's conversion,
-// laid out (digit_layout.h).
+// The exported formatters. The digits come from the fastest source that gives the same digits as
+// netlib's conversion; digit_layout.h turns them into text.
 //
-// The sources agree on the hard classes and on random doubles: tests/text, and its soak.
+// tests/text compares the sources with each other on difficult and on random doubles.
 #include "text/numbers/double_text.h"
 
 #include <algorithm>
@@ -31,8 +31,8 @@ char* putNamed(char* at, double x) {
     return std::copy(name.begin(), name.end(), std::isnan(x) ? at : putSign(at, x));
 }
 
-// The text from whole to end becomes that of buf, if it is not there already. What does not fit
-// leaves its first characters.
+// Copies the text from whole to end into buf, unless it is there already. Of a text that does not
+// fit, the first characters are copied.
 char* finish(char* buf, unsigned size, char* whole, char* end) {
     *end++ = '\0';
     const auto length = static_cast<size_t>(end - whole);
@@ -70,7 +70,7 @@ char* terminate(char* end) {
 // Sign, point, terminator, and the 19 digits of any x below 2^63.
 constexpr unsigned enoughBesidePlaces = 22;
 
-// Also what exact scaling does for a buffer that is large enough.
+// Falls back to the standard library where exact scaling cannot be used.
 char* formatFixedInAnySize(char* buf, unsigned size, int places, double x) {
     const bool enough =
         std::fabs(x) < 0x1p63 && size >= enoughBesidePlaces + static_cast<unsigned>(places);
@@ -84,7 +84,8 @@ char* formatFixedInAnySize(char* buf, unsigned size, int places, double x) {
     return finish(buf, size, whole, layOutFixed(digits));
 }
 
-// Rounds to the left of the point. Compat: where no digit is left, one zero for every place.
+// Rounds to the left of the point.
+// Compat: if no digit is left, one zero is written for every place.
 char* formatFixedByNetlib(char* buf, unsigned size, int places, double x) {
     DigitArea area;
     char* text = putSign(area, x);
@@ -120,7 +121,7 @@ char* formatFixedByNetlib(char* buf, unsigned size, int places, double x) {
                : formatFixedInAnySize(buf, size, std::min(precision, largestPrecision), x);
 }
 
-// Compat: zero has no sign, and what does not fit leaves "0." alone.
+// Compat: zero has no sign; if the text does not fit, the buffer holds "0." only.
 char* formatScientificZero(char* buf, unsigned size, int count) {
     buf[0] = '0';
     buf[1] = '.';

@@ -1,4 +1,4 @@
-// vn_g_fmt for callers inside the library, who go on writing where the text ends.
+// vn_g_fmt for callers inside the library, which continue to write at the end of the text.
 #ifndef VN_TEXT_NUMBERS_DOUBLE_TEXT_H
 #define VN_TEXT_NUMBERS_DOUBLE_TEXT_H
 

@@ -1,8 +1,9 @@
 // The two locks of the number conversion and its two thread-local slots.
 //
-// Fork: a lock that another thread held is made anew in the child. Free lists found locked are
-// emptied, because their links may be half written. Powers of five need nothing: each counts only
-// once its flag is set, and one that was not is written again. A thread's scratch area is its own.
+// Fork: a lock that another thread held is initialised again in the child. If the free lists were
+// locked, they are emptied, because their links may be half written. Powers of five need no repair:
+// each is valid only once its flag is set, and is written again otherwise. A scratch area belongs
+// to one thread.
 #include "text/numbers/dtoalocks.h"
 
 #include <limits.h>
@@ -11,8 +12,8 @@
 
 #include "platform/fork_handlers.h"
 
-// No slots until load has made them, rather than the first of the process, which is somebody
-// else's: conversions then take their blocks from the heap.
+// Invalid until the library is loaded, so that we never touch key 0, which may belong to other
+// code. Until then, conversions take their blocks from the heap.
 vn_ThreadLocal dtoa_threadLocalMemNext = PTHREAD_KEYS_MAX;
 vn_ThreadLocal dtoa_threadLocalMemLeft = PTHREAD_KEYS_MAX;
 

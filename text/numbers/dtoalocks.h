@@ -1,5 +1,5 @@
-// A lock of the number conversion. The operations on the two that exist, and the slots that tell a
-// thread's scratch area, are exported (include/vncommon/numbers.h).
+// A lock of the number conversion. There are two; the operations on them and the thread-local
+// slots of the scratch area are exported (include/vncommon/numbers.h).
 #ifndef VN_TEXT_DTOALOCKS_H
 #define VN_TEXT_DTOALOCKS_H
 
@@ -7,8 +7,8 @@
 
 #include "platform/fork_safe_mutex.h"
 
-// Plain: neither recursive nor checked. Its results are the mutex calls' own, because the exported
-// lock operations hand them to their callers.
+// A plain mutex: neither recursive nor error-checking. Returns the results of the mutex calls,
+// because the exported lock operations return them to their callers.
 struct DtoaMutex : vncommon::ForkSafeMutex {
     DtoaMutex() { pthread_mutex_init(&mutex, nullptr); }
     ~DtoaMutex() { pthread_mutex_destroy(&mutex); }
@@ -16,8 +16,8 @@ struct DtoaMutex : vncommon::ForkSafeMutex {
     DtoaMutex& operator=(const DtoaMutex&) = delete;
 };
 
-// Forgets the free big-integer blocks, in a child whose parent was changing the lists when it
-// forked.
+// Empties the free lists without freeing the blocks. For a child whose parent was changing the
+// lists when it forked.
 void emptyFreeLists();
 
 #endif

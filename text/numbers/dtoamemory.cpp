@@ -1,8 +1,8 @@
-// Where the number conversion's big integers live, and the powers of five that it multiplies by.
+// Memory for the big integers of the number conversion, and the powers of five it multiplies by.
 //
-// A block comes from the scratch area in the frame of the running conversion, which no other
-// thread sees; only when that is used up from the free lists, under a lock; and from the heap when
-// they are empty. Only reading of thousands of digits gets beyond the scratch area.
+// A block comes from the scratch area in the stack frame of the running conversion, which no other
+// thread uses. When that is used up, it comes from the free lists, under a lock; when they are
+// empty, from the heap. Only reading thousands of digits exceeds the scratch area.
 #include <pthread.h>
 
 #include <atomic>
@@ -32,7 +32,7 @@ void unlockFreeLists() VN_RELEASE(freeListsLock) VN_NO_THREAD_SAFETY_ANALYSIS {
     freeBallocLock();
 }
 
-// The blocks given back, by size class. Larger blocks go straight to the heap and back.
+// The free blocks, by size class. Larger blocks are allocated and freed directly.
 struct FreeLists {
     _Bigint* first[sizeClasses] VN_GUARDED_BY(freeListsLock);
 
@@ -56,9 +56,9 @@ size_t blockSize(int k) {
     return offsetof(_Bigint, _x) + (sizeof(__ULong) << k);
 }
 
-// From the thread's scratch area, or null when the block does not fit in what is left of it.
-// The slots are used directly: a conversion may outlive them at exit, and then makes do with the
-// heap instead of reporting a failed call.
+// From the thread's scratch area, or null when the rest of the area is too small.
+// Calls the pthread functions directly: at exit a conversion may run after the slots are destroyed.
+// It then uses the heap instead of reporting a failed call.
 _Bigint* carve(int k) {
     const size_t units = (blockSize(k) + 7) / 8;
     const auto left = reinterpret_cast<size_t>(pthread_getspecific(dtoa_threadLocalMemLeft));
@@ -86,7 +86,7 @@ _Bigint* takeFromFreeList(int k) {
 
 }  // namespace
 
-// The child has one thread, which holds the lock in all but name.
+// No lock is needed: the child has one thread.
 void emptyFreeLists() VN_NO_THREAD_SAFETY_ANALYSIS {
     for (_Bigint*& list : freeLists.first) {
         list = nullptr;
@@ -157,7 +157,7 @@ _Bigint* cachedPower(_reent* context, int i, _Bigint* previous) {
 
 }  // namespace
 
-// b times 5^k; b is given up.
+// Returns b times 5^k; consumes b.
 _Bigint* __pow5mult(_reent* context, _Bigint* b, int k) {
     constexpr int smallPowers[] = {1, 5, 25, 125};
     if ((k & 3) != 0) {

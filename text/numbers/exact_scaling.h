@@ -1,4 +1,5 @@
-// A double times a power of ten, rounded once, in integers: no rounding mode matters.
+// A double times a power of ten, rounded once. Uses integers only, so the rounding mode of the
+// processor has no effect.
 #ifndef VN_TEXT_NUMBERS_EXACT_SCALING_H
 #define VN_TEXT_NUMBERS_EXACT_SCALING_H
 
@@ -31,7 +32,7 @@ inline bool scaleExactly(double x, int places, uint64_t& scaled) {
         return true;
     }
     Wide product = Wide{mantissa} * powersOfTen[static_cast<size_t>(places)];
-    if (shift > 63) {  // of the bits far below one half it only matters whether there is one
+    if (shift > 63) {  // of the bits far below one half, only zero or not zero matters
         constexpr int far = 62;
         const bool rest = (static_cast<uint64_t>(product) << (64 - far)) != 0;
         product = product >> far | (rest ? 1 : 0);

@@ -16,16 +16,16 @@ namespace vncommon {
 
 namespace {
 
-// What one conversion needs besides its arguments: netlib's context and the scratch area that the
-// thread's slots lead to. The slots are put back at the end, so that they never lead to a frame
-// that is gone, and a conversion in a signal handler leaves the interrupted one its own area.
+// The state of one conversion: netlib's context and the scratch area that the thread's slots point
+// to. The destructor restores the slots, so that they never point to a frame that has ended, and a
+// conversion that a signal handler interrupted keeps its own area.
 class Conversion {
   public:
     explicit Conversion(char* digits)
         : context_{digits, 0, nullptr, 0},
           outerNext_(pthread_getspecific(dtoa_threadLocalMemNext)),
           outerLeft_(pthread_getspecific(dtoa_threadLocalMemLeft)) {
-        // A thread's first use of a slot may need memory. Without it the area stays unused.
+        // A thread's first use of a slot may allocate. If that fails, the area stays unused.
         if (pthread_setspecific(dtoa_threadLocalMemNext, scratch_) == 0) {
             pthread_setspecific(dtoa_threadLocalMemLeft, reinterpret_cast<void*>(scratchUnits));
         }
@@ -56,7 +56,7 @@ static_assert(mostIntegerDigits + largestPrecision + sizeof "-." <= digitAreaSiz
 
 Digits convertToDigits(double x, DigitMode mode, int precision, char* room) {
     Conversion conversion(room);
-    // netlib adds to the precision without looking; this is low enough and cannot wrap round.
+    // netlib adds to the precision without a check; this value is low enough and cannot overflow.
     const int asked = std::max(precision, -mostIntegerDigits - 2);
     int point = 0;
     int sign = 0;
@@ -64,14 +64,14 @@ Digits convertToDigits(double x, DigitMode mode, int precision, char* room) {
     const char* text =
         _dtoa_r(conversion.context(), x, static_cast<int>(mode), asked, &point, &sign, &end);
     auto length = static_cast<int>(end - text);
-    // An integer's tie rounded down leaves zeros behind: 205 to two digits is "20".
+    // A tie of an integer that is rounded down leaves trailing zeros: 205 to two digits is "20".
     while (length > 1 && text[length - 1] == '0') {
         --length;
     }
     if (length == 0) {
         point = -std::max(precision, -INT_MAX);
     }
-    memmove(room, text, static_cast<size_t>(length));  // zero is constant text
+    memmove(room, text, static_cast<size_t>(length));  // "0" is constant text, not in room
     return {room, length, length, point};
 }
 

@@ -1,7 +1,7 @@
 // netlib's conversion between doubles and decimal text: the general path, for every argument.
 //
-// It is the reference: the other sources of digits and the reader take a faster way wherever that
-// gives the same bytes, and the tests compare them with this one.
+// It is the reference: faster paths are used only where they give the same bytes, and the tests
+// compare them with this one.
 #ifndef VN_TEXT_NUMBERS_NETLIB_CONVERSION_H
 #define VN_TEXT_NUMBERS_NETLIB_CONVERSION_H
 
@@ -12,7 +12,7 @@ namespace vncommon {
 enum class DigitMode {
     shortest = 0,     // the shortest digits that read back to the same double
     significant = 2,  // at most that many significant digits; less than 1 counts as 1
-    places = 3,       // up to that many places after the point, negative: before it
+    places = 3,       // at most that many places after the point; if negative, before it
 };
 
 // Digits of a finite x without leading or trailing zeros (zero is "0"), or none when a negative

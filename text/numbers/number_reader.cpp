@@ -1,7 +1,7 @@
-// The exported reader of decimal text: fast paths wherever they give what the general path gives
-// (netlib_conversion.h), which takes the rest.
+// The exported reader of decimal text. Fast paths are used where they give the same result as the
+// general path (netlib_conversion.h), which reads everything else.
 //
-// Both agree, and with the C library's reader: tests/text.
+// tests/text compares all paths with each other and with the reader of the C library.
 #include <vncommon/numbers.h>
 
 #include <charconv>
@@ -27,8 +27,9 @@ const char* skipDigits(const char* text, uint64_t& digits) {
     return text;
 }
 
-// Reads a number of at most 15 digits without an exponent: digits and power of ten are exact in a
-// double, so one division rounds correctly. Gives the end, or null. Half the time of the next way.
+// Reads a number of at most 15 digits without an exponent. Its digits and the power of ten are
+// exact in a double, so one division rounds correctly. Returns the end, or null. Faster than
+// readUsual; measured: see docs/benchmarks.md.
 const char* readShort(const char* text, double& value) {
     uint64_t digits = 0;
     const char* end = skipDigits(text, digits);
@@ -48,12 +49,12 @@ const char* readShort(const char* text, double& value) {
     return end;
 }
 
-// Longer texts go to netlib, whose limit on exponents they could reach: it takes those beyond 19999
-// for 19999, which no text of this length can tell from the true one, but a longer one could.
+// Longer texts go to netlib, because its limit on exponents could matter: it reads an exponent
+// beyond 19999 as 19999. Up to this length, that never changes the result.
 constexpr ptrdiff_t longestFastText = 16384;
 
-// The first character that cannot belong to the decimal number at the start of text, or one behind
-// it; null when the number is too long.
+// The first character that cannot belong to the decimal number at the start of text, or a later
+// one; null when the number is too long.
 const char* boundOfNumber(const char* text) {
     constexpr size_t usual = 64;
     const size_t length = strnlen(text, usual);
@@ -69,9 +70,9 @@ const char* boundOfNumber(const char* text) {
     return at;
 }
 
-// std::from_chars rounds correctly as netlib does, and accepts the same characters once blanks,
-// sign, hexadecimal and named forms are out of the way. What is not a normal double, where errno
-// comes in, is netlib's.
+// std::from_chars rounds correctly, as netlib does, and accepts the same characters; the caller
+// handles blanks, sign, hexadecimal and named forms. Results that are not normal doubles are left
+// to netlib, because they may set errno.
 const char* readUsual(const char* text, double& value) {
     const char* bound = boundOfNumber(text);
     if (bound == nullptr) {

@@ -1,6 +1,6 @@
-// Digits by exact scaling: of most doubles, to a few places.
+// Digits by exact scaling, for most doubles and few places.
 //
-// In a header: calls would take as long as the work.
+// In a header, because a call would cost as much as the work.
 #ifndef VN_TEXT_NUMBERS_SCALED_DIGITS_H
 #define VN_TEXT_NUMBERS_SCALED_DIGITS_H
 
@@ -38,9 +38,9 @@ void writeDigits(char* at, Unsigned value, int count) {
     }
 }
 
-// The digits of |x| rounded to so many places, of which there may be none, with ties to even; a
-// zero is before the point where nothing else is. False where scaleExactly is. room is that of the
-// text without its sign: 22 bytes and the places.
+// The digits of |x| rounded to 0 or more places, ties to even. At least one digit, which may be a
+// zero, is before the point. False where scaleExactly is. room is where the text without its sign
+// will be: 22 bytes and the places.
 inline bool scaledDigits(double x, int places, char* room, Digits& digits) {
     uint64_t scaled;
     if (!scaleExactly(x, places, scaled)) {

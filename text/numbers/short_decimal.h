@@ -1,12 +1,12 @@
-// Digits of the numbers that people write: prices, counts, measurements.
+// Shortest digits of short decimals, such as prices, counts and measurements.
 //
-// Why it is right: n / 1e6 with n below 2^53 is rounded once, so it is the double nearest to the
-// decimal of six places; if that is x, the decimal reads back to x. No other decimal of at most 15
-// digits is nearest to the same double, so this one, without the zeros at its end, is the shortest.
-// The doubles around an integer below 2^53 are 1 away or nearer, and a shorter text than its own
-// would be another integer. Six zeros at its end have an exponent.
+// Correctness: n / 1e6 with n below 2^53 is rounded once, so it is the double nearest to that
+// decimal of six places. If it equals x, the decimal reads back to x. No other decimal of at most
+// 15 digits has the same nearest double, so this one, without trailing zeros, is the shortest.
+// An integer below 2^53 has neighbouring doubles at a distance of at most 1, so any shorter text
+// reads back to another number. An integer with six trailing zeros needs an exponent: not here.
 //
-// In a header: calls would take as long as the work.
+// In a header, because a call would cost as much as the work.
 #ifndef VN_TEXT_NUMBERS_SHORT_DECIMAL_H
 #define VN_TEXT_NUMBERS_SHORT_DECIMAL_H
 
@@ -19,8 +19,8 @@
 namespace vncommon {
 
 // The shortest digits of an integer below 2^53, or of a magnitude from 1e-4 to below 1e9 with at
-// most six places. False for the others, and for those whose text has an exponent. room is that of
-// the text without its sign: 24 bytes.
+// most six places. False for the others, and for those whose text has an exponent. room is where
+// the text without its sign will be: 24 bytes.
 inline bool shortDecimalDigits(double x, char* room, Digits& digits) {
     constexpr int places = 6;
     constexpr auto million = static_cast<int64_t>(powersOfTen[places]);

@@ -7,7 +7,7 @@ namespace vncommon {
 
 namespace {
 
-// What follows the 'e' of std::to_chars: a sign, two or three digits.
+// Reads what std::to_chars writes after the 'e': a sign and two or three digits.
 int exponentValue(const char* text, const char* end) {
     int magnitude = (text[1] - '0') * 10 + (text[2] - '0');
     if (end - text > 3) {

@@ -1,6 +1,6 @@
-// Digits of finite doubles by the standard library, for the layout of the same name.
+// Digits of finite doubles from the standard library, for the layout of the same name.
 //
-// Each takes the room where the text is to be, without its sign: 23 bytes, or up to last.
+// room is where the text without its sign will be: 23 bytes, or up to last.
 #ifndef VN_TEXT_NUMBERS_STANDARD_DIGITS_H
 #define VN_TEXT_NUMBERS_STANDARD_DIGITS_H
 

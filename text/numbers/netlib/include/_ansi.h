@@ -1,2 +1,2 @@
-/* What every source of netlib's includes first. */
+/* Every netlib source includes this first. */
 #include <reent.h>

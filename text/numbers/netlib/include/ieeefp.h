@@ -1,4 +1,4 @@
-/* Tells netlib's sources the byte order of doubles, which is that of integers here. */
+/* The byte order of doubles for netlib's sources; it is the same as that of integers here. */
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 #define __IEEE_LITTLE_ENDIAN
 #else

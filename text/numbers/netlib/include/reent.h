@@ -1,6 +1,6 @@
-/* Between netlib's conversion and us: its big integers, the context of one conversion, the hooks
- * that it calls (dtoamemory.cpp) and its two entries (netlib_conversion.cpp). The names are
- * netlib's. */
+/* The interface between netlib's conversion and this library: its big integers, the context of one
+ * conversion, the functions that it calls (dtoamemory.cpp) and its two entry points, which
+ * netlib_conversion.cpp calls. The names are netlib's. */
 #ifndef VN_NETLIB_REENT_H
 #define VN_NETLIB_REENT_H
 
@@ -31,13 +31,13 @@ struct _reent {
     int _resultClass;
 };
 
-/* netlib frees the digits of the conversion before; here they never are in a block. */
+/* netlib frees the digits of the previous conversion here; ours are never in a block. */
 #define _REENT_CHECK_MP(context)
 #define _REENT_MP_RESULT(context) ((context)->_result)
 #define _REENT_MP_RESULT_K(context) ((context)->_resultClass)
 #define _REENT_ERRNO(context) ((context)->_errno)
 
-/* netlib's answer to exhausted memory; _Balloc never returns null. */
+/* netlib calls this when memory is exhausted. Never reached: _Balloc does not return null. */
 #define __assert_func(file, line, function, text) __builtin_trap()
 
 struct _Bigint* _Balloc(struct _reent* context, int k);

@@ -1,4 +1,4 @@
-/* The decimal point of netlib's reader: always ".", whatever the process's locale. */
+/* The decimal point of netlib's reader: always ".", in every locale. */
 #ifndef VN_NETLIB_SETLOCALE_H
 #define VN_NETLIB_SETLOCALE_H
 

@@ -1,2 +1,2 @@
-/* Where newer releases of newlib look for the byte order. */
+/* Newer releases of newlib include the byte order under this name. */
 #include <ieeefp.h>

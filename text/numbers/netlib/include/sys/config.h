@@ -1,7 +1,7 @@
-/* Comes behind <math.h>: a NaN is a constant, not a call into the C library. */
+/* Included after <math.h>: makes nan() a constant, not a call into the C library. */
 #undef nan
 #define nan(tag) __builtin_nan(tag)
 
-/* <float.h> of some compilers asks the processor; the conversion is for rounding to nearest. */
+/* Some compilers' <float.h> reads the processor's mode; the conversion needs round to nearest. */
 #undef FLT_ROUNDS
 #define FLT_ROUNDS 1
