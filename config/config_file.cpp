@@ -14,7 +14,7 @@ namespace {
 constexpr char defaultName[] = ".vantrel.conf";
 constexpr char unnamedCategory[] = "";
 
-// Plain globals: loading and unloading is for one thread at a time.
+// Not synchronised: one thread at a time loads and unloads.
 VN_ConfigFile* Static_ConfigFile = nullptr;  // the process-wide configuration
 char* ConfigFileName = nullptr;              // of the last load; empty after a failed search
 
@@ -62,8 +62,8 @@ OpenFile openFirst(const char* fileName) {
 
 // ---- Reading lines
 
-// Hands out the lines of a stream, each with its line feed, in a buffer that the caller may
-// write to. There is always one more byte behind the line to write to.
+// Returns the lines of a stream, each with its line feed, in a buffer that the caller may change.
+// There is always one more writable byte after a line.
 class WritableLines {
   public:
     explicit WritableLines(FILE* source)
@@ -72,9 +72,8 @@ class WritableLines {
     WritableLines(const WritableLines&) = delete;
     WritableLines& operator=(const WritableLines&) = delete;
 
-    // The next line, up to *end, or null after the last. The byte at *end is the caller's to
-    // change, but has to be put back. When reading fails, what was read of the last line is
-    // dropped.
+    // The next line, up to *end, or null after the last. The caller may change the byte at *end
+    // but must restore it. If reading fails, the part of the last line that was read is dropped.
     char* next(char** end) {
         size_t searched = begin;
         for (;;) {
@@ -122,14 +121,14 @@ class WritableLines {
     FILE* stream;
     char* buffer;
     size_t capacity = initialCapacity;
-    size_t begin = 0;   // of what is not handed out yet
-    size_t filled = 0;  // end of what was read
+    size_t begin = 0;   // start of the bytes that were not returned yet
+    size_t filled = 0;  // end of the bytes that were read
 };
 
 // ---- Lines
 
-// Resolves quotes and escapes in place; returns the end of what is left. `from` is the first byte
-// that is not plain text. A NUL ends the line wherever it stands.
+// Resolves quotes and escapes in place; returns the new end. `from` is the first byte that is not
+// plain text. A NUL ends the line at any position.
 char* resolveQuotes(char* from, const char* end) {
     bool escaped = false;
     bool inSingle = false;
@@ -153,8 +152,7 @@ char* resolveQuotes(char* from, const char* end) {
     return to;
 }
 
-// Most lines are plain text up to their line feed: strcspn finds that out at several bytes per
-// cycle.
+// Most lines are plain text up to their line feed; strcspn is a fast check for that.
 void addEntry(Vector* category, char* line, char* end) {
     char* entryEnd = line + strcspn(line, "\n\\\"'");
     if (entryEnd != end && *entryEnd != '\n' && *entryEnd != '\0') {
@@ -203,7 +201,7 @@ void* removeCategory(HashMapEntry* entry) {
     return nullptr;
 }
 
-// The category of that name, made when there is none yet.
+// The category with that name; created if there is none yet.
 Vector* needCategory(HashMap* categories, const char* name) {
     auto* category = static_cast<Vector*>(vn_HashMap_findValue(categories, name));
     if (category == nullptr) {
@@ -243,7 +241,8 @@ VN_ConfigFileCategory* makeCategory(Vector* entries, uint32_t cursor) {
     return category;
 }
 
-// A handle on the category at the cursor, or null past the last. It starts past its entries.
+// A handle for the category at the cursor, or null past the last. It is positioned past its
+// entries.
 VN_ConfigFileCategory* categoryAtCursor(const VN_ConfigFile* config) {
     auto* entries = static_cast<Vector*>(vn_HashMapIterator_value(config->iterator));
     return entries != nullptr ? makeCategory(entries, vn_Vector_size(entries)) : nullptr;
@@ -266,8 +265,8 @@ const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out) {
 
     const OpenFile file = openFirst(fileName);
     if (file.stream == nullptr) {
-        // *out keeps pointing to the freed handle, and a configuration loaded earlier is
-        // forgotten without being freed: deliberate, callers hold pointers into it.
+        // Compat: *out keeps pointing to the freed handle, and a configuration loaded earlier is
+        // dropped without being freed; callers hold pointers into it.
         rememberName(vn_strdup(""));
         vn_free(config);
         Static_ConfigFile = nullptr;

@@ -1,15 +1,15 @@
-// Timestamp sets and the pools they are recycled through.
+// Timestamp sets and the pools that recycle them.
 //
-// Each pool is guarded by its own mutex; no two are ever held together. Without pools (before load
-// has made them, after unload, when there is no memory for them) everything goes to the heap.
+// Each pool is guarded by its own mutex; no two are held at the same time. Without pools (before
+// load, after unload, or without memory for them) everything comes from the heap.
 //
-// Each stamp takes its entry from the pool under the lock. A set that brought entries along for its
-// stamps would hide them from the other sets of the pool, which would go to the heap meanwhile, and
-// would take what another set gave back last.
+// Each stamp takes its entry from the pool under the lock. If a set kept its own spare entries, the
+// other sets of the pool could not use them and would allocate from the heap, and it could not
+// reuse the entry that another set freed last.
 //
 // Fork: see fork_safe_mutex.h. A pool that another thread had locked is empty in the child, because
-// its stacks may be half changed; the child's memory of what was in it is lost. Allocation is safe
-// in the child, as glibc holds its malloc over fork().
+// its stacks may be half changed; its contents leak there. glibc 2.36: fork() leaves malloc usable
+// in the child.
 #include <sys/time.h>
 
 #include <algorithm>
@@ -35,13 +35,13 @@ namespace {
 
 constexpr uint32_t TS_POOL_SIZE = 32;    // free sets that a pool keeps
 constexpr uint32_t TSE_POOL_SIZE = 128;  // free entries that a pool keeps
-constexpr int mostPools = 4096;          // whatever VN_ASSUME_CPUS claims: 1.3 KiB each
+constexpr int mostPools = 4096;          // bounds a wrong VN_ASSUME_CPUS: a pool has 1.3 KiB
 constexpr uint32_t entriesAtFirst = 8;   // room in a new set
 
 constexpr vncommon::LockRole poolLock;
 
-// Free objects, last in, first out. A pooled set's Vector is empty. Each pool has cache lines of
-// its own: the end of one and the start of the next are what their threads change all the time.
+// Free objects, last in, first out. A pooled set's Vector is empty. No two pools share a cache
+// line, because their threads change the start and the end of a pool often.
 struct alignas(64) Pool {
     VN_TimestampSet* sets[TS_POOL_SIZE] VN_GUARDED_BY(poolLock);
     TimeStamp* entries[TSE_POOL_SIZE] VN_GUARDED_BY(poolLock);
@@ -69,9 +69,9 @@ void freeSet(VN_TimestampSet* set) {
     free(set);
 }
 
-// Which pool the calling thread uses, counted from 1; 0 until it has asked for its counted id,
-// which never changes. Saves each stamp a call and a division. Static TLS, because any other is
-// found with a call, and may allocate.
+// The pool of the calling thread, counted from 1; 0 until the thread has its counted id, which
+// never changes. Saves each stamp a call and a division. Static TLS, because access to any other
+// needs a call and may allocate.
 __attribute__((tls_model("initial-exec"))) thread_local uint32_t poolNumber = 0;
 
 // All the pools of the process, from load to unload.
@@ -122,7 +122,7 @@ class VN_TimestampSet_Pools {
         return &pools_[poolNumber - 1];
     }
 
-    // The child has one thread, which has every pool to itself.
+    // No lock is needed: the child has one thread.
     void freeInChild() VN_NO_THREAD_SAFETY_ANALYSIS {
         for (uint64_t i = 0; pools_ != nullptr && i < count_; ++i) {
             if (pools_[i].mutex.freeInChild()) {
@@ -132,7 +132,7 @@ class VN_TimestampSet_Pools {
         }
     }
 
-    // How much a pool keeps: nothing with VN_OBJECTPOOL_DISABLED.
+    // How many objects a pool keeps: 0 with VN_OBJECTPOOL_DISABLED.
     uint32_t setCapacity() const { return setCapacity_; }
     uint32_t entryCapacity() const { return entryCapacity_; }
 
@@ -206,7 +206,7 @@ bool findStage(const VN_TimestampSet* set, uint64_t stage, uint32_t* index) {
     return vn_Vector_find(set->entries, &key, index);
 }
 
-// Unlike vn_Vector_remove this keeps the order: "earliest-added" must stay true of position 0.
+// Unlike vn_Vector_remove, keeps the order: the entry at position 0 must be the earliest-added.
 void removeInOrder(VN_TimestampSet* set, uint32_t index) {
     Vector* entries = set->entries;
     TimeStamp* entry = entriesOf(set)[index];
@@ -251,7 +251,7 @@ void printEntries(const VN_TimestampSet* set, CStringBuffer* text) {
     vn_HashMap_cleanup(&printed);
 }
 
-// Drops what follows the last entry: ", " after an entry, the blank after "NULL".
+// Removes the separator at the end: ", " after an entry, the blank after "NULL".
 void cutSeparator(CStringBuffer* text) {
     const char* comma = strrchr(text->data, ',');
     if (comma != nullptr) {

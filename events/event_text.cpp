@@ -1,10 +1,10 @@
-// Event writer, rendering: one walk over the tree (event_walk.h), three outputs for it.
+// Event writer, rendering: one walk over the tree (event_walk.h) with three outputs.
 //
 //  - Length counts (VN_EventWriter_strlen).
-//  - BoundedText writes into a caller's buffer with all the limits that the interface promises
+//  - BoundedText writes into a caller's buffer, within the limits that the header defines
 //    (VN_EventWriter_buildString).
-//  - GrowingText writes into memory of its own, in one pass (VN_EventWriter_toString): the result
-//    is what the two passes give, at less than half the cost.
+//  - GrowingText writes into its own memory in one pass (VN_EventWriter_toString). The result is
+//    the same as that of the two passes, and it is faster; measured: see docs/benchmarks.md.
 #include <vncommon/event_writer.h>
 
 #include <algorithm>
@@ -24,11 +24,11 @@ using vncommon::Walk;
 
 namespace {
 
-// More than any number takes: an integer 20 bytes, a float 24, a decimal 22, and a terminator.
+// Enough for any number: an integer has up to 20 bytes, a float 24, a decimal 22, plus a
+// terminator.
 constexpr size_t numberSize = 32;
 
-// The letter behind the backslash that stands for a byte, 0 for the bytes that stand for
-// themselves.
+// The letter after the backslash in the escape of a byte; 0 for bytes that are not escaped.
 constexpr std::array<char, 256> escapeLetters = [] {
     std::array<char, 256> letters{};
     letters['"'] = '"';
@@ -57,9 +57,10 @@ bool asksForEscapes(char c) {
     return c == '"' || c == '\\';
 }
 
-// Copies a string that is not escaped; false, with some of it copied, for one that is. Tabs and
-// newlines alone do not make it so, on purpose. Looking and copying in one go, eight bytes at a
-// time, takes half the time of a search and a memcpy.
+// Copies a string that needs no escapes. Returns false if it needs them; part of it is copied then.
+// Compat: tabs and newlines alone need no escapes; readers of the format rely on it.
+// Searches and copies in one pass, eight bytes at a time, because that is faster than a search and
+// a memcpy; measured: see docs/benchmarks.md.
 bool copyUnescaped(char* to, std::string_view text) {
     constexpr size_t width = sizeof(uint64_t);
     const auto copyWord = [&](size_t offset) {
@@ -93,7 +94,7 @@ bool needsEscapes(std::string_view text) {
 
 // --- Formatted pieces --------------------------------------------------------------------------
 
-// Writes a number at an area of numberSize bytes and returns its end.
+// Writes a number to an area of numberSize bytes and returns the end of the text.
 char* writeNumber(char* area, int64_t value) {
     return std::to_chars(area, area + numberSize, value).ptr;
 }
@@ -107,7 +108,7 @@ char* writeNumber(char* area, Decimal value) {
     return area + strlen(area);
 }
 
-// The text of a number in a small area of its own.
+// The text of a number, with its own memory.
 class NumberText {
   public:
     template <typename Number>
@@ -126,14 +127,14 @@ std::string_view booleanText(bool value) {
     return value ? "true" : "false";
 }
 
-// --- What the walk can do ----------------------------------------------------------------------
+// --- Outputs of the walk -----------------------------------------------------------------------
 
 class Length {
   public:
     uint64_t total() const { return count; }
 
     void single(char) { ++count; }
-    // The closing bracket counts although it is never written; callers rely on the figure.
+    // Compat: counts the closing bracket, which is never written; callers rely on the length.
     void absentWriter() { ++count; }
     template <typename Number>
     void number(Number value) {
@@ -209,10 +210,11 @@ class BoundedText {
     }
 
   private:
-    // What is left up to the limit and a terminator.
+    // The room up to the limit, plus one byte for a terminator.
     int64_t room() const { return limit - position + 1; }
 
-    // Writes as much as the budget holds beside a terminator, and moves on by the whole length.
+    // Writes as much as fits in the budget with a terminator. The position moves by the whole
+    // length.
     void piece(std::initializer_list<std::string_view> parts, int64_t budget) {
         char* at = buffer + position;
         for (const std::string_view part : parts) {
@@ -241,10 +243,11 @@ class GrowingText {
     GrowingText(const GrowingText&) = delete;
     GrowingText& operator=(const GrowingText&) = delete;
 
-    // Ends the text and hands it over in a block of which at most a quarter is unused.
+    // Terminates the text and returns it in a block of which at most a quarter is unused.
     //
-    // glibc 2.36: a block above the mmap threshold is mapped, and its pages fault, for every text
-    // until a block of that size has been freed. Cut to its text it would be a smaller one.
+    // glibc 2.36: a block above the mmap threshold is mapped, with page faults, until the first
+    // free of such a block raises the threshold to its size. A block that is cut to its text would
+    // raise it less.
     char* take() {
         single('\0');
         const auto size = static_cast<size_t>(at - begin);
@@ -297,7 +300,7 @@ class GrowingText {
 
     void escaped(std::string_view text) {
         reserve(2 * text.size() + 2);
-        char* to = at;  // the member would be stored and loaded again for every byte
+        char* to = at;  // a local: the member would be loaded and stored for every byte
         *to++ = '"';
         for (const char c : text) {
             const char letter = escapeLetter(c);
@@ -315,9 +318,9 @@ class GrowingText {
         }
     }
 
-    // Grows by a quarter, in place as a rule: nothing else is allocated during a rendering, so the
-    // block is at the end of the heap. Doubling would often go beyond what the C library keeps free
-    // there, and the end of the heap would be returned and faulted in again for every text.
+    // Grows by a quarter, usually in place: nothing else is allocated during a rendering, so the
+    // block is at the end of the heap. Doubling would often exceed the free memory that the C
+    // library keeps there; the end of the heap would be returned and mapped again for every text.
     [[gnu::noinline]] void grow(size_t size) {
         const auto used = static_cast<size_t>(at - begin);
         const auto capacity = static_cast<size_t>(end - begin);
@@ -331,7 +334,7 @@ class GrowingText {
         end = begin + larger;
     }
 
-    char usual[4096];  // most events end here, so that their block is allocated once
+    char usual[4096];  // enough for most events, so that their block is allocated once
     char* begin = usual;
     char* at = usual;
     char* end = usual + sizeof usual;
@@ -361,7 +364,7 @@ void VN_EventWriter_buildString(const VN_EventValue* value, uint32_t kind, char*
 char* VN_EventWriter_toString(const VN_EventWriter* writer) {
     VN_EventValue value = {const_cast<VN_EventWriter*>(writer), writer->kind};
     if (!VN_EventWriterIsReferenceType(&value)) {
-        value.kind = VN_EventKind_Wrapper;  // the record is no payload of another kind
+        value.kind = VN_EventKind_Wrapper;  // renders nothing: the record is not a payload
     }
     return rendered(value);
 }

@@ -1,10 +1,11 @@
-// The walk over a tree of event values that every rendering makes. What it meets goes to an output:
+// The walk over a tree of event values, used by every rendering. It calls these members of an
+// output:
 //
 //  - single(c): a bracket, comma or colon
 //  - name(text): the name of an event; its brackets and fields follow
 //  - number(x), x an int64_t, a double or a Decimal; character, boolean, string, unformatted
-//  - absentWriter(): after the opening bracket of a sequence or dictionary without a writer, whose
-//    closing bracket is missing. Compat: readers of the format rely on both.
+//  - absentWriter(): after the opening bracket of a sequence or dictionary without a writer.
+//    Compat: such a value has no closing bracket; readers of the format rely on it.
 #ifndef VN_EVENTS_EVENT_WALK_H
 #define VN_EVENTS_EVENT_WALK_H
 
@@ -23,16 +24,16 @@ struct Decimal {
     uint64_t bits;
 };
 
-// A writer whose text has begun and not ended. A step is an element, or half an entry of a
-// dictionary: its key, or its value. Those below `step` are written.
+// A writer whose text has begun and not ended. A step is an element, or the key or the value of a
+// dictionary entry. The steps below `step` are written.
 struct OpenWriter {
     const VN_EventWriter* writer;
     uint64_t step;
     uint32_t kind;
 };
 
-// The open writers, innermost last. On the heap beyond the usual depth, never on the machine's
-// stack: values may nest without a bound.
+// The open writers, innermost last. Deeper nesting than usual goes to the heap, because the depth
+// is not bounded and the thread's stack is.
 class OpenWriters {
   public:
     OpenWriters() = default;
@@ -87,7 +88,7 @@ class Walk {
     }
 
   private:
-    // Writes a value, or the beginning of one that holds others.
+    // Writes a value, or only the beginning if it contains other values.
     void write(const VN_EventValue& value, uint32_t kind) {
         const auto word = std::bit_cast<uint64_t>(value.payload);
         const auto* text = static_cast<const char*>(value.payload);
@@ -134,7 +135,7 @@ class Walk {
         }
     }
 
-    // Goes on with the innermost writer until it ends or another one begins in it.
+    // Continues the innermost writer until it ends or a nested one begins.
     void resume() {
         OpenWriter& innermost = open_.innermost();
         switch (innermost.kind) {

@@ -1,8 +1,8 @@
 // Event writer, building: writers, their values, and their destruction. event_text.cpp renders.
 //
 // A writer owns its name, two Vectors and the values in them; a value owns its text (kinds 1 and
-// 9) or its child writer (6, 7 and 8). Every value is a heap block of its own, and so is every
-// writer; a text that we copied, a name included, stands behind its owner in the same block.
+// 9) or its child writer (6, 7 and 8). Every value and every writer is a separate heap block. A
+// text that we copied, a name included, is stored after its owner in the same block.
 #include <vncommon/event_writer.h>
 
 #include <bit>
@@ -25,8 +25,8 @@ void* word(uint64_t value) {
     return std::bit_cast<void*>(value);
 }
 
-// A block for an owner with a copy of a text behind it: one allocation instead of two, which is
-// most of the cost of a value. The copy comes back through the pointer; null stays null.
+// Allocates a block for an owner, followed by a copy of the text: allocation is most of the cost of
+// a value, and this needs one instead of two. Sets copy to the copied text; null stays null.
 template <typename Owner>
 Owner* allocateWithText(const char* text, char*& copy) {
     if (text == nullptr) {
@@ -39,7 +39,7 @@ Owner* allocateWithText(const char* text, char*& copy) {
     return owner;
 }
 
-// Frees a text that did not come with its owner: somebody has put another one there.
+// Frees a text that is not in its owner's block, because the caller has replaced ours.
 template <typename Owner>
 void releaseText(const Owner* owner, void* text) {
     if (text != owner + 1) {
@@ -63,7 +63,7 @@ void appendText(Vector* vector, uint32_t kind, const char* text) {
     append(vector, value, kind, copy);
 }
 
-// Takes a payload as the generic adds are given it.
+// Adds a payload in the form that the generic adds take.
 void appendCopy(Vector* vector, uint32_t kind, void* payload) {
     if (holdsText(kind)) {
         appendText(vector, kind, static_cast<const char*>(payload));
@@ -103,8 +103,8 @@ VN_EventWriter* appendWrapper(VN_EventWriter* writer, const char* name) {
     return wrapper;
 }
 
-// The name of an event in an `any`, null when the caller's is to be used: an optional's own name
-// does not say what it is optional of.
+// The name of an event in an `any`; null if the name from the caller is used instead. An optional's
+// own name does not include the type of its value.
 const char* ownTypeName(const VN_EventWriter* event) {
     constexpr char optional[] = "optional";
     if (event == nullptr || event->name == nullptr ||
@@ -127,8 +127,8 @@ const char* typeNameInAny(uint32_t kind, const void* payload, const char* caller
     return kind < std::size(names) ? names[kind] : "invalid";
 }
 
-// Frees the values of a writer. Their child writers join the list that waits for destruction, which
-// runs through the names: each child's own has been freed by then.
+// Frees the values of a writer. Their child writers are added to the list of writers to destroy.
+// The list is linked through the name fields, because each child's name is freed first.
 void releaseValues(Vector* values, VN_EventWriter*& waiting) {
     for (uint32_t i = 0; i < values->size; ++i) {
         auto* value = static_cast<VN_EventValue*>(values->data[i]);

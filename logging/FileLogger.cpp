@@ -1,4 +1,4 @@
-// A logger's life, level and lock.
+// Creation and destruction of a logger; its level and lock.
 #include <vncommon/file_logger.h>
 
 #include <unistd.h>
@@ -32,7 +32,7 @@ void FileLogger_init(FileLogger* logger) {
     *logger = {};
     logger->level = levelInfo;
     logger->mutex = static_cast<vn_Mutex*>(vn_malloc(sizeof(vn_Mutex)));
-    *logger->mutex = {};  // serves as a free one if the call below should fail
+    *logger->mutex = {};  // a valid, free mutex even if the call below fails
     vn_Mutex_init(logger->mutex);
     logger->ownsMutex = 1;
     logger->fd = STDERR_FILENO;
@@ -51,7 +51,7 @@ void FileLogger_cleanup(FileLogger* logger) {
     if (logger->ownsMutex != 0) {
         releaseMutex(logger->mutex);
     }
-    // The buffer stays allocated, on purpose.
+    // Compat: the buffer is not freed; callers free it.
 }
 
 void FileLogger_dtor(FileLogger* logger) {

@@ -1,8 +1,8 @@
 // Where a logger writes: choosing a file, a standard stream or a descriptor, and reopening.
 //
-// All that can take time or fail (copies, conversions, open) happens first, beside the logger;
-// then the logger changes over in one step under the lock of the registry; then what it had
-// before is released.
+// Everything that can take time or fail (copies, conversions, open) happens first, without changing
+// the logger. Then the logger changes in one step under the lock of the registry. Its previous
+// resources are released last.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -38,12 +38,12 @@ Names exchangeNames(FileLogger* logger, const Names& names) VN_REQUIRES(loggerMu
     return before;
 }
 
-// A file that a caller names: the plan for it, and how it is opened this first time.
+// A file named by a caller: the plan for it, and how it is opened the first time.
 struct NamedFile {
     const char* shownName;
     Names names;
     ReopenPlan* plan;
-    const char* path;  // as the caller gave it, unless that was UTF-8; null for a null name
+    const char* path;  // in the code page; the caller's own if not UTF-8; null for a null name
     int flags;
     bool reportsFailure;
 };
@@ -88,8 +88,8 @@ void reportFailure(const NamedFile& file, int error) {
     fflush(stderr);
 }
 
-// The change-over. False, and no change, when all loggers were reopened since the file was opened:
-// it may have been renamed.
+// Changes the destination. Returns false, without a change, if all loggers were reopened since the
+// file was opened, because the file may have been renamed.
 bool tryToChangeOver(FileLogger* logger, NamedFile& file, const Opened& opened, uint64_t count) {
     const RegistryLock lock;
     if (reopeningCount() != count) {

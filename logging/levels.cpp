@@ -1,4 +1,4 @@
-// Level tables: names, words and the letters that override a threshold from the environment.
+// Level tables: names, words, and the letters with which the environment overrides a threshold.
 #include "logging/levels.h"
 
 #include <algorithm>
@@ -11,8 +11,8 @@ using namespace vncommon;
 
 namespace {
 
-// By level from 0 to 9, then once more from 1 to 9: lines use the first run, and
-// FileLogger_LogLevelToString the second one.
+// Names by level from 0 to 9, then again from 1 to 9. Lines use the first part,
+// FileLogger_LogLevelToString the second.
 constexpr const char* priorityNames[] = {
     "NULL", "OFF",   "#####", "CRIT",  "FATAL", "ERROR", "WARN", "INFO",  "DEBUG", "TRACE",
     "OFF",  "#####", "CRIT",  "FATAL", "ERROR", "WARN",  "INFO", "DEBUG", "TRACE", nullptr};
@@ -42,7 +42,8 @@ constexpr auto charToLevelMap = [] {
         map[letter] = levels[i];
         map[letter | 0x20] = levels[i];
     }
-    map['A'] = levelCritical;  // alert; the capital letter only, on purpose
+    // Compat: alert, in upper case only; the lower-case letter leaves the threshold unchanged.
+    map['A'] = levelCritical;
     return map;
 }();
 
@@ -50,7 +51,7 @@ constexpr char inUpperCase(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
-// In ASCII whatever the locale: strcasecmp() in Turkish does not take i for I.
+// ASCII only, in every locale: in a Turkish locale, strcasecmp() does not match i with I.
 bool isWord(std::string_view text, std::string_view word) {
     return std::equal(text.begin(), text.end(), word.begin(), word.end(),
                       [](char a, char b) { return inUpperCase(a) == b; });
@@ -61,7 +62,7 @@ struct Word {
     uint32_t level;
 };
 
-// Forced lines have no word, on purpose: nothing that users write makes a threshold of 2.
+// Compat: forced lines have no word, so that no word sets a threshold of 2.
 constexpr Word words[] = {{"TRACE", levelTrace},   {"DEBUG", levelDebug}, {"INFO", levelInfo},
                           {"WARN", levelWarning},  {"ERROR", levelError}, {"FATAL", levelFatal},
                           {"CRIT", levelCritical}, {"OFF", levelOff}};

@@ -24,10 +24,10 @@ enum Level : uint32_t {
 // A level's name as a line shows it, padded to five columns.
 using LevelLabel = std::array<char, 5>;
 
-// Levels above 9, which callers do not pass, get some label too.
+// Levels above 9, which callers do not pass, also get a label.
 const LevelLabel& levelLabel(uint32_t level);
 
-// The threshold that an environment variable's value asks for, or levelNone.
+// The threshold that the value of an environment variable selects, or levelNone.
 uint32_t levelOverride(const char* value);
 
 }  // namespace vncommon

@@ -28,7 +28,7 @@ constexpr int margin = 3;  // after the message: newline, terminator and one byt
 
 constexpr LockRole lineLock;  // the logger's mutex: the buffer and the prefix in it
 
-// Brings the date and time at the start of the buffer up to date, at most once a second.
+// Updates the date and time at the start of the buffer, at most once a second.
 void refreshPrefix(FileLogger* logger, time_t second) VN_REQUIRES(lineLock) {
     if (logger->prefixTime == second && second != 0) [[likely]] {
         return;
@@ -39,8 +39,8 @@ void refreshPrefix(FileLogger* logger, time_t second) VN_REQUIRES(lineLock) {
     logger->prefixTime = second;
 }
 
-// "%03d %-5s [%lu] - " by hand: a sixth of the time of snprintf, which would be half the cost of
-// a short line.
+// "%03d %-5s [%lu] - " without snprintf, which would dominate the cost of a short line; measured:
+// see docs/benchmarks.md.
 char* putHeader(char* to, int milliseconds, uint32_t level) {
     constexpr int longestThreadId = 20;
     *to++ = static_cast<char>('0' + milliseconds / 100);
@@ -58,8 +58,8 @@ char* putHeader(char* to, int milliseconds, uint32_t level) {
     return to + 4;
 }
 
-// Doubles the buffer until a message of that length fits after the head. False, and no change,
-// when the size or the memory runs out.
+// Doubles the buffer until a message of that length fits after the head. Returns false, without a
+// change, if the size would be too large or there is no memory.
 bool growBuffer(FileLogger* logger, int head, int messageLength) VN_REQUIRES(lineLock) {
     const int64_t needed = int64_t{head} + messageLength + margin;
     int64_t size = logger->bufferSize;
@@ -72,7 +72,8 @@ bool growBuffer(FileLogger* logger, int head, int messageLength) VN_REQUIRES(lin
     }
     memcpy(larger, logger->buffer, static_cast<size_t>(head));
     char* before = logger->buffer;
-    publishField(logger->buffer, larger);  // first: a child forked in between has room enough
+    // Before the size, so that a child forked between the two has enough room.
+    publishField(logger->buffer, larger);
     storeField(logger->bufferSize, static_cast<int>(size));
     free(before);
     return true;
@@ -82,7 +83,8 @@ int roomForMessage(const FileLogger* logger, int head) VN_REQUIRES(lineLock) {
     return logger->bufferSize - head - margin;
 }
 
-// The length of the message as it stands after the head; -1 when printf refuses the format.
+// Returns the length of the message that was written after the head; -1 if printf rejects the
+// format.
 int putFormatted(FileLogger* logger, int head, const char* format, va_list arguments)
     VN_REQUIRES(lineLock) {
     const int quickLength =

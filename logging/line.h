@@ -1,4 +1,4 @@
-// What the front end shares with the logger objects on the way of a line.
+// Writing a line: used by the logger of the process (log.cpp) and by logger objects (line.cpp).
 #ifndef VN_LOGGING_LINE_H
 #define VN_LOGGING_LINE_H
 
@@ -10,7 +10,7 @@
 
 namespace vncommon {
 
-// The threshold test: without a lock, so a line that is not written costs this comparison.
+// The threshold test. It takes no lock, so a line that is not written costs only this comparison.
 inline bool isWritten(const FileLogger* logger, uint32_t level) {
     return loadField(logger->level) >= level;
 }

@@ -1,4 +1,4 @@
-// The process's own logger: each call makes sure that it exists and forwards.
+// The logger of the process. Each call creates it if necessary and forwards to it.
 #include <vncommon/log.h>
 
 #include <atomic>
@@ -21,15 +21,15 @@ std::atomic<FileLogger*> logger{nullptr};
 enum class Destination { standardError, chosenNext };
 
 void discard(FileLogger* created) {
-    char* buffer = created->buffer;  // which FileLogger_dtor leaves to its caller
+    char* buffer = created->buffer;  // FileLogger_dtor does not free it
     FileLogger_dtor(created);
     vn_free(buffer);
 }
 
-// Set up before it is published: other threads find it complete or not at all. Without a lock,
-// because a thread may get here while it holds the dynamic linker's lock (in the constructor of a
-// plugin), and so that none can be held for ever in the child of a fork. Threads that race make
-// one logger each, and all but the first one's are discarded.
+// The logger is complete before it is published. No lock is used: a thread may call this while it
+// holds the dynamic linker's lock (in the constructor of a plugin), and a lock could stay locked
+// in the child of a fork. Threads that race create one logger each; all but the first published
+// are discarded.
 [[gnu::noinline]] FileLogger* createLogger(uint32_t level, Destination destination) {
     const int callersErrno = errno;
     FileLogger* created = FileLogger_ctor();

@@ -17,8 +17,8 @@ void letProgramsInherit(int descriptor) {
     fcntl(descriptor, F_SETFD, 0);
 }
 
-// dup2() that replaces a descriptor in use; its copy is inherited on exec(). EBUSY: Linux has
-// allocated the number in another thread's open() that has not returned yet.
+// Replaces a descriptor that is in use; the new one is inherited on exec(). Linux: dup2() fails
+// with EBUSY while an open() in another thread, which has not returned yet, has the number.
 bool replaceDescriptor(int opened, int old) {
     int result;
     do {
@@ -56,7 +56,7 @@ void adoptDescriptor(FileLogger* logger, int opened) {
     }
     letProgramsInherit(opened);
     storeField(logger->fd, opened);
-    if (owned) {  // the old number is above a limit that was lowered, for instance
+    if (owned) {  // dup2() failed, for instance because RLIMIT_NOFILE was lowered
         close(old);
     }
 }

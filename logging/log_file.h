@@ -1,5 +1,5 @@
-// The descriptor that a logger writes to: how it is opened, whose it is, how another takes its
-// place. Everything here is async-signal-safe; errno changes.
+// The descriptor that a logger writes to: opening, ownership and replacement. Everything here is
+// async-signal-safe and may change errno.
 #ifndef VN_LOGGING_LOG_FILE_H
 #define VN_LOGGING_LOG_FILE_H
 
@@ -9,25 +9,25 @@
 
 namespace vncommon {
 
-// Opens a file for appending, creates it if need be, tries again when a signal interrupts it.
-// The descriptor is closed on exec() until it becomes a logger's; flags are further ones. -1 with
-// errno on failure.
+// Opens a file for appending; creates it if necessary; retries after EINTR. flags are additional
+// open() flags. The descriptor has FD_CLOEXEC until adoptDescriptor(). -1 with errno on failure.
 int openLogFile(const char* path, int flags);
 
 // 1 or 0, as vn_isConsole().
 int isTerminal(int descriptor);
 
-// Whether the logger opened the descriptor that it writes to and so has to close it.
+// Whether the logger opened its descriptor and must therefore close it.
 bool ownsDescriptor(const FileLogger* logger);
 
-// Makes a descriptor of openLogFile() the logger's. One that the logger owns is replaced under its
-// number, so that a line written at this moment goes to the old file or to the new one and never
-// to a closed descriptor. Compat: programs that the process starts inherit the log.
+// Gives a descriptor from openLogFile() to the logger. A descriptor that the logger owns keeps its
+// number, so that a line written at this moment goes to the old or the new file, never to a closed
+// descriptor.
+// Compat: programs that the process starts inherit the descriptor of the log.
 void adoptDescriptor(FileLogger* logger, int opened) VN_REQUIRES(loggerMutex);
 
-// After an open() that failed with the given errno value because no descriptor was free: makes
-// room by closing the logger's own file. Lines go to standard error meanwhile. False when there
-// is nothing to close or the error is another one.
+// If an open() failed with this errno value because no descriptor was free, closes the logger's own
+// file to free one; lines go to standard error until the next open. Returns false if there is
+// nothing to close or the error is a different one.
 bool makeRoomForDescriptor(FileLogger* logger, int error) VN_REQUIRES(loggerMutex);
 
 }  // namespace vncommon

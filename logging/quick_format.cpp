@@ -24,7 +24,7 @@ struct Conversion {
     char type = '\0';
 };
 
-// Larger numbers are left to vsnprintf, so that sums of them cannot overflow.
+// Larger widths and precisions are left to vsnprintf, so that sums of them cannot overflow.
 constexpr int largestNumber = 100'000;
 
 int parseNumber(const char*& at) {
@@ -45,7 +45,7 @@ bool parseLength(const char*& at) {
     return at != start;
 }
 
-// What follows a '%', up to and including the type.
+// Parses a conversion after its '%', up to and including the type.
 Conversion parseConversion(const char*& at) {
     Conversion conversion;
     for (; *at == '-' || *at == '0'; ++at) {
@@ -64,7 +64,7 @@ Conversion parseConversion(const char*& at) {
     return conversion;
 }
 
-// The room for the message. What does not fit is left out and remembered.
+// Writes the message. Text that does not fit is not written; length() then returns -1.
 class Output {
   public:
     Output(char* room, int size) : start(room), at(room), end(room + size) {}
@@ -152,7 +152,7 @@ bool putCharacter(Output& out, const Conversion& conversion, int character) {
 
 constexpr int mostPlaces = 9;
 
-// printf follows the rounding mode and the locale's decimal point.
+// printf uses the current rounding mode and the decimal point of the locale.
 bool usesPointAndNearest() {
     return fegetround() == FE_TONEAREST && strcmp(nl_langinfo(RADIXCHAR), ".") == 0;
 }
@@ -173,7 +173,7 @@ bool putDouble(Output& out, const Conversion& conversion, double value) {
     return true;
 }
 
-// Takes one argument and writes it. False for what vsnprintf has to do.
+// Takes one argument and writes it. False if vsnprintf must do it.
 bool putArgument(Output& out, const Conversion& conversion, va_list& arguments) {
     if (conversion.width >= largestNumber || conversion.precision >= largestNumber) {
         return false;

@@ -59,9 +59,9 @@ void reopenAll() VN_REQUIRES(loggerMutex) {
     }
 }
 
-// The note is looked at after the lock is free, too: a handler that left one just before found
-// the lock held and relies on it. Both sides write first and look then, in one total order, so
-// one of them sees the other.
+// Also checks the note after unlocking: a handler that found the lock held just before relies on
+// it. Both sides write first and then read, in one total order, so at least one of them sees the
+// other.
 void release() VN_RELEASE(loggerMutex) VN_NO_THREAD_SAFETY_ANALYSIS {
     do {
         while (reopeningDue.exchange(false)) {
@@ -73,11 +73,11 @@ void release() VN_RELEASE(loggerMutex) VN_NO_THREAD_SAFETY_ANALYSIS {
 
 // ---- fork ----
 //
-// The child has only the thread that forked. That thread holds loggerMutex over the fork, so the
-// registry is whole in the child. It does not take the loggers' own mutexes, which would mean to
-// wait for other threads' lines: those found locked in the child were locked by threads that it
-// does not have, and are made anew. A note that was left before the fork is the child's, too: its
-// descriptors are of the old files.
+// The child has only the thread that forked. That thread holds loggerMutex during the fork, so the
+// registry is consistent in the child. It does not take the loggers' own mutexes, because it would
+// have to wait for lines of other threads. A mutex that is locked in the child belongs to a thread
+// that does not exist there, and is initialised again. The child also handles a note from before
+// the fork, because its descriptors refer to the old files.
 
 void afterForkInParent() VN_NO_THREAD_SAFETY_ANALYSIS {
     if (loggerMutex.endFork()) {
@@ -95,7 +95,7 @@ void freeAfterFork(FileLogger* logger) {
         return;
     }
     vn_Mutex_init(logger->mutex);
-    logger->prefixTime = 0;  // the prefix may be half made
+    logger->prefixTime = 0;  // the prefix may be half written
 }
 
 std::atomic<bool> forkedChild{false};
@@ -112,15 +112,15 @@ void afterForkInChild() VN_NO_THREAD_SAFETY_ANALYSIS {
     release();
 }
 
-// Registered at load: the handlers that prepare a fork run in the reverse order, so libraries and
-// programs that use this one take their locks first, as they do when they choose a destination.
+// Registered at load. POSIX: prepare handlers run in reverse order of registration, so libraries
+// and programs that use this one take their locks first, as when they choose a destination.
 const ForkHandlers forkHandlers([] { loggerMutex.prepareFork(); }, afterForkInParent,
                                 afterForkInChild);
 
 // ---- The registry ----
 
-// pinLibrary() takes the lock of the dynamic linker, which a thread that loads a plugin may hold
-// while the plugin's constructor makes a logger: so it is called with no lock held.
+// pinLibrary() takes the lock of the dynamic linker, so no lock may be held here: a thread that
+// loads a plugin may hold that lock while the plugin's constructor creates a logger.
 void ensureRegistry() {
     static std::atomic<bool> ready{false};
     if (ready.load(std::memory_order_acquire)) [[likely]] {
@@ -151,8 +151,8 @@ bool addIfRoom(Registration* registration, uint32_t& capacity) {
     return true;
 }
 
-// Makes the larger storage first and frees the old one last, so that nothing is allocated or
-// freed with the lock held, as vn_Vector_add would.
+// Allocates the larger storage before locking and frees the old one after unlocking. vn_Vector_add
+// would do both with the lock held.
 void growRegistry(uint32_t capacity) {
     Vector* other = makeVector(capacity);
     {

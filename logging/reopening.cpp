@@ -25,8 +25,8 @@ char* makeReport(const char* name, size_t& length) {
     return report;
 }
 
-// One write() to descriptor 2. strerrordesc_np() reads a constant table; strerror_r() may load a
-// message catalogue, which a signal handler may not.
+// One write() to descriptor 2. glibc 2.36: strerrordesc_np() reads a constant table; strerror_r()
+// may load a message catalogue, which is not allowed in a signal handler.
 void writeReport(const ReopenPlan* plan, int error) {
     const char* description = strerrordesc_np(error);
     if (description == nullptr) {
@@ -56,8 +56,8 @@ void useStream(FileLogger* logger, int stream) VN_REQUIRES(loggerMutex) {
     }
 }
 
-// Standard error, under that name. Another thread may be about to write a line to the old
-// descriptor; so that becomes a second descriptor of standard error, closed with the plan.
+// Moves the logger to standard error and its name. Another thread may be about to write a line to
+// the old descriptor, so that becomes a duplicate of standard error, which is closed with the plan.
 void fallBack(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     const bool owned = ownsDescriptor(logger);
     const int old = logger->fd;
@@ -73,7 +73,7 @@ void fallBack(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     }
 }
 
-// A failure with a message is remembered over one without.
+// A failure with a message takes precedence over one without.
 void rememberFailure(FileLogger* logger, int failure) {
     if (failure == 1 || logger->openFailure == 0) {
         storeField(logger->openFailure, failure);

@@ -1,8 +1,8 @@
-// Plans: everything that opening a logger's destination needs, made before it is needed.
+// Plans: everything needed to open a logger's destination, prepared in advance.
 //
-// A signal handler may not copy or convert names, allocate or use stdio. So whoever chooses a
-// destination makes a plan for it, and following the plan only opens, duplicates and closes
-// descriptors and swaps pointers. What is swapped out stays in the plan and is released with it.
+// A signal handler must not copy or convert names, allocate or use stdio. So every change of the
+// destination prepares a plan. Following a plan only opens, duplicates and closes descriptors and
+// swaps pointers. The pointers that are swapped out stay in the plan and are released with it.
 // FileLogger_SetFilename and the SIGHUP handler follow plans with the same code.
 #ifndef VN_LOGGING_REOPENING_H
 #define VN_LOGGING_REOPENING_H
@@ -16,31 +16,31 @@ namespace vncommon {
 constexpr char standardErrorName[] = "stderr";
 constexpr char standardOutputName[] = "stdout";
 
-// 2 or 1 for the two names above; -1 for any other, which is a file's.
+// 2 or 1 for the two names above; -1 for any other name, which names a file.
 int standardStream(const char* name);
 
 struct ReopenPlan {
     int stream;              // the standard stream to use, or -1 to open path
     char* path;              // in the locale's code page
-    char* nextFileName;      // what the file name becomes by a reopening; afterwards the one before
-    bool renames;            // only if that is another one
-    char* fallBackNames[2];  // both names after a failure; afterwards the ones before
+    char* nextFileName;      // the file name after a reopening; then the previous one
+    bool renames;            // whether nextFileName differs and is still to be used
+    char* fallBackNames[2];  // both names after a failure; then the previous ones
     int leftDescriptor;      // kept open after a failure, see fallBack(); -1 for none
     char* report;            // "Unable to open logfile \"%s\": ", with room for the error's text
     size_t reportLength;
 };
 
-// The plan for a logger with these names: the one that it has until it is reopened, and the UTF-8
-// one. Ends the process when there is no memory.
+// The plan for a logger with these names: the name until it is reopened, and the name in UTF-8.
+// Ends the process when there is no memory.
 ReopenPlan* makeReopenPlan(const char* fileName, const char* utf8FileName);
 
-// Releases a plan, null included. Not in a signal handler.
+// Releases a plan; null is allowed. Must not be called in a signal handler.
 void destroyReopenPlan(ReopenPlan* plan);
 
-// Closes what a failure left open, where no line can be on its way to it any more.
+// Closes the descriptor that a failure left open. No thread may still be writing to it.
 void closeLeftDescriptor(ReopenPlan* plan);
 
-// What an open() gave: a descriptor, or -1 and the errno value.
+// The result of an open(): a descriptor, or -1 and the errno value.
 struct Opened {
     int descriptor;
     int error;
@@ -51,7 +51,7 @@ struct Opened {
 void followPlan(FileLogger* logger, ReopenPlan* plan, Opened opened, int openFailure)
     VN_REQUIRES(loggerMutex);
 
-// What FileLogger_ReOpen does, for the handler. Async-signal-safe; changes errno.
+// FileLogger_ReOpen for the SIGHUP handler. Async-signal-safe; changes errno.
 void reopen(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex);
 
 }  // namespace vncommon

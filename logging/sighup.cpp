@@ -1,13 +1,12 @@
-// What makes the handler safe whatever it interrupts:
+// Why the handler is safe in any interrupted code:
 //  - It never waits for a lock: rule 1 of registry.h.
-//  - What it needs was made before the signal (reopening.h). It allocates and frees nothing and
-//    makes async-signal-safe calls only: open, fcntl, dup2, close, tcgetattr, write.
-//    pthread_setcancelstate and strerrordesc_np, which POSIX does not list, touch the thread's own
-//    control block and a constant table. The library is linked with -z now, so no call is bound
-//    by the dynamic linker in the handler.
-//  - It takes no logger's own mutex. A thread in the middle of a line may be writing to the very
-//    descriptor that is replaced: dup2() replaces it in one step, and the fields of a logger are
-//    read and written as atomics.
+//  - Everything it needs is prepared before the signal (reopening.h). It allocates and frees
+//    nothing and makes async-signal-safe calls only: open, fcntl, dup2, close, tcgetattr, write.
+//    POSIX does not list pthread_setcancelstate and strerrordesc_np. In glibc 2.36 they use only
+//    the thread's own control block and a constant table. The library is linked with -z now, so
+//    the dynamic linker resolves no symbol in the handler.
+//  - It takes no logger's own mutex. A thread may be writing a line to the descriptor that is
+//    replaced: dup2() replaces it atomically, and the fields of a logger are accessed atomically.
 //  - errno is restored.
 //  - The library is pinned before the handler is installed, and nothing that the handler uses is
 //    destroyed at exit.
@@ -30,9 +29,9 @@ using ExtendedHandler = void (*)(int, siginfo_t*, void*);
 // ---- The disposition before ours ----
 //
 // A signal may arrive in another thread while the disposition is being replaced, and its handler
-// takes no lock. The one mix that would harm is an extended handler called with one argument. So
-// the flag for extended information is set before the handler changes and cleared after it;
-// Linux itself passes three arguments to plain handlers as well.
+// takes no lock. The only harmful mix is a call of an SA_SIGINFO handler with one argument. So
+// SA_SIGINFO is set before the handler changes and cleared after it. Linux also passes three
+// arguments to plain handlers.
 
 ExtendedHandler previousHandler() {
     return __atomic_load_n(&prevsighup.sa_sigaction, __ATOMIC_SEQ_CST);
@@ -67,13 +66,15 @@ void passOn(int signal, siginfo_t* info, void* context) {
 
 // ---- Signals that come back ----
 //
-// Code that took SIGHUP over after us calls our handler as the one that it replaced, and
-// FileLogger_reinstallSignalHandler makes it the one that we pass the signal on to: such a call
-// from inside our passing on is not passed on again. It is told from a new signal by where its
-// context is. Linux stores the context of a signal on the stack just before the handler's frame:
-// a new signal's is between that frame and the frame that passes on. A handler in between passes
-// the old one, none, or whatever a register holds. (The comparison with frames also answers after
-// a longjmp() out of the handler before ours, when the note below is stale.)
+// Other code may install its handler for SIGHUP after us and call ours as the previous one. After
+// FileLogger_reinstallSignalHandler, we pass the signal on to that handler, and it calls ours
+// again. Such a nested call must not be passed on again.
+//
+// The address of the context distinguishes it from a new signal. Linux stores the context of a
+// signal on the stack just before the handler's frame, so a new one is between that frame and the
+// frame that passes the signal on. In a nested call, the other handler passes the old context,
+// none, or an arbitrary register value. (Comparing frames is also correct if the previous handler
+// left with longjmp() and passingFrame is stale.)
 
 // Static TLS, because access to any other may allocate.
 __attribute__((tls_model("initial-exec"))) thread_local const void* passingFrame = nullptr;
@@ -102,7 +103,7 @@ bool isOurs(const struct sigaction& action) {
     return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == sighupHandler;
 }
 
-// Saves the disposition that sigaction() found in force.
+// Calls sigaction() and saves the disposition that it returns.
 int change(const struct sigaction* to) {
     struct sigaction before;
     const int result = sigaction(SIGHUP, to, &before);
@@ -114,8 +115,8 @@ int change(const struct sigaction* to) {
 
 }  // namespace
 
-// Saved first, because it may be needed as soon as our handler is in force; and saved again, in
-// case other code changed it in between.
+// Saves the previous disposition first, because our handler may need it as soon as it is installed.
+// Saves it again when installing, in case other code has changed it.
 int installHandler() {
     struct sigaction ours = {};
     ours.sa_sigaction = sighupHandler;

@@ -6,14 +6,14 @@
 
 namespace vncommon {
 
-// Puts our handler in force and saves the disposition before it in prevsighup, unless that is
-// ours already. Returns what sigaction() returned.
+// Installs our handler and saves the previous disposition in prevsighup, unless that is our own.
+// Returns the result of sigaction().
 int installHandler() VN_REQUIRES(loggerMutex);
 
-// Keeps the library in memory for as long as the process lives, because other code may keep the
-// handler's address. Takes the lock of the dynamic linker. Does nothing in the child of a fork,
-// where POSIX rules dlopen() out: another thread of the parent may have been loading a library. So
-// a child must not unload the library if its parent had not logged before the fork.
+// Keeps the library loaded until the process ends, because other code may keep the address of the
+// handler. Takes the lock of the dynamic linker. Does nothing in the child of a fork: POSIX does
+// not allow dlopen() there, because another thread of the parent may have been loading a library.
+// So a child must not unload the library if its parent had no logger before the fork.
 void pinLibrary();
 
 }  // namespace vncommon
