@@ -4,28 +4,29 @@
  * assumed, and a NUL byte hides the rest of its line. The first byte of a line decides:
  *
  *     #...       a comment. Anywhere else, also after a blank, "#" is ordinary text.
- *     [name]     starts a category, or goes back to it if it exists. The name is what stands
- *                between "[" and the first "]" (or the end of the line), without trailing white
- *                space; leading blanks belong to it. The rest of the line is ignored. Names are
+ *     [name]     starts a category, or continues it if it exists. The name is the text between "["
+ *                and the first "]" (or the end of the line), without trailing white space;
+ *                leading blanks belong to it. The rest of the line is ignored. Names are
  *                case-sensitive; "[]" is the unnamed category.
- *     else       an entry of the current category, unless nothing is left of it.
+ *     else       an entry of the current category; ignored if it is empty without its quotes.
  *
  * Entries before the first header belong to the unnamed category, which always exists. In an
- * entry, a backslash takes the next byte as it is, single or double quotes protect each other,
- * and both are dropped. Blanks, also leading and trailing ones, and the carriage return of a CR
- * LF line end stay. A quote left open ends with its line, whose line feed then belongs to the
- * entry, as does a line feed after a backslash: no entry goes on in the next line. Duplicates are
- * kept; entries stay in the order of the file.
+ * entry, a backslash makes the next byte ordinary text, also inside quotes. Inside single quotes a
+ * double quote is ordinary text, and the reverse. The backslashes and quotes are removed. Blanks,
+ * also leading and trailing ones, and the carriage return of a CR LF line end stay. No entry
+ * continues on the next line: a quote that is not closed ends with its line. The line feed then
+ * belongs to the entry, as does a line feed after a backslash. Duplicates are kept; entries stay
+ * in the order of the file.
  *
- * Cost: loading takes time in proportion to the file; a configuration takes some 40 bytes per
- * entry beside its text.
+ * Cost: loading time is proportional to the size of the file; a configuration needs about 40 bytes
+ * per entry in addition to its text.
  *
  * Memory: handles, names, entries and lines come from vn_malloc, so running out of it ends the
- * process (failure.h). The HashMap and the Vectors that hold them do not check theirs: without
- * memory for these the behaviour is undefined.
+ * process (failure.h). The HashMap and the Vectors that hold them do not check their memory:
+ * without memory for these the behaviour is undefined.
  *
  * Thread-safety: none, and one configuration is process-wide: load, unload and walk from one
- * thread at a time. A loaded configuration does not change any more.
+ * thread at a time. A loaded configuration does not change.
  */
 #ifndef VNCOMMON_CONFIG_FILE_H
 #define VNCOMMON_CONFIG_FILE_H
@@ -38,12 +39,11 @@ VN_BEGIN_DECLS
 
 typedef struct VN_ConfigFile {
     HashMap* categories;       /* from names to Vectors of entries (NUL-terminated text) */
-    HashMapIterator* iterator; /* the category cursor; null before GetFirstCategory, which
-                                  says who ends it */
+    HashMapIterator* iterator; /* the category cursor: see GetFirstCategory; null before it */
 } VN_ConfigFile;
 
 typedef struct VN_ConfigFileCategory {
-    Vector* entries; /* the configuration's */
+    Vector* entries; /* owned by the configuration */
     uint32_t cursor; /* index of the current entry */
 } VN_ConfigFileCategory;
 
@@ -51,19 +51,20 @@ typedef struct VN_ConfigFileCategory {
  *   1. fileName, unless it is null;
  *   2. ".vantrel.conf" in the working directory;
  *   3. ".vantrel.conf" in the directory that HOME names, or, only when HOME is not set, in the
- *      one that VANTREL_HOME names. Where HOME is set, VANTREL_HOME is deliberately not tried.
+ *      one that VANTREL_HOME names.
+ * Compat: VANTREL_HOME is not tried when HOME is set; programs rely on it.
  *
- * With out null the process-wide configuration is loaded, unless it is loaded already: then
- * nothing is read and fileName is ignored. Otherwise a private configuration is loaded and *out
- * set to it; it can be walked like the other, and VN_ConfigFile_Release ends the handle.
+ * If out is null, the process-wide configuration is loaded. If that is loaded already, nothing is
+ * read and fileName is ignored. If out is not null, a private configuration is loaded and *out is
+ * set to it. It can be walked like the other; VN_ConfigFile_Release frees the handle.
  *
- * Returns the name of the file, which stays readable until the next call that loads, and belongs
- * to the library. Returns null
- *   - when no file could be opened. The process-wide configuration is then forgotten, without
- *     being freed, even when the call was for a private one, and *out is not to be used: it
- *     points to memory that is freed already. Programs rely on this order of things.
- *   - when reading failed before the end of the file (it is a directory, for instance). What was
- *     read before stays loaded.
+ * Returns the name of the file, which belongs to the library and is valid until the next call that
+ * loads. Returns null
+ *   - when no file could be opened.
+ *     Compat: the process-wide configuration is then dropped without being freed, also if the call
+ *     was for a private one, and *out points to freed memory; programs rely on it.
+ *   - when reading failed before the end of the file (it is a directory, for instance). The part
+ *     that was read before stays loaded.
  */
 VN_NODISCARD VN_API const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out);
 
@@ -72,8 +73,8 @@ VN_NODISCARD VN_API const char* VN_ConfigFile_Load(const char* fileName, VN_Conf
  * made from it must not be used any more, only released. */
 VN_API void VN_ConfigFile_Unload(void);
 
-/* Whether the process-wide configuration is loaded, and its handle (null when it is not). The
- * handle is ended by VN_ConfigFile_Unload, not by VN_ConfigFile_Release. */
+/* Whether the process-wide configuration is loaded, and its handle (null when it is not). Free the
+ * handle with VN_ConfigFile_Unload, not with VN_ConfigFile_Release. */
 VN_API bool VN_ConfigFile_IsLoaded(void);
 VN_API VN_ConfigFile* VN_ConfigFile_Get(void);
 
@@ -81,35 +82,35 @@ VN_API VN_ConfigFile* VN_ConfigFile_Get(void);
 VN_API uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config);
 
 /* Walk the categories, in the order of the map that holds them (not of the file). Each call
- * returns a new handle, for the caller to end with VN_ConfigFileCategory_Release, or null past
+ * returns a new handle, which the caller frees with VN_ConfigFileCategory_Release, or null past
  * the last category (GetNextCategory also before GetFirstCategory). A configuration has one
- * cursor: two walks at a time disturb each other.
+ * cursor, so only one walk at a time is possible.
  *
- * The cursor is the iterator field, a new iterator after each GetFirstCategory. GetFirstCategory
- * and VN_ConfigFile_Unload deliberately leave the earlier one alone, so it leaks unless the caller
- * ends it, at any time after the walk:
+ * The cursor is the iterator field. Each GetFirstCategory creates a new iterator.
+ * Compat: GetFirstCategory and VN_ConfigFile_Unload do not free the earlier one, because callers
+ * may hold it. It leaks unless the caller frees it, at any time after the walk:
  *
  *     vn_HashMapIterator_dtor(config->iterator);
  *     config->iterator = NULL;
  *
- * The second line is needed because VN_ConfigFile_Release ends the iterator that it finds. */
+ * The second line is needed because VN_ConfigFile_Release frees the iterator in the field. */
 VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config);
 VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetNextCategory(VN_ConfigFile* config);
 
-/* A new handle on the category of exactly this name ("" is the unnamed one), ended by
+/* A new handle for the category with exactly this name ("" is the unnamed one), freed with
  * VN_ConfigFileCategory_Release; null when there is none. */
 VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetCategory(VN_ConfigFile* config,
                                                                      const char* name);
 
-/* Frees the handle of a private configuration and its category cursor. The categories
- * deliberately stay allocated: category handles and entries remain good. */
+/* Frees the handle of a private configuration and its category cursor.
+ * Compat: the categories stay allocated, because callers hold category handles and entries. */
 VN_API void VN_ConfigFile_Release(VN_ConfigFile* config);
 
 /* The number of entries. */
 VN_API uint32_t VN_ConfigFileCategory_GetEntryCount(VN_ConfigFileCategory* category);
 
 /* Walk the entries in the order of the file; null past the last. The text belongs to the
- * configuration. A fresh handle stands past its entries: start with GetFirstEntry. */
+ * configuration. A new handle is positioned past its entries: start with GetFirstEntry. */
 VN_API const char* VN_ConfigFileCategory_GetFirstEntry(VN_ConfigFileCategory* category);
 VN_API const char* VN_ConfigFileCategory_GetNextEntry(VN_ConfigFileCategory* category);
 

@@ -19,24 +19,24 @@
  *     sequence     [element,element]
  *     dictionary   {key:value,key:value}
  *     event        name(field,field); nothing at all without a name
- *     unformatted  the text as it stands
- * Values nest freely. An `any` is an event named any with the unquoted name of the value's type
- * and the value: any(integer,5); an `optional` one named optional with the value or nothing:
- * optional("x"), optional().
+ *     unformatted  the text unchanged
+ * Values may be nested. An `any` is an event named any, with the unquoted name of the value's type
+ * and the value: any(integer,5). An `optional` is an event named optional, with the value or
+ * nothing: optional("x"), optional().
  *
- * Escaping. A string without backslash and double quote is written as it stands, tabs and newlines
- * included. Only when one of the two is present is the content escaped: each of them gets a
- * backslash before it, a tab becomes \t and a newline \n. Readers of the format rely on this
- * dependence; it is deliberate.
+ * Escaping. A string is escaped only if it has a backslash or a double quote: each of these gets a
+ * backslash before it, a tab becomes \t and a newline \n.
+ * Compat: a string with neither is written unchanged, also its tabs and newlines; readers of the
+ * format rely on it.
  *
- * Ownership. Texts are copied when they are added. A child writer passes to the writer it is added
- * to and must not be used, added again or destroyed by the caller after that, except to add more to
- * it. Null texts count as empty ones; a null child is kept as null, except by
+ * Ownership. Texts are copied when they are added. A child writer belongs to the writer that it is
+ * added to. After that, the caller may add more to the child, but must not add it again, destroy it
+ * or use it in another way. Null texts count as empty ones; a null child is kept as null, except by
  * VN_EventWriter_addRefValue.
  *
- * Memory comes from the platform's malloc and is not checked. Values nest as deeply as memory
- * allows: neither rendering nor destruction uses the machine's stack for depth. Adding costs
- * amortised constant time and an allocation or two, rendering and destroying linear time.
+ * Memory comes from malloc and is not checked. Only memory limits the nesting depth: neither
+ * rendering nor destruction is recursive. Cost: adding takes amortised constant time and one or two
+ * allocations, rendering and destroying take linear time.
  *
  * Floating-point modes: the text is the same in every mode that the host has set (maths.h).
  *
@@ -63,19 +63,19 @@ enum {
     VN_EventKind_Dictionary = 7,  /* owned child writer */
     VN_EventKind_Event = 8,       /* owned child writer */
     VN_EventKind_Unformatted = 9, /* owned, NUL-terminated text */
-    VN_EventKind_Wrapper = 10     /* the writers of any and optional; never a value's kind */
+    VN_EventKind_Wrapper = 10     /* the writers of any and optional; as a value, renders nothing */
 };
 
 /* A value as the writers' Vectors hold it, one heap block per value. */
 typedef struct VN_EventValue {
-    void* payload; /* one word, read as the kind says */
+    void* payload; /* one word, interpreted according to kind */
     uint32_t kind;
 } VN_EventValue;
 
 typedef struct VN_EventWriter VN_EventWriter;
 
-/* Each writer carries the operations, so that a caller who holds only the record can add to it:
- * writer->addInt(writer, 5). Fields are to be read, and changed by the operations only. */
+/* Each writer has pointers to the operations, so that a caller that has only the record can use
+ * them: writer->addInt(writer, 5). Callers may read the fields; only the operations change them. */
 struct VN_EventWriter {
     uint32_t kind;  /* 6, 7 or 8; 10 for the wrappers of any and optional */
     char* name;     /* owned type name of an event, or null */
@@ -99,11 +99,11 @@ struct VN_EventWriter {
     void (*addAnyType)(VN_EventWriter* writer, const char* text);
 };
 
-/* A new writer of kind 6, 7 or 8, ended by VN_EventWriter_dtor or by the writer that it is added
- * to. The name is copied; it is the type name of an event and may be null for the others. */
+/* A new writer of kind 6, 7 or 8, destroyed by VN_EventWriter_dtor or with the writer that it is
+ * added to. The name is copied; it is the type name of an event and may be null for the others. */
 VN_NODISCARD VN_API VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name);
 
-/* Frees the writer with everything that it owns, child writers included. Null does nothing. */
+/* Frees the writer and everything that it owns, also child writers. Null does nothing. */
 VN_API void VN_EventWriter_dtor(VN_EventWriter* writer);
 
 /* Adding a value: an event's next field, a sequence's next element. Texts are copied. addBoolean
@@ -115,25 +115,25 @@ VN_API void VN_EventWriter_addFloat(VN_EventWriter* writer, double value);
 VN_API void VN_EventWriter_addDecimal(VN_EventWriter* writer, uint64_t value);
 VN_API void VN_EventWriter_addBoolean(VN_EventWriter* writer, int value);
 
-/* Text that is written as it stands, without quotes; the two are the same. */
+/* Adds text that is written unchanged, without quotes. The two functions do the same. */
 VN_API void VN_EventWriter_addUnformatted(VN_EventWriter* writer, const char* text);
 VN_API void VN_EventWriter_addAnyType(VN_EventWriter* writer, const char* text);
 
-/* Hands a child over, as a value of the child's own kind. A null child adds nothing. A child of
- * kind 10 is neither rendered nor destroyed with its parent. */
+/* Adds a child, as a value of the child's own kind; the child now belongs to the writer. A null
+ * child adds nothing. A child of kind 10 is neither rendered nor destroyed with its parent. */
 VN_API void VN_EventWriter_addRefValue(VN_EventWriter* writer, VN_EventWriter* child);
 
 /* The generic adds. The payload is the word of a VN_EventValue of that kind: a text, which is
- * copied (kinds 1 and 9); a child writer, which is handed over (6, 7 and 8); otherwise the value
- * in the word itself, stored as it is. A kind above 9 is stored and renders as nothing. */
+ * copied (kinds 1 and 9); a child writer, which then belongs to the writer (6, 7 and 8); otherwise
+ * the value itself, stored unchanged. A kind above 9 is stored and renders as nothing. */
 VN_API void VN_EventWriter_addValue(VN_EventWriter* writer, uint32_t kind, void* payload);
 
 /* Adds a key and its value: a dictionary's next entry. */
 VN_API void VN_EventWriter_addDictValue(VN_EventWriter* writer, uint32_t keyKind, void* keyPayload,
                                         uint32_t valueKind, void* valuePayload);
 
-/* Adds an `any`: an event whose child is a kind-10 writer named "any" that holds, unless kind is
- * 10, the type's name as an unformatted value, and the value. The name is
+/* Adds an `any`: a value of kind 8 whose child is a kind-10 writer named "any". Unless kind is 10,
+ * the child holds the type's name as an unformatted value, and the value. The type's name is
  *     "integer", "string", "string", "float", "decimal", "boolean"    for kinds 0 to 5
  *     "string"                                                        for kind 9
  *     typeName                                                        for kinds 6 and 7
@@ -163,21 +163,21 @@ static inline void* VN_EventPayload_ofFloat(double value) {
 /* Whether the value owns a child writer: kinds 6, 7 and 8. */
 VN_API bool VN_EventWriterIsReferenceType(const VN_EventValue* value) VN_PURE;
 
-/* The writer as text, released with free. A writer whose own kind is not 6, 7 or 8 has no text of
- * its own and gives "". */
+/* The writer as text, released with free; "" for a writer whose own kind is not 6, 7 or 8. */
 VN_NODISCARD VN_API char* VN_EventWriter_toString(const VN_EventWriter* writer) VN_MALLOC;
 
 /* One value as text, released with free. */
 VN_NODISCARD VN_API char* valueToString(const VN_EventValue* value) VN_MALLOC;
 
-/* The two passes for callers with a buffer of their own. Both read the payload as the given kind
- * says, whatever the value's own; null and kinds above 9 count 0 and write nothing.
+/* The two passes, for callers with their own buffer. Both interpret the payload according to the
+ * argument kind, not to the value's own. Null and kinds above 9 count 0 and write nothing.
  *
- * The length of the value's text; UINT32_MAX if it is longer than that. A sequence or dictionary
- * whose child is null counts 2, although only its opening bracket is written; this is kept. */
+ * The length of the value's text; UINT32_MAX if it is longer than that.
+ * Compat: a sequence or dictionary whose child is null counts 2, although only its opening bracket
+ * is written; callers rely on the length. */
 VN_API uint32_t VN_EventWriter_strlen(const VN_EventValue* value, uint32_t kind);
 
-/* Writes the text at buffer[*position] and moves *position behind it, without terminating it. The
+/* Writes the text at buffer[*position], without terminating it, and moves *position to its end. The
  * limit bounds what is written, not how far the position moves:
  *  - brackets, commas, colons and the characters of an escaped string are written, and move the
  *    position, only while it is below the limit;
@@ -186,11 +186,13 @@ VN_API uint32_t VN_EventWriter_strlen(const VN_EventValue* value, uint32_t kind)
  *    whole length;
  *  - unformatted text likewise, but one byte earlier, and only below the limit: a bare kind-9
  *    value needs a limit of its length plus one;
- *  - decimals and names of events are written whole if the position is at most at the limit, and
- *    even up to their own length beyond it.
- * With the length of the first pass as limit, and that many bytes plus one in the buffer, nothing
- * is cut but a bare kind-9 value. A smaller limit asks for a buffer with room for the longest name
- * or decimal (22 bytes) behind it, twice, and a terminator. The position stops at INT_MAX. */
+ *  - decimals likewise, but they and their terminator end at most their own length after
+ *    buffer[limit];
+ *  - the name of an event is written whole if the position is at most the length of the name
+ *    beyond the limit; otherwise it is not written and does not move the position.
+ * With the length of the first pass as limit, and that many bytes plus one in the buffer, only a
+ * bare kind-9 value is cut. With a smaller limit, the buffer needs after the limit twice the room
+ * of the longest name or decimal (22 bytes), plus a terminator. The position stops at INT_MAX. */
 VN_API void VN_EventWriter_buildString(const VN_EventValue* value, uint32_t kind, char* buffer,
                                        int* position, int limit);
 

@@ -1,8 +1,8 @@
-/* The logger of the process, for code that has none of its own.
+/* The logger of the process, for code without its own logger.
  *
- * One FileLogger (file_logger.h), made by the first call here that needs it and never destroyed.
- * Unless that call says otherwise it writes to standard error at level 7 (INFO). Every call
- * forwards to the FileLogger_ operation of the same name, whose description holds: line format,
+ * One FileLogger (file_logger.h), created by the first call here that needs it and never destroyed.
+ * Unless that call sets something else, it writes to standard error at level 7 (INFO). Every call
+ * forwards to the FileLogger_ operation of the same name, whose description applies: line format,
  * levels, formats, failures, reopening on SIGHUP.
  *
  * Thread-safety: as in file_logger.h. First calls from several threads at once make one logger.
@@ -20,8 +20,8 @@ VN_BEGIN_DECLS
 /* ---- Set-up -------------------------------------------------------------------------------- */
 
 /* Threshold, then destination, as FileLogger_SetLogLevel and FileLogger_SetFilename; returns
- * whether the destination is a terminal. As the first call it makes the logger without touching
- * standard error. */
+ * whether the destination is a terminal. If it is the first call, it creates the logger without
+ * using standard error. */
 VN_API int VN_LogSetup(uint32_t level, const char* name, int truncate, int nameIsUTF8);
 
 VN_API int VN_LogSetFilename(const char* name, int truncate, int nameIsUTF8);
@@ -36,7 +36,7 @@ VN_API int VN_GetLogFD(void);
 VN_API const char* VN_GetLogFileName(void);
 VN_API const char* VN_GetUTF8LogFileName(void);
 
-/* As in file_logger.h; these two do not make the logger. */
+/* As in file_logger.h; these two do not create the logger. */
 VN_API uint32_t VN_StringToLogLevel(const char* word) VN_PURE;
 VN_API const char* VN_LogLevelToString(uint32_t level) VN_CONST VN_RETURNS_NONNULL;
 
@@ -51,9 +51,10 @@ VN_API void VN_LogFatal(const char* format, ...) VN_PRINTF(1, 2);
 VN_API void VN_LogCrit(const char* format, ...) VN_PRINTF(1, 2);
 VN_API void VN_LogForce(const char* format, ...) VN_PRINTF(1, 2);
 
-/* BEWARE: the names are the other way round from the usual convention, on purpose; compiled
- * programs call them so. VN_DoLog takes an argument list that the caller has started, VN_DoLogV
- * takes the arguments themselves. */
+/* VN_DoLog takes an argument list that the caller has started; VN_DoLogV takes the arguments
+ * themselves.
+ * Compat: the two names are swapped compared with the usual convention; compiled programs call
+ * them so. */
 VN_API void VN_DoLog(uint32_t level, const char* format, va_list arguments) VN_PRINTF(2, 0);
 VN_API void VN_DoLogV(uint32_t level, const char* format, ...) VN_PRINTF(2, 3);
 

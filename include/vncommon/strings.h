@@ -1,7 +1,7 @@
 /* Small text functions: strict integer parsing, fixed-width hexadecimal, trimming, XML escaping,
  * boolean words. The callbacks for text keys of a map are in hashmap.h.
  *
- * None of these keeps state, so each may be called from any thread; none ends the process.
+ * No function keeps state, so each may be called from any thread. None ends the process.
  */
 #ifndef VNCOMMON_STRINGS_H
 #define VNCOMMON_STRINGS_H
@@ -13,19 +13,19 @@ VN_BEGIN_DECLS
 /* ---- Integers ------------------------------------------------------------------------------
  *
  * Both parsers skip leading spaces and tabs (no other white space), then read one number and
- * stop behind its last digit: whatever follows is no error. A number is
- *   - "0x" or "0X" and hexadecimal digits of either case, at most 64 bits of them behind leading
- *     zeros; the signed parser returns the bits as they are, so 0xFFFFFFFFFFFFFFFF is -1;
- *   - or decimal digits. The locale plays no part.
- * The signs differ, deliberately:
+ * stop after its last digit; any text may follow. A number is
+ *   - "0x" or "0X" and hexadecimal digits of either case, at most 64 bits after leading zeros;
+ *     the signed parser returns the bits unchanged, so 0xFFFFFFFFFFFFFFFF is -1;
+ *   - or decimal digits. The locale has no effect.
+ * Compat: the two parsers accept different signs; callers rely on it:
  *   - signed:   an optional '-', no '+'. Only decimal digits follow it: "-0x10" reads as 0.
  *   - unsigned: an optional '+', no '-', before either form.
  *
- * On success *error is 0 and *end points behind the last digit. Otherwise the result is 0, *end
- * is not written and *error is
- *   - EINVAL (22): no digit where one must stand, a bare "0x" included;
+ * On success *error is 0 and *end points to the character after the last digit. Otherwise the
+ * result is 0, *end is not written and *error is
+ *   - EINVAL (22): a digit is missing, also after "0x";
  *   - ERANGE (34): the number does not fit.
- * Either pointer may be null. errno is not touched.
+ * end and error may be null. errno does not change.
  */
 VN_API int64_t vn_char8ToInt64(const char* text, const char** end, int32_t* error);
 VN_API uint64_t vn_char8ToUInt64(const char* text, const char** end, int32_t* error);
@@ -36,20 +36,20 @@ VN_API char* vn_uint32ToFixedHexChar8(char* output, uint32_t value);
 
 /* ---- Text ---------------------------------------------------------------------------------- */
 
-/* Cuts trailing white space off in place, by writing one terminator; a text that has none is not
- * written at all. White space is what isspace of the C locale in force says of each byte, taken
- * as a signed value. Nothing happens for null. For Unicode see vn_rTrimUTF8 (utf8.h). */
+/* Removes trailing white space in place by writing one terminator; a text without any is not
+ * written to. White space is every byte for which isspace, in the current C locale and with the
+ * byte as a signed value, is true. Null does nothing. For Unicode see vn_rTrimUTF8 (utf8.h). */
 VN_API void vn_rtrim(char* text);
 
 /* A new text for use in XML, released with free or vn_free: " & ' < > become &quot; &amp; &apos;
  * &lt; &gt;, and the control characters 1 to 31, which XML cannot hold, become a percent sign and
  * two lowercase hexadecimal digits. Tab, line feed, carriage return and all bytes from 127 up are
- * copied as they are; '%' is not escaped, so this is not for reading back. Null when there is no
- * memory. The block is larger than its text needs. */
+ * copied unchanged. '%' is not escaped, so the result cannot always be converted back. Null when
+ * there is no memory. The block may be larger than its text. */
 VN_NODISCARD VN_API char* vn_xmlEscapeString(const char* text) VN_MALLOC;
 
-/* 1 for "true", "t", "yes", "y" and "1" without regard to case, with nothing before or behind
- * them; 0 for every other text and for null. */
+/* 1 for exactly "true", "t", "yes", "y" and "1", in upper or lower case; 0 for every other text and
+ * for null. */
 VN_API int vn_parseToBool(const char* text) VN_PURE;
 
 /* Whether the text is null or "". */

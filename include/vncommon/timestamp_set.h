@@ -1,43 +1,41 @@
-/* Timestamp sets: when one event passed each numbered stage of processing.
+/* Timestamp sets: the times at which one event passed each numbered stage of processing.
  *
- * Sets and their entries are made and dropped at event rates, so both come from object pools
+ * Sets and their entries are created and destroyed for every event, so both come from object pools
  * instead of the heap: one pool per processor that the process may use (vn_numberOfCPUs,
  * discovery.h, read once at load; 4096 at most), each with room for 32 sets and 128 entries. A
- * thread always uses the pool picked by its counted id (vn_getCountedThreadId, threads.h), which
- * the thread's first use of a set takes if it has none yet, with pooling or without. What was put
- * into a pool last is taken first, by whichever set or thread needs it; the heap is used only when
- * the pool is empty or full.
+ * thread always uses the pool selected by its counted id (vn_getCountedThreadId, threads.h). A
+ * thread without one gets it at its first use of a set, also without pooling. The object that was
+ * put into a pool last is taken first, for any set or thread. The heap is used only when the pool
+ * is empty or full.
  *
- * Clients reach a set's operations through the table that every set points to; the same
- * operations are exported under their own names. The order of the table is an interface.
+ * Clients call a set's operations through the table that every set points to; the same operations
+ * are exported under their own names. The order of the table is part of the interface.
  *
  * Times are seconds since 1970-01-01 UTC on the wall clock, with microseconds, as a double.
  * When the clock cannot be read, the warning "VN_TimestampSet_getRelativeTime(): gettimeofday()
  * failed, errno = %ld" is logged (log.h) and the time is 0.0.
  *
- * Stages are matched by their low 32 bits only: two stages that differ above bit 31 match each
- * other in replace and find (though not in the text, which tells them apart). This narrowing is
- * deliberate; compiled clients look stages up by 32-bit numbers.
+ * Compat: replace and find match stages by their low 32 bits only, because compiled clients look
+ * stages up by 32-bit numbers. The text shows all 64 bits.
  *
- * Thread-safety: one thread at a time per set. A set may be destroyed on another thread than the
- * one that made it; its memory then joins the destroying thread's pool.
+ * Thread-safety: one thread at a time per set. A set may be destroyed by another thread than the
+ * one that created it; its memory then goes to the pool of the destroying thread.
  *
  * Fork: the child can use sets at once, also those that the forking thread had. fork() does not
  * wait for the pools. A pool that another thread was using at that moment is empty in the child;
- * what was in it is not freed. A signal handler that forks may interrupt any call here: the child
- * can return from the handler and go on. Only in the handler itself no call here is safe.
+ * its contents are not freed. A signal handler that forks may interrupt any call here: the child
+ * can return from the handler and continue. No call here is safe in the handler itself.
  *
  * Cost: taking, adding and destroying are constant, without heap calls in steady state; each takes
  * the pool's lock once. find, replace and remove are linear in the number of entries.
  *
  * Memory: sets, entries and texts come from vn_malloc, so running out of it ends the process
- * (failure.h). The Vector in a set and the HashMap that printing needs do not check theirs:
+ * (failure.h). The Vector in a set and the HashMap that printing needs do not check their memory:
  * without memory for these the behaviour is undefined. Without memory for the pools at load there
  * is no pooling.
  *
- * Environment: VN_OBJECTPOOL_DISABLED (any value, read at load) turns pooling off: the pools hold
- * nothing, and every set and entry goes straight to and from the heap, which is what a leak checker
- * wants.
+ * Environment: VN_OBJECTPOOL_DISABLED (any value, read at load) turns pooling off: the pools stay
+ * empty, and every set and entry is allocated on the heap and freed there, as leak checkers need.
  */
 #ifndef VNCOMMON_TIMESTAMP_SET_H
 #define VNCOMMON_TIMESTAMP_SET_H
@@ -76,30 +74,31 @@ struct VN_TimestampSet {
 /* The one table that every set points to. */
 VN_API extern const VN_TimestampSetFunctionTable VN_TimestampSetFunctions;
 
-/* An empty set; the caller ends it with VN_TimestampSet_dtor. */
+/* An empty set; the caller destroys it with VN_TimestampSet_dtor. */
 VN_NODISCARD VN_API VN_TimestampSet* VN_TimestampSet_ctor(void);
 
 /* A new set with the same entries in the same order, duplicates included. */
 VN_NODISCARD VN_API VN_TimestampSet* VN_TimestampSet_copy(VN_TimestampSet* set);
 
-/* Ends a set with all its entries; null is ignored. */
+/* Destroys a set with all its entries; null is ignored. */
 VN_API void VN_TimestampSet_dtor(VN_TimestampSet* set);
 
 /* Appends an entry with the current, or the given, time. Stages may repeat. */
 VN_API void VN_TimestampSet_addNow(VN_TimestampSet* set, uint64_t stage);
 VN_API void VN_TimestampSet_addTime(VN_TimestampSet* set, uint64_t stage, double time);
 
-/* Gives the first entry of that stage the given, or the current, time. Returns the entry, which
- * belongs to the set, or null when there is none: nothing is added, and the clock is not read. */
+/* Sets the time of the first entry of that stage to the given, or the current, time. Returns the
+ * entry, which belongs to the set, or null when there is none; then nothing is added, and the clock
+ * is not read. */
 VN_API TimeStamp* VN_TimestampSet_replace(VN_TimestampSet* set, uint64_t stage, double time);
 VN_API TimeStamp* VN_TimestampSet_replaceWithNow(VN_TimestampSet* set, uint64_t stage);
 
-/* The time of the first entry of that stage, or 0.0; the second also takes the entry out. The
- * rest keeps its order. */
+/* The time of the first entry of that stage, or 0.0; the second function also removes the entry.
+ * The other entries keep their order. */
 VN_API double VN_TimestampSet_findTime(VN_TimestampSet* set, uint64_t stage);
 VN_API double VN_TimestampSet_findTimeAndRemove(VN_TimestampSet* set, uint64_t stage);
 
-/* Takes the earliest-added entry out into *stage and *time; false when the set is empty. */
+/* Removes the earliest-added entry and stores it in *stage and *time; false if the set is empty. */
 VN_API bool VN_TimestampSet_getNextStampAndRemove(VN_TimestampSet* set, uint64_t* stage,
                                                   double* time);
 
@@ -112,13 +111,13 @@ VN_NODISCARD VN_API char* VN_TimestampSet_toString(VN_TimestampSet* set) VN_MALL
 /* The current time, as the entries carry it. */
 VN_API double VN_TimestampSet_getRelativeTime(void);
 
-/* Appends entry as "%lu:%f, " (stage, time) unless its stage is a key of printed already; then
- * makes it one. The map's hash and compare must take the stage itself as the key. */
+/* If the stage of entry is not yet a key of printed, appends entry as "%lu:%f, " (stage, time) and
+ * adds the key. The map's hash and compare must take the stage itself as the key. */
 VN_API void VectorElement_toString(TimeStamp* entry, CStringBuffer* text, HashMap* printed);
 
-/* The clock for Java: VN_TimestampSet_getRelativeTime(). In seconds, despite the name, which
- * compiled classes call. Declared without jni.h: a jdouble is a double, and neither of the two
- * pointers is looked at. */
+/* The JNI wall clock for Java callers: VN_TimestampSet_getRelativeTime(). Declared without jni.h: a
+ * jdouble is a double, and the two pointers are not used.
+ * Compat: the result is in seconds despite the name, which compiled classes call. */
 VN_API double Java_com_vantrel_util_CommonNativeMethods_getMicroTime(void* environment,
                                                                      void* object);
 

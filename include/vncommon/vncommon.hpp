@@ -2,13 +2,13 @@
  * The library for C++17 programs: owning handles and typed containers over the C interface.
  *
  * Everything here is inline and only calls the C functions, so it costs what they cost, and the
- * library's binary interface stays C. Each class has get(), which gives the C object for every
- * operation that has no member here; release(), where there is one, also hands over ownership.
+ * library's binary interface stays C. Each class has get(), which returns the C object for every
+ * operation that has no member here; release(), where it exists, also transfers ownership.
  *
- * Failures. Nothing here throws, and the header compiles with -fno-exceptions. What fails with a
- * text gives a vn::error, which holds the text, or nothing on success; it also takes the results of
- * C functions (sockets, files, dynamic libraries). What can only be missing is a std::optional.
- * Exhausted memory and broken preconditions end the process (api.h, convention 5).
+ * Failures. Nothing here throws, and the header compiles with -fno-exceptions. Functions that fail
+ * with a text return a vn::error, which holds the text, or nothing on success; it can also hold the
+ * results of C functions (sockets, files, dynamic libraries). A value that may only be missing is
+ * a std::optional. Exhausted memory and broken preconditions end the process (api.h, convention 5).
  *
  * Objects can be moved unless their comment says otherwise. One that was moved from can only be
  * assigned to and destroyed. Texts that are passed in are UTF-8, terminated and not null unless a
@@ -39,7 +39,7 @@ namespace vn {
  * Owners of what the C functions allocate, for code that works with the C objects directly. */
 /** @{ */
 
-/** Ends an object by the function that the C interface has for it. */
+/** Destroys an object with its function of the C interface. */
 template <auto Function>
 struct ender {
     template <class T>
@@ -48,7 +48,7 @@ struct ender {
     }
 };
 
-/** Ends a logger with its line buffer, which FileLogger_dtor leaves to the caller. */
+/** Destroys a logger and its line buffer, which FileLogger_dtor does not free. */
 struct file_logger_ender {
     void operator()(FileLogger* logger) const noexcept {
         char* buffer = logger->buffer;
@@ -57,7 +57,8 @@ struct file_logger_ender {
     }
 };
 
-/** Ends a private configuration with its categories, which VN_ConfigFile_Release leaves. */
+/** Destroys a private configuration and its categories, which VN_ConfigFile_Release does not
+ *  free. */
 struct config_ender {
     void operator()(VN_ConfigFile* config) const noexcept {
         HashMap* categories = config->categories;
@@ -90,18 +91,18 @@ class string {
 
     /** Whether there is a text. */
     explicit operator bool() const noexcept { return text_ != nullptr; }
-    /** The text; "" where there is none. */
+    /** The text; "" if there is none. */
     const char* c_str() const noexcept { return text_ ? text_.get() : ""; }
     std::string_view view() const noexcept { return c_str(); }
     operator std::string_view() const noexcept { return view(); }
-    /** Hands the text over, to be released with vn_free; null where there is none. */
+    /** Transfers the text to the caller, who frees it with vn_free; null if there is none. */
     [[nodiscard]] char* release() noexcept { return text_.release(); }
 
   private:
     std::unique_ptr<char, ender<vn_free>> text_;
 };
 
-/** How a call ended that reports failures as a text: true when it failed.
+/** The result of a call that reports failures as a text: true if it failed.
  *  `vn::error failed(vn_socketConnect(host, port, &fd));` */
 class [[nodiscard]] error : public string {
   public:
@@ -128,7 +129,7 @@ class string_buffer {
         vn_strbufAppendString(&buffer_, text);
         return *this;
     }
-    /** As many characters as the view has: those from its first NUL on become NULs. */
+    /** Appends as many characters as the view has; those after its first NUL become NULs. */
     string_buffer& append(std::string_view text) noexcept {
         if (!text.empty()) {
             vn_strbufAppendStringN(&buffer_, text.data(), text.size());
@@ -154,7 +155,7 @@ class string_buffer {
     void truncate(std::uint64_t size) noexcept { vn_strbufTruncate(&buffer_, size); }
     CStringBuffer* get() noexcept { return &buffer_; }
 
-    /** Hands the text over; the buffer is empty afterwards. */
+    /** Returns the text; the buffer is empty afterwards. */
     string take() noexcept {
         string text(buffer_.data);
         vn_strbufDestroy(&buffer_, 0);
@@ -171,7 +172,7 @@ class string_buffer {
 /** @cond */
 namespace detail {
 
-/* What fits into one element of a Vector or one key or value of a HashMap. */
+/* Whether T fits into one element of a Vector or one key or value of a HashMap. */
 template <class T>
 inline constexpr bool is_word =
     std::conjunction_v<std::is_trivially_copyable<T>, std::is_default_constructible<T>> &&
@@ -229,12 +230,12 @@ struct key<std::string> : key<const char*> {
     static constexpr vn_HashMapRelease release = forget;
 };
 
-/* vn_threadInit, which has to come before conditions, semaphores, queues and threads. */
+/* Calls vn_threadInit, which must precede conditions, semaphores, queues and threads. */
 inline void init_threads() noexcept {
     [[maybe_unused]] static const bool done = (vn_threadInit(), true);
 }
 
-/* A base of what cannot be moved. */
+/* A base for classes that cannot be copied or moved. */
 struct pinned {
     pinned() = default;
     pinned(const pinned&) = delete;
@@ -248,7 +249,7 @@ struct pinned {
 /** @{ */
 
 /** A growable array of words (vector.h): T is trivially copyable and at most eight bytes, such as
- *  an integer, a double or a pointer that somebody else owns. Elements are read by value. */
+ *  an integer, a double or a pointer, which the vector does not own. Elements are read by value. */
 template <class T>
 class vector {
     static_assert(detail::is_word<T>, "an element is trivially copyable and of at most 8 bytes");
@@ -291,7 +292,7 @@ class vector {
     void set(std::uint32_t index, T value) noexcept {
         vn_Vector_set(get(), index, detail::to_word(value));
     }
-    /** Takes the element out; the last one moves into its place. index is below size(). */
+    /** Removes the element; the last one moves into its place. index is below size(). */
     T remove(std::uint32_t index) noexcept {
         return detail::from_word<T>(vn_Vector_remove(get(), index));
     }
@@ -306,10 +307,10 @@ class vector {
 
 /** A map (hashmap.h). V is a word, as in vn::vector. K is one of
  *   - an integer, an enumeration or a pointer, compared by value: the fastest;
- *   - const char*: a text, compared by content, that lives as long as it is in the map;
+ *   - const char*: a text, compared by content, that must live as long as it is in the map;
  *   - std::string: the same, but the map keeps its own copy. Operations take a const char*.
  *
- *  Give the size: a map that outgrows it copies its entries again and again. */
+ *  Pass the expected size: a map that outgrows its size copies its entries repeatedly. */
 template <class K, class V>
 class hash_map {
     static_assert(detail::is_word<V>, "a value is trivially copyable and of at most 8 bytes");
@@ -330,7 +331,7 @@ class hash_map {
             vn_HashMapIterator_next(at_.get());
             return *this;
         }
-        /** Whether there is an entry here; end() is compared with for range-for only. */
+        /** Whether there is an entry here; the comparison with end() exists for range-for only. */
         bool operator!=(std::nullptr_t) const noexcept {
             return vn_HashMapIterator_valid(at_.get());
         }
@@ -349,7 +350,7 @@ class hash_map {
     bool add(key_type key, V value) noexcept {
         return vn_HashMap_addQuick(get(), detail::to_word(key), detail::to_word(value)) != nullptr;
     }
-    /** Adds an entry in place of the one with this key. */
+    /** Adds an entry, or replaces the one with this key. */
     void set(key_type key, V value) noexcept {
         vn_HashMap_replace(get(), detail::to_word(key), detail::to_word(value));
     }
@@ -360,7 +361,7 @@ class hash_map {
     V value(key_type key) const noexcept {
         return detail::from_word<V>(vn_HashMap_findValue(get(), detail::to_word(key)));
     }
-    /** The value, or nothing. Looks a second time when the value's bytes are all zero. */
+    /** The value, or nothing. Searches a second time if the value's bytes are all zero. */
     std::optional<V> find(key_type key) const noexcept {
         const void* word = vn_HashMap_findValue(get(), detail::to_word(key));
         if (word == nullptr && !contains(key)) {
@@ -453,7 +454,7 @@ struct decimal {
     std::uint64_t bits;
 };
 
-/** A text that an event shows as it is, without quotes. */
+/** A text that an event shows unchanged, without quotes. */
 struct unformatted {
     const char* text;
 };
@@ -502,7 +503,7 @@ event_value to_event_value(const T& value) noexcept {
  *  Values are bool, char, integers, floating-point numbers, vn::decimal, vn::unformatted, texts
  *  (const char*, where null counts as "", or anything with c_str(); read up to the first NUL) and
  *  other events, which are moved in. Texts are copied.
- *  An `any` or an `optional` is added by the C functions, which take get(). */
+ *  To add an `any` or an `optional`, pass get() to the C functions. */
 class event {
   public:
     explicit event(const char* name) noexcept : event(VN_EventKind_Event, name) {}
@@ -557,7 +558,7 @@ inline detail::event_value detail::to_event_value(event&& child) noexcept {
 }
 /** @endcond */
 
-/** When something passed each numbered stage (timestamp_set.h). Times are seconds since 1970. */
+/** Times at which an event passed each numbered stage (timestamp_set.h), in seconds since 1970. */
 class stamps {
   public:
     stamps() noexcept : set_(VN_TimestampSet_ctor()) {}
@@ -652,7 +653,7 @@ class semaphore : detail::pinned {
     ~semaphore() { vn_Semaphore_destroy(&semaphore_); }
     void post() noexcept { vn_Semaphore_post(&semaphore_); }
     void wait() noexcept { vn_Semaphore_wait(&semaphore_); }
-    /** True when it was taken: the usual sense, the opposite of vn_Semaphore_trywait. */
+    /** True when the semaphore was taken: the opposite of vn_Semaphore_trywait. */
     [[nodiscard]] bool try_wait() noexcept { return !vn_Semaphore_trywait(&semaphore_); }
     vn_Semaphore* get() noexcept { return &semaphore_; }
 
@@ -660,8 +661,8 @@ class semaphore : detail::pinned {
     vn_Semaphore semaphore_;
 };
 
-/** A thread (threads.h), joined at the latest when the object ends. SIGINT and SIGHUP are blocked
- *  in it. An exception that leaves its function ends the process. */
+/** A thread (threads.h), joined at the latest by the destructor. SIGINT and SIGHUP are blocked in
+ *  it. An exception that leaves its function ends the process. */
 class thread {
   public:
     thread() = default;
@@ -731,8 +732,8 @@ class config_category {
 /** A private configuration (config_file.h). */
 class config {
   public:
-    /** Reads file_name, or the first of the usual places where there is a file. Nothing when no
-     *  file could be read; the process-wide configuration is forgotten then, as in C. */
+    /** Reads file_name, or the first file that exists in the usual places. Returns nothing when no
+     *  file could be read; the process-wide configuration is then dropped, as in C. */
     static std::optional<config> load(const char* file_name = nullptr) noexcept {
         VN_ConfigFile* loaded = nullptr;
         if (VN_ConfigFile_Load(file_name, &loaded) == nullptr) {

@@ -1,10 +1,10 @@
-"""Shows the library's records in gdb as what they hold.
+"""gdb pretty-printers: shows the contents of the library's records.
 
 gdb loads this file with the library: it is installed as share/gdb/auto-load/LIBRARY-gdb.py, where
 LIBRARY is the full path of the shared object. Elsewhere: source tools/gdb/libvncommon-gdb.py
 
-A record may hold anything while it is looked at: nothing here raises an exception, whatever the
-record says, and nothing calls a function of the program.
+A record may hold arbitrary data when it is shown. No printer raises an exception because of it, and
+none calls a function of the program.
 """
 import gdb
 import gdb.printing
@@ -33,7 +33,7 @@ def text_at(word):
 
 
 def elements_of(vector):
-    """The elements of a Vector, as far as they can be read."""
+    """The elements of a Vector; none if it is not valid."""
     if is_vector(vector):
         for index in range(int(vector["size"])):
             yield vector["data"][index]
@@ -45,7 +45,7 @@ def is_vector(vector):
 
 
 class Printer:
-    """The base of all: describe() and parts() may raise whatever reading memory raises."""
+    """The base class: describe() and parts() may raise the exceptions of reading memory."""
 
     def __init__(self, value):
         self.value = value
@@ -73,7 +73,7 @@ class ListPrinter(Printer):
 
 
 class MapPrinter(Printer):
-    """parts() gives keys and values in turn."""
+    """parts() returns keys and values alternately."""
 
     @staticmethod
     def display_hint():
@@ -92,7 +92,7 @@ class VectorPrinter(ListPrinter):
 
 
 class HashMapPrinter(MapPrinter):
-    """Keys that vn_String_hash is for are shown as texts. In the order of iteration."""
+    """Entries in the order of iteration. Keys are shown as texts if the hash is vn_String_hash."""
 
     def valid(self):
         value = self.value
@@ -119,7 +119,7 @@ class HashMapPrinter(MapPrinter):
 
 
 class StringBufferPrinter(Printer):
-    """Up to the terminator where vn_strbufAppendVA has left a size beyond the block."""
+    """Shows the text up to its terminator if vn_strbufAppendVA has left a size beyond the block."""
 
     def describe(self):
         size, capacity = int(self.value["size"]), int(self.value["capacity"])
@@ -144,7 +144,7 @@ class ByteBufferPrinter(Printer):
 
 
 class QueuePrinter(ListPrinter):
-    """The elements in the order in which they will be taken out."""
+    """The elements in the order in which they will be removed."""
 
     def valid(self):
         value = self.value
@@ -195,13 +195,13 @@ def decimal_text(bits):
 
 
 def float_text(value):
-    """Nearly as the event text has it: .25 and 100, but 1000000 where that has 1e+06."""
+    """Almost the same as in the event text: .25 and 100, but 1000000 instead of 1e+06."""
     sign, digits = ("-", repr(-value)) if value < 0 else ("", repr(value))
     return sign + digits.removesuffix(".0").removeprefix("0" if value else "")
 
 
 class EventText:
-    """The text of a writer, as VN_EventWriter_toString would give it, up to MOST_SHOWN values."""
+    """The text of a writer, as from VN_EventWriter_toString, with at most MOST_SHOWN values."""
 
     BRACKETS = {6: "[]", 7: "{}", 8: "()", 10: "()"}
 
@@ -258,7 +258,7 @@ class EventWriterPrinter(Printer):
         return EventText(self.value.type.strip_typedefs().unqualified()).of_writer(self.value)
 
 
-# By the type's name; its fields tell it from another type of that name.
+# Selected by the name of the type; the fields distinguish it from other types with that name.
 PRINTERS = [
     ("Vector", "size capacity initialCapacity shrink data onRemove", VectorPrinter),
     ("HashMap", "count mask initialSize buckets entries entryFill", HashMapPrinter),

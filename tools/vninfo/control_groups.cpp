@@ -20,7 +20,7 @@ bool isFolder(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// The directory of the process's group as the library finds it; empty when there is none.
+// The directory of the process's group, found as in the library; empty when there is none.
 std::string ownDirectory(const ControlGroups& groups, const char* controller) {
     const OwnedText dir(
         vn_getCGroupProcessControllerDir(groups.root.c_str(), groups.self.c_str(), controller));
@@ -47,8 +47,8 @@ std::vector<Reading> readFiles(const Controller& controller, const std::string& 
 
 enum class Verdict { limits, limitsNothing, isNoNumber };
 
-// The numbers that the text has to begin with; "max", which a kernel of version 2 writes, and
-// whatever is not above 0 set no limit.
+// Checks that the text begins with this many numbers. "max", which version 2 of control groups
+// writes, and numbers that are not above 0 set no limit.
 Verdict judge(const std::optional<std::string>& text, size_t numbers) {
     if (!text || text->rfind("max", 0) == 0) {
         return Verdict::limitsNothing;
@@ -86,7 +86,7 @@ Source readGroup(const Controller& controller, const std::string& dir) {
     return source;
 }
 
-// From the nearest to the top, which is the folder that all groups of the controller are below.
+// The parent folders of dir, from the nearest to top, which contains all groups of the controller.
 std::vector<std::string> parents(const std::string& top, std::string dir) {
     std::vector<std::string> found;
     while (dir.size() > top.size() && dir.rfind(top, 0) == 0 && dir.find("/..") == dir.npos) {

@@ -1,4 +1,4 @@
-// The limits of the process's control groups, and of their parents, which the library leaves out.
+// The limits of the process's control groups and of their parents, which the library ignores.
 #ifndef VNINFO_CONTROL_GROUPS_H
 #define VNINFO_CONTROL_GROUPS_H
 
@@ -16,17 +16,17 @@ struct Controller {
     const char* version;             // "v1" or "v2"
     const char* name;                // "" for version 2
     std::vector<const char*> files;  // each with its leading slash
-    std::vector<size_t> numbers;     // how many the first line of each file has to begin with
+    std::vector<size_t> numbers;     // how many numbers the first line of each file begins with
     std::optional<double> (*limit)(const char* dir);
 };
 
-// What the library considers: the process's own group.
+// The limit that the library considers: that of the process's own group.
 Source ownGroup(const ControlGroups& groups, const Controller& controller);
 
-// What it does not: the tightest limit of the groups above it.
+// The limit that the library ignores: the tightest of the groups above the process's own.
 Source parentGroups(const ControlGroups& groups, const Controller& controller);
 
-// Without doubled slashes.
+// The path without repeated slashes.
 std::string tidyPath(const std::string& path);
 
 }  // namespace vninfo

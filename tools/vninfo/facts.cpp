@@ -35,7 +35,7 @@ std::optional<double> unless(Number noLimit, Number value) {
     return value == noLimit ? std::nullopt : std::optional(static_cast<double>(value));
 }
 
-// The override as the library judges it; /proc/cpuinfo is not read where it holds.
+// Checks the override as the library does. If it is valid, /proc/cpuinfo is not used.
 std::vector<Source> machineProcessors() {
     Source override{"override", {readVariable("VN_ASSUME_CPUS")}, std::nullopt, ""};
     const auto& text = override.readings.front().text;
@@ -48,7 +48,7 @@ std::vector<Source> machineProcessors() {
     return {override, Source{"cpuinfo", {}, machine, ""}};
 }
 
-// Nothing when the kernel refuses a set of that size, because the machine needs a larger one.
+// Nothing if the kernel rejects a set of that size because the machine needs a larger one.
 std::optional<double> affinityWithin(size_t processors) {
     cpu_set_t* set = CPU_ALLOC(processors);
     const size_t size = CPU_ALLOC_SIZE(processors);
@@ -60,7 +60,7 @@ std::optional<double> affinityWithin(size_t processors) {
     return count;
 }
 
-// What taskset, cpusets and the like leave to this process.
+// The processors that taskset, cpusets and similar mechanisms allow for this process.
 Source affinity() {
     constexpr size_t most = size_t{1} << 20;
     Source source{"affinity", {}, std::nullopt, ""};

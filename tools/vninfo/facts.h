@@ -1,5 +1,5 @@
-// What the library sees of the machine and of the environment, gathered once and then reported as
-// text or as JSON.
+// What the library detects on the machine and in the environment, collected once and then reported
+// as text or as JSON.
 #ifndef VNINFO_FACTS_H
 #define VNINFO_FACTS_H
 
@@ -10,7 +10,7 @@
 
 namespace vninfo {
 
-// A file or an environment variable that had a say.
+// A file or an environment variable that was read for a source.
 struct Reading {
     enum class Kind { file, variable };
     Kind kind;
@@ -18,7 +18,7 @@ struct Reading {
     std::optional<std::string> text;  // first line, or value; nothing when there is none
 };
 
-// One place that processors or memory were looked up in.
+// One source of a limit on processors or memory.
 struct Source {
     std::string name;
     std::vector<Reading> readings;
@@ -29,20 +29,20 @@ struct Source {
 struct Resource {
     double usable;
     std::vector<Source> sources;
-    std::vector<Source> notConsidered;           // by the library
-    const Source* winner() const;                // the first source that is usable; may be null
-    bool isTighter(const Source& source) const;  // whether it would lower what is usable
+    std::vector<Source> notConsidered;  // by the library
+    const Source* winner() const;       // the first source with the value usable; may be null
+    bool isTighter(const Source& source) const;  // whether it would lower usable
 };
 
 struct CodePage {
     std::optional<std::string> name;      // nothing: ICU's default converter
-    std::optional<std::string> variable;  // the one that was looked at
+    std::optional<std::string> variable;  // the environment variable that was used
 };
 
 struct Configuration {
     std::vector<std::string> tried;   // in this order
     std::optional<std::string> file;  // the one that was loaded
-    bool loaded = false;              // without a file: one was opened, and reading it failed
+    bool loaded = false;  // true without a file: a file was opened, but reading it failed
     uint32_t categories = 0;
     uint32_t entries = 0;
 };

@@ -36,7 +36,7 @@ Json sourceOf(const Source& source) {
             {"readings", readings}};
 }
 
-// The members that both resources end with.
+// Adds the last members, which are the same for both resources.
 void addSources(Json& json, const Resource& resource) {
     const Source* winner = resource.winner();
     json["sources"] = Json::array();
@@ -102,7 +102,7 @@ Json everything(const Facts& facts) {
 
 }  // namespace
 
-// In ASCII. Of text that is not UTF-8, every foreign byte becomes U+FFFD.
+// Prints ASCII. In text that is not UTF-8, every invalid byte becomes U+FFFD.
 void printJson(const Facts& facts) {
     const std::string document =
         everything(facts).dump(2, ' ', true, Json::error_handler_t::replace);

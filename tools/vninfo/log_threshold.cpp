@@ -45,7 +45,7 @@ uint32_t logThreshold(const char* variable) {
             break;
         }
     }
-    FileLogger_cleanup(&logger);  // closes its end of the pipe, and leaves the buffer
+    FileLogger_cleanup(&logger);  // closes ends[1]; does not free the buffer
     vn_free(logger.buffer);
     close(ends[0]);
     return level >= critical ? level : off;

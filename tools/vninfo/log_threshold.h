@@ -6,7 +6,7 @@
 namespace vninfo {
 
 // The least severe level that a logger with the default threshold writes, when its caller names
-// this environment variable. Found out by logging a line at each level; 0 when that fails.
+// this environment variable. Logs a line at each level to find it; 0 when that fails.
 uint32_t logThreshold(const char* variable);
 
 }  // namespace vninfo

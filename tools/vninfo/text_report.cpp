@@ -33,7 +33,7 @@ void printSource(char mark, const Source& source, const std::string& verdict) {
     }
 }
 
-// unit: what follows the figures of what is not considered.
+// unit is printed after the values of sources that the library does not consider.
 void printSources(const Resource& resource, Format format, const std::string& unit) {
     const Source* winner = resource.winner();
     for (const Source& source : resource.sources) {

@@ -1,4 +1,4 @@
-// Prints what libvncommon sees: processors, memory, code page, configuration, log levels.
+// Prints what libvncommon detects: processors, memory, code page, configuration, log levels.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
