@@ -1,4 +1,4 @@
-// Building 1 MiB of text with the buffers, beside GString and std::string.
+// Building 1 MiB of text with the buffers, compared with GString and std::string.
 #include <benchmark/benchmark.h>
 #include <vncommon/buffers.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t total = 1 << 20;
 
-// Texts of 1 to 40 characters, as they come in records.
+// Texts of 1 to 40 characters, typical for records.
 const std::vector<std::string>& words() {
     static const std::vector<std::string> made = [] {
         std::vector<std::string> list;
@@ -27,7 +27,7 @@ const std::vector<std::string>& words() {
     return made;
 }
 
-// Text with one character to escape in each period.
+// Text with one character to escape per period.
 std::string textToEscape(size_t period) {
     std::string text;
     const char special[] = {'\n', '"', '\\', '\r'};
@@ -37,7 +37,7 @@ std::string textToEscape(size_t period) {
     return text;
 }
 
-// Calls append(text) with one word after the other until 1 MiB is there.
+// Calls append(text) word by word until the text has 1 MiB.
 template <class Append>
 void appendWords(const Append& append) {
     size_t size = 0;
@@ -83,7 +83,7 @@ void string_std(benchmark::State& state) {
 }
 BENCHMARK(string_std);
 
-// As callers get it by default: in place of the call, like GLib's macro below.
+// The default for callers: inlined, like GLib's macro below.
 void char_vn(benchmark::State& state) {
     build(state, [](CStringBuffer* buffer) {
         for (size_t i = 0; i < total; ++i) {
@@ -93,7 +93,7 @@ void char_vn(benchmark::State& state) {
 }
 BENCHMARK(char_vn);
 
-// Across the call, as programs that are compiled already do it.
+// Through the exported function, as in programs compiled earlier.
 void char_vnCalled(benchmark::State& state) {
     void (*volatile exported)(CStringBuffer*, int) = vn_strbufAppendChar;
     build(state, [append = exported](CStringBuffer* buffer) {
@@ -146,7 +146,7 @@ void escapeSemiColon_vn(benchmark::State& state) {
 }
 BENCHMARK(escapeSemiColon_vn)->Arg(2)->Arg(10)->Arg(100);
 
-// What a loop over a std::string with the room reserved takes.
+// A loop over a std::string with reserved capacity.
 void escape_std(benchmark::State& state) {
     const std::string source = textToEscape(static_cast<size_t>(state.range(0)));
     buildStd(state, [&](std::string& text) {
@@ -221,7 +221,7 @@ void char_gstring(benchmark::State& state) {
 }
 BENCHMARK(char_gstring);
 
-// GLib has no function for one character at the end; its macro falls back to this one.
+// GLib has no function that appends one character; its macro falls back to this one.
 void char_gstringCalled(benchmark::State& state) {
     GString* (*volatile exported)(GString*, gssize, gchar) = g_string_insert_c;
     buildGString(state, [append = exported](GString* text) {

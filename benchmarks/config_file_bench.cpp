@@ -1,7 +1,6 @@
-// Loading a configuration beside GKeyFile and inih, from 100 kB to 100 MB: lines of ordinary
-// length ("name = value"), a header every 50 lines. What is loaded is also destroyed each time.
-// inih only calls back, so its handler keeps a copy of each line, as a program must that wants to
-// use them.
+// Loading a configuration, compared with GKeyFile and inih, from 100 kB to 100 MB: lines of typical
+// length ("name = value"), a header every 50 lines. Each iteration also destroys what it loaded.
+// inih only calls back, so its handler copies each line, as a program that uses them must.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 #include <vncommon/config_file.h>
@@ -56,7 +55,7 @@ class Files {
     }
     std::vector<std::string> written = [] {
         std::vector<std::string> names;
-        names.reserve(16);  // names stay where they are
+        names.reserve(16);  // no reallocation: names keep their addresses
         return names;
     }();
 };

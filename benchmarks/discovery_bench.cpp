@@ -1,4 +1,4 @@
-// Discovery: what a call costs, beside the plain ways to ask (which know no control groups).
+// Discovery: the cost of a call, compared with plain system calls (which ignore control groups).
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 #include <vncommon/discovery.h>

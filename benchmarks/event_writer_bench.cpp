@@ -1,10 +1,11 @@
-// Event writer beside RapidJSON (Document and Writer) and nlohmann::json with the same content: a
-// flat event of 8 mixed fields, and a nested one with a sequence of floats and a dictionary of half
-// as many pairs of strings. JSON has no events: they are arrays that begin with the name there.
-// Every library copies the strings it is given. Built to the full, from building to destruction,
-// and rendering alone.
+// Event writer compared with RapidJSON (Document and Writer) and nlohmann::json on the same
+// content: a flat event of 8 mixed fields, and a nested one with a sequence of floats and a
+// dictionary of half as many string pairs. In JSON an event is an array that begins with its name.
+// Every library copies its strings. Measured: the whole life from construction to destruction, and
+// rendering alone.
 //
-// The floor of a nested event is its blocks: one for every value, and the storage of the Vectors.
+// The floor of a nested event is the allocation of its blocks: one per value, and the storage of
+// the Vectors.
 #include <benchmark/benchmark.h>
 #include <vncommon/event_writer.h>
 

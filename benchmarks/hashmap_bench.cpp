@@ -1,11 +1,11 @@
-// HashMap beside GHashTable and std::unordered_map: string keys and integer keys, each pass over
-// all the keys in an order of its own. The figure to compare is ns_per_op. Maps that can be made
-// with their final size are.
+// HashMap compared with GHashTable and std::unordered_map: string keys and integer keys; each pass
+// visits all keys in a different order. Compare ns_per_op. Maps that support it are created with
+// their final size.
 //
-// Integers are measured twice: with what each map brings along for them (HashMap without callbacks,
-// g_direct_hash, std::hash), and with the same two callbacks of the caller's in every map.
+// Integers are measured twice: with each map's own functions (HashMap without callbacks,
+// g_direct_hash, std::hash), and with the same two caller-provided callbacks in every map.
 //
-// std::unordered_map stands there twice: inlined into its caller, and called as ours is.
+// std::unordered_map is measured twice: inlined into its caller, and called like ours.
 #include <benchmark/benchmark.h>
 #include <vncommon/hashmap.h>
 
@@ -30,8 +30,8 @@ namespace {
 
 using Words = std::vector<void*>;
 
-// Twice as many keys as entries: the second half is missing from the map. Lookups ask with copies
-// of the texts, in the order of asking: a program asks with a text that it has just read.
+// Twice as many keys as entries: the second half is not in the map. Lookups use copies of the
+// texts, stored in lookup order: programs look up a text that they have just read.
 struct Strings {
     explicit Strings(size_t count) : texts(2 * count) {
         std::mt19937_64 random(11);
@@ -78,7 +78,7 @@ struct Integers {
     std::vector<uintptr_t> numbers;
 };
 
-// The same, in maps that hash and compare by calling the caller.
+// The same, in maps that hash and compare through callbacks.
 struct CalledIntegers : Integers {
     using Integers::Integers;
 };
@@ -90,7 +90,7 @@ constexpr bool isWord = std::is_same_v<Keys, Integers>;
 
 // ---- The maps, one interface
 
-// Another word than the key: a GHashTable that maps every key to itself keeps no values.
+// Different from the key: GHashTable stores no values if every key maps to itself.
 void* valueOf(void* key) {
     return static_cast<char*>(key) + 1;
 }
@@ -234,7 +234,7 @@ struct GLib {
 
 enum class Operation { add, find, miss, remove, iterate };
 
-// Processor time of the thread: the clock on the wall tells of the neighbours on a busy machine.
+// Processor time of the thread: the wall clock includes other work of a busy machine.
 class Stopwatch {
   public:
     double seconds() const { return now() - start; }
@@ -268,7 +268,7 @@ double timeOf(Operation operation, Map& map, const Words& keys) {
     return watch.seconds();
 }
 
-// The keys of a size, made once: the maps and operations share them.
+// The keys of a size, made once and shared by maps and operations.
 template <typename Keys>
 class Sample {
   public:

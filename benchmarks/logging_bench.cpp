@@ -1,7 +1,6 @@
-// Loggers. What counts is the time that a line adds to the bare write() of its bytes, so that is
-// here too; spdlog's file logger flushes every line, since ours writes every line.
-// Run with --benchmark_repetitions=15 --benchmark_enable_random_interleaving=true and compare
-// medians.
+// Loggers. What counts is the time that a line adds to a bare write() of its bytes, so that is
+// measured too. spdlog's file logger flushes every line, because ours writes every line. Run with
+// --benchmark_repetitions=15 --benchmark_enable_random_interleaving=true and compare medians.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -27,14 +26,14 @@ namespace {
 const char client[] = "client-0017.frankfurt.example";
 constexpr unsigned long orderId = 18446744;
 
-// 80 characters with the arguments in.
+// 80 characters including the arguments.
 constexpr char text[] = "order %7d of %s was filled and is reported as number %lu.";
 [[maybe_unused]] constexpr char fmtText[] =
     "order {:7d} of {} was filled and is reported as number {}.";
 
 constexpr int linesPerFile = 50'000;
 
-// A file in memory that is emptied now and then.
+// A file in memory that is truncated from time to time.
 class LogFile {
   public:
     LogFile() {
@@ -204,7 +203,7 @@ BENCHMARK(spdlog_threads)->Threads(2)->Threads(4)->UseRealTime();
 
 // ---- Suppressed lines ----
 
-// The least that a call into another library can do.
+// The least work of a call into another library.
 void comparison_only(benchmark::State& state) {
     unsigned threshold = 7;
     benchmark::DoNotOptimize(threshold);

@@ -1,5 +1,5 @@
-// Doubles to text and back, beside the peers. Every call formats or reads the next of some
-// thousand values, so that branch prediction has its real work.
+// Doubles to text and back, compared with the peers. Each call uses the next of about a thousand
+// values, for realistic branch prediction.
 #include <vncommon/numbers.h>
 
 #include <benchmark/benchmark.h>

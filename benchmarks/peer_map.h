@@ -1,5 +1,5 @@
-// std::unordered_map behind exported functions of a shared library of its own: what the map costs
-// when its caller cannot inline it.
+// std::unordered_map behind exported functions of a separate shared library: its cost when the
+// caller cannot inline it.
 #ifndef VN_BENCHMARKS_PEER_MAP_H
 #define VN_BENCHMARKS_PEER_MAP_H
 
@@ -16,7 +16,7 @@ class PeerMap {
     void add(Key key, void* value);
     void* find(Key key) const;
     void remove(Key key);
-    // The values, one with each call; null behind the last.
+    // The values, one per call; null after the last.
     void* first();
     void* next();
 

@@ -1,5 +1,5 @@
-// std::vector<void*> behind exported functions of a shared library of its own: what the container
-// costs when its caller cannot inline it. The functions mirror those of vncommon/vector.h.
+// std::vector<void*> behind exported functions of a separate shared library: its cost when the
+// caller cannot inline it. The functions mirror those of vncommon/vector.h.
 #ifndef VN_BENCHMARKS_PEER_VECTOR_H
 #define VN_BENCHMARKS_PEER_VECTOR_H
 

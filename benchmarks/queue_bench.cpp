@@ -1,5 +1,5 @@
-// The queue beside GAsyncQueue, std::queue under a mutex and a condition variable, and the same
-// ring written with a bare pthread mutex and semaphore.
+// The queue compared with GAsyncQueue, with std::queue under a mutex and a condition variable, and
+// with the same ring using a bare pthread mutex and semaphore.
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 #include <sched.h>
@@ -30,7 +30,7 @@ struct Ours {
     vn_qtsQueue queue;
 };
 
-// A fixed ring with the bare primitives: the floor.
+// The floor: a fixed ring with the bare primitives.
 struct RawRing {
     static constexpr uint32_t size = 1 << 16;
     RawRing() : slots(new Item[size]) { sem_init(&available, 0, 0); }
@@ -79,7 +79,7 @@ struct StdQueue {
 };
 
 #ifdef VN_HAVE_GLIB_2_0
-// It holds pointers, so an item of 24 bytes travels in a block of its own.
+// GAsyncQueue holds pointers, so each 24-byte item needs its own heap block.
 struct GLibQueue {
     ~GLibQueue() { g_async_queue_unref(queue); }
     void add(const Item& item) {
@@ -112,8 +112,8 @@ void uncontended(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
-// Keeps the calling thread on one of the processors while it lives: the n-th of those that the
-// process may use, over and over.
+// Pins the calling thread to a processor during its life: the n-th that the process may use, modulo
+// their number.
 class OnProcessor {
   public:
     explicit OnProcessor(int n) {
@@ -137,8 +137,8 @@ class OnProcessor {
 };
 
 // Even threads produce, odd ones consume: as many adds as removes. With two processors the
-// producers have one and the consumers the other. Left to the system, both are on one in some runs
-// and not in others, which makes a difference of two or three times for each of the queues.
+// producers have one and the consumers the other. The kernel would put both on one processor in
+// some runs only, which changes the results of every queue by a factor.
 template <typename Queue>
 void contended(benchmark::State& state) {
     static Queue queue;

@@ -1,4 +1,4 @@
-// Thread wrappers beside the calls they wrap, the C++ library and GLib.
+// Thread wrappers compared with the calls they wrap, the C++ library and GLib.
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 #include <semaphore.h>

@@ -1,10 +1,9 @@
-// Taking a set, six stamps and destroying it, beside six bare clock reads, on 1 to 4 threads with
-// a pool each.
+// Creating a set, six stamps and destroying it, compared with six bare clock reads, on 1 to 4
+// threads with a pool each.
 //
-// A thread's counted id picks its pool, so whether two threads share one is a matter of what asked
-// for an id before. Here the threads that are measured together get ids that lie on different
-// pools, and there are at least four pools: on a machine with fewer processors the program starts
-// itself again with VN_ASSUME_CPUS.
+// A thread's id selects its pool, so whether two threads share a pool depends on the ids assigned
+// before. Here threads that are measured together get ids with different pools. There are at least
+// four pools: on a machine with fewer processors the program restarts itself with VN_ASSUME_CPUS.
 #include <benchmark/benchmark.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -33,9 +32,8 @@ void sixClockReads(benchmark::State& state) {
     }
 }
 
-// The n-th of the threads that are measured together, the first of which is the main thread, gets
-// an id n behind the main thread's by the count of pools. Ids in between go to threads that do
-// nothing else.
+// The n-th of the threads measured together (the first is the main thread) gets the main thread's
+// id plus n, modulo the number of pools. Threads that do nothing else take the ids in between.
 void takePool(uint64_t thread) {
     static std::mutex lock;
     static const uint64_t firstId = vn_getCountedThreadId();

@@ -93,7 +93,8 @@ void vnCountChars(benchmark::State& state) {
 BENCHMARK(vnCountChars)->Apply(longTexts);
 
 #ifdef VN_HAVE_SIMDJSON
-// It is told the size, as vn_UTF8CountChars is; vn_UTF8Length looks for the terminator as well.
+// Takes the size as an argument, like vn_UTF8CountChars; vn_UTF8Length also searches the
+// terminator.
 void simdjsonCount(benchmark::State& state) {
     const auto size = static_cast<size_t>(state.range(1));
     runOverText(state, [=](const char* text) {
@@ -117,8 +118,8 @@ void glibStrlen(benchmark::State& state) {
 BENCHMARK(glibStrlen)->Apply(allTexts);
 #endif
 
-// Equal but for the case of every letter: both texts are read to the end. Where they lie in their
-// pages makes a difference, so that every function gets the same ones.
+// The texts differ only in the case of every letter, so both are read to the end. Their position in
+// the page affects the time, so every function gets the same texts.
 struct TextPair {
     std::string a;
     std::string b;

@@ -1,6 +1,6 @@
-// Vector beside GPtrArray, apr_array and a std::vector<void*> in another shared library: filling,
-// reading in scattered order, and emptying by swap-remove, at 1e3 to 1e7 elements. Times are per
-// element (items_per_second), so a flat row means flat cost as the container grows.
+// Vector compared with GPtrArray, apr_array and a std::vector<void*> in another shared library:
+// filling, reading in scattered order, and emptying by swap-remove, at 1e3 to 1e7 elements. Times
+// are per element (items_per_second), so a flat row means flat cost as the container grows.
 //
 // GLib and APR read elements through macros on the public record; "Fields" is our counterpart,
 // data[index], while "Get" goes through the exported, bounds-checked call.
@@ -25,7 +25,7 @@ void* element(uint32_t i) {
     return reinterpret_cast<void*>(uintptr_t{i} + 1);
 }
 
-// Visits indices in a scattered order that costs next to nothing to compute.
+// Visits indices in a scattered order that is cheap to compute.
 struct Scattered {
     uint32_t below(uint32_t limit) {
         state = state * 1664525u + 1013904223u;
@@ -42,7 +42,7 @@ struct Ours {
     void* remove(uint32_t index) { return vn_Vector_remove(vector, index); }
 };
 
-// Reads through the record as the peers' macros do.
+// Reads the record's fields, like the peers' macros.
 struct Fields : Ours {
     void* get(uint32_t index) const { return vector->data[index]; }
 };
@@ -77,7 +77,7 @@ struct Apr {
     Apr() {
         static apr_status_t started = apr_initialize();
         benchmark::DoNotOptimize(started);
-        // With an allocator of its own, which gives its memory back as the others' free does; the
+        // Uses a separate allocator, which returns its memory like free in the other programs; the
         // global one would keep it for the next round.
         apr_pool_create_unmanaged_ex(&pool, nullptr, nullptr);
         array = apr_array_make(pool, 1, sizeof(void*));
@@ -130,7 +130,7 @@ void get(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * count);
 }
 
-// Seconds that this thread has run; the wall clock would count the machine's other work as well.
+// Processor time of this thread in seconds; the wall clock would include other work of the machine.
 double processorTime() {
     timespec now;
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);

@@ -1,6 +1,6 @@
-# Toolchain file for another processor, by Debian's cross compiler: scripts/cross uses it.
+# Toolchain file for Debian's cross compilers, used by scripts/cross.
 #     cmake -DCMAKE_TOOLCHAIN_FILE=cmake/Cross.cmake -DVN_CROSS=aarch64 ...
-# VN_CROSS is the first part of the compiler's name.
+# VN_CROSS is the first part of the compiler's name, such as aarch64.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VN_CROSS)
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR ${VN_CROSS})

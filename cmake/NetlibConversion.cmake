@@ -1,8 +1,8 @@
-# netlib's conversion between doubles and decimal text as the object library vn_netlib, out of the
-# unpacked and corrected upstream sources (cmake/patches).
+# Builds netlib's conversion between doubles and decimal text as the object library vn_netlib, from
+# the unpacked upstream sources, patched by cmake/patches.
 #
-# The headers that upstream includes are ours (text/numbers/netlib), and so are its memory and its powers
-# of five (text/numbers/dtoamemory.cpp).
+# We provide the headers that upstream includes (text/numbers/netlib), its memory management and its
+# powers of five (text/numbers/dtoamemory.cpp).
 set(VN_NETLIB_SOURCES dtoa mprec strtod gdtoa-gethex gdtoa-hexnan)
 list(TRANSFORM VN_NETLIB_SOURCES PREPEND ${VN_NEWLIB_DIR}/libc/stdlib/)
 list(TRANSFORM VN_NETLIB_SOURCES APPEND .c)

@@ -1,9 +1,9 @@
-# Which of the installed newlib tarballs is used: the newest one that there are corrections for.
+# Chooses the newest installed newlib tarball for which there are patches.
 set(VN_PATCHES ${CMAKE_CURRENT_LIST_DIR}/patches)
 file(GLOB VN_NEWLIB_RELEASES RELATIVE ${VN_PATCHES} ${VN_PATCHES}/*)
 list(SORT VN_NEWLIB_RELEASES COMPARE NATURAL)
 
-# The release that a tarball is named for, empty for one that there are no corrections for.
+# Sets the release in a tarball's name; empty if there are no patches for it.
 function(vn_newlib_release variable tarball)
     cmake_path(GET tarball FILENAME name)
     string(REGEX REPLACE "^newlib-(.*)\\.tar\\..*$" "\\1" release "${name}")

@@ -1,9 +1,9 @@
-# Unpacks the C sources that are compiled into the library (FDLIBM, and netlib's
-# conversion between doubles and decimal text) out of a newlib release and corrects them.
-# Sets VN_NEWLIB_DIR to the folder that holds libm/ and libc/.
+# Unpacks the upstream C sources of the library (FDLIBM, and netlib's conversion between doubles and
+# decimal text) from a newlib release and patches them. Sets VN_NEWLIB_DIR to the folder that holds
+# libm/ and libc/.
 #
-# Each folder of cmake/patches is named for a release and holds the corrections to it. They must
-# apply without fuzz, so that other upstream text is never compiled by accident.
+# Each folder of cmake/patches has the name of a release and contains its patches. They must apply
+# without fuzz, so that changed upstream text is never compiled by accident.
 set(VN_NEWLIB_TARBALL "" CACHE FILEPATH
     "Source tarball newlib-RELEASE.tar.*; empty: the newest known release below /usr/src/newlib")
 include(NewlibRelease)
@@ -31,8 +31,8 @@ file(GLOB VN_NEWLIB_PATCHES CONFIGURE_DEPENDS ${VN_PATCHES}/${VN_NEWLIB_RELEASE}
 set_property(DIRECTORY APPEND PROPERTY
     CMAKE_CONFIGURE_DEPENDS ${VN_NEWLIB_CHOSEN} ${VN_NEWLIB_PATCHES})
 
-# The folder is named by the checksum of all that goes into it, and is made beside and renamed
-# into place, so that an interrupted configure leaves nothing half done.
+# The folder's name is the checksum of everything in it. It is made under a temporary name and then
+# renamed, so that an interrupted configure leaves no incomplete folder.
 set(VN_NEWLIB_CHECKSUMS)
 foreach(file IN LISTS VN_NEWLIB_CHOSEN VN_NEWLIB_PATCHES)
     file(SHA256 ${file} checksum)

@@ -1,7 +1,7 @@
-# Language level, warnings and sanitizers of everything that is ours.
+# Language level, warnings and sanitizers of our own sources.
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_STANDARD_REQUIRED ON)
-if(NOT CMAKE_CXX_STANDARD OR CMAKE_CXX_STANDARD LESS 20)   # a later one may be asked for
+if(NOT CMAKE_CXX_STANDARD OR CMAKE_CXX_STANDARD LESS 20)   # users may request a later one
     set(CMAKE_CXX_STANDARD 20)
 endif()
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -9,7 +9,7 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
-set(CMAKE_UNITY_BUILD OFF)   # the sources, upstream's most of all, are not written for it
+set(CMAKE_UNITY_BUILD OFF)   # our sources and upstream's do not support it
 add_compile_definitions(_GNU_SOURCE)
 
 set(VN_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow

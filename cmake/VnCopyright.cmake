@@ -1,8 +1,8 @@
-# Writes the copyright file that travels with the binary packages, in the form that Debian's tools
-# read (DEP-5): the library, and the full notices of what is linked in statically, taken from the
-# very sources and packages the build uses.
+# Writes the copyright file of the binary packages in Debian's machine-readable format (DEP-5). It
+# covers the library and has the full notices of everything linked in statically, taken from the
+# sources and packages of this build.
 
-# The first comment of a source file that speaks of copyright.
+# The first comment of a source file that contains a copyright notice.
 function(vn_read_notice variable file)
     file(READ ${file} text LIMIT 4096)
     string(FIND "${text}" "Copyright" at)
@@ -18,7 +18,7 @@ function(vn_read_notice variable file)
     set(${variable} "${text}" PARENT_SCOPE)
 endfunction()
 
-# A distribution package's own copyright file, which its notice is taken from.
+# The copyright file of a distribution package: the source of its notice.
 function(vn_read_package_notice variable package)
     set(file /usr/share/doc/${package}/copyright)
     set(text "See the copyright file of ${package}.")
@@ -28,7 +28,7 @@ function(vn_read_package_notice variable package)
     set(${variable} "${text}" PARENT_SCOPE)
 endfunction()
 
-# The text as the continuation of a field: lines begin with a blank, an empty one holds a point.
+# Formats text as the continuation of a field: lines begin with a blank, empty lines contain a dot.
 function(vn_field_text variable text)
     string(REGEX REPLACE "[ \t\r]+\n" "\n" text "\n${text}\n")
     string(REGEX REPLACE "^\n+" "" text "${text}")

@@ -1,5 +1,5 @@
-# Counters in the library's own sources; tests and upstream sources stay plain. A process writes
-# its counters when it exits, and tests/support/coverage_exit.cpp sees to the other endings.
+# Adds coverage counters to the library's own sources, not to tests and upstream sources. A process
+# writes its counters at exit; tests/support/coverage_exit.cpp handles signals and _exit().
 if(NOT CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     message(FATAL_ERROR "VN_COVERAGE needs g++: scripts/coverage reads what gcov reports")
 endif()

@@ -2,14 +2,15 @@
 # does it in a build whose prefix is /usr, where GNUInstallDirs picks Debian's library folder.
 include(VnCopyright)
 
-# The owner's, for packages that leave the house.
+# Set by the publisher of the packages.
 set(VN_PACKAGE_MAINTAINER "libvncommon developers <vncommon@localhost>" CACHE STRING
     "Who answers for the packages: Name <address>")
 set(VN_PACKAGE_HOMEPAGE "" CACHE STRING "Where the project is found; empty for nowhere")
 
 set(VN_COPYRIGHT ${CMAKE_CURRENT_BINARY_DIR}/copyright)
 vn_write_copyright(${VN_COPYRIGHT})
-# In Debian's own form, which tools read; what changed stands in CHANGELOG.md beside it.
+# Debian's changelog format, which tools read. CHANGELOG.md, which is installed next to it, lists
+# the changes.
 string(TIMESTAMP VN_BUILD_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)   # or SOURCE_DATE_EPOCH
 set(VN_CHANGELOG ${CMAKE_CURRENT_BINARY_DIR}/changelog)
 file(CONFIGURE OUTPUT ${VN_CHANGELOG} @ONLY CONTENT
@@ -32,7 +33,7 @@ install(DIRECTORY docs/examples/
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libvncommon-dev/examples/families
     COMPONENT development)
 
-# CPack puts the project's description, the short one, before each of the component's.
+# CPack puts the project's short description before that of each component.
 set(CPACK_PACKAGE_NAME vncommon)
 set(CPACK_PACKAGE_VENDOR "libvncommon developers")
 set(CPACK_PACKAGE_CONTACT ${VN_PACKAGE_MAINTAINER})
@@ -47,7 +48,7 @@ set(CPACK_COMPONENTS_ALL runtime development)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# With debug information it goes to packages of its own (-dbgsym), without there is none to keep.
+# Debug information, if there is any, goes to separate packages (-dbgsym).
 if("${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${CMAKE_BUILD_TYPE}}" MATCHES "-g( |$)")
     set(CPACK_STRIP_FILES OFF)
     set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
@@ -74,8 +75,8 @@ add_custom_command(OUTPUT ${VN_SYMBOLS}
             "-DOUTPUT=${VN_SYMBOLS}" -P ${VN_INSTALL_TEMPLATES}/write-symbols.cmake
     DEPENDS vncommon ${VN_INSTALL_TEMPLATES}/write-symbols.cmake VERBATIM)
 add_custom_target(vncommon_symbols ALL DEPENDS ${VN_SYMBOLS})
-# The trigger calls ldconfig. CPack would add scripts that call it, too, unless they are named here;
-# it packs those that exist, and these do not.
+# The trigger calls ldconfig. CPack would also add scripts that call it, unless scripts are named
+# here. It packs only files that exist, and these do not.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${VN_TRIGGERS} ${VN_SYMBOLS}
     ${CMAKE_CURRENT_BINARY_DIR}/debian/postinst ${CMAKE_CURRENT_BINARY_DIR}/debian/postrm)
 
@@ -97,7 +98,7 @@ name com.vantrel.util.")
     set(CPACK_DEBIAN_JAVA_PACKAGE_SECTION java)
     set(CPACK_DEBIAN_JAVA_PACKAGE_ARCHITECTURE all)
     set(CPACK_DEBIAN_JAVA_PACKAGE_DEPENDS "${VN_RUNTIME_PACKAGE} (>= ${PROJECT_VERSION})")
-    # The jar was in the development package once.
+    # Earlier versions had the jar in the development package.
     set(CPACK_DEBIAN_JAVA_PACKAGE_BREAKS "libvncommon-dev (<< ${PROJECT_VERSION})")
     set(CPACK_DEBIAN_JAVA_PACKAGE_REPLACES "libvncommon-dev (<< ${PROJECT_VERSION})")
 endif()
@@ -111,7 +112,7 @@ every source that was read and which one won: text for people, JSON for
 scripts.")
     set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vninfo)
     set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-    # Not exactly this version: a newer library alone must not remove the tool.
+    # Not exactly this version: an upgrade of the library alone must not remove the tool.
     set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${VN_RUNTIME_PACKAGE} (>= ${PROJECT_VERSION})")
     set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})   # where libvncommon is

@@ -1,12 +1,12 @@
-# Arithmetic by IEEE 754 in everything built here, whatever flags the user gives: the library
-# promises the same bits in every build, and its text sources look at NaN and infinities.
+# Enforces IEEE 754 arithmetic in everything built here, whatever flags the user gives. The library
+# promises the same bits in every build, and its text sources test for NaN and infinities.
 #
-# Flags that relax the arithmetic are taken back by options that come after the user's, one by one:
-# with g++, -fno-fast-math does not reset a flag that was given by its own name. -ffp-contract=off
+# Options after the user's revert each flag that relaxes the arithmetic. One by one, because
+# -fno-fast-math of g++ does not reset a flag that was given by its own name. -ffp-contract=off
 # keeps a -march with fused multiply-add from changing results.
 #
 # On the link line the driver adds crtfastm.o for -ffast-math and -funsafe-math-optimizations unless
-# they are taken back. Its constructor makes every process that loads the library flush subnormal
+# they are reverted. Its constructor makes every process that loads the library flush subnormal
 # numbers to zero.
 set(VN_FLOATING_POINT_FLAGS
     -fno-fast-math -fno-unsafe-math-optimizations -fno-finite-math-only -fno-associative-math
@@ -21,7 +21,7 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
 endif()
 
 # -Ofast is -O3 with fast arithmetic; it adds crtfastm.o even if -fno-fast-math follows. The start
-# files that -mpc and -mdaz-ftz add cannot be taken back.
+# files that -mpc and -mdaz-ftz add cannot be removed.
 function(vn_strict_flags variable name)
     string(REGEX MATCH "-mpc(32|64|80)|-mdaz-ftz" flag "${${variable}}")
     if(flag)
@@ -40,7 +40,7 @@ foreach(kind IN ITEMS C_COMPILER_ARG1 CXX_COMPILER_ARG1 C_FLAGS CXX_FLAGS
         vn_strict_flags(CMAKE_${kind}_${config} CMAKE_${kind}_${config})
     endforeach()
 endforeach()
-foreach(property IN ITEMS COMPILE_OPTIONS LINK_OPTIONS)   # a surrounding project's
+foreach(property IN ITEMS COMPILE_OPTIONS LINK_OPTIONS)   # flags of a surrounding project
     get_directory_property(options ${property})
     vn_strict_flags(options ${property})
     set_directory_properties(PROPERTIES ${property} "${options}")

@@ -1,5 +1,5 @@
-# What distributions compile their packages with, where the compiler has it. A surrounding project
-# decides for itself; sanitizers do the same and more; coverage and fuzzing look at plain code.
+# The hardening flags of distributions, where the compiler supports them. They are off in a
+# surrounding project, which decides for itself, and in sanitizer, coverage and fuzzing builds.
 if(PROJECT_IS_TOP_LEVEL AND NOT VN_SANITIZE AND NOT VN_COVERAGE AND NOT VN_FUZZ)
     set(VN_HARDENING_DEFAULT ON)
 else()
@@ -25,8 +25,8 @@ foreach(flag IN LISTS VN_HARDENING_CANDIDATES)
     endif()
 endforeach()
 add_compile_options(${VN_HARDENING_FLAGS})
-# Checked calls of the C library need the optimiser. A user's own level stays. Tests replace
-# functions of the C library by name, which the checked ones do not have.
+# glibc: _FORTIFY_SOURCE needs optimisation. A level set by the user is kept. Not in builds with
+# tests: these replace C library functions by name, and the checked variants have other names.
 if(NOT VN_BUILD_TESTS AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "_FORTIFY_SOURCE|-O0|-Og")
     set(VN_OPTIMISED $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
     add_compile_options($<${VN_OPTIMISED}:-U_FORTIFY_SOURCE> $<${VN_OPTIMISED}:-D_FORTIFY_SOURCE=2>)

@@ -1,8 +1,7 @@
 # What `cmake --install` puts where, in four components: "runtime" (the shared library and its
 # printers for gdb), "development" (headers and their manual pages, CMake package, vncommon.pc),
-# "java" (the jar) and "tools" (vninfo and its manual page).
-# Everything finds its neighbours relative to itself, so that the prefix may still be chosen, or
-# the installed tree moved, after the build.
+# "java" (the jar) and "tools" (vninfo and its manual page). Installed files refer to each other by
+# relative paths, so the prefix may be chosen, or the tree moved, after the build.
 include(CMakePackageConfigHelpers)
 
 set(VN_INSTALL_TEMPLATES ${CMAKE_CURRENT_LIST_DIR}/install)
@@ -21,14 +20,14 @@ if(TARGET vncommon_static)
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
     install(EXPORT vncommon-static-targets NAMESPACE vncommon:: DESTINATION ${VN_INSTALL_CMAKEDIR}
         COMPONENT development)
-    # Not Requires.private, for which pkg-config wants ICU's files from users of the shared library.
+    # Not Requires.private: pkg-config would then need ICU's files even for the shared library.
     set(VN_PC_PRIVATE
         "Libs.private: -licuuc -licudata -l${VN_CXX_RUNTIME} -lm -pthread -l${CMAKE_DL_LIBS}\n")
 endif()
 install(DIRECTORY include/vncommon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT development FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 if(TARGET vncommon_jar)
-    # Debian's policy for Java: the file has the version in its name, and a link has not.
+    # Debian's Java policy: the file name has the version; a link without it points to the file.
     set(jar vncommon-${PROJECT_VERSION}.jar)
     file(CREATE_LINK ${jar} ${CMAKE_CURRENT_BINARY_DIR}/vncommon.jar SYMBOLIC)
     install(FILES $<TARGET_PROPERTY:vncommon_jar,JAR_FILE> DESTINATION ${VN_INSTALL_JAVADIR}
@@ -45,7 +44,7 @@ if(TARGET vninfo)
         COMPONENT tools)
 endif()
 
-# Manual pages out of the headers, where there is a Python to write them.
+# Manual pages, generated from the headers; this needs Python.
 find_package(Python3 COMPONENTS Interpreter QUIET)
 if(Python3_Interpreter_FOUND)
     set(pages ${CMAKE_CURRENT_BINARY_DIR}/man3)
@@ -59,8 +58,8 @@ if(Python3_Interpreter_FOUND)
     install(DIRECTORY ${pages}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 endif()
 
-# gdb looks for its printers below share/gdb/auto-load by the full path of the library, which is
-# known only now that the prefix is; that of a package is what follows its staging folder.
+# gdb searches printers below share/gdb/auto-load by the full path of the library, which is known
+# only at install time. For a package it is the path below the staging folder.
 set(VN_GDB_AUTO_LOAD ${CMAKE_INSTALL_DATADIR}/gdb/auto-load)
 install(CODE "
     set(to \"\${CMAKE_INSTALL_PREFIX}\")
@@ -90,6 +89,6 @@ configure_file(${VN_INSTALL_TEMPLATES}/vncommon.pc.in ${CMAKE_CURRENT_BINARY_DIR
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vncommon.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-if(PROJECT_IS_TOP_LEVEL)   # CPack's settings are those of the whole build
+if(PROJECT_IS_TOP_LEVEL)   # CPack's settings apply to the whole build
     include(VnDebianPackages)
 endif()

@@ -1,6 +1,7 @@
-# With VN_BUILD_STATIC, libvncommon.a: one relocatable object that holds everything linked into the
-# shared library. What the shared library does not export is local in it, so that neither our own
-# names nor those of FDLIBM, netlib and the decimal library meet a program's. ICU stays a dependency.
+# VN_BUILD_STATIC builds libvncommon.a: one relocatable object with everything that is linked into
+# the shared library. Names that the shared library does not export are local, so that neither ours
+# nor those of FDLIBM, netlib and the decimal library collide with a program's. ICU stays a
+# dependency.
 option(VN_BUILD_STATIC "Build libvncommon.a as well" OFF)
 if(NOT VN_BUILD_STATIC)
     return()
@@ -16,7 +17,7 @@ if(CMAKE_INTERPROCEDURAL_OPTIMIZATION
 endif()
 
 
-# objcopy cannot make unique names local, of which inline functions of the standard library have some.
+# objcopy cannot make unique symbols local; inline functions of the standard library have some.
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     target_compile_options(vncommon_objects PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
 endif()
@@ -36,7 +37,7 @@ add_custom_command(OUTPUT ${VN_STATIC_OBJECT}
 add_library(vncommon_static STATIC ${VN_STATIC_OBJECT})
 add_library(vncommon::vncommon_static ALIAS vncommon_static)
 set_source_files_properties(${VN_STATIC_OBJECT} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
-# C, so that a project of that language alone can link it: the C++ run-time library is named below.
+# Language C, so that a project without C++ can link it. The C++ run-time library is added below.
 set_target_properties(vncommon_static PROPERTIES
     OUTPUT_NAME vncommon LINKER_LANGUAGE C ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
 target_include_directories(vncommon_static INTERFACE
@@ -46,7 +47,7 @@ if("c++" IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
 else()
     set(VN_CXX_RUNTIME stdc++)
 endif()
-# By file in the build, because a surrounding project does not see the targets found here.
+# By file name, because a surrounding project does not see the targets found here.
 target_link_libraries(vncommon_static INTERFACE
     "$<BUILD_INTERFACE:${ICU_LIBRARIES};${CMAKE_THREAD_LIBS_INIT}>"
     "$<INSTALL_INTERFACE:ICU::uc;Threads::Threads>"

@@ -1,5 +1,5 @@
 # Reads the version from the header that defines it, into VN_VERSION, so that the build, the
-# packages and the library report the same one. A changed header configures anew.
+# packages and the library report the same one. A change of the header triggers a new configure run.
 set(VN_VERSION_HEADER ${CMAKE_CURRENT_LIST_DIR}/../include/vncommon/version.h)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${VN_VERSION_HEADER})
 file(READ ${VN_VERSION_HEADER} VN_VERSION_TEXT)

@@ -29,7 +29,7 @@ struct Model {
     }
 };
 
-// Bytes, from the input or, for growth, made up.
+// Bytes of the input or, to force growth, generated ones.
 std::string someBytes(fuzz::Input& input) {
     const uint8_t choice = input.byte();
     return choice < 16 ? std::string(input.below(20000), static_cast<char>(choice)) : input.text();

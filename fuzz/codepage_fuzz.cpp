@@ -1,5 +1,5 @@
-// The conversions of the locale's code page, which is ISO-8859-1 here, against its definition: a
-// byte is the code point of its number.
+// The conversions of the locale's code page, here ISO-8859-1, against its definition: each byte is
+// the code point with the same number.
 #include <vncommon/utf8.h>
 
 #include "fuzz/fuzz.h"
@@ -21,7 +21,7 @@ std::string latinToUtf8(const std::string& text) {
     return converted;
 }
 
-// Text that is malformed or that the code page lacks stays as it is.
+// Malformed text, and text that the code page cannot represent, is not changed.
 std::string utf8ToLatin(const std::string& text) {
     const auto points = fuzz::decodeUtf8(text);
     std::string converted;

@@ -1,6 +1,6 @@
-// The configuration file against a model of its format. An input is the file, behind one byte: with
-// some values of that, a comment stands in front which is so long that the file lies across the
-// end of the reader's first chunk of 64 KiB.
+// The configuration file against a model of its format. An input is one byte and the file. Some
+// values of the byte put a long comment before the file, so that it crosses the end of the reader's
+// first 64 KiB chunk.
 #include <vncommon/config_file.h>
 
 #include <map>
@@ -75,7 +75,7 @@ void compare(VN_ConfigFile* config, const Categories& expected) {
         VN_ConfigFileCategory* category = VN_ConfigFile_GetCategory(config, name.c_str());
         FUZZ_REQUIRE(category != nullptr && walk(category) == entries);
     }
-    const std::string absent = expected.rbegin()->first + "?";  // behind the last name
+    const std::string absent = expected.rbegin()->first + "?";  // after the last name
     FUZZ_REQUIRE(VN_ConfigFile_GetCategory(config, absent.c_str()) == nullptr);
     std::multimap<std::vector<std::string>, bool> left;  // categories not met by the walk
     for (const auto& [name, entries] : expected) {

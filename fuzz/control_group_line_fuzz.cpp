@@ -1,5 +1,5 @@
-// The parser of control-group lines against a splitter. Neither text has a terminator, and both
-// end where their blocks end. The same line, as a file, goes through the look-up of the folder.
+// The parser of control-group lines against a splitter. Neither text has a terminator; both end at
+// the end of their heap blocks. The same line, in a file, also goes through the folder lookup.
 #include <vncommon/discovery.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ std::vector<std::string> split(const std::string& list) {
     return items;
 }
 
-// Names of the same length are equal as terminated texts are: up to a NUL.
+// Names of the same length are compared like C strings: up to a NUL.
 bool sameName(const std::string& a, const std::string& b) {
     return a.size() == b.size() && strcmp(a.c_str(), b.c_str()) == 0;
 }
@@ -44,7 +44,7 @@ int64_t pathOffset(const std::string& line, const std::string& controller) {
     return -1;
 }
 
-// The folder below a root that does not exist: the controller's own. Null if no line fits.
+// The controller's folder below a root that does not exist. Null if no line matches.
 std::string folder(const std::string& file, const std::string& controller) {
     for (size_t start = 0; start < file.size();) {
         const size_t end = std::min(file.find('\n', start), file.size() - 1) + 1;

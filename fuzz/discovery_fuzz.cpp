@@ -1,5 +1,5 @@
-// The readers of the kernel's numbers: counts, sizes and the files of control groups. An input is a
-// number that chooses the file, and its contents.
+// The readers of numbers from the kernel: counts, sizes and control-group files. An input is a
+// number that selects the file, and the file's contents.
 #include "platform/discovery.h"
 
 #include <unistd.h>
@@ -76,8 +76,7 @@ void checkVirtualSize(const char* name, const std::string& file) {
     FUZZ_REQUIRE(vncommon::vmSize(name) == expected);
 }
 
-// The run of bytes that are not blank from start on or after blanks there; start is moved behind
-// it.
+// The next word from start on; leading blanks are skipped. start is moved to the word's end.
 std::string nextField(const std::string& file, size_t& start) {
     const auto from =
         std::find_if_not(file.begin() + static_cast<ptrdiff_t>(start), file.end(), isBlank);
@@ -96,7 +95,7 @@ void checkResidentSet(const char* name, const std::string& file) {
     FUZZ_REQUIRE(vncommon::residentSetSize(name) == expected);
 }
 
-// A control group's folder, of both versions.
+// The folder of a control group, of both versions.
 struct Group {
     Group() {
         folder.show(limit, "/memory.limit_in_bytes");
@@ -142,7 +141,7 @@ void checkMemory(const std::string& file, bool isVersion2) {
     }
 }
 
-// Numbers of the kernel's own kind are compared; of others only that a share is never 0 or less.
+// Numbers as the kernel writes them are compared. For others we check only that a share is above 0.
 void checkProcessors(const std::string& file) {
     const char* dir = group().folder.name().c_str();
     const size_t middle = file.find(' ');

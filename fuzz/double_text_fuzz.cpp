@@ -34,7 +34,7 @@ std::string scientificText(int precision, double x) {
     return std::isfinite(x) ? finiteText("%.*e", digits - 1, x) : namedText(x);
 }
 
-// The integer rounded so many places to the left of its point, when a digit of it is left.
+// The integer rounded at the given place left of the point, if a digit remains.
 std::string roundedInteger(int places, double x) {
     const int digits = fuzz::scientific(x, 60).exponent + 1 - places;
     if (digits < 1) {
@@ -47,7 +47,7 @@ std::string roundedInteger(int places, double x) {
     return (std::signbit(x) ? "-" : "") + text;
 }
 
-// A whole text fits with its terminator, or the part that fits stands there.
+// Either the whole text with its terminator fits, or the buffer has the part that fits.
 void checkSized(Formatter formatter, unsigned size, int precision, double x,
                 const std::string& expected) {
     const std::unique_ptr<char[]> buffer(new char[size]);

@@ -1,6 +1,6 @@
-// The event writer on a tree that the input describes, against a renderer of its own that builds
-// the text beside it. Additions take turns between the exported functions, the writer's own table
-// and the generic adds.
+// The event writer on a tree that the input describes, against a simple renderer that builds the
+// same text. Additions alternate between the exported functions, the writer's function table and
+// the generic adds.
 #include <vncommon/event_writer.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace {
 constexpr int deepest = 12;
 constexpr int mostChildren = 40;
 
-// A value's text. What has none counts in the length all the same when its child is null.
+// A value's text. A value with a null child has no text but still counts in the length.
 struct Text {
     std::string written;
     size_t unwritten = 0;
@@ -104,7 +104,7 @@ class Tree {
         return {kind, asWord(bits), "", {text, 0}, "", false};
     }
 
-    // The payload of a text points to what the value itself holds: use it before it moves.
+    // A text payload points into the value itself: use it before the value moves.
     Value textual(uint32_t kind) {
         const std::string content = input.terminatedText();
         return {kind,    nullptr,
@@ -245,7 +245,7 @@ class Tree {
         return text;
     }
 
-    // The add of the value's own kind; false for kinds that have none.
+    // The add function of the value's kind; false for kinds without one.
     bool addByKind(VN_EventWriter* writer, Value& value) {
         const auto bits = reinterpret_cast<uintptr_t>(value.payload);
         double number;
@@ -303,7 +303,7 @@ void checkPasses(const Value& tree) {
     FUZZ_REQUIRE(fuzz::Taken(valueToString(&value)).is(tree.text.written));
 }
 
-// Any smaller limit: no byte is written beyond the room that the header asks for.
+// Any smaller limit: no byte is written beyond the size that the header requires.
 void checkLimit(const Value& tree, uint32_t limit) {
     constexpr size_t longestName = 255;
     const VN_EventValue value = {tree.payload, tree.kind};

@@ -14,7 +14,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-// Not an assertion: the process must end in every kind of build, and the input be kept.
+// Not an assertion: it must end the process in every kind of build, and the input must be kept.
 #define FUZZ_REQUIRE(condition) \
     ((condition) ? static_cast<void>(0) : fuzz::fail(__FILE__, __LINE__, #condition))
 
@@ -25,7 +25,7 @@ namespace fuzz {
     abort();
 }
 
-// The bytes of an input, taken from the front. Past its end everything is 0 and empty.
+// The bytes of an input, read from the front. After the end, numbers are 0 and texts empty.
 class Input {
   public:
     Input(const uint8_t* data, size_t size)
@@ -37,17 +37,17 @@ class Input {
     uint64_t word() { return number<uint64_t>(); }
     uint32_t below(uint32_t limit) { return number<uint16_t>() % limit; }
 
-    // The next bytes, at most so many.
+    // The next bytes, at most the given number.
     std::string bytesUpTo(size_t length) {
         const std::string taken(bytes.substr(0, length));
         bytes.remove_prefix(taken.size());
         return taken;
     }
 
-    // One byte of length, and so many bytes.
+    // One length byte, then that number of bytes.
     std::string text() { return bytesUpTo(byte()); }
 
-    // The same without NUL bytes, for what takes terminated text.
+    // The same without NUL bytes, for functions that take terminated text.
     std::string terminatedText() { return cutAtNul(text()); }
 
     std::string rest() { return bytesUpTo(bytes.size()); }
@@ -90,7 +90,7 @@ class ExactText : public ExactBytes {
         : ExactBytes(std::string_view(text.c_str(), text.size() + 1), shift) {}
 };
 
-// A text that the library returned; null has no value.
+// A text returned by the library; null becomes no value.
 class Taken {
   public:
     explicit Taken(char* returned) : text(returned) {}
@@ -105,8 +105,8 @@ class Taken {
     char* text;
 };
 
-// A run of steps that the input chooses: Run is made from the input, and its state is checked at
-// first and after each step.
+// Runs the steps that the input selects. Run is constructed from the input; its state is checked
+// before the first step and after each step.
 template <typename Run>
 int checkSteps(const uint8_t* data, size_t size, int most) {
     Input input(data, size);

@@ -1,5 +1,5 @@
 // Sequences of map operations against std::map, with the callbacks counted and the record's
-// invariants checked. An input is the map's make-up, the quality of its hash (or none, in a map
+// invariants checked. An input is the map's options, the quality of its hash (or none, for a map
 // without callbacks), and the operations.
 #include <vncommon/hashmap.h>
 
@@ -11,7 +11,7 @@
 namespace {
 
 uint32_t hashMask;  // few bits make collisions
-int64_t filled;     // entries that fill made and release has not seen
+int64_t filled;     // entries made by fill and not yet released
 bool ownsEntries;   // whether fill and release are set
 uint32_t lastReleased;
 
@@ -132,7 +132,7 @@ class Run {
         }
     }
 
-    // What release returns: the value, null without a callback.
+    // The expected result of release: the value, or null without a callback.
     uint32_t takeFromModel(uint32_t key) {
         const auto found = model.find(key);
         if (found == model.end()) {

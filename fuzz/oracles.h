@@ -80,8 +80,8 @@ inline bool isSurrogate(uint32_t value) {
 
 // ---- Numbers --------------------------------------------------------------------------------
 
-// The digits and the exponent of x in scientific form with so many significant digits, as the C
-// library rounds them. x is finite.
+// The digits and the exponent of x in scientific form with the given number of significant digits,
+// as the C library rounds them. x is finite.
 struct Scientific {
     std::string digits;
     int exponent;
@@ -111,13 +111,13 @@ inline bool readsBack(double x, const Scientific& number) {
     return strtod(text.c_str(), nullptr) == std::fabs(x);
 }
 
-// One more in the last digit, if that is no 9.
+// Adds one to the last digit, unless it is 9.
 inline void stepUp(Scientific& number) {
     number.digits.back() = static_cast<char>(number.digits.back() + (number.digits.back() < '9'));
 }
 
-// The fewest digits that read back: the C library's correctly rounded ones or, because numbers lie
-// closer together below a power of two than above, the next larger.
+// The fewest digits that read back as the same double: correctly rounded by the C library or, just
+// above a power of two, the next larger. Doubles are closer together below a power of two.
 inline Scientific shortestDigits(double x) {
     for (int significant = 1; significant < 17; ++significant) {
         Scientific number = scientific(x, significant);
@@ -132,7 +132,7 @@ inline Scientific shortestDigits(double x) {
     return scientific(x, 17);
 }
 
-// The shortest text that reads back, in the library's layout.
+// The shortest text that reads back as the same double, in the library's layout.
 inline std::string shortestText(double x) {
     if (std::isnan(x)) {
         return "NaN";
@@ -154,7 +154,7 @@ inline std::string shortestText(double x) {
     if (number.exponent < 0) {
         return sign + "." + std::string(static_cast<size_t>(-number.exponent - 1), '0') + digits;
     }
-    const int whole = number.exponent + 1;  // digits in front of the point
+    const int whole = number.exponent + 1;  // digits before the point
     if (whole >= count) {
         return sign + digits + std::string(static_cast<size_t>(whole - count), '0');
     }
@@ -174,7 +174,7 @@ inline std::string decimalText(uint64_t bits) {
     uint64_t coefficient = isLarge ? UINT64_C(1) << 53 | (bits & ((UINT64_C(1) << 51) - 1))
                                    : bits & ((UINT64_C(1) << 53) - 1);
     if (coefficient > UINT64_C(9999999999999999)) {
-        coefficient = 0;  // such an encoding means zero
+        coefficient = 0;  // IEEE 754: a non-canonical coefficient is zero
     }
     char text[64];
     snprintf(text, sizeof text, "%luE%+ld", static_cast<unsigned long>(coefficient),

@@ -1,5 +1,5 @@
-// The readers of the release files and of the processor's description against models that work on
-// a list of lines. An input is a number that chooses the file, and its contents.
+// The readers of the release files and of the processor description against models that work on
+// lists of lines. An input is a number that selects the file, and the file's contents.
 #include "platform/platform.h"
 
 #include <vncommon/platform.h>
@@ -114,7 +114,7 @@ constexpr CpuLine cpuLines[] = {
     {"stepping", 3, " stepping ", true},
 };
 
-// Two bytes behind the first colon, which may leave nothing.
+// From two bytes after the first colon; this may be empty.
 std::string behindColon(const std::string& line) {
     const size_t colon = line.find(':');
     return colon == line.npos || colon + 2 > line.size() ? "" : line.substr(colon + 2);

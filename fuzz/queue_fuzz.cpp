@@ -87,7 +87,7 @@ class Run {
 
     void remove() {
         if (model.empty()) {
-            return;  // it would wait for ever
+            return;  // a blocking call would wait forever
         }
         vn_qtsElement element;
         vn_qtsRemove(&queue, &element);

@@ -13,7 +13,7 @@
 
 namespace fuzz {
 
-// A file in memory, opened by name and filled again and again.
+// A file in memory, opened by name and rewritten for each input.
 class MemoryFile {
   public:
     MemoryFile() : descriptor(memfd_create("fuzz", 0)) {
@@ -36,7 +36,7 @@ class MemoryFile {
     std::string path;
 };
 
-// A folder that goes away with the process.
+// A folder that is removed when the process exits.
 class ScratchFolder {
   public:
     ScratchFolder() {
@@ -52,7 +52,7 @@ class ScratchFolder {
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
     const std::string& name() const { return path; }
-    // Makes the file appear in the folder, without its contents ever being on a disk.
+    // Makes the file available in the folder without writing its contents to a disk.
     void show(const MemoryFile& file, const std::string& name) {
         const std::filesystem::path place = path + name;
         std::filesystem::create_directories(place.parent_path());

@@ -13,7 +13,7 @@ namespace {
 constexpr size_t mostSent = 1024;  // there is one system call per byte
 constexpr const char* lost = "Network connection lost.";
 
-// The lines without their ends; the last one is what stands behind the last line feed.
+// The lines without line ends; the last one is the text after the last line feed.
 std::vector<std::string> split(const std::string& sent) {
     std::vector<std::string> lines(1);
     for (const char c : sent) {

@@ -1,5 +1,5 @@
 // Runs a fuzz target without libFuzzer: every file of the corpus, then mutations of them. The
-// mutations follow from a fixed seed and their number, so that a failure comes back.
+// mutations depend only on a fixed seed and their number, so that failures are reproducible.
 //
 //     NAME_fuzz FOLDER-OR-FILE... [--runs N]
 //
@@ -27,7 +27,7 @@ namespace {
 
 constexpr size_t largestInput = 4096;
 
-std::string current;  // the input that runs now
+std::string current;  // the input of this run
 
 void keepInput() {
     const int file = open("failed-input", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

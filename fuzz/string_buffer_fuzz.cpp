@@ -1,5 +1,5 @@
 // Sequences of string buffer operations against a string and a capacity. An input is an initial
-// capacity and the operations, each with what it takes.
+// capacity and the operations with their arguments.
 #include <vncommon/buffers.h>
 
 #include <algorithm>
@@ -11,9 +11,9 @@
 namespace {
 
 constexpr uint64_t formatLimit = 10000;
-constexpr size_t largestText = 100000;  // then the buffer is cut, to keep a run short
+constexpr size_t largestText = 100000;  // the buffer is cut beyond this, to keep runs short
 
-// What the buffer must hold. Bytes behind the first NUL are lost when the block is replaced.
+// The expected contents. Bytes after the first NUL are lost when the block is replaced.
 struct Model {
     std::string text;
     uint64_t capacity = 0;
@@ -169,7 +169,7 @@ class Run {
         model.append(text + std::to_string(number));
     }
 
-    // The oddity of an empty result included.
+    // Compat: includes the special case of an empty result, which callers rely on.
     void appendLimited() {
         const std::string text = input.terminatedText();
         model.grow(formatLimit);
@@ -180,7 +180,7 @@ class Run {
         }
     }
 
-    // A result beyond the limit counts in full, but is not there in full.
+    // A result beyond the limit counts with its full length, but is truncated in the buffer.
     void appendOverlong() {
         const uint64_t length = formatLimit + input.byte();
         model.grow(formatLimit);

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Beyond this length the bound on exponents would show, which the C library does not have.
+// Longer texts would reach our bound on exponents, which the C library does not have.
 constexpr size_t longest = 4000;
 
 struct Read {
@@ -29,19 +29,19 @@ bool sameValue(double a, double b) {
     return std::isnan(a) ? std::isnan(b) : memcmp(&a, &b, sizeof a) == 0;
 }
 
-// What a NaN may carry in parentheses differs: here hexadecimal digits only.
+// The text in parentheses after NaN differs: we take hexadecimal digits only.
 bool hasPayload(const char* text, size_t length) {
     return std::string_view(text, length).find('(') != std::string_view::npos ||
            text[length] == '(';
 }
 
-// "-0x" without a hexadecimal digit reads as a zero that has no sign here, unlike in the C library.
+// "-0x" without a hexadecimal digit reads as +0 here; the C library gives -0.
 bool isBarePrefix(const char* text, const Read& read) {
     return read.value == 0 && read.length > 0 && text[read.length - 1] == '0' &&
            (text[read.length] | 0x20) == 'x';
 }
 
-// Here, unlike in the C library, a subnormal result is no error.
+// We report no error for a subnormal result; the C library does.
 int expectedError(const Read& read) {
     return std::isinf(read.value) || read.value == 0 ? read.error : 0;
 }

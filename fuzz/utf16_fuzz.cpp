@@ -46,7 +46,7 @@ std::optional<Units> unitsOf(const std::string& text) {
     return units;
 }
 
-// The UTF-8 of units whose surrogates all stand in pairs.
+// The UTF-8 of units whose surrogates are all paired.
 std::optional<std::string> utf8Of(const Units& units) {
     std::string text;
     for (size_t i = 0; i < units.size(); ++i) {

@@ -1,5 +1,5 @@
-// The in-place UTF-8 functions against decoding by arithmetic. An input is a number that moves the
-// text off its alignment, a second text for the comparison, and the text.
+// The in-place UTF-8 functions against decoding by arithmetic. An input is the misalignment of the
+// text, a second text for comparison, and the text.
 #include <unicode/unorm.h>
 #include <vncommon/utf8.h>
 
@@ -21,7 +21,7 @@ bool isWhite(uint32_t value) {
            std::find(std::begin(others), std::end(others), value) != std::end(others);
 }
 
-// Where the white space at the start of any bytes ends.
+// The end of leading white space in arbitrary bytes.
 size_t whiteAtStart(const std::string& text) {
     size_t position = 0;
     while (position < text.size()) {
@@ -34,7 +34,7 @@ size_t whiteAtStart(const std::string& text) {
     return position;
 }
 
-// Where the white space at the end of any bytes begins.
+// The start of trailing white space in arbitrary bytes.
 size_t whiteAtEnd(const std::string& text) {
     size_t end = text.size();
     for (size_t length = 1; length <= std::min<size_t>(end, 3);) {
@@ -69,7 +69,7 @@ void checkStepping(const char* text, size_t length, const Points& points) {
     }
 }
 
-// Where the walk by lead bytes ends: at an invalid one, or at or after the end.
+// Where stepping by lead bytes ends: at an invalid one, or at or after the end.
 struct Walk {
     size_t position;
     int count;
@@ -88,7 +88,7 @@ Walk walk(const char* text, size_t length) {
     return {position, count};
 }
 
-// Malformed text. vn_UTF8Length and vn_UTF8SkipChars are not called when the walk would leave the
+// Malformed text. vn_UTF8Length and vn_UTF8SkipChars are not called if stepping would leave the
 // text, which is outside the contract.
 void checkMalformed(const char* text, size_t length) {
     for (size_t part = length; part > 0; part /= 2) {

@@ -7,7 +7,7 @@
 
 namespace {
 
-std::vector<uintptr_t> removed;  // what onRemove was called with
+std::vector<uintptr_t> removed;  // the arguments of onRemove
 
 void* asPointer(uintptr_t number) {
     return reinterpret_cast<void*>(number);

@@ -1,7 +1,7 @@
 """Measures the benchmarks, writes their page, and keeps pairs.json true.
 
   report run   --build BUILD [--quick] [--only NAME...]   measures, then writes the page
-  report page                                             writes the page from the data there is
+  report page                                             writes the page from existing data
   report check --build BUILD [NAME...]                    compares pairs.json with the programs
 """
 import argparse
@@ -41,7 +41,7 @@ def sources():
 
 
 def strangers(known, programs):
-    """Programs without a family, and families without a program."""
+    """Lists programs without a family, and families without a program."""
     named = {family.program for family in known.families}
     return ([f"pairs.json has no family for {name}" for name in programs if name not in named] +
             [f"pairs.json names the program {name}, which is not there"
@@ -54,7 +54,7 @@ def lost_tests(known):
 
 
 def disagreements(known, families, present):
-    """All that keeps the data files and the programs apart, as lines of text."""
+    """The differences between the data files and the programs, as lines of text."""
     content = page.load(BENCHMARKS / "page.json")
     lines = lost_tests(known) + known.mistakes + page.mistakes(content, known.families)
     for family in families:

@@ -61,7 +61,7 @@ class Drawing:
         self.canvas = FigureCanvasAgg(self.figure)   # measures text; savefig brings its own
 
     def text(self, x, y, content, side="left", weight="normal", size=11):
-        # On paper of its own, so that no line of the grid runs through it.
+        # With its own background, so that no grid line crosses it.
         paper = {"facecolor": LIGHT["paper"], "edgecolor": "none", "pad": 1}
         return self.figure.text(x / WIDTH, 1 - y / self.height, content, ha=side, va="center",
                                 color=LIGHT["ink"], weight=weight, size=size, bbox=paper)
@@ -137,7 +137,7 @@ def draw(title, groups):
 
 
 def dark_rules():
-    """What the picture looks like for readers who prefer dark: its own colours, replaced."""
+    """The style for a dark background: replaces the light colours."""
     rules = [f'[style*="{what}: {LIGHT[role]}"] {{ {what}: {DARK[role]} !important }}'
              for role in LIGHT for what in ("fill", "stroke")]
     return "@media (prefers-color-scheme: dark) {\n" + "\n".join(rules) + "\n}\n"

@@ -1,4 +1,4 @@
-"""Puts times beside each other: ratios, and whether targets are met."""
+"""Compares times: ratios, and whether targets are met."""
 import dataclasses
 
 import pairs
@@ -20,7 +20,7 @@ class Line:
     peers: dict
     floor: tuple      # (name, time), or None
     verdicts: list
-    unmeasured: list  # targets for peers that were not there
+    unmeasured: list  # targets for peers that were not measured
 
     def best_peer(self):
         """(name, time) of the fastest peer, or None."""

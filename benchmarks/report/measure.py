@@ -1,4 +1,4 @@
-"""Runs the benchmark programs and keeps what is needed of their output."""
+"""Runs the benchmark programs and extracts the needed part of their output."""
 import dataclasses
 import datetime
 import json
@@ -87,7 +87,7 @@ def plan(family, path, names, quick):
 
 
 def clock_of(name):
-    """Which of the two times of a benchmark counts."""
+    """Selects the time that counts: processor or wall clock."""
     if "/manual_time" in name:
         return "manual"
     return "real" if "/real_time" in name else "processor"
@@ -151,7 +151,7 @@ def wait(process, progress):
 
 
 def run(one, progress):
-    """Runs a program where it may leave files, and gives what is kept of its output."""
+    """Runs a program in a folder for its files, and returns the extracted output."""
     with tempfile.TemporaryDirectory(prefix="vn-bench-") as folder:
         output = pathlib.Path(folder) / "output.json"
         errors = pathlib.Path(folder) / "errors"
@@ -186,7 +186,7 @@ def read(raw, program):
 
 
 def write(raw, program, content):
-    """As JSON with a benchmark on each line, to make differences readable."""
+    """JSON with one benchmark per line, so that diffs are readable."""
     lines = ",\n".join("    " + json.dumps(entry) for entry in content.pop("benchmarks"))
     head = json.dumps(content, indent=2)[:-2]
     raw.mkdir(parents=True, exist_ok=True)

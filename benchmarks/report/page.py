@@ -189,7 +189,7 @@ def family_section(one, newest):
 
 
 def newest_of(judged):
-    """The latest data; of one day, the most thorough."""
+    """The latest data; of several on one day, the most thorough."""
     return max((one.data for one in judged), key=lambda data: (data["date"], not data["quick"]))
 
 

@@ -1,4 +1,4 @@
-"""Which benchmark stands beside which, and how fast ours is meant to be.
+"""Which benchmarks are compared, and the targets for ours.
 
 Reads pairs.json and the targets, and compares both with the programs.
 """
@@ -12,7 +12,7 @@ import subprocess
 @dataclasses.dataclass
 class Target:
     than: str
-    limit: float          # of our time over the other's
+    limit: float          # of our time divided by the other's
     text: str
     strict: bool = False  # below the limit, not on it
     above_floor: bool = False
@@ -47,7 +47,7 @@ class Family:
     program: str
     note: str
     run: dict
-    usual_seconds: float   # that a whole run takes, where its settings do not tell; else 0
+    usual_seconds: float   # of a whole run, if its settings do not determine it; else 0
     quick_skip: str
     rows: list
     growth: list
@@ -73,7 +73,7 @@ def target(entry):
 
 
 def fill(thing, names):
-    """The thing with {name} replaced in all of its texts."""
+    """A copy with {name} replaced in all of its texts."""
     if isinstance(thing, str):
         for name, value in names.items():
             thing = thing.replace("{" + name + "}", value)
@@ -115,7 +115,7 @@ def matches(entry, program, benchmark):
 
 
 def add_targets(families, content):
-    """Gives the rows their targets; returns a line of text for every entry without a row."""
+    """Assigns targets to rows; returns a line of text for every entry without a row."""
     mistakes = []
     for entry in content["rows"]:
         rows = [row for one in families for row in one.rows
@@ -136,7 +136,7 @@ def add_targets(families, content):
 class Pairs:
     families: list
     optional: set    # peers that a machine need not have
-    mistakes: list   # targets for rows that are not there
+    mistakes: list   # targets for rows that do not exist
     counted: list    # targets that a test counts
 
 
@@ -175,14 +175,14 @@ def absent_peers(one, optional, present):
 
 
 def target_mistakes(one):
-    """Targets that compare with somebody who is not in the row."""
+    """Targets for a peer that is not in the row."""
     return [f"{one.program}: '{row.what}' has a target for {aim.than}, which is not in the row"
             for row in one.rows for aim in row.targets
             if aim.than not in row.peers and aim.than not in row.floor]
 
 
 def mismatches(one, optional, present):
-    """What keeps a family's rows and the benchmarks of its program apart, as lines of text."""
+    """Differences between a family's rows and its program's benchmarks, as lines of text."""
     absent = absent_peers(one, optional, present)
     known = {benchmark for _, benchmark in named(one)}
     wanted = {benchmark for who, benchmark in named(one) if who not in absent}

@@ -1,12 +1,12 @@
-# CPack runs this on what it is about to pack: manual pages and changelogs are compressed, by gzip
-# without the time of day; links follow their pages; the archive keeps no debug information; and all
-# files are as old as the commit, so that a second build gives equal packages.
+# CPack runs this on the files to pack. It compresses manual pages and changelogs (gzip without a
+# time stamp), updates links to them, strips the static library, and sets all file times to the
+# commit's, so that a second build gives identical packages.
 set(top ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 file(GLOB_RECURSE documents ${top}/vninfo.1 ${top}/*.3 ${top}/changelog ${top}/CHANGELOG.md)
 foreach(document IN LISTS documents)
     execute_process(COMMAND gzip -9nf ${document} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
-# man follows ".so page.3" to the compressed page; compressed leads are links to it instead.
+# Pages that only redirect (".so page.3") become links to the compressed page.
 file(GLOB_RECURSE leads ${top}/*.3.gz)
 foreach(lead IN LISTS leads)
     execute_process(COMMAND zcat ${lead} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)

@@ -1,5 +1,5 @@
-# Writes Debian's symbols file to OUTPUT: every name that LIBRARY exports with the version that it
-# came in, which is that of its node in the version script.
+# Writes Debian's symbols file to OUTPUT: every exported name of LIBRARY with the version that
+# introduced it, which its node in the version script gives.
 execute_process(COMMAND ${NM} --dynamic --defined-only ${LIBRARY}
     OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[^ \n]+@@[^ \n]+" names "${text}")

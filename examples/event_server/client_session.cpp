@@ -69,8 +69,8 @@ bool ClientSession::connect() {
     return askForStats();
 }
 
-// A connection that the system has made may still wait in the server's backlog, or be refused. This
-// one is known to be served.
+// An established connection may still wait in the server's backlog or be refused. This one is known
+// to be served.
 bool ClientSession::askForStats() {
     CStringBuffer stats;
     vn_strbufInit(&stats, 0);
@@ -94,7 +94,7 @@ void ClientSession::fail(char* message) {
     vn_free(message);
 }
 
-// The server closes when it has answered everything, which the end of the sending asked for.
+// The end of sending asks the server to answer everything and then close.
 void ClientSession::receive() {
     std::vector<uint8_t> chunk(size_t{64} << 10);
     std::string answer;
@@ -144,11 +144,11 @@ void ClientSession::send() {
         failure = vn_socketWriteBuffer(fd_, static_cast<unsigned>(batch.size()),
                                        reinterpret_cast<const uint8_t*>(batch.data()));
     }
-    vn_free(failure);  // the receiver will see the end of the connection, too
+    vn_free(failure);  // the receiver also sees the end of the connection
     shutdown(fd_, SHUT_WR);
 }
 
-// Waits until a record may be sent, and takes those that may be sent at once. False at the end.
+// Waits until a record may be sent, and takes all that may be sent now. False at the end.
 bool ClientSession::collect(std::string& batch) {
     batch.clear();
     vn_Semaphore_wait(&room_);

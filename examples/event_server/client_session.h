@@ -1,5 +1,5 @@
-// One connection of a client: a thread sends records, another one counts the answers and times
-// the way there and back. So many records at most are under way at a time.
+// One connection of a client: one thread sends records, another counts the answers and measures
+// round-trip times. A window limits the number of unanswered records.
 #ifndef VN_EXAMPLES_CLIENT_SESSION_H
 #define VN_EXAMPLES_CLIENT_SESSION_H
 
@@ -17,27 +17,28 @@ struct ClientPlan {
     std::string host;
     int port = 0;
     std::vector<std::string> lines;  // the records
-    double seconds = 0.0;            // 0: every record once; else again and again, for so long
+    double seconds = 0.0;            // 0: every record once; else repeat for this time
     uint64_t most = 0;               // records per connection, when there are seconds
     unsigned shown = 0;              // answers to print
 };
 
 class ClientSession {
   public:
-    // The plan is to outlive the session.
+    // The plan must outlive the session.
     ClientSession(const ClientPlan& plan, size_t firstLine);
     ~ClientSession();
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
 
-    // False when the server cannot be reached; failure() tells why. Connect, start, join.
+    // False when the server cannot be reached; failure() has the reason. Call connect, start, join
+    // in this order.
     bool connect();
     void start();
     void join();
 
     uint64_t sent() const { return sent_; }
     uint64_t answered() const { return answered_; }
-    uint64_t errors() const { return errors_; }  // answers that tell of an error
+    uint64_t errors() const { return errors_; }  // answers that report an error
     const Histogram& latency() const { return latency_; }
     const std::string& failure() const { return failure_; }
 
@@ -63,11 +64,11 @@ class ClientSession {
     vn_Semaphore room_;
     double start_ = 0.0;
     std::vector<std::atomic<double>>
-        sentAt_;         // of record n at n modulo the window; room_ hands places over
-    uint64_t sent_ = 0;  // the sender's
+        sentAt_;         // of record n at n modulo the window; room_ hands slots over
+    uint64_t sent_ = 0;  // used by the sender only
     std::atomic<bool> broken_ = false;
 
-    LineSplitter splitter_;  // the rest is the receiver's
+    LineSplitter splitter_;  // from here on used by the receiver only
     uint64_t answered_ = 0;
     uint64_t errors_ = 0;
     Histogram latency_;

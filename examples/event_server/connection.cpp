@@ -17,11 +17,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t longestLine = size_t{1} << 20;  // this long is too long
+constexpr size_t longestLine = size_t{1} << 20;  // lines of this length are rejected
 constexpr size_t ringSize = 256;
 constexpr size_t largestShare = size_t{4} << 20;
 constexpr size_t largestBatch = size_t{64} << 10;
-constexpr size_t keptCapacity = size_t{16} << 10;  // of a request's strings, between two uses
+constexpr size_t keptCapacity = size_t{16} << 10;  // of a request's strings when it is reused
 constexpr size_t chunkSize = size_t{64} << 10;
 constexpr int closeSeconds = 2;
 
@@ -126,7 +126,7 @@ int Connection::millisecondsLeft() const {
     return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
 }
 
-// The receive time-out cannot strike: there is something to read.
+// The receive time-out cannot expire: there is something to read.
 bool Connection::receive(std::vector<uint8_t>& chunk) {
     auto length = static_cast<unsigned>(chunk.size());
     char* failure = vn_socketReadBuffer(fd_, &length, chunk.data());
@@ -166,7 +166,7 @@ void Connection::submitHalfLine() {
     }
 }
 
-// Waits until the client has not too much under way; null when it is lost.
+// Waits until the client has few enough open requests; null when it is lost.
 Request* Connection::nextRequest() {
     const Lock lock(mutex_);
     while (!lost_ && (taken_ - sent_ == ring_.size() || share_ > largestShare)) {
@@ -223,8 +223,8 @@ void Connection::write() {
     ended_ = true;
 }
 
-// Waits for the next answer in order, and puts it and those that follow into batch. Returns how
-// many they are; 0 when all are sent and no more will come.
+// Waits for the next answer in order, and puts it and the ready ones after it into batch. Returns
+// their number; 0 when all are sent and no more will come.
 size_t Connection::collect(CByteBuffer& batch) {
     vn_bytebufTruncate(&batch, 0);
     const Lock lock(mutex_);
@@ -264,8 +264,8 @@ void Connection::release(size_t requests) {
     vn_Condition_signal(&room_);
 }
 
-// When it is the server that ends the connection: closing while bytes of the client are unread
-// would reset the connection, and take answers away that the client has not read yet.
+// For a connection that the server ends. TCP: closing with unread input resets the connection, and
+// the client would lose answers that it has not read yet.
 void Connection::waitForClose() {
     uint8_t ignored[4096];
     const uint64_t deadline = vn_systime() + closeSeconds * 1000;

@@ -1,11 +1,10 @@
 // One client: a thread that reads its lines, and a thread that writes the answers.
 //
-// Every line gets exactly one line as an answer, in the order of the lines. Between the two
-// threads the requests are in the hands of the queue and the workers, which finish them in any
-// order; a ring of requests per connection puts the answers back in order. A client whose ring is
-// full is not read any further, so it takes a bounded share of the server, whatever it does. No
-// worker ever waits for a client: a client that does not read its answers stops only its own
-// threads, until the send time-out drops it.
+// Every line gets exactly one line as an answer, in the order of the lines. The queue and the
+// workers process requests in any order; a ring of requests per connection restores the order of
+// the answers. The server stops reading a client whose ring is full, so each client's share of the
+// server is bounded. Workers never wait for a client: one that does not read its answers blocks
+// only its own threads, until the send time-out closes it.
 #ifndef VN_EXAMPLES_CONNECTION_H
 #define VN_EXAMPLES_CONNECTION_H
 
@@ -23,9 +22,9 @@
 #include "task_queue.h"
 
 struct Request {
-    uint64_t number = 0;  // of the line in its connection, from 1
+    uint64_t number = 0;  // line number in the connection, from 1
     std::string line;
-    const char* problem = nullptr;  // what is wrong with the line as a whole, if anything is
+    const char* problem = nullptr;  // error of the line as a whole, or null
     std::string answer;             // without its line feed
     size_t cost = 0;                // bytes counted against the connection's share
     bool answered = false;          // guarded by the connection's lock
@@ -34,7 +33,7 @@ struct Request {
 class Connection {
   public:
     // The descriptor passes to the connection. A client that completes no line for idleLimit
-    // seconds, and waits for no answer, is let go; 0: never.
+    // seconds and waits for no answer is disconnected; 0: never.
     Connection(int fd, uint64_t id, uint32_t idleLimit, TaskQueue& queue, const StopEvent& stop);
     ~Connection();
     Connection(const Connection&) = delete;
@@ -42,13 +41,14 @@ class Connection {
 
     void start();
 
-    // For workers: request.answer is complete. The connection may be gone right after the call.
+    // For workers: request.answer is complete. The connection may be destroyed right after the
+    // call.
     void answer(Request& request);
 
-    // Makes both threads give up on the client.
+    // Makes both threads stop serving the client.
     void abandon();
 
-    // Whether both threads have done their work. Join, then destroy.
+    // Whether both threads have finished. Join, then destroy.
     bool ended() const { return ended_; }
     void join();
 
@@ -84,15 +84,15 @@ class Connection {
     vn_ThreadId writer_{};
     LineSplitter splitter_;
     std::chrono::steady_clock::time_point lastLine_;  // when the client last completed one
-    bool closedByPeer_ = false;                       // the reader's own until readingDone_
+    bool closedByPeer_ = false;                       // used by the reader only until readingDone_
 
     vn_Mutex mutex_;  // guards what follows
     vn_Condition room_;
     vn_Condition ready_;
-    std::vector<Request> ring_;  // request n stands at n modulo its size
+    std::vector<Request> ring_;  // request n is at n modulo its size
     uint64_t taken_ = 0;         // requests submitted
     uint64_t sent_ = 0;          // requests whose answers were sent or dropped
-    size_t share_ = 0;           // cost of the requests in between
+    size_t share_ = 0;           // cost of the requests taken and not yet sent
     bool readingDone_ = false;
 
     std::atomic<bool> lost_ = false;  // answers can no longer be sent

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr unsigned char leadOfC1 = 0xC2;  // U+0080 to U+00BF are this byte and that of the number
+constexpr unsigned char leadOfC1 = 0xC2;  // UTF-8: of U+0080 to U+00BF; then the code point
 
 bool mayBeginControl(char character) {
     const auto byte = static_cast<unsigned char>(character);

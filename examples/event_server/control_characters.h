@@ -1,11 +1,11 @@
-// Texts of clients end up in logs and on terminals, where a control character may do anything.
+// Escapes control characters in client texts, which appear in logs and on terminals.
 #ifndef VN_EXAMPLES_CONTROL_CHARACTERS_H
 #define VN_EXAMPLES_CONTROL_CHARACTERS_H
 
 #include <string>
 
-// The text, which is UTF-8, with \n, \r, \t, and \u001b and the like in place of the control
-// characters U+0000 to U+001F and U+007F to U+009F.
+// Returns the UTF-8 text with escapes (\n, \r, \t, \u001b ...) in place of the control characters
+// U+0000 to U+001F and U+007F to U+009F.
 std::string withoutControls(const std::string& text);
 
 #endif

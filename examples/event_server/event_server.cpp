@@ -1,5 +1,5 @@
-// Serves records over TCP: each line of fields comes back as an event. README.md tells how to
-// talk to it.
+// Serves records over TCP: each line of fields comes back as an event. README.md describes the
+// protocol.
 #include <signal.h>
 #include <unistd.h>
 
@@ -20,7 +20,7 @@
 
 namespace {
 
-// Before the process ends for lack of memory (failure.h): where it was.
+// Runs before the process ends for lack of memory (failure.h): prints the stack.
 void reportOutOfMemory() {
     vn_stackTrace(STDERR_FILENO);
 }
@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
             "by default of the .vantrel.conf in this or the home directory.\n");
         return help ? 0 : 2;
     }
-    signal(SIGPIPE, SIG_IGN);  // a client that is gone is an error of the write, not a signal
+    signal(SIGPIPE, SIG_IGN);  // a closed connection is an error of write, not a signal
     vn_threadInit();
     vn_setOutOfMemoryCallBack(reportOutOfMemory);
     char* path = argc == 2 ? vn_cmdlineToUTF8(argv[1]) : nullptr;

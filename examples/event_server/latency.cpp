@@ -10,7 +10,7 @@ namespace {
 
 constexpr double barWidth = 40.0;
 
-// How many bits the number has; 0 for 0.
+// The number of significant bits; 0 for 0.
 size_t bitWidth(uint64_t number) {
     return number == 0 ? 0 : static_cast<size_t>(vn_ilogb(static_cast<double>(number))) + 1;
 }
@@ -34,7 +34,7 @@ std::string bar(uint64_t low, uint64_t count, uint64_t largest) {
 }  // namespace
 
 void Histogram::add(double seconds) {
-    // A clock that was set back makes durations negative.
+    // Durations are negative if the clock was set back.
     const double microseconds = std::max(0.0, seconds * 1e6);
     const auto whole = static_cast<uint64_t>(vn_bankerRound(microseconds));
     ++buckets_[bucketOf(whole)];
@@ -62,8 +62,8 @@ uint64_t Histogram::percentile(double fraction) const {
     return 0;
 }
 
-// Above the exact ones, the buckets of one power of two are told apart by the five bits that
-// follow the leading one.
+// Above the exact buckets, the five bits after the leading one select the bucket within a power of
+// two.
 size_t Histogram::bucketOf(uint64_t microseconds) {
     if (microseconds < exact) {
         return static_cast<size_t>(microseconds);

@@ -11,8 +11,8 @@
 
 #include "stages.h"
 
-// Counts durations in whole microseconds: exactly below 64, in buckets of 1/32 of their value and
-// less above. Fixed size, however many it counts.
+// Counts durations in whole microseconds: exactly below 64, above in buckets of at most 1/32 of
+// their value. The size is fixed.
 class Histogram {
   public:
     void add(double seconds);
@@ -44,7 +44,7 @@ class Histogram {
 // The time between each stage and the one before it, and from the first to the last.
 class StageLatencies {
   public:
-    // Takes the stamps of one event out of the set, which must come in the order of the stages.
+    // Records the stamps of one event. The set must have them in the order of the stages.
     void add(VN_TimestampSet* stamps);
     void add(const StageLatencies& other);
 
@@ -57,7 +57,7 @@ class StageLatencies {
     std::array<Histogram, stageCount> histograms_;
 };
 
-// One line "name median p99 p99.9 max", and the line that belongs above such lines.
+// One line "name median p99 p99.9 max", and its header line.
 std::string latencyLine(const char* name, const Histogram& histogram);
 std::string latencyHeading();
 

@@ -14,8 +14,8 @@ namespace {
 
 constexpr timeval timeOut = {10, 0};
 
-// A client that is gone without a word is found after a minute and a half, or half a minute after
-// bytes are sent to it.
+// Keep-alive finds a client that vanished after a minute and a half. With unacknowledged data it
+// takes half a minute.
 constexpr int keepAliveIdleSeconds = 60;
 constexpr int keepAliveIntervalSeconds = 10;
 constexpr int keepAliveProbes = 3;
@@ -27,7 +27,7 @@ std::string systemMessage(const char* call) {
     return std::string(call) + ": " + text;
 }
 
-// A failure only means that the connection goes without.
+// After a failure the connection works without the option.
 template <typename Value>
 void setOption(int fd, int level, int option, Value value) {
     setsockopt(fd, level, option, &value, sizeof value);
@@ -41,10 +41,10 @@ void setOptions(int fd) {
     setOption(fd, IPPROTO_TCP, TCP_KEEPINTVL, keepAliveIntervalSeconds);
     setOption(fd, IPPROTO_TCP, TCP_KEEPCNT, keepAliveProbes);
     setOption(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, unacknowledgedMilliseconds);
-    setOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);  // answers are not held back for more
+    setOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);  // send answers without delay
 }
 
-// The call that failed; null when all went well.
+// The call that failed; null on success.
 const char* bindAndListen(int fd, uint32_t port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;

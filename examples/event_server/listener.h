@@ -1,5 +1,5 @@
-// The server's listening socket. It is not the library's, whose backlog of 20 turns away a crowd
-// that comes at once; connections have the library's time-outs all the same.
+// The server's listening socket. Not made by the library, whose backlog of 20 is too small for many
+// clients at once. Connections have the same time-outs as the library's.
 #ifndef VN_EXAMPLES_LISTENER_H
 #define VN_EXAMPLES_LISTENER_H
 

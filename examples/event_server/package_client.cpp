@@ -84,7 +84,7 @@ bool parseOptions(int argc, char** argv, Options& options) {
     return options.port != 0 && optind + 1 >= argc;
 }
 
-// Everything, before the first record is sent: a broken file sends nothing.
+// Reads the whole file before the first record is sent: nothing is sent of a broken file.
 bool readLines(const std::string& file, std::vector<std::string>& lines, std::string& error) {
     PackageReader reader;
     PackageRecord record;

@@ -13,8 +13,8 @@
 // The caller ends the event with VN_EventWriter_dtor.
 VN_EventWriter* buildPackageEvent(const Record& record);
 
-// The event's text on one line, without control characters. These stand in the text only inside a
-// string that is written as it is; as \n and the like they mean the same to every reader.
+// The event's text on one line, without control characters. Only strings in the text can contain
+// them; the escapes (\n ...) mean the same to every reader.
 std::string renderOnOneLine(const VN_EventWriter* event);
 
 #endif

@@ -1,6 +1,6 @@
-// Prints the package database as events, one a line, and counts and rates on standard error: what
-// the server does, without the server. A broken file leaves nothing half-written: everything is
-// rendered before the first byte goes out.
+// Prints the package database as events, one per line, and counts and rates on standard error: the
+// server's work without a server. All events are rendered before the first byte is written, so a
+// broken file gives no partial output.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

@@ -11,7 +11,7 @@ struct Record {
     const char* name = nullptr;
     const char* version = "";
     int64_t size = 0;      // KiB
-    double sizeMib = 0.0;  // computed from size when the line does not say
+    double sizeMib = 0.0;  // computed from size if the line has none
     bool essential = false;
     std::vector<const char*> dependencies;
     std::vector<std::pair<const char*, const char*>> others;  // in the order of the line

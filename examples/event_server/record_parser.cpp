@@ -14,10 +14,10 @@
 namespace {
 
 constexpr size_t longestKey = 64;
-constexpr size_t longestNumber = 400;  // far more than any double needs; see vn_strtod's cost
+constexpr size_t longestNumber = 400;  // enough for any double; limits the cost of vn_strtod
 constexpr int longestQuote = 40;       // characters of a bad value that a message repeats
 
-// A field's setter changes the record and returns null, or says what is wrong with the value.
+// A setter sets the field and returns null, or returns what is wrong with the value.
 using Setter = const char* (*)(Record& record, char* value);
 
 const char* setName(Record& record, char* value) {
@@ -104,7 +104,7 @@ constexpr KnownField knownFields[] = {
     {"homepage", setHomepage}, {"description", setDescription},
 };
 
-// Made once, then only searched, which any number of threads may do.
+// Built once, then read-only, so that threads may search it without a lock.
 const HashMap* fieldTable() {
     static const HashMap* const table = [] {
         HashMap* map = vn_HashMap_ctor(vn_String_hash, vn_String_compare, nullptr, nullptr, 16, 0);
@@ -142,7 +142,7 @@ char unescaped(char letter) {
     }
 }
 
-// In place; false at a backslash that begins none of the escapes.
+// In place; false at an unknown escape.
 bool removeEscapes(char* value) {
     char* from = strchr(value, '\\');
     if (from == nullptr) {
@@ -246,7 +246,7 @@ bool RecordParser::set(const char* key, char* value, Record& record) {
     return wrong == nullptr || fail(key, wrong + quoted(value));
 }
 
-// What to call a field without a proper key.
+// The name in messages of a field without a valid key.
 std::string RecordParser::place() const {
     return "field " + std::to_string(vn_HashMap_size(&seen_) + 1);
 }

@@ -1,8 +1,8 @@
 // Reads a record from a line of text.
 //
-// A line holds fields of the form key=value, separated by tabs. A key is 1 to 64 characters of
-// A-Z a-z 0-9 _ . - and stands once in a line. In a value \n, \r, \t and \\ stand for a line
-// feed, a carriage return, a tab and a backslash. These keys have a type:
+// A line holds fields of the form key=value, separated by tabs. A key is 1 to 64 characters of A-Z
+// a-z 0-9 _ . - and occurs once in a line. In a value \n, \r, \t and \\ stand for a line feed, a
+// carriage return, a tab and a backslash. These keys have a type:
 //     name         text; must be there
 //     version      text
 //     size         integer, not negative, in KiB; decimal or hexadecimal with 0x
@@ -28,8 +28,8 @@ class RecordParser {
     RecordParser(const RecordParser&) = delete;
     RecordParser& operator=(const RecordParser&) = delete;
 
-    // Takes the line apart in place: the record's texts are pieces of it, and hold as long as it
-    // does. False with a message "FIELD: what is wrong" in error.
+    // Splits the line in place: the record's texts point into it and are valid as long as it is.
+    // False with a message "FIELD: what is wrong" in error.
     bool parse(std::string& line, Record& record, std::string& error);
 
   private:
@@ -38,7 +38,7 @@ class RecordParser {
     std::string place() const;
     bool fail(const std::string& field, const std::string& what);
 
-    HashMap seen_;  // the keys of the line in hand
+    HashMap seen_;  // the keys of the current line
     std::string error_;
 };
 

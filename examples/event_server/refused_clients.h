@@ -1,6 +1,5 @@
-// Clients that the server has no room for. Each is told so at once and closed a little later:
-// closing while bytes of the client are unread would reset the connection, and take the answer
-// away before the client has read it.
+// Clients beyond the server's limit. Each gets an error at once and is closed a little later. TCP:
+// closing with unread input resets the connection, and the client would lose the answer.
 #ifndef VN_EXAMPLES_REFUSED_CLIENTS_H
 #define VN_EXAMPLES_REFUSED_CLIENTS_H
 
@@ -17,7 +16,7 @@ class RefusedClients {
     // The descriptor passes to this object.
     void add(int fd);
 
-    // Closes those that have had their time.
+    // Closes those whose delay is over.
     void closeOld();
 
   private:

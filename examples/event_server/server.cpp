@@ -59,7 +59,7 @@ void Server::accept() {
     const int fd = listener_.accept(error);
     if (fd >= 0) {
         welcome(fd);
-    } else if (!error.empty()) {  // no descriptor is left, for instance
+    } else if (!error.empty()) {  // out of descriptors, for example
         VN_LogWarn("%s", error.c_str());
         vn_sleep(pauseMilliseconds);
     }
@@ -91,8 +91,7 @@ void Server::removeEnded() {
     }
 }
 
-// What they have read is answered first; a client that takes too long over reading its answers is
-// given up.
+// Answers everything that was read. A client that reads its answers too slowly is dropped.
 void Server::stopConnections() {
     stop_.raise();
     uint32_t waited = 0;

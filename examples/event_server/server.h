@@ -31,7 +31,7 @@ class Server {
     // The port it listens on, also when the system chose it.
     int port() const { return listener_.port(); }
 
-    // Serves until SIGINT or SIGTERM, then finishes what has been read, and returns.
+    // Serves until SIGINT or SIGTERM, then answers what has been read, and returns.
     void run(const StopSignals& signals);
 
     const Statistics& statistics() const { return statistics_; }

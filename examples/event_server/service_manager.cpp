@@ -14,8 +14,8 @@
 
 namespace {
 
-// "/path" is a file, "@name" a name that is in no file system and begins with a NUL byte. 0 when
-// it is neither.
+// sd_notify(3): "/path" is a file, "@name" an abstract address, which begins with a NUL byte.
+// Returns 0 for anything else.
 socklen_t parseAddress(const char* name, sockaddr_un& address) {
     const size_t length = strlen(name);
     if ((name[0] != '/' && name[0] != '@') || length < 2 || length >= sizeof address.sun_path) {
@@ -30,7 +30,7 @@ socklen_t parseAddress(const char* name, sockaddr_un& address) {
     return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
 }
 
-// An errno value; 0 when the datagram is sent.
+// Returns an errno value; 0 if the datagram was sent.
 int send(const char* state, const sockaddr_un& address, socklen_t length) {
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const ssize_t sent = fd < 0 ? -1

@@ -1,5 +1,5 @@
-// Tells the service manager that has started this process, if there is one, how far it is: for
-// units of Type=notify.
+// Reports the state of the process to the service manager, if one started it (units of
+// Type=notify).
 #ifndef VN_EXAMPLES_SERVICE_MANAGER_H
 #define VN_EXAMPLES_SERVICE_MANAGER_H
 

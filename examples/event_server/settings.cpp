@@ -91,7 +91,7 @@ bool readCategory(VN_ConfigFileCategory* entries, Settings& settings, std::strin
 
 bool readSettings(const char* path, Settings& settings, std::string& error) {
     const char* file = VN_ConfigFile_Load(path, nullptr);
-    // The library goes on searching when a file cannot be opened; a file that was asked for must
+    // The library continues its search when a file cannot be opened. A file named by the user must
     // not be replaced by another.
     if (path != nullptr && (file == nullptr || std::string(path) != file)) {
         error = std::string(path) + ": cannot be read";

@@ -7,13 +7,13 @@
 #include <string>
 
 struct Settings {
-    std::string file;                // where they were read; empty: nowhere, all as below
-    uint32_t port = 7007;            // port = 0 lets the system choose
-    uint32_t workers = 0;            // workers = 0 stands for as many as there are processors
+    std::string file;                // the file they come from; empty: all defaults
+    uint32_t port = 7007;            // port = 0: the system chooses
+    uint32_t workers = 0;            // workers = 0: one per processor
     std::string logFile = "stderr";  // log file = PATH, stderr or stdout
     uint32_t logLevel = 7;     // log level = OFF, CRIT, FATAL, ERROR, WARN, INFO, DEBUG, TRACE
-    uint32_t queue = 8192;     // queue = the most records that wait for a worker
-    uint32_t clients = 200;    // clients = the most connections at a time
+    uint32_t queue = 8192;     // queue = maximum of waiting records
+    uint32_t clients = 200;    // clients = maximum of connections
     uint32_t idleLimit = 300;  // idle limit = seconds without a line; 0 for no limit
 };
 

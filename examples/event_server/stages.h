@@ -1,5 +1,5 @@
-// The stages that an event passes on its way through the server, as its timestamp set records
-// them. What is reported for a stage is the time since the stage before it.
+// The stages that an event passes on its way through the server, as its timestamp set records them.
+// A stage is reported with the time since the previous stage.
 #ifndef VN_EXAMPLES_STAGES_H
 #define VN_EXAMPLES_STAGES_H
 
@@ -7,7 +7,7 @@
 #include <cstdint>
 
 enum Stage : uint64_t {
-    Received,  // cut out of the client's stream
+    Received,  // the line is complete
     Admitted,  // there was room in the queue
     Taken,     // a worker took it out
     Parsed,
@@ -19,7 +19,7 @@ enum Stage : uint64_t {
 
 constexpr size_t stageCount = Answered + 1;
 
-// The first stage has none before it: its place holds the whole way.
+// The first stage has no previous one: its slot holds the total time.
 constexpr const char* stageNames[stageCount] = {"total", "admit",  "wait", "parse",
                                                 "build", "render", "log",  "answer"};
 

@@ -44,7 +44,7 @@ class Statistics {
     // VN_EventWriter_dtor.
     VN_EventWriter* event() const;
 
-    // Counts, rate, and the latency table, as lines for people.
+    // Counts, rate, and the latency table, as readable lines.
     std::vector<std::string> report() const;
 
   private:

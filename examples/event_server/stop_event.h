@@ -1,4 +1,4 @@
-// Tells every thread that waits for a descriptor that the server is stopping.
+// Wakes every thread that waits for a descriptor when the server stops.
 #ifndef VN_EXAMPLES_STOP_EVENT_H
 #define VN_EXAMPLES_STOP_EVENT_H
 

@@ -26,7 +26,7 @@ StopSignals::~StopSignals() {
 StopSignals::Wake StopSignals::wait(int fd, int milliseconds) const {
     pollfd watched[] = {{fd_, POLLIN, 0}, {fd, POLLIN, 0}};
     const int ready = poll(watched, 2, milliseconds);
-    if (ready <= 0) {  // SIGHUP, whose handler has done its work, or nothing at all
+    if (ready <= 0) {  // interrupted by SIGHUP, or timed out
         vn_checkError(ready == 0 || errno == EINTR ? 0 : errno, "poll");
         return Wake::Timeout;
     }

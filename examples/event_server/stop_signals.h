@@ -1,6 +1,6 @@
-// SIGINT and SIGTERM as something to wait for. They are blocked in the thread that makes the
-// object, and so in every thread made after it: none of them is interrupted. SIGHUP is left to
-// the library, whose handler rotates the log.
+// SIGINT and SIGTERM as a descriptor to wait for. The constructor blocks them in its thread;
+// threads created later inherit the mask, so none is interrupted. SIGHUP stays with the library,
+// whose handler rotates the log.
 #ifndef VN_EXAMPLES_STOP_SIGNALS_H
 #define VN_EXAMPLES_STOP_SIGNALS_H
 

@@ -1,5 +1,5 @@
-// The queue between the readers and the workers. It holds a fixed number of tasks; a reader that
-// finds it full waits, so that a burst slows its senders down instead of losing anything.
+// The queue between the readers and the workers. It holds a fixed number of tasks. A reader waits
+// when it is full, so that a burst slows the senders down and nothing is lost.
 #ifndef VN_EXAMPLES_TASK_QUEUE_H
 #define VN_EXAMPLES_TASK_QUEUE_H
 
@@ -12,7 +12,7 @@ struct Request;
 // As large as an element of the library's queue.
 struct Task {
     Connection* connection = nullptr;
-    Request* request = nullptr;  // null tells a worker to end
+    Request* request = nullptr;  // null ends a worker
     VN_TimestampSet* stamps = nullptr;
 };
 

@@ -1,4 +1,4 @@
-// A worker: takes requests out of the queue and answers them, until it is told to end.
+// A worker: takes requests from the queue and answers them, until it takes an end task.
 #ifndef VN_EXAMPLES_WORKER_H
 #define VN_EXAMPLES_WORKER_H
 
