@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Compares the binary interface of the library, read from its debug information, with the recorded
 one (vncommon.abi): every exported name, every signature, the layout of every record. Also shows
-that a change of any of these would be noticed. --renew writes the record anew."""
+that a change of any of these would be noticed. --renew rewrites the record."""
 import argparse
 import difflib
 import pathlib
@@ -16,7 +16,7 @@ FOLDER = pathlib.Path(__file__).resolve().parent
 BASELINE = FOLDER / "vncommon.abi"
 SUPPRESSIONS = FOLDER / "c_library.suppr"
 OPTIONS = None
-# The compiler writes no type for entries made of a few instructions by hand: theirs are told here.
+# Entries written in assembly have no type in the debug information; it is given here.
 WORDS = ["Trace", "Debug", "Info", "Warn", "Error", "Fatal", "Crit", "Force"]
 ENTRIES = {**{f"VN_Log{word}": "const char* format, ..." for word in WORDS},
            **{f"FileLogger_Log{word}": "FileLogger* logger, const char* format, ..."

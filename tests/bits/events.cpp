@@ -16,7 +16,7 @@ std::string randomText(Random& random) {
     return text;
 }
 
-// Adds one value that is no child, and gives its description.
+// Adds one value that is not a child; returns its description.
 std::string addPlain(VN_EventWriter* writer, Random& random) {
     const std::string text = randomText(random);
     const uint64_t bits = random.shorter();
@@ -46,7 +46,7 @@ std::string addPlain(VN_EventWriter* writer, Random& random) {
     }
 }
 
-// Adds a child of the kind, and gives its description.
+// Adds a child of the kind; returns its description.
 std::string addSequence(VN_EventWriter* writer, Random& random) {
     VN_EventWriter* child = VN_EventWriter_ctor(VN_EventKind_Sequence, nullptr);
     std::string description = "[";

@@ -1,7 +1,7 @@
 // Groups of calls whose results must be the same bits on every machine and in every build.
 //
-// A group makes its arguments from a seed with integer arithmetic and exact operations alone, so
-// that they are the same everywhere, and records each call as two texts: the arguments and the
+// A group generates its arguments from a seed, only with integer arithmetic and exact operations,
+// so that they are the same everywhere, and records each call as two texts: the arguments and the
 // result. Neither may depend on the signedness of char, the byte order or the locale.
 #ifndef VN_TESTS_BITS_GROUPS_H
 #define VN_TESTS_BITS_GROUPS_H
@@ -36,7 +36,7 @@ class Random {
         z = (z ^ (z >> 27U)) * 0x94d049bb133111ebU;
         return z ^ (z >> 31U);
     }
-    // With so many of the highest bits taken off, at least.
+    // With at least this number of the highest bits cleared.
     uint64_t shorter(uint64_t least = 0) {
         const uint64_t bits = next();
         return bits >> (least + below(64 - least));
@@ -50,7 +50,7 @@ class Random {
     uint64_t state_;
 };
 
-// What a group's calls are written into.
+// Records the calls of a group.
 class Records {
   public:
     explicit Records(FILE* dump = nullptr) : dump_(dump) {}
@@ -76,7 +76,7 @@ struct Group {
     void (*run)(Records& records, Random& random);
 };
 
-// Each in the file of its name.
+// Each is defined in the file of its name.
 std::vector<Group> mathematicsGroups();
 std::vector<Group> numberGroups();
 std::vector<Group> stringGroups();

@@ -52,7 +52,7 @@ void sized(Records& records, Random& random) {
     }
 }
 
-// Digits, with a point among them or not.
+// Digits, with or without a point.
 std::string digits(Random& random, const char* alphabet, uint64_t base) {
     const int count = random.between(0, random.below(10) == 0 ? 40 : 18);
     const int point = random.between(-20, count);
@@ -75,7 +75,7 @@ std::string exponent(Random& random, const char* letter, int bound) {
     return letter + sign + std::to_string(random.between(0, bound));
 }
 
-// A subnormal, or one beside it, of so many digits that netlib's reader must stop taking them up.
+// A subnormal, or a neighbour, with more digits than netlib's reader uses.
 std::string longSubnormal(Random& random) {
     std::string text = std::to_string(random.between(1, 9));
     const int count = random.between(18, 24);
@@ -85,7 +85,7 @@ std::string longSubnormal(Random& random) {
     return text + ".251145e-" + std::to_string(count + random.between(305, 326));
 }
 
-// An integer halfway between two doubles, or beside that.
+// An integer halfway between two doubles, or next to it.
 std::string midpoint(Random& random) {
     const uint64_t odd = (uint64_t{1} << 53U) | (random.next() >> 11U) | 1U;
     const uint64_t value = odd << random.below(11);
@@ -93,7 +93,7 @@ std::string midpoint(Random& random) {
     return random.below(2) == 0 ? text : text + ".0000001";
 }
 
-// What is no number, or an odd one.
+// Texts that are no numbers, or unusual ones.
 constexpr const char* words[] = {"inf",
                                  "Infinity",
                                  "nan",

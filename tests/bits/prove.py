@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Proves what the manifest stands for: every call of every group is answered once more by an
-independent implementation. Arguments: bits_test, java ("" for none), the folder of
+"""Proves that the manifest is right: compares every call of every group with an independent
+implementation. Arguments: bits_test, java ("" for none), the folder of
 StrictMathAnswers.class; --every N takes one call of N.
 
 The answers come from java.lang.StrictMath (mathematics) and from python: its own conversions,
@@ -123,7 +123,7 @@ def gammal(x, result):
         wanted = math.inf
     if math.isinf(wanted):
         return bits(wanted)
-    # Beside its zeros, and where python's own sum cancels, the error is absolute.
+    # Near its zeros, and where python's own sum cancels, the error is absolute.
     close = abs(double(result) - wanted) <= 2e-13 * max(1, abs(wanted))
     return result if close else bits(wanted)
 
@@ -165,7 +165,7 @@ def fixed(x, places, size):
     else:
         exact = decimal.Decimal(x).quantize(decimal.Decimal(1).scaleb(-places))
         text = f"{exact:f}"
-        if exact == 0 and places < 0:  # as many zeros as places were given up
+        if exact == 0 and places < 0:  # one zero per dropped place
             text = ("-" if math.copysign(1, x) < 0 else "") + "0" * (-places if x else 1)
     return text if len(text) < size and size >= 2 else "(null)"
 

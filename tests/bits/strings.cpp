@@ -12,7 +12,7 @@ int sign(int value) {
     return (value > 0) - (value < 0);
 }
 
-// Bytes but the terminator; half of the texts are ASCII.
+// Any bytes except the terminator; half of the texts are ASCII.
 std::string randomBytes(Random& random, int most) {
     const uint64_t bound = random.below(2) == 0 ? 255 : 127;
     std::string text(random.below(static_cast<uint64_t>(most) + 1), ' ');
@@ -39,7 +39,7 @@ void stringOrder(Records& records, Random& random) {
     }
 }
 
-// Texts in which the characters that are escaped are frequent.
+// Texts with many characters that must be escaped.
 std::string textToEscape(Random& random) {
     constexpr char escaped[] = {'\n', '\r', '"', '\\', ';', '\t', '&', '\'', '<', '>', '\1', '\37'};
     std::string text = randomBytes(random, 30);
@@ -83,7 +83,7 @@ std::string integerText(Random& random) {
             text += random.below(2) == 0 ? "0x" : "0X0";
             text += hex(value, random.between(0, 18));
             break;
-        case 1:  // beside the ends of the ranges
+        case 1:  // near the ends of the ranges
             text += std::to_string(end - 2 + random.below(4));
             break;
         default:

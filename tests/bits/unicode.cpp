@@ -1,4 +1,4 @@
-// UTF-8 and UTF-16 where the locale plays no part.
+// UTF-8 and UTF-16 functions that do not depend on the locale.
 #include <vncommon/failure.h>
 #include <vncommon/utf8.h>
 
@@ -144,7 +144,8 @@ void whiteSpace(Records& records, Random& random) {
     }
 }
 
-// Letters whose case mapping is as old as Unicode: Latin-1, Latin Extended-A, Greek, Cyrillic.
+// Letters whose case mapping has never changed in Unicode: Latin-1, Latin Extended-A, Greek,
+// Cyrillic.
 uint32_t letter(Random& random) {
     switch (random.below(5)) {
         case 0:

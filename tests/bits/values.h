@@ -26,7 +26,7 @@ inline std::string hex(uint64_t value, int digits = 16) {
     return text;
 }
 
-// Which NaN it is depends on the processor.
+// The bits of a NaN depend on the processor.
 inline std::string resultText(double x) {
     return x != x ? "nan" : hex(toBits(x));
 }
@@ -126,7 +126,7 @@ inline const std::vector<double> specialDoubles = {0,
 
 constexpr uint64_t signBit = uint64_t{1} << 63U;
 
-// A few units in the last place beside x, of either sign.
+// A few units in the last place from x, of either sign.
 inline double beside(double x, Random& random) {
     const uint64_t near = toBits(x) + random.below(33) - 16;
     const uint64_t sign = random.next() & signBit;
@@ -144,7 +144,7 @@ inline double randomDouble(Random& random) {
             return static_cast<double>(static_cast<int64_t>(bits) >> 43U) * 0.25;
         case 3:  // multiples of pi/2 and their neighbours
             return beside(static_cast<double>(bits >> 42U) * 0x1.921fb54442d18p0, random);
-        case 4: {  // numbers as people write them
+        case 4: {  // typical decimal numbers
             constexpr double powersOfTen[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
             return static_cast<double>(static_cast<int64_t>(bits) >> 36U) /
                    powersOfTen[random.below(8)];

@@ -27,7 +27,7 @@ namespace {
 using Entries = std::vector<std::string>;
 using Categories = std::map<std::string, Entries>;
 
-// A folder of its own, removed with all that is in it.
+// A temporary folder, removed with its contents.
 class Folder {
   public:
     Folder() {
@@ -51,13 +51,13 @@ class Folder {
     std::string path;
 };
 
-// The caller ends a category cursor that the configuration would forget.
+// The caller destroys a category cursor that the configuration would lose.
 void endCursor(VN_ConfigFile* config) {
     vn_HashMapIterator_dtor(config->iterator);
     config->iterator = nullptr;
 }
 
-// What VN_ConfigFile_Release leaves allocated goes here as well.
+// Also frees what VN_ConfigFile_Release leaves allocated.
 void destroy(VN_ConfigFile* config) {
     vn_HashMap_dtor(config->categories);
     VN_ConfigFile_Release(config);
@@ -73,7 +73,7 @@ Entries entriesOf(VN_ConfigFileCategory* category) {
     return entries;
 }
 
-// By way of the public walk for the entries, of the map for the names, which no handle tells.
+// Entries come from the public walk, names from the map, because no handle has them.
 Categories categoriesOf(VN_ConfigFile* config) {
     Categories categories;
     HashMapIterator* iterator = vn_HashMap_first(config->categories);
@@ -88,7 +88,7 @@ Categories categoriesOf(VN_ConfigFile* config) {
     return categories;
 }
 
-// A file in memory: thousands of small ones on a disk take their time.
+// A file in memory: thousands of small files on a disk are slow.
 class MemoryFile {
   public:
     explicit MemoryFile(const std::string& content) : descriptor(memfd_create("config", 0)) {
@@ -182,7 +182,7 @@ std::string randomContent(std::mt19937& random) {
     return content;
 }
 
-// Longer lines of the usual kind, around the sizes of the buffers below.
+// Longer lines of the usual form, around the sizes of the buffers below.
 std::string longContent(std::mt19937& random) {
     std::string content;
     const auto lines = random() % 30;
@@ -453,7 +453,7 @@ TEST(ConfigFileWalk, MapsAndVectorsAreBuiltAsCallersExpect) {
 
 // ---- The process-wide configuration and the search
 
-// Arguments: the file name, or "-" for null. Says what was loaded, from where.
+// Arguments: the file name, or "-" for null. Prints what was loaded, from where.
 VN_CHILD(loadAndTell) {
     const char* name = arguments[0] == "-" ? nullptr : arguments[0].c_str();
     const char* loaded = VN_ConfigFile_Load(name, nullptr);
@@ -567,7 +567,7 @@ VN_CHILD(privateCopies) {
     const std::string name = VN_ConfigFile_Load(arguments[1].c_str(), &config);
     const bool apart = config != shared && VN_ConfigFile_Get() == shared;
     const std::string remembered = VN_ConfigFile_Load(nullptr, nullptr);
-    // The name handed out may be handed in again.
+    // A name that the library returned may be passed to it again.
     static VN_ConfigFile* again = nullptr;
     const std::string repeated = VN_ConfigFile_Load(VN_ConfigFile_Load(nullptr, nullptr), &again);
     printf("%d %d %d %d", apart, name == arguments[1], remembered == arguments[1],
@@ -583,7 +583,7 @@ TEST_F(ConfigFileSearch, PrivateCopiesStandBesideTheSharedOne) {
 }
 
 VN_CHILD(forgets) {
-    static VN_ConfigFile* shared;  // what is forgotten stays allocated
+    static VN_ConfigFile* shared;  // static, so that it stays reachable
     (void)VN_ConfigFile_Load(arguments[0].c_str(), nullptr);
     shared = VN_ConfigFile_Get();
     VN_ConfigFile* config = nullptr;

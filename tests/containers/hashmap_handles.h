@@ -1,4 +1,4 @@
-// Maps and iterators that end with their scope, and words for keys.
+// Maps and iterators that are destroyed with their scope, and words for keys.
 #ifndef VN_TESTS_CONTAINERS_HASHMAP_HANDLES_H
 #define VN_TESTS_CONTAINERS_HASHMAP_HANDLES_H
 

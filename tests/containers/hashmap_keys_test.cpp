@@ -33,8 +33,7 @@ void fillValueOnly(HashMapEntry* entry, void*, void* value) {
     entry->value = value;
 }
 
-// Takes the text over and leaves an empty one behind, so that hashing the key once more gives
-// another hash.
+// Takes the text and leaves an empty one, so that hashing the key again gives another hash.
 void fillByMoving(HashMapEntry* entry, void* key, void* value) {
     entry->key = strdup(static_cast<char*>(key));
     entry->value = value;
@@ -49,7 +48,7 @@ uint32_t plainStringHash(const std::string& string) {
     return hash;
 }
 
-// Two different strings of ten digits with one hash, found by trying.
+// Two different strings of ten digits with the same hash, found by search.
 std::pair<std::string, std::string> twoWithOneHash() {
     std::unordered_map<uint32_t, std::string> seen;
     for (uint32_t i = 0;; ++i) {
@@ -64,11 +63,11 @@ std::pair<std::string, std::string> twoWithOneHash() {
     }
 }
 
-// A string that starts like this, and one that goes on behind its end and has the same hash.
+// A string with this prefix, and a longer string with the same prefix and the same hash.
 std::pair<std::string, std::string> oneAndLongerWithOneHash(const std::string& start) {
     const auto number = [](uint32_t i) { return std::to_string(100000 + i); };
     constexpr uint32_t tries = 65536;  // as many again find the other string: 2^32 pairs
-    uint32_t power = 1;                // what six more bytes multiply a hash by
+    uint32_t power = 1;                // the factor that six more bytes apply to a hash
     for (int i = 0; i < 6; ++i) {
         power *= 0x9E3779B9;
     }
@@ -86,14 +85,14 @@ std::pair<std::string, std::string> oneAndLongerWithOneHash(const std::string& s
     }
 }
 
-// Places the string so many bytes before the end of the page.
+// Places the string the given number of bytes before the end of the page.
 char* placed(GuardedMemory& memory, const std::string& string, size_t behind) {
     char* place = memory.end() - behind - string.size() - 1;
     memcpy(place, string.c_str(), string.size() + 1);
     return place;
 }
 
-// Asks a map that holds one of the strings for both, with each at several places in its page.
+// Looks up both strings in a map that has one of them, at several places in the page.
 void expectToldApart(const std::string& held, const std::string& other) {
     GuardedMemory ofMap, ofAsked;
     for (const size_t behindHeld : {0U, 5U, 40U}) {
@@ -139,7 +138,7 @@ TEST(HashMapOfStrings, HoldsWhatStdMapHolds) {
     }
 }
 
-// Adding looks at the keys that are given, and at nothing that fill stored.
+// Adding uses only the given keys, not what fill stored.
 TEST(HashMapOfStrings, TakesKeysThatAreStoredAfterTheAdds) {
     const Map map(
         vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillValueOnly, freeCopy, 0, 1));
@@ -159,7 +158,7 @@ TEST(HashMapOfStrings, TakesKeysThatAreStoredAfterTheAdds) {
     }
 }
 
-// The bucket is that of the key before it was filled in; the stored hash is the one after.
+// The bucket belongs to the key before fill; the stored hash is that after fill.
 TEST(HashMapOfStrings, FindsKeysThatFillMovedOut) {
     const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillByMoving, freeCopy, 0, 0));
     std::string key = "moved";
@@ -177,7 +176,7 @@ double residentMegabytes() {
     return static_cast<double>(pages) * static_cast<double>(getpagesize()) / 1e6;
 }
 
-// Grows maps and ends them, one after the other; returns the most that is resident meanwhile.
+// Grows and destroys maps one after another; returns the peak of resident memory.
 double growAndEndMaps() {
     const double before = residentMegabytes();
     double most = 0;
@@ -195,7 +194,7 @@ double growAndEndMaps() {
     return most;
 }
 
-// In a thread, whose heap is untouched.
+// In a thread, because its heap is unused.
 VN_CHILD(growsAndEndsMaps) {
     double most = 0;
     std::thread([&] { most = growAndEndMaps(); }).join();

@@ -1,5 +1,5 @@
-// A second, slower map with the same figures: slots instead of pointers, plain vectors instead of
-// blocks. It also predicts the calls of the callbacks.
+// A second, slower map with the same sizes and capacities: slots instead of pointers, plain vectors
+// instead of blocks. It also predicts the calls of the callbacks.
 #ifndef VN_TESTS_CONTAINERS_HASHMAP_MODEL_H
 #define VN_TESTS_CONTAINERS_HASHMAP_MODEL_H
 
@@ -52,7 +52,7 @@ class HashMapModel {
         return true;
     }
 
-    // What vn_HashMap_remove returns.
+    // The expected result of vn_HashMap_remove.
     uintptr_t remove(uintptr_t key) {
         const std::optional<uint32_t> slot = takeOut(key);
         if (!slot) {

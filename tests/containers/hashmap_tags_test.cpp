@@ -1,4 +1,4 @@
-// The tags of a HashMap's buckets, and where the parts of the buckets' block are.
+// The tags of a HashMap's buckets, and the layout of the buckets' block.
 #include "containers/hashmap_storage.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,8 @@ using namespace vncommon;
 
 namespace {
 
-// Tags of a bucket with so many entries: few values, so that some are equal or differ in one bit.
+// Tags of a bucket with this number of entries: few values, so that some are equal or differ in one
+// bit.
 Tags randomTags(std::mt19937_64& random, uint32_t used) {
     Tags tags = 0;
     for (uint32_t i = 0; i < used; ++i) {

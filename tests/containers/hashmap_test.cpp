@@ -23,7 +23,7 @@ std::vector<uintptr_t> released;
 uint32_t goodHash(uintptr_t key) {
     return static_cast<uint32_t>((key * 0x9E3779B97F4A7C15U) >> 32);
 }
-// Few values, so that buckets outgrow their eight slots, and high bits that later masks see.
+// Few values, so that buckets need more than eight slots, and high bits for larger masks.
 uint32_t poorHash(uintptr_t key) {
     return static_cast<uint32_t>((key % 5) << (key % 3 * 4));
 }
@@ -173,7 +173,7 @@ struct RandomRun {
     bool callbacks = true;
 };
 
-// With few values of the hash's low bits if poor.
+// If poor, the low bits of the hash have few values.
 std::vector<uintptr_t> someKeys(const HashMap& map, uint32_t count, bool poor) {
     std::vector<uintptr_t> keys;
     for (uintptr_t key = 1; keys.size() < count; ++key) {
@@ -184,7 +184,7 @@ std::vector<uintptr_t> someKeys(const HashMap& map, uint32_t count, bool poor) {
     return keys;
 }
 
-// Phases of growing and of shrinking, now and then emptied as a whole.
+// Phases of growing and of shrinking; sometimes the map is cleared.
 void compareWithModel(const RandomRun& run) {
     resetCounters();
     HashMap map;
@@ -215,7 +215,7 @@ void compareWithModel(const RandomRun& run) {
             random() % 2 == 0 ? (vn_HashMap_removeAll(&map), model.removeAll())
                               : (vn_HashMap_clear(&map), model.clear());
         }
-        if (!run.callbacks) {  // then nothing is called, and so not compared
+        if (!run.callbacks) {  // no callback then, so nothing to compare
             hashCalls = model.hashCalls;
             compareCalls = model.compareCalls;
         }
@@ -350,7 +350,7 @@ void fillNextWord(HashMapEntry* entry, void* key, void* value) {
     entry->value = value;
 }
 
-// The stored word decides, like any stored key, and is looked for in the bucket of the word asked.
+// The stored word is compared like any stored key, in the bucket of the word looked up.
 TEST(HashMapOfWords, FindsKeysThatFillChanged) {
     const Map map(vn_HashMap_ctor(nullptr, nullptr, fillNextWord, nullptr, 0, 0));
     uintptr_t key = 100;
@@ -596,7 +596,7 @@ TEST(HashMapIterator, EndsOnBothSides) {
     }
 }
 
-// Large maps fetch entries ahead of the iterator, to the last bucket and to the first.
+// Large maps prefetch entries ahead of the iterator, up to the last bucket and down to the first.
 TEST(HashMapIterator, GoesThroughLargeMapsBothWays) {
     constexpr uintptr_t count = 20000;
     for (const uint32_t initialSize : {16U, 9000U, 40000U}) {
@@ -622,7 +622,7 @@ TEST(HashMapIterator, GoesThroughLargeMapsBothWays) {
     }
 }
 
-// The entry behind, read from the records.
+// The next entry, read from the records.
 const HashMapEntry* entryBehind(const HashMap* map, const HashMapEntry* entry) {
     uint32_t bucket = entry->hash & map->mask;
     uint32_t position = entry->bucketIndex + 1;
@@ -636,7 +636,7 @@ const HashMapEntry* entryBehind(const HashMap* map, const HashMapEntry* entry) {
     return static_cast<const HashMapEntry*>(map->buckets[bucket].data[position]);
 }
 
-// A map that is walked, changed, and walked on from anywhere.
+// A map that is iterated, changed, and iterated from any entry.
 struct Walked {
     Walked(vn_HashMapHash hash, uint32_t initialSize, uintptr_t count)
         : map(vn_HashMap_ctor(hash, countingCompare, nullptr, nullptr, initialSize, 1)),
@@ -655,7 +655,7 @@ struct Walked {
                                          : vn_HashMap_find(map.get(), word(1 + random() % keys)));
     }
 
-    // Small changes leave most of what was there in place.
+    // Small changes keep most entries in place.
     void change(std::mt19937& random) {
         iterator.reset();
         for (auto i = random() % 3; i < 3; ++i) {
@@ -685,7 +685,7 @@ struct Walked {
     Iterator iterator;
 };
 
-// Whatever was walked before: another map, a larger one, or the same before a change.
+// After iterating another map, a larger one, or the same before a change.
 TEST(HashMapIterator, GoesOnFromEveryEntryWhateverWasWalkedBefore) {
     std::array<Walked, 6> maps{
         Walked(countingGoodHash, 0, 12),     Walked(countingGoodHash, 0, 300),
@@ -705,7 +705,7 @@ TEST(HashMapIterator, GoesOnFromEveryEntryWhateverWasWalkedBefore) {
     }
 }
 
-// The header has three of these inline; programs that were compiled without it call them.
+// The header has three of these inline; programs compiled with an older header call them.
 TEST(HashMapIterator, ExportedFunctionsReadTheEntry) {
     bool (*volatile valid)(const HashMapIterator*) = vn_HashMapIterator_valid;
     void* (*volatile key)(const HashMapIterator*) = vn_HashMapIterator_key;
@@ -752,8 +752,7 @@ uint32_t hashOwned(const void* key) {
 int32_t compareOwned(const void* stored, const void* key) {
     return hashOwned(stored) == hashOwned(key) ? 0 : 1;
 }
-// Takes the contents over and leaves 0 behind, so that hashing the key once more gives another
-// hash.
+// Takes the contents and leaves 0, so that hashing the key again gives another hash.
 void fillByMoving(HashMapEntry* entry, void* key, void* value) {
     auto* given = static_cast<Owned*>(key);
     entry->key = new Owned{given->number};
@@ -765,7 +764,7 @@ void* releaseOwned(HashMapEntry* entry) {
     return nullptr;
 }
 
-// The bucket is that of the key before it was filled in; the stored hash is the one after.
+// The bucket belongs to the key before fill; the stored hash is that after fill.
 TEST(HashMap, AFillThatMovesTheKeyOutLeavesTheBucketAlone) {
     const Map map(vn_HashMap_ctor(hashOwned, compareOwned, fillByMoving, releaseOwned, 0, 0));
     Owned five = {5};

@@ -1,4 +1,4 @@
-// The ring's figures through the record's fields, its order against std::deque, and many threads.
+// The ring's sizes, read from the record's fields; its order against std::deque; and many threads.
 #include <vncommon/queue.h>
 
 #include <gtest/gtest.h>
@@ -61,7 +61,7 @@ TEST(Queue, StartsWithOneSlot) {
     EXPECT_EQ(sizeof(vn_qtsElement), 24u);
 }
 
-// Nothing but the ring: a queue of one slot takes no room for more.
+// Only the ring: a queue of one slot allocates no more than that.
 TEST(Queue, TakesARingOfExactlyItsCapacity) {
     Queue queue;
     for (uintptr_t i = 0; i < 100; ++i) {
@@ -181,8 +181,8 @@ TEST(Queue, RemoveWithoutBlocking) {
     EXPECT_EQ(vn_qtsRemoveNB(&queue, &out), 1);
 }
 
-// The shrink rule on its own: a ring of the given capacity from which elements are removed until
-// the given count is left.
+// The shrink rule alone: removes elements from a ring of the given capacity until the given count
+// is left.
 uint32_t capacityAfterRemovingTo(uint32_t capacity, uint32_t count) {
     Queue queue;
     for (uint32_t i = 0; i < capacity; ++i) {
@@ -267,7 +267,7 @@ TEST(Queue, KeepsOrderAcrossGrowthAndShrinkWhileWrapped) {
     }
 }
 
-// Whether an element is there, or comes while the thread waits, or while it is asleep.
+// An element is present, or arrives while the thread waits or sleeps.
 TEST(Queue, RemoveLeavesErrnoAlone) {
     Queue queue;
     queue.add(1);
@@ -300,8 +300,8 @@ TEST(Queue, RemoveBlocksUntilSomethingArrives) {
 
 constexpr uintptr_t endOfStream = ~uintptr_t{0} / 4;
 
-// Producers add (producer, sequence) pairs, alternating single elements and batches; a full
-// queue is tried again.
+// Producers add (producer, sequence) pairs, alternating single elements and batches; a full queue
+// is retried.
 void produce(Queue& queue, uintptr_t producer, uintptr_t total) {
     std::vector<vn_qtsElement> batch;
     uintptr_t sequence = 0;

@@ -1,4 +1,4 @@
-// Vector: every operation against a model, and each figure of growth and shrinking by name.
+// Vector: every operation against a model, and each capacity of growth and shrinking.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <vncommon/vector.h>
@@ -53,7 +53,7 @@ bool unusedSlotsAreZero(const Vector* vector) {
                        [](void* slot) { return slot == nullptr; });
 }
 
-Elements seen;    // what the hooks and compare were called with, in order
+Elements seen;    // arguments of the hooks and of compare, in order
 Elements probes;  // the keys that compare was given
 
 void forget() {
@@ -67,7 +67,7 @@ void* timesTen(void* element) {
     return pointer(number(element) * 10);
 }
 
-// Answers the number plus one.
+// Returns the number plus one.
 void* plusOne(void* element) {
     seen.push_back(number(element));
     return pointer(number(element) + 1);
@@ -142,7 +142,7 @@ TEST(VectorAdd, StoresWhatTheHookReturns) {
     EXPECT_EQ(seen, (Elements{7, 8}));
 }
 
-// Large enough for blocks that the C library maps from the system.
+// Large enough for blocks that glibc allocates with mmap.
 TEST(VectorAdd, KeepsItsPromisesInLargeBlocks) {
     const VectorHandle vector = plain(0, true);
     constexpr uint32_t count = (1u << 22) + 1;
@@ -377,7 +377,7 @@ TEST(VectorEmptying, DestructionPassesEveryElementToTheHook) {
     EXPECT_EQ(seen, (Elements{1, 2, 3}));
 }
 
-// What the hooks are there for: the Vector owns copies of the texts.
+// The purpose of the hooks: the Vector owns copies of the texts.
 void* copyText(void* text) {
     return strdup(static_cast<const char*>(text));
 }
@@ -400,7 +400,7 @@ TEST(VectorHooks, LetItOwnItsElements) {
     EXPECT_STREQ(static_cast<char*>(vn_Vector_get(vector.get(), 4)), "four");
 }
 
-// A second telling of the rules of growth and shrinking.
+// A second implementation of the rules of growth and shrinking.
 struct Model {
     explicit Model(uint32_t initial, bool shrinks)
         : initialCapacity(initial), capacity(initial), shrink(shrinks) {}

@@ -1,5 +1,5 @@
-// vncommon.hpp: each class does what the C functions do, and gives everything back (the sanitizer's
-// leak checker looks on).
+// vncommon.hpp: each class does what the C functions do and frees everything (the leak sanitizer
+// checks this).
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <vncommon/vncommon.hpp>

@@ -1,5 +1,5 @@
-// How rendering uses the heap, in page faults: a large event that is rendered again and again must
-// find its memory where the text before left it.
+// Heap use of rendering, in page faults: repeated rendering of a large event must reuse the memory
+// of the text before.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <vncommon/event_writer.h>
@@ -43,8 +43,8 @@ long pageFaults() {
     return usage.ru_minflt;
 }
 
-// A text of 100 KB fits into what glibc keeps free at the end of the heap, 128 KB, as long as the
-// block that it is written to is not much larger.
+// A text of 100 KB fits into what glibc keeps free at the end of the heap, 128 KB, provided that
+// its block is not much larger.
 TEST(EventWriterMemory, IsNotFaultedInForEveryText) {
 #ifndef __GLIBC__
     GTEST_SKIP() << "another C library keeps its heap in another way";

@@ -1,6 +1,6 @@
-// Event writer against a model: random trees are built through the interface and, beside it, as the
-// list of pieces that their text is made of. The model writes the pieces with snprintf, so that it
-// also tells what a tight limit does to each of them.
+// Event writer against a model: builds random trees through the interface, and in parallel the list
+// of pieces of their text. The model writes the pieces with snprintf, so it also predicts the
+// effect of a tight limit on each.
 #include <gtest/gtest.h>
 #include <vncommon/event_writer.h>
 
@@ -21,7 +21,7 @@ struct Piece {
 
 struct Model {
     std::vector<Piece> pieces;
-    size_t unwritten = 0;  // what counts in the length but is not in the text
+    size_t unwritten = 0;  // counts in the length but is not in the text
 
     void add(Piece::Kind kind, const std::string& text) { pieces.push_back({kind, text}); }
     void add(const Model& other) {
@@ -75,7 +75,7 @@ void writePiece(const Piece& piece, char* buffer, int& position, int limit) {
 struct Value {
     uint32_t kind;
     void* payload;
-    std::string text;  // what the payload points to, for kinds 1 and 9
+    std::string text;  // target of the payload for kinds 1 and 9
     Model model;
 };
 
@@ -185,7 +185,7 @@ class RandomTrees {
         return result;
     }
 
-    // What has no text, or only half of it.
+    // Values without a text, or with only half of one.
     Value odd() {
         Value result = {10 + below(3), nullptr, "", {}};
         if (below(2) == 0) {
@@ -267,7 +267,7 @@ class RandomTrees {
         return model;
     }
 
-    // Adds a random value to the writer's values by one of the ways that there are.
+    // Adds a random value to the writer's values in one of the possible ways.
     Model addTo(VN_EventWriter* writer, int depth) {
         Value added = value(depth);
         switch (below(5)) {
@@ -381,7 +381,7 @@ std::string taken(char* text) {
     return copy;
 }
 
-// The two passes as a caller makes them.
+// The two passes of a caller: measure, then write.
 std::string inTwoPasses(const VN_EventValue& value) {
     const uint32_t length = VN_EventWriter_strlen(&value, value.kind);
     std::vector<char> buffer(length + 1, '#');

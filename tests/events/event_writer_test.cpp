@@ -64,7 +64,7 @@ std::string stringText(const char* content) {
     return alone([&](VN_EventWriter* w) { VN_EventWriter_addString(w, content); });
 }
 
-// decimal64 with the coefficient and exponent as they stand.
+// decimal64 with exactly this coefficient and exponent.
 uint64_t decimal(uint64_t coefficient, int exponent) {
     return (static_cast<uint64_t>(exponent + 398) << 53) | coefficient;
 }
@@ -252,7 +252,7 @@ TEST(EventWriterEscaping, HappensOnlyAsAWhole) {
     EXPECT_EQ(stringText("caf\xC3\xA9"), "\"caf\xC3\xA9\"");
 }
 
-// The search for the two bytes goes by words; each place of each word must count.
+// The search for the two bytes reads whole words; each position in a word is tried.
 TEST(EventWriterEscaping, SeesEveryPlaceOfAString) {
     for (size_t length = 1; length <= 40; ++length) {
         for (size_t place = 0; place < length; ++place) {
@@ -450,7 +450,7 @@ TEST(EventWriterOwnership, FreesATextThatTheOwnerExchanged) {
     EXPECT_EQ(rendered(writer), "[\"theirs\"]");
 }
 
-// An event that uses every way of owning something.
+// An event with every kind of ownership.
 Writer everything() {
     Writer writer = event("Everything");
     for (int i = 0; i < 20; ++i) {
@@ -465,7 +465,7 @@ Writer everything() {
     return writer;
 }
 
-// The sanitizers see what is freed twice or never; this sees the latter without them.
+// Sanitizers detect double frees and leaks; this detects leaks without them.
 TEST(EventWriterOwnership, FreesAllOfIt) {
     everything().reset();
     const size_t before = mallinfo2().uordblks;
@@ -532,7 +532,7 @@ TEST(EventWriterBytes, ReadThePayloadByTheKindThatIsAsked) {
     EXPECT_STREQ(buffer, "true");
 }
 
-// 65 times the same 64 MiB of text: more than 32 bits can count, more than a position can reach.
+// 65 times the same 64 MiB of text: longer than a 32-bit position can express.
 TEST(EventWriterBytes, StopAtTheEndOfTheirCounters) {
     const std::string content(size_t{64} << 20, 'x');
     VN_EventValue large = {const_cast<char*>(content.c_str()), VN_EventKind_Unformatted};

@@ -1,6 +1,6 @@
-// Loads and unloads the library (argument 1) in a loop, using its pools in between: nothing may
-// pile up, neither memory nor descriptors nor thread-specific keys, and the library must really
-// go away each time. Not linked with the library, or it could never be unloaded.
+// Loads and unloads the library (argument 1) in a loop, using its pools in between: neither memory
+// nor descriptors nor thread-specific keys may accumulate, and the library must really be unloaded
+// each time. This program is not linked with the library, because it could then not be unloaded.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <malloc.h>
@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
         return fail("usage: library_unload_test LIBRARY");
     }
     setenv("VN_ASSUME_CPUS", "3", 1);
-    // The C library keeps what a first few hundred loads made it allocate.
+    // The C library keeps allocations of the first few hundred loads.
     for (int i = 0; i < 400; ++i) {
         if (!loadUseUnload(argv[1])) {
             return fail("the library stays loaded");

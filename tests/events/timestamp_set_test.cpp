@@ -1,5 +1,5 @@
-// Timestamp sets through the interface; what load and unload do, in fresh processes; and a count
-// of the heap calls, which is how pooling can be seen from outside.
+// Timestamp sets through the interface; what load and unload do, in fresh processes; and counts of
+// heap calls, which show pooling from outside.
 #include <vncommon/timestamp_set.h>
 
 #include <dlfcn.h>
@@ -25,14 +25,14 @@
 
 namespace {
 
-// What the library's gettimeofday gives while a test says so.
+// The time that gettimeofday returns to the library while a test sets it.
 bool clockIsFake = false;
 bool clockFails = false;
 timeval fakeTime;
 
 }  // namespace
 
-// Stands before the C library's for the shared library too.
+// Replaces the C library's, for the shared library too.
 extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* time, void*) noexcept {
     if (clockFails) {
         errno = ENOSYS;
@@ -387,7 +387,7 @@ VN_CHILD(poolCapacities) {
     for (int i = 0; i < 32; ++i) {
         VN_TimestampSet_dtor(sets[static_cast<size_t>(i)]);
     }
-    // 32 sets and 128 entries fit exactly; the 33rd set has room for nothing.
+    // 32 sets and 128 entries fit exactly; there is no room for a 33rd set.
     EXPECT_EQ(filling.frees(), 0u);
     const HeapCount overflowing;
     VN_TimestampSet_dtor(sets[32]);
@@ -414,7 +414,7 @@ TEST(TimestampSet, PoolsKeep32SetsAnd128Entries) {
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
-// The addresses tell what came out of the pool.
+// The addresses show what came from the pool.
 VN_CHILD(lastInFirstOut) {
     VN_TimestampSet* a = VN_TimestampSet_ctor();
     VN_TimestampSet* b = VN_TimestampSet_ctor();
@@ -457,7 +457,7 @@ void fillPool() {
     }
 }
 
-// Whoever needs a pooled entry gets it, in whatever way 32 sets share the 128 entries.
+// Pooled entries are available however 32 sets share the 128 entries.
 VN_CHILD(everyPooledEntry) {
     fillPool();
     for (const uint32_t stampsOfFirst : {4u, 1u, 97u, 0u, 128u - 31u * 3u}) {
@@ -477,7 +477,7 @@ VN_CHILD(everyPooledEntry) {
         for (VN_TimestampSet* set : sets) {
             VN_TimestampSet_dtor(set);
         }
-        // The storage of a set's Vector grows beyond 8: that is all.
+        // Only the storage of a set's Vector grows, beyond 8.
         EXPECT_LE(grownVectors, stampsOfFirst > 8 ? 4u : 0u) << stampsOfFirst;
     }
     return testing::Test::HasFailure() ? 1 : 0;
@@ -490,7 +490,7 @@ TEST(TimestampSet, EveryPooledEntryCanBeHad) {
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
-// Sets in use do not change what comes out of the pool next.
+// Sets in use do not affect what the pool returns next.
 VN_CHILD(lastInFirstOutAcrossSets) {
     VN_TimestampSet* a = VN_TimestampSet_ctor();
     VN_TimestampSet* b = VN_TimestampSet_ctor();
@@ -520,7 +520,7 @@ TEST(TimestampSet, EntriesComeOutLastInFirstOutWhicheverSetAsks) {
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
-// With three pools, the threads whose counted ids leave the same rest meet in one of them.
+// With three pools, threads whose ids are equal modulo 3 share a pool.
 VN_CHILD(poolsByThread) {
     VN_TimestampSet* kept = VN_TimestampSet_ctor();
     const uint64_t id = vn_getCountedThreadId();
@@ -562,7 +562,7 @@ TEST(TimestampSet, DisabledPoolsFreeAtOnce) {
     }
 }
 
-// The first set takes the thread's number, with pools or without.
+// The first set assigns the thread's id, with pools or without.
 VN_CHILD(numberOfFirstSet) {
     VN_TimestampSet_dtor(VN_TimestampSet_ctor());
     uint64_t next = 0;

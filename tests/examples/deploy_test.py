@@ -15,8 +15,8 @@ PROGRAMS = None
 DEPLOY = pathlib.Path(__file__).resolve().parents[2] / "examples/deploy"
 PATIENCE = 30  # seconds
 
-# The manager's side, for a service whose reload command is $RELOAD; it is stopped when that is
-# empty. As systemctl(1) says, reload then fails, and try-reload-or-restart does nothing.
+# A stand-in for systemctl. $RELOAD is the service's reload command; empty means that the service is
+# stopped. systemctl(1): reload then fails, and try-reload-or-restart does nothing.
 SYSTEMCTL = """#!/bin/sh
 [ "$2" = event_server.service ] || exit 5
 case "$1:$RELOAD" in

@@ -1,4 +1,4 @@
-// The parts of the event server that work alone.
+// Unit tests of the event server's parts.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
@@ -23,7 +23,7 @@ namespace {
 
 constexpr size_t limit = 10;
 
-// What the splitter tells about a stream that comes in pieces of the given size.
+// The splitter's results for a stream that arrives in pieces of the given size.
 std::vector<std::string> split(const std::string& stream, size_t piece) {
     LineSplitter splitter(limit);
     std::vector<std::string> told;
@@ -217,7 +217,7 @@ TEST(Listener, GivesConnectionsThatNoticeWhenTheClientIsGone) {
     Listener listener;
     std::string error;
     ASSERT_TRUE(listener.open(0, error)) << error;
-    EXPECT_EQ(listener.accept(error), -1);  // nobody is there, and it does not wait
+    EXPECT_EQ(listener.accept(error), -1);  // no client is there; it does not wait
     EXPECT_EQ(error, "");
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -239,7 +239,7 @@ TEST(Listener, GivesConnectionsThatNoticeWhenTheClientIsGone) {
     close(client);
 }
 
-// Bytes at random from an alphabet of what means something to the parser, under the sanitizers.
+// Random bytes from the characters that are special to the parser, for the sanitizers.
 TEST(RecordParser, SurvivesAnyLine) {
     const std::string alphabet =
         "name=size=depends=essential=,(\\nt\t\t= 019.e-x\xc3\xa9\xff" + std::string(1, '\0');

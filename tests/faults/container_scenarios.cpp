@@ -14,7 +14,7 @@ vn_qtsElement element(uintptr_t number) {
     return {{reinterpret_cast<void*>(number), nullptr, nullptr}};
 }
 
-// The element is there all the time, but its unit comes late: the remover has to sleep.
+// The element is present, but its semaphore unit comes late, so the remover must sleep.
 void removeAsleep(vn_qtsQueue* queue, vn_qtsElement* out) {
     CHECK(!vn_Semaphore_trywait(&queue->available));
     std::thread late([&] {
@@ -25,7 +25,7 @@ void removeAsleep(vn_qtsQueue* queue, vn_qtsElement* out) {
     late.join();
 }
 
-// The count is right whatever failed; only elements that were posted can be taken.
+// The count is right after any failure; only posted elements can be removed.
 void useQueue() {
     vn_threadInit();
     vn_qtsQueue queue;

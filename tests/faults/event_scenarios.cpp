@@ -22,7 +22,7 @@ void writeEvent() {
     inject([event] { VN_EventWriter_dtor(event); });
 }
 
-// A lock that cannot be had does not stop the one thread that there is.
+// A failed lock does not stop the only thread.
 void stamp() {
     makeProcessLogger();
     VN_TimestampSet* set = inject(VN_TimestampSet_ctor);

@@ -1,5 +1,5 @@
 // Fault injection: every fallible call that a scenario makes fails once, and once more together
-// with all calls after it; each time in a process of its own.
+// with all calls after it; each time in a new process.
 //
 // A run ends in one of these ways, and in no other:
 //  - A checked allocation failed: the message of vn_checkMemory, then abort().
@@ -94,7 +94,7 @@ struct Fault {
 struct Outcome {
     ChildResult child;
     std::vector<Fault> faults;
-    std::optional<long> left;  // absent when the scenario did not come to its end
+    std::optional<long> left;  // absent if the scenario did not finish
 };
 
 Outcome runOnce(const Scenario& scenario, const Plan& plan) {
@@ -139,7 +139,7 @@ bool isThreadingCall(const std::string& call) {
     return call.rfind("pthread_", 0) == 0 || call.rfind("sem_", 0) == 0;
 }
 
-// All but those whose result is an ordinary outcome, or that nobody looks at.
+// All calls except those that may fail normally or whose result is ignored.
 bool isReported(const Scenario& scenario, const Plan& plan, const std::string& call) {
     return isThreadingCall(call) && plan.variant != Variant::interrupted &&
            !isOneOf(call, scenario.silent) &&
@@ -147,13 +147,13 @@ bool isReported(const Scenario& scenario, const Plan& plan, const std::string& c
                            "pthread_sigmask"});
 }
 
-// Memory that the library cannot do without.
+// Memory that the library needs.
 bool endsTheProcess(const Fault& fault) {
     return isHeapCall(fault.call) && isOneOf(fault.caller, {"vn_malloc", "vn_realloc", "vn_strdup",
                                                             "vn_strndup", "vn_createThread"});
 }
 
-// Names that cannot be converted without memory: loggers cannot do without them.
+// Converted file names: the conversion needs memory, and loggers need the names.
 bool mayEndTheProcess(const Fault& fault) {
     return isHeapCall(fault.call) && isOneOf(fault.caller, {"vn_CstrToUTF8", "vn_UTF8ToCstr"});
 }
@@ -178,7 +178,7 @@ void expectReports(const Scenario& scenario, const Plan& plan, const Outcome& ru
             EXPECT_NE(err.find(report + "\n"), std::string::npos) << report << " is missing";
             expected.push_back(report);
         }
-        if (fault.call == "pthread_mutex_lock") {  // unlocked all the same, it counts as in use
+        if (fault.call == "pthread_mutex_lock") {  // it is unlocked, but counts as in use
             expected.push_back("System call pthread_mutex_destroy failed");
         }
     }
@@ -192,7 +192,7 @@ void expectReports(const Scenario& scenario, const Plan& plan, const Outcome& ru
 
 constexpr char noThread[] = "Fatal error: System call pthread_create failed\n";
 
-// It finds out by itself that it cannot, when it is the one that gets no memory.
+// It detects the failure itself if its own allocation fails.
 bool couldNotMakeThread(const Plan& plan, const Outcome& run) {
     const auto isThread = [](const Fault& fault) { return fault.call == "pthread_create"; };
     return (plan.variant == Variant::usual || plan.variant == Variant::noMemory) &&
@@ -243,7 +243,7 @@ std::string describe(const Plan& plan, const Outcome& run) {
     return text.str();
 }
 
-// What fails for ever in which way.
+// The calls that fail permanently, and how.
 bool isTried(const Plan& plan) {
     switch (plan.variant) {
         case Variant::usual:
@@ -275,7 +275,7 @@ TEST_P(Faults, EndAsPromised) {
                 SCOPED_TRACE(describe(plan, run));
                 expectEnd(scenario, plan, run, untouched.left.value_or(0));
                 if (run.faults.empty()) {
-                    break;  // it has fewer calls than that
+                    break;  // the scenario has fewer calls
                 }
                 failed.push_back(run.faults.front().call);
                 ++points;

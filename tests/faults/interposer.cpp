@@ -36,7 +36,7 @@ enum Trait : unsigned {
     takesDescriptor = 2,  // may fail with EMFILE
     transfers = 4,        // may transfer less than asked for
     refusable = 8,        // may fail with EPERM
-    once = 16,            // is repeated until it succeeds, so it must do so in the end
+    once = 16,            // repeated until it succeeds, so it must succeed in the end
     heap = 32,
 };
 
@@ -46,7 +46,7 @@ struct Call {
     unsigned traits;
 };
 
-constexpr int transferLess = -1;  // what decide() gives for Variant::partial
+constexpr int transferLess = -1;  // result of decide() for Variant::partial
 
 // ---- State: the calls of one thread only are counted, so nothing here is shared ----
 
@@ -112,7 +112,7 @@ void needRanges() {
     }
 }
 
-// The exported function that an address lies in, else "-".
+// The exported function that contains the address, else "-".
 const char* functionAt(void* address) {
     Dl_info info;
     return dladdr(address, &info) != 0 && info.dli_sname != nullptr ? info.dli_sname : "-";
@@ -128,7 +128,7 @@ bool isChecked(const char* function) {
     return false;
 }
 
-// While it lives, nothing is counted: what is used here may be interposed itself.
+// Disables counting during its life: functions used here may be interposed too.
 class Pause {
   public:
     Pause() : before(armed), errnoBefore(errno) { armed = false; }
@@ -154,7 +154,7 @@ void report(const char* name, void* caller) {
     }
 }
 
-// Whether the last calls all came from the same place, or in turn from two.
+// Whether the last calls all came from the same place, or alternately from two.
 bool isOneOfMany(void* caller) {
     constexpr int enough = 6;
     static void* last[2] = {};
@@ -165,7 +165,7 @@ bool isOneOfMany(void* caller) {
     return row > enough;
 }
 
-// Counts a call; whether it is to fail.
+// Counts a call; returns whether it must fail.
 bool takesPart(const Call& call, void* caller) {
     const bool many = isOneOfMany(caller) && (call.traits & heap) == 0;
     counted += many ? 0 : 1;
@@ -179,7 +179,7 @@ bool takesPart(const Call& call, void* caller) {
     return fails;
 }
 
-// The error of a call that fails that way; 0 for a call that does not.
+// The error of a call that fails in that way; 0 if it does not.
 int errorOf(const Call& call) {
     const auto has = [&call](Trait trait) { return (call.traits & trait) != 0; };
     switch (plan.variant) {
@@ -198,7 +198,7 @@ int errorOf(const Call& call) {
     }
 }
 
-// Counting from load begins with the first call that the library makes.
+// With counting from load, the first call of the library is the first one counted.
 bool armedByLoad(void* caller) {
     static bool over = false;
     if (!over && !planRead) {
@@ -217,8 +217,8 @@ bool armedByLoad(void* caller) {
     return true;
 }
 
-// The error that the call is to fail with, 0 to pass it on. Only direct calls of the library
-// count. A call in the last place of a function is a jump, and seems to come from the test.
+// The error of the call, 0 to pass it on. Only direct calls of the library count. A tail call is a
+// jump and seems to come from the test.
 int decide(const Call& call, void* caller) {
     if (!armed && !armedByLoad(caller)) {
         return 0;
@@ -245,7 +245,7 @@ bool refusesMemory(const char* name, void* caller) {
     return takesPart({name, ENOMEM, heap}, caller);
 }
 
-// ---- The functions behind ours ----
+// ---- The replaced functions ----
 
 void* next(const char* name) {
     const Pause pause;
@@ -259,7 +259,7 @@ void* next(const char* name) {
     return lookUp(RTLD_NEXT, name);
 }
 
-// Static initialisers of the program run last: what the library does at load is over.
+// Static initialisers of the program run last, after those of the library.
 struct EndOfLoad {
     EndOfLoad() { armed = false; }
 };
@@ -318,7 +318,7 @@ void* __libc_memalign(size_t alignment, size_t size);
 void __libc_free(void* block);
 }
 
-// Ours under the C library's names, whatever its headers declare about those.
+// Our functions with the C library's names, independent of the declarations in its headers.
 #define VN_STANDS_FOR(name) __asm__(#name) __attribute__((visibility("default")))
 
 #define VN_HEAP_CALL(name, parameters, arguments)                            \
@@ -391,7 +391,7 @@ extern "C" void interposed_free(void* block) {
 // Returns the error.
 #define VN_THREAD_CALL(name, usualError, traits, parameters, arguments) \
     VN_CALL(int, name, usualError, traits, parameters, arguments, return error)
-// Does its work all the same: what stays locked or open otherwise would stop the test for ever.
+// Performs the call even so: otherwise the test would hang on what stays locked or open.
 #define VN_RELEASE(name, usualError, parameters, arguments) \
     VN_CALL(int, name, usualError, plain, parameters, arguments, real arguments; return error)
 #define VN_TRANSFER(name, usualError, parameters, less, arguments)                       \

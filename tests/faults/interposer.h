@@ -1,10 +1,10 @@
-// Makes the n-th fallible call that the library makes fail. The test program's own malloc, open,
-// pthread_create ... stand before the C library's (interposer.cpp). They pass everything on, except
-// what the plan says for calls made while an Injection lives, by its thread.
+// Makes the n-th fallible call that the library makes fail. The test program's malloc, open,
+// pthread_create ... replace the C library's (interposer.cpp). They pass calls on, except those
+// that the plan selects during the life of an Injection, in its thread.
 //
 // A failed call is reported as a line "fault NAME CALLER" on standard output; CALLER is the
-// exported function that made the call, or "-". Of calls (other than for memory) that
-// are repeated in a row only the first few count; the others fail if failures go on by then.
+// exported function that made the call, or "-". Of calls repeated in a row (other than for memory)
+// only the first few count; the others fail only while failures continue.
 #ifndef VN_TESTS_FAULTS_INTERPOSER_H
 #define VN_TESTS_FAULTS_INTERPOSER_H
 
@@ -14,11 +14,11 @@ namespace faults {
 
 // How calls fail; calls that cannot fail that way are not counted.
 enum class Variant {
-    usual,         // each with the error that is likeliest for it
+    usual,         // each with its most likely error
     interrupted,   // EINTR
     noDescriptor,  // EMFILE
     partial,       // no failure: half of the bytes are transferred
-    refused,       // EPERM, for what otherwise ends the process
+    refused,       // EPERM, where other errors end the process
     noMemory,      // heap calls only
 };
 constexpr int variants = 6;
@@ -28,13 +28,13 @@ constexpr int variants = 6;
 // (own); or both.
 enum class Memory { none, checked, own, all };
 
-// What the environment variable VN_FAULTS holds, as numbers with a blank between.
+// The contents of the environment variable VN_FAULTS: numbers separated by blanks.
 struct Plan {
     Variant variant = Variant::usual;
     bool onwards = false;  // the calls after the n-th fail too
     uint64_t n = 0;        // from 1; 0 for no failure at all
     Memory memory = Memory::none;
-    bool fromLoad = false;  // what the library's static initialisers call counts too
+    bool fromLoad = false;  // also counts calls of the library's static initialisers
 };
 constexpr char planVariable[] = "VN_FAULTS";
 
@@ -56,7 +56,7 @@ bool failed();                  // whether any call failed in the last injection
 bool failed(const char* call);  // whether this one did
 bool everFailed();              // in any injection
 
-int64_t liveBlocks();  // of the heap: allocated and not freed
+int64_t liveBlocks();  // heap blocks allocated and not freed
 uint64_t countedCalls();
 
 }  // namespace faults

@@ -20,7 +20,7 @@ bool holds(const std::string& file, const std::string& text) {
     return readFile(file).find(text) != std::string::npos;
 }
 
-// Where the lines of the logger are, going by its name.
+// Where the logger's lines are, by its name.
 bool writesTo(const FileLogger* logger, const std::string& file) {
     return equal(FileLogger_GetFileName(logger), file.c_str());
 }
@@ -31,7 +31,7 @@ void endLogger(FileLogger* logger) {
     vn_free(buffer);
 }
 
-// Files that exist are never emptied or cut, and a logger says truly where its lines go.
+// Existing files are never truncated, and the logger's name is where its lines really go.
 void rotate() {
     const std::string first = writeFile("first.log", "before\n");
     const std::string second = writeFile("second.log", "before\n");
@@ -50,7 +50,7 @@ void rotate() {
     inject([&] { FileLogger_SetFilename(logger, second.c_str(), 0, 0); });
     const bool moved = writesTo(logger, second);
     CHECK(moved || failed());
-    CHECK(FileLogger_GetUTF8FileName(logger) != nullptr);  // or it would never be reopened
+    CHECK(FileLogger_GetUTF8FileName(logger) != nullptr);  // otherwise it would never be reopened
     FileLogger_LogInfo(logger, "line three");
     CHECK(holds(second, "line three\n") == moved);
     CHECK(!holds(first, "line three\n"));
@@ -67,7 +67,7 @@ void rotate() {
     endLogger(logger);
 }
 
-// The lines: in a logger that is set up already, all memory can be done without.
+// The lines: once a logger is set up, it works without any memory.
 void writeLines() {
     const std::string file = folder() + "/lines.log";
     FileLogger* logger = FileLogger_ctor();
@@ -80,8 +80,8 @@ void writeLines() {
     const std::string longLine = readFile(file).substr(written.size());
     const bool whole = longLine.find(longText + "\n") != std::string::npos;
     CHECK(failed() || whole);
-    // Cut to the room there is. glibc 2.41: strerror_r allocates, too, so a malloc that failed need
-    // not be the line's.
+    // Truncated to the available room. glibc 2.41: strerror_r also allocates, so the failed malloc
+    // may not be the line's.
     if (!whole && failed("malloc") && !failed("write")) {
         CHECK(longLine.size() > 1000 && longLine.size() < 1024 && longLine.back() == '\n');
     }
@@ -103,7 +103,7 @@ void writeToDescriptor() {
     endLogger(logger);
 }
 
-// The process's logger stays; its file is left to standard error again at the end.
+// The process's logger stays; at the end it writes to standard error again.
 void useProcessLogger() {
     const std::string file = writeFile("process.log", "before\n");
     inject([&] { VN_LogSetup(7, file.c_str(), 0, 1); });

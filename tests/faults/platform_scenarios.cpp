@@ -25,7 +25,7 @@ void limitByControlGroups() {
     setenv("VN_CGROUPS_SELF", self.c_str(), 1);
 }
 
-// A limit that cannot be read does not count; nothing is remembered of the failure.
+// An unreadable limit is ignored; the failure is not cached.
 void discover() {
     limitByControlGroups();
     const int physical = inject(vn_getPhysicalCPUs);
@@ -66,7 +66,7 @@ void readControlGroups() {
     CHECK(limit == (64 << 20) || (failed() && limit == INT64_MAX));
 }
 
-// The first fitting line decides, also when there is no memory for it.
+// The first matching line decides, even if there is no memory for it.
 void findGroupListedTwice() {
     const std::string root = folder() + "/cgroup";
     writeFile("cgroup/cpu/first/file", "");

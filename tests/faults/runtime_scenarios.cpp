@@ -50,7 +50,7 @@ void* countRun(void* counter) {
     return nullptr;
 }
 
-// Whatever failed before: no wait begins that nothing would end.
+// No wait without end, whatever failed before.
 void useLocks() {
     vn_Mutex mutex = PTHREAD_MUTEX_INITIALIZER;
     vn_Condition condition = PTHREAD_COND_INITIALIZER;
@@ -190,8 +190,8 @@ const char* transferError(const char* call) {
     return text;
 }
 
-// Talks over a socket pair; after a failure the other side may be short of bytes, so nothing is
-// read that may not come.
+// Uses a socket pair. After a failure the other side may have sent less, so nothing is read that
+// may not arrive.
 void talk() {
     int ends[2];
     CHECK(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
@@ -245,7 +245,7 @@ void resolveByName() {
     close(listener);
 }
 
-// Whatever the static initialisers could not get, what was built on it works.
+// Everything works, whatever the static initialisers failed to get.
 void useAfterLoad() {
     const uint64_t number = vn_getCountedThreadId();
     CHECK(number > 0);

@@ -1,6 +1,6 @@
-// What the library is put through while its calls fail, one scenario or more for each family. A
-// scenario runs in a child process and checks there what each call promises for the case that the
-// system refuses it something; faults_test.cpp repeats it with another call failing each time.
+// What the library does while system calls fail: one or more scenarios per family. A scenario runs
+// in a child process and checks the documented result of each failure. faults_test.cpp repeats it,
+// with another call failing each time.
 #ifndef VN_TESTS_FAULTS_SCENARIOS_H
 #define VN_TESTS_FAULTS_SCENARIOS_H
 
@@ -18,15 +18,15 @@ namespace faults {
 struct Scenario {
     std::string name;
     void (*run)();
-    Memory memory;  // see the table in faults_test.cpp for what is out of contract
-    std::vector<std::string> mustFail = {};         // calls that have to be among the failing ones
+    Memory memory;                           // out of contract: see the table in faults_test.cpp
+    std::vector<std::string> mustFail = {};  // calls that have to be among the failing ones
     std::vector<std::string> onStandardError = {};  // what lines may hold besides failure reports
     std::vector<std::string> silent = {};           // threading calls whose failure is no report
     std::map<std::string, std::optional<std::string>> environment = {};
     int exitStatus = 0;
     int mayKeep = 0;  // heap blocks that stay for later use in the case of a failure only
     bool fromLoad = false;
-    int step = 1;  // only every so many calls are made to fail, where there are many of a kind
+    int step = 1;  // with many similar calls, only every n-th fails
 };
 
 void PrintTo(const Scenario& scenario, std::ostream* to);
@@ -45,8 +45,8 @@ void check(bool holds, const char* what, const char* file, int line);
 
 bool equal(const char* text, const char* expected);  // null is equal to null only
 
-// The message that goes with the call that failed in the last injection, null when none of the
-// listed did. The first entry that fits counts.
+// The message for the call that failed in the last injection; null if none of the listed calls
+// failed. The first matching entry counts.
 struct Message {
     const char* call;
     const char* text;
@@ -58,7 +58,7 @@ void checkMessage(char* message, const char* expected, const char* file, int lin
 #define CHECK_MESSAGE(message, ...) \
     faults::checkMessage(message, faults::messageFor(__VA_ARGS__), __FILE__, __LINE__)
 
-// For scenarios in which only failures are logged: what the logger takes once is not to count.
+// For scenarios that log only failures: the logger's one-time allocations must not count.
 void makeProcessLogger();
 
 // The folder for the files of this run; removed by the parent.

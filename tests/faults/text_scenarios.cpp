@@ -80,7 +80,7 @@ void useStrings() {
     free(text);
 }
 
-// The locale has the code page ISO-8859-1. When a conversion cannot be made, the text is copied.
+// The locale's code page is ISO-8859-1. If a conversion fails, the text is copied.
 void convertText() {
     char* text = inject([] { return vn_UTF8ToCstr("gr\xC3\xBC\xC3\x9F"); });
     CHECK(equal(text, "gr\xFC\xDF") || (failed() && equal(text, "gr\xC3\xBC\xC3\x9F")) ||
@@ -120,7 +120,7 @@ void compareText() {
     CHECK(failed() || result < 0);
 }
 
-// Thousands of digits go beyond the scratch area of a conversion.
+// Thousands of digits exceed the scratch area of a conversion.
 void convertLongNumber() {
     const std::string digits = "0." + std::string(16'400, '3') + "e5";
     const double value = inject([&] { return vn_strtod(digits.c_str(), nullptr); });

@@ -1,5 +1,5 @@
-// Logger objects: life, levels, the format of a line, destinations. Rotation and what the system
-// sees of the writes have tests of their own.
+// Logger objects: life, levels, the format of a line, destinations. Rotation and the system calls
+// of writes are tested separately.
 #include <vncommon/file_logger.h>
 
 #include <dlfcn.h>
@@ -20,11 +20,11 @@
 
 namespace {
 
-int fakeSecond = -1;  // what localtime_r gives as second while it is not negative
+int fakeSecond = -1;  // the second that localtime_r returns, if not negative
 
 }  // namespace
 
-// Stands before the C library's for the shared library too.
+// Replaces the C library's, for the shared library too.
 extern "C" __attribute__((visibility("default"))) tm* localtime_r(const time_t* time,
                                                                   tm* local) noexcept {
     using Function = tm* (*)(const time_t*, tm*);
@@ -71,7 +71,7 @@ void doLogCat(FileLogger* logger, const char* variable, uint32_t level, const ch
     va_end(arguments);
 }
 
-// Not time(), which may lag behind by some milliseconds.
+// Not time(), which may be some milliseconds behind.
 time_t currentSecond() {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
@@ -141,7 +141,7 @@ TEST(FileLogger, AllocatedLoggersAreInitialised) {
     const int fd = logger->fd;
     FileLogger_dtor(logger);
     EXPECT_FALSE(isOpen(fd));
-    // What the last line left in the buffer: it is the caller's after the logger's end.
+    // The buffer with the last line: it belongs to the caller after the logger's end.
     EXPECT_NE(std::string(buffer).find("hello\n"), std::string::npos);
     free(buffer);
     EXPECT_EQ(linesOf(contentsOf(directory.file("log"))).size(), 1u);
@@ -264,13 +264,13 @@ TEST(FileLogger, KeepsTheDateAndTimeOfTheSecond) {
     FileLogger_LogInfo(logger, "one");
     EXPECT_EQ(logger->prefixLength, 20);
     EXPECT_NEAR(static_cast<double>(logger->prefixTime), static_cast<double>(currentSecond()), 1.0);
-    // A prefix that is valid for this second is used as it stands.
+    // A prefix that is valid for this second is used unchanged.
     for (int attempt = 0; attempt < 3; ++attempt) {
         logger->prefixTime = currentSecond();
         memcpy(logger->buffer, "1999-12-31 23:59:59.", 20);
         FileLogger_LogInfo(logger, "kept");
         if (logger->prefixTime == currentSecond()) {
-            break;  // else the second has changed in between
+            break;  // otherwise the second has changed meanwhile
         }
     }
     EXPECT_EQ(Line(linesOf(contentsOf(directory.file("log"))).back()).second,
@@ -571,7 +571,7 @@ TEST(FileLogger, KnowsItsNames) {
     EXPECT_NE(FileLogger_GetFileName(logger), file.c_str());
     EXPECT_EQ(FileLogger_GetFileName(logger), logger->fileName);
     EXPECT_EQ(FileLogger_GetUTF8FileName(logger), logger->utf8FileName);
-    // Its own names may be given back to it.
+    // The logger accepts the names that it returned.
     FileLogger_SetFilename(logger, FileLogger_GetFileName(logger), 0, 1);
     EXPECT_EQ(FileLogger_GetFileName(logger), file);
     FileLogger_LogInfo(logger, "x");

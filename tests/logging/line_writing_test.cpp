@@ -1,4 +1,4 @@
-// What the system sees of a line: one write() of the whole, whatever happens to it.
+// A line is one write() of all its bytes, whatever happens to the call.
 #include <vncommon/file_logger.h>
 
 #include <fcntl.h>

@@ -13,7 +13,7 @@
 
 #include <vncommon/file_logger.h>
 
-// A directory of the test's own, in memory where the system has that; removed at the end.
+// A temporary directory, in memory if possible; removed at the end.
 class TestDirectory {
   public:
     TestDirectory() {
@@ -46,7 +46,7 @@ inline std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// Whether text starts with the pattern, in which 0 stands for a digit and ? for any character.
+// Whether text starts with the pattern, in which 0 matches a digit and ? any character.
 inline bool startsLike(const std::string& text, const std::string& pattern) {
     for (size_t i = 0; i < pattern.size(); ++i) {
         const char c = i < text.size() ? text[i] : '\0';
@@ -58,7 +58,7 @@ inline bool startsLike(const std::string& text, const std::string& pattern) {
     return true;
 }
 
-// A line taken apart; empty fields when it does not have the format of a line.
+// The fields of a line; empty if it does not have the format.
 struct Line {
     explicit Line(const std::string& line) {
         const std::string head = "0000-00-00 00:00:00.000 ????? [0";
@@ -77,8 +77,8 @@ struct Line {
     std::string second, milliseconds, level, thread, message;
 };
 
-// A logger of the test's own. The line buffer is left over by FileLogger_cleanup, so the test
-// releases it; if the library did so too, the sanitizer would see it.
+// A logger for one test. FileLogger_cleanup does not free the line buffer, so the test frees it;
+// the sanitizer would report a double free.
 class TestLogger {
   public:
     TestLogger() { FileLogger_init(&logger); }

@@ -1,4 +1,4 @@
-// The process's own logger. Every first call needs a process of its own.
+// The process's logger. Each test of a first call needs a new process.
 #include <vncommon/log.h>
 
 #include <fcntl.h>
@@ -29,7 +29,7 @@ void doLog(uint32_t level, const char* format, ...) {
     va_end(arguments);
 }
 
-// What the front end says about itself, on standard output.
+// Prints the state of the process's logger on standard output.
 void describe() {
     const char* name = VN_GetLogFileName();
     const char* utf8Name = VN_GetUTF8LogFileName();

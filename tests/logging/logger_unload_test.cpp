@@ -1,5 +1,5 @@
-// A program that loads the library, makes a logger and unloads the library again: the handler
-// that it leaves behind must still be there when a SIGHUP comes.
+// A program that loads the library, makes a logger and unloads the library again: the signal
+// handler that remains must still be mapped when a SIGHUP arrives.
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>

@@ -46,7 +46,7 @@ class Threads {
     std::vector<std::thread> threads;
 };
 
-// How often each message stands in the files of a directory.
+// How often each message occurs in the files of a directory.
 std::map<std::string, int> messagesIn(const std::string& directory) {
     std::map<std::string, int> messages;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
@@ -57,7 +57,7 @@ std::map<std::string, int> messagesIn(const std::string& directory) {
     return messages;
 }
 
-// Expects every message "thread:number", as many numbers per thread as given, once each.
+// Expects every message "thread:number" once, with the given count of numbers per thread.
 void expectEachOnce(const std::map<std::string, int>& found, const std::vector<int>& written) {
     size_t total = 0;
     for (size_t thread = 0; thread < written.size(); ++thread) {
@@ -96,7 +96,7 @@ TEST(Rotation, LosesAndDoublesNoLine) {
             int& number = written[static_cast<size_t>(i)];
             while (!done) {
                 FileLogger_LogInfo(logger, "%d:%d", i, number++);
-                if (number % 16 == 0) {  // lets the rotations come quickly on few processors
+                if (number % 16 == 0) {  // allows quick rotations on few processors
                     std::this_thread::sleep_for(20us);
                 }
             }
@@ -108,7 +108,7 @@ TEST(Rotation, LosesAndDoublesNoLine) {
             } else {  // in a thread that is logging
                 pthread_kill(writers.handle(static_cast<size_t>(rotation) / 2), SIGHUP);
             }
-            // The handler may leave the reopening to the one before, which is just ending.
+            // The handler may leave the reopening to an earlier handler that is about to end.
             while (!std::filesystem::exists(file)) {
                 std::this_thread::yield();
             }
@@ -289,7 +289,7 @@ void keepBusy(const std::string& file, unsigned seed, std::chrono::milliseconds 
     }
 }
 
-// Sends SIGHUP to one thread after the other as long as it lives.
+// Sends SIGHUP to the threads in turn during its life.
 class Storm {
   public:
     explicit Storm(std::vector<pthread_t> targets)
@@ -370,7 +370,7 @@ void extendedHandler(int signal, siginfo_t* info, void* context) {
     received.hasContext = context != nullptr;
 }
 
-// Other code that passes the signal on in its turn.
+// Other code that also passes the signal on.
 void chainingHandler(int signal, siginfo_t* info, void* context) {
     ++received.extended;
     overridden.sa_sigaction(signal, info, context);
@@ -417,7 +417,7 @@ VN_CHILD(handlersBefore) {
     TestLogger logger("log");
     const bool ok = reopens("log");
     sendValue(77);
-    usleep(1000);  // where the thread sanitizer lets signals in
+    usleep(1000);  // TSan delivers signals here
     printf("%d %d %d %d", received.plain, received.extended, received.value, received.hasContext);
     return ok ? 0 : 1;
 }
@@ -461,7 +461,7 @@ TEST(Rotation, HandlerIsInstalledOnceAndSavesTheOneBefore) {
 VN_CHILD(reinstalls) {
     signal(SIGHUP, plainHandler);
     TestLogger logger("log");
-    bool ok = FileLogger_reinstallSignalHandler() == 0;  // ours is in force: nothing changes
+    bool ok = FileLogger_reinstallSignalHandler() == 0;  // our handler is active: nothing changes
     ok = ok && reopens("log") && received.plain == 1;
     installExtended(extendedHandler, nullptr);
     ok = ok && !reopens("log") && received.extended == 1;
@@ -476,7 +476,7 @@ VN_CHILD(reinstallsOverAChain) {
     installExtended(chainingHandler, &overridden);
     bool ok = reopens("log") && received.extended == 1;  // through the other handler
     ok = ok && FileLogger_reinstallSignalHandler() == 0;
-    ok = ok && reopens("log") && received.extended == 2;  // and not round in a circle
+    ok = ok && reopens("log") && received.extended == 2;  // without an endless loop
     return ok && reopens("log") && received.extended == 3 ? 0 : 1;
 }
 

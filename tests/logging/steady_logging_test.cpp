@@ -1,5 +1,5 @@
-// A logger in steady use allocates nothing. This program counts every allocation of the process
-// by standing in for malloc.
+// A logger in steady use allocates nothing. This program replaces malloc to count every allocation
+// of the process.
 #include <vncommon/file_logger.h>
 #include <vncommon/log.h>
 
@@ -21,7 +21,7 @@ std::atomic<long> allocations{0};
 }
 
 #ifndef VN_CANNOT_COUNT
-// Visible to the shared libraries of the program, whose calls are meant.
+// Exported, so that it also counts the calls of shared libraries.
 #pragma GCC visibility push(default)
 extern "C" {
 void* __libc_malloc(size_t size);

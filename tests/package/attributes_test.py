@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The public headers let every compiler at hand report typical mistakes, and no correct call; the
-C++ header refuses what it cannot hold."""
+"""With the public headers every installed compiler reports typical mistakes and no correct call.
+The C++ header rejects types that it cannot store."""
 import argparse
 import pathlib
 import re
@@ -39,7 +39,7 @@ def cpp_variants():
 
 class Attributes(unittest.TestCase):
     def reported(self, source, compiler, language):
-        """Every marked line of the source draws the warning that its mark names."""
+        """Every marked line of the source gives the warning that its mark names."""
         lines = (FOLDER / source).read_text().splitlines()
         expected = {(number, mark[1]) for number, line in enumerate(lines, 1)
                     if (mark := re.search(r"; +/\* ([a-z-]+) \*/$", line))}
@@ -96,7 +96,7 @@ class Attributes(unittest.TestCase):
                 self.assertEqual(done.returncode == 0, "accepted" in use, f"{compiler}: {use}")
 
     def test_the_attributes_vanish_elsewhere(self):
-        """As a compiler sees the headers that is neither gcc nor clang."""
+        """The headers as seen by a compiler that is neither gcc nor clang."""
         for compiler in support.present(OPTIONS.compilers):
             done = subprocess.run(
                 [compiler, "-std=c11", "-E", "-U__GNUC__",

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Installs the Debian packages on this machine, builds the README's programs against the system's
-own folders, runs them, and takes the packages away again. Ends with 77 where it stands back."""
+own folders, runs them, and removes the packages. Exits with 77 if skipped."""
 import argparse
 import os
 import pathlib

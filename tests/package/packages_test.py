@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the Debian packages, twice, and looks into them: names, relations, files, notices, what
+"""Builds the Debian packages twice and checks them: names, relations, files, notices, what
 lintian says, and what an upgrade does."""
 import argparse
 import gzip
@@ -19,7 +19,7 @@ import support
 OPTIONS = None
 EPOCH = "1700000000"
 
-# Until the owner sets VN_PACKAGE_MAINTAINER the address is this machine's.
+# Without VN_PACKAGE_MAINTAINER the address is this machine's.
 WITHOUT_MAINTAINER = {"bogus-mail-host", "bogus-mail-host-in-debian-changelog"}
 # Builds for another prefix than /usr have no library folder of the architecture.
 ANOTHER_PREFIX = {"pkg-config-unavailable-for-cross-compilation"}

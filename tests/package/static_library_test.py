@@ -107,7 +107,7 @@ class StaticLibrary(unittest.TestCase):
         self.assertGreater(int(support.run([sys.executable, "-c", program, plugin])), 0)
 
     def test_a_program_may_have_every_name_that_is_local(self):
-        """All of them at once: FDLIBM's, netlib's, the decimal library's and ours."""
+        """All kinds at once: FDLIBM's, netlib's, the decimal library's and ours."""
         names = sorted({name for _, name in symbols(OPTIONS.nm, self.archive, "--defined-only")
                         if not name.startswith("Java_")}
                        - {name for _, name in symbols(OPTIONS.nm, self.archive, "--extern-only")})

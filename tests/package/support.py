@@ -1,4 +1,4 @@
-"""What the tests of this folder share."""
+"""Functions shared by the tests of this folder."""
 import os
 import pathlib
 import re
@@ -20,7 +20,7 @@ def run(command, **keywords):
 
 
 class Readme:
-    """The pieces of the README that claim to work as shown."""
+    """The code examples of the README."""
 
     def __init__(self, path):
         self.text = path.read_text()
@@ -78,6 +78,6 @@ def present(compilers):
 
 
 def main(parser, module):
-    """Leaves what the parser knows in module.OPTIONS and runs the module's tests."""
+    """Stores the parsed options in module.OPTIONS and runs the module's tests."""
     module.OPTIONS, rest = parser.parse_known_args()
     unittest.main(module=module, argv=[sys.argv[0], *rest], verbosity=2)

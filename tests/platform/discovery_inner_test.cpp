@@ -1,4 +1,4 @@
-// The readers behind discovery, on files made here.
+// The readers that discovery uses, on files made here.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -114,7 +114,7 @@ TEST_F(DiscoveryFiles, ResidentSetIsNothingWhenUnknown) {
     EXPECT_EQ(vncommon::residentSetSize((folder / "missing").c_str()), 0.0);
 }
 
-// What fscanf makes of the same file, in pages.
+// The result of fscanf on the same file, in pages.
 double pagesByTheCLibrary(const std::string& path) {
     FILE* file = fopen(path.c_str(), "r");
     long pages = 0;

@@ -10,7 +10,7 @@
 
 namespace {
 
-// What stands for any library.
+// An example of a library.
 const char* const library = "libresolv.so.2";
 const char* const function = "ns_name_skip";
 

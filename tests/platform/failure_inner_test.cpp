@@ -1,5 +1,5 @@
-// The report of failed system calls, and what the system never answers by itself: the linker
-// sends the library's calls of some functions through the wrappers here.
+// The report of failed system calls, also for results that cannot be provoked: the linker redirects
+// some calls of the library to the wrappers here.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

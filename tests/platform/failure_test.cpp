@@ -1,4 +1,4 @@
-// The failure convention as callers see it. What ends the process runs in a child.
+// The failure convention as callers see it. Code that ends the process runs in a child.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -471,7 +471,7 @@ TEST(OutOfMemory, WritesEachLineAtOnce) {
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// A sanitizer needs address space that this takes away.
+// Sanitizers need more address space than this limit leaves.
 VN_CHILD(outOfMemoryInEarnest) {
     const rlimit nothingMore = {.rlim_cur = 1, .rlim_max = 1};
     setrlimit(RLIMIT_AS, &nothingMore);

@@ -25,7 +25,7 @@ struct Directory {
     std::string path;
 };
 
-const std::string utf8Name = "caf\xc3\xa9";  // as callers spell it
+const std::string utf8Name = "caf\xc3\xa9";  // as callers write it
 const std::string latin1Name = "caf\xe9";    // as the system does under ISO-8859-1
 
 bool exists(const std::string& path) {

@@ -61,7 +61,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT VN_COVERAGE)
         COMMAND_EXPAND_LISTS)
 endif()
 
-# For a soak: the same program with a count of a million or more (10 s for two million).
+# For a soak: the same program with a count of a million or more (scripts/soak --maths).
 find_package(Java COMPONENTS Development)
 if(Java_JAVAC_EXECUTABLE)
     set(oracle ${CMAKE_CURRENT_BINARY_DIR}/StrictMathOracle.class)

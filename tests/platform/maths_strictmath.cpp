@@ -47,7 +47,7 @@ double exponent(double x, double) {
     return std::isfinite(x) ? e : 1024;
 }
 
-// Of two zeros FDLIBM gives the first, StrictMath the second.
+// For two zeros FDLIBM returns the first, StrictMath the second.
 double next(double x, double y) {
     return x == y ? y : vn_nextafter(x, y);
 }
@@ -100,7 +100,7 @@ uint64_t bits(double x) {
     return result;
 }
 
-// A NaN is a NaN: the JVM and the processor choose its payload.
+// All NaNs are equal: the JVM and the processor choose the payload.
 bool same(double a, double b) {
     return bits(a) == bits(b) || (std::isnan(a) && std::isnan(b));
 }

@@ -223,7 +223,7 @@ TEST(PlatformName, ComesFromTheFirstFileThereIs) {
     for (size_t i = std::size(files); i-- > 0;) {
         EXPECT_EQ(root.with(files[i][0], files[i][1]).describe(), expected[i]);
     }
-    // The first one decides, even if it does not say.
+    // The first file counts, even if it has no value.
     EXPECT_EQ(root.with("etc/os-release", "").describe(), "unknown");
 }
 

@@ -83,7 +83,7 @@ VN_CHILD(descends) {
         CHECK(chdir("..") == 0 && rmdir(component.c_str()) == 0);
     }
     CHECK(chdir("/") == 0 && rmdir(root) == 0);
-    // What a test of another code page sees in UTF-8.
+    // Texts of another code page, converted to UTF-8.
     puts(directory == expected ? "as it is" : directory.c_str() + strlen(root));
     return 0;
 }
@@ -195,8 +195,8 @@ int pretendedFrames = 0;  // 0: the real ones
 
 }  // namespace
 
-// Stands before the system's. A pretended stack is not closed by an empty entry, which the
-// system does only for stacks that it can follow to their end.
+// Replaces glibc's backtrace. A simulated stack has no final empty entry, which glibc adds only if
+// it can unwind to the end.
 extern "C" [[gnu::noinline]] int backtrace(void** frames, int size) {
     using Backtrace = int (*)(void**, int);
     static const Backtrace systems = reinterpret_cast<Backtrace>(dlsym(RTLD_NEXT, "backtrace"));

@@ -1,6 +1,5 @@
-// What sockets answer when a call fails as no real connection makes it fail, and what they ask of
-// the system: the linker sends the library's calls through the wrappers here, which answer as
-// told.
+// Sockets with failures that no real connection causes, and the system calls that they make: the
+// linker redirects the library's calls to the wrappers here, which return the given results.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -44,8 +43,7 @@ bool setsockoptFails = false;    // with the error below
 int setsockoptError = 0;
 constexpr Answer success = {1, 0};
 
-// The resolver, which needs some room for its answer and else gives its result. Connections are
-// taken for made.
+// The resolver, which needs some space for its answer. Connections count as established.
 std::vector<size_t> rooms;  // that it was given
 size_t neededRoom = 0;
 int resolverResult = 0;

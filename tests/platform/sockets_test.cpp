@@ -116,7 +116,7 @@ TEST(Sockets, ListenerIsOnAllAddressesAndReusable) {
     EXPECT_EQ(reuse, 1);
 }
 
-// Linux tells a listener's backlog in the field that counts acknowledged segments elsewhere.
+// Linux: for a listener, tcpi_sacked is its backlog.
 TEST(Sockets, ListenerHasABacklogOfTwenty) {
     Listener listener;
     tcp_info info{};

@@ -97,7 +97,7 @@ VN_CHILD(lineWithoutBlank) {
     const TemporaryFile file("pswpin 10\nbroken\npswpout 20\n");
     const Rates read = rates(file.path);
     CHECK(read.result == 9 && read.in == -1.0 && read.out == -2.0);
-    // It was a reading nevertheless: for 100 ms the part before the line stands in for it.
+    // It counts as a reading: for 100 ms the part before the line is used in its place.
     const Rates cached = rates(file.path);
     CHECK(cached.result == 0 && cached.in > 0 && cached.out == 0);
     return 0;
@@ -127,7 +127,7 @@ VN_CHILD(longLineIsReadInPieces) {
     const TemporaryFile noBlankLater("key " + std::string(300, 'x') + "\npswpin 1\npswpout 1\n");
     CHECK(rates(noBlankLater.path).result == 9);
     waitForNextReading();
-    // 255 bytes, then a piece that reads like a line of its own.
+    // 255 bytes, then a piece that looks like a separate line.
     const TemporaryFile keyLater("key " + std::string(251, 'x') + "pswpin 1000000000\npswpout 0\n");
     const Rates read = rates(keyLater.path);
     CHECK(read.result == 0 && read.in > 1000 && read.out == 0);

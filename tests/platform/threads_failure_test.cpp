@@ -1,5 +1,5 @@
-// Failed system calls that cannot be provoked: the linker sends the library's calls through the
-// wrappers here, which fail when told to.
+// Failed system calls that cannot be provoked: the linker redirects the library's calls to the
+// wrappers here, which fail on request.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -24,7 +24,7 @@ int mallocCalls = 0;
 
 }  // namespace
 
-// A wrapper that passes everything on unless it is the failing call.
+// A wrapper that passes the call on unless it must fail.
 #define FAILING_CALL(name, parameters, arguments)                               \
     extern "C" int __real_##name parameters;                                    \
     extern "C" int __wrap_##name parameters;                                    \

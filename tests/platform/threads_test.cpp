@@ -28,7 +28,7 @@ using std::chrono::milliseconds;
 
 const std::string notInitialised = "C threading library used without first being initialised\n";
 
-// Runs body, which must outlive the thread, in a thread of the library.
+// Runs body in a thread of the library; body must outlive the thread.
 template <class Body>
 vn_ThreadId start(Body& body) {
     const auto call = [](void* argument) -> void* {
@@ -54,7 +54,7 @@ std::string failureReport(const std::string& call, const std::string& code,
            ")\n(strerror(errcode)=" + code + ")\n";
 }
 
-// The misuse of mutexes here is on purpose, and not the sanitizer's to report.
+// These tests misuse mutexes; the sanitizer must not report it.
 ChildResult run(const std::string& name, ChildArguments arguments = {}) {
     return runChild(name,
                     {.environment = {{"LC_ALL", "C"}, {"TSAN_OPTIONS", "report_mutex_bugs=0"}},

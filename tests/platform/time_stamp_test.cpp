@@ -154,7 +154,7 @@ TEST_F(TimeStamp, SameSecondKeepsTheDateAsItIs) {
     EXPECT_NE(timeStampAt(&cache, 1709647629, 9)[0], '#') << "a second that is stepped back to";
 }
 
-// A machine that starts without a clock begins in the second that a new cache stands at.
+// A machine without a set clock starts in the second that a new cache contains.
 TEST_F(TimeStamp, FirstSecondOfAllIsWritten) {
     const std::string date = dateBy("UTC", 0);
     EXPECT_EQ(timeStampAt(&cache, 0, 5), date + "005");

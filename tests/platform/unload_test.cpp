@@ -1,5 +1,5 @@
-// Loading and unloading: what the library makes at load it gives back at unload. This program is
-// not linked with the library.
+// The library releases at unload what it created at load. This program is not linked with the
+// library.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>

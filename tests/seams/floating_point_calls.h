@@ -186,7 +186,7 @@ inline uint64_t shortest(const Arguments& with) {
     return fold(std::string_view(vn_g_fmt(text, with.x)));
 }
 
-// Few places, for which there is a way of its own, and any number of them, with room and without.
+// Few places, which have their own path, and any number of places, with and without enough room.
 template <auto function>
 uint64_t sized(const Arguments& with) {
     char text[512];

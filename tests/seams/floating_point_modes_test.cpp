@@ -1,5 +1,5 @@
-// A host may round another way, flush subnormal numbers to zero, or let exceptions trap: the
-// library gives the bits of the default mode, and leaves the host its mode.
+// A host may use another rounding mode, flush subnormal numbers to zero, or trap exceptions. The
+// library returns the bits of the default mode and restores the host's mode.
 #include <fenv.h>
 #include <gtest/gtest.h>
 

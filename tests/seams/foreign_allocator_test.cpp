@@ -1,6 +1,6 @@
-// A host with a heap of its own: it defines malloc, calloc, realloc and free, and nothing else of
-// the family, so a block that the library got any other way cannot be freed. free ends the process
-// when it is given such a block.
+// A host with its own heap: it defines malloc, calloc, realloc and free, and nothing else of the
+// family, so a block that the library got any other way cannot be freed. free ends the process when
+// it is given such a block.
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <vncommon/vncommon.h>

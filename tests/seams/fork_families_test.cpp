@@ -1,6 +1,6 @@
 // Threads work in one family of functions while the main thread forks; each child calls the same
-// family once. What was locked or half changed when the process was copied must not be in the
-// child's way: it would wait for a thread that it does not have.
+// family once. Locks held or data half changed at the fork must not block the child: it would wait
+// for a thread that it does not have.
 //
 // Every family runs in a fresh process whose main thread has not used the family before, so that
 // first calls are covered too. A child that hangs is ended by its alarm.
@@ -48,8 +48,8 @@ std::atomic<bool> slotsAreSlow{false};
 }  // namespace
 
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
-// Stands before the C library's for the shared library too. A thread's new number is stored with
-// the lock held, so that forks meet that moment.
+// Replaces the C library's, for the shared library too. A thread's new id is stored with the lock
+// held, so forks happen at that moment.
 extern "C" __attribute__((visibility("default"))) int pthread_setspecific(
     pthread_key_t key, const void* value) noexcept {
     static const auto real =
@@ -106,7 +106,7 @@ void startThreads() {
     slotsAreSlow = true;
 }
 
-// Only a thread's first question for its number takes the lock.
+// Only a thread's first request for its id takes the lock.
 void numberNewThreads() {
     vn_joinThread(vn_createThread(
         [](void*) -> void* {
@@ -325,7 +325,7 @@ struct Family {
     bool (*call)();               // what a child does; whether its results were right
     void (*hammer)() = nullptr;   // what the threads do; null: the same
     void (*prepare)() = nullptr;  // before all of it, in the main thread
-    int share = 1;                // one in so many of the forks: for a slow call
+    int share = 1;                // only one in this many forks: for a slow call
     Uses uses = Uses::heap;
 };
 

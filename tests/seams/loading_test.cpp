@@ -35,7 +35,7 @@ extern "C" __attribute__((visibility("default"))) void pluginIsLoading() {
 
 namespace {
 
-// The main thread is on its way into its first line while the plugin writes one.
+// The main thread is about to write its first line while the plugin writes one.
 VN_CHILD(logsFirstBesideAPlugin) {
     std::thread loads([] {
         if (dlopen(VN_PLUGIN, RTLD_NOW) == nullptr) {

@@ -1,8 +1,8 @@
 // Loggers while the process forks: with signals on their way, in several threads at once, from a
 // signal handler, and while a log file takes long to open.
 //
-// A hang is what most of these tests look for: each runs in a process of its own that is killed
-// when it takes too long, and a forked child ends itself by alarm().
+// A hang is what most of these tests look for: each runs in a separate process, which is killed
+// after a time limit; a forked child ends by alarm().
 #include <vncommon/file_logger.h>
 #include <vncommon/log.h>
 

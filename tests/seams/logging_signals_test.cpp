@@ -1,5 +1,5 @@
 // Reopening a log file while another thread, a signal or another program comes in between. The
-// test's own open() stands in front of the C library's, so that something can happen just then.
+// test's open() replaces the C library's and runs code at that moment.
 #include <vncommon/file_logger.h>
 #include <vncommon/log.h>
 
@@ -281,7 +281,7 @@ TEST(LoggingAndSignals, HangupsBesideNewLoggersAllReopenTheFile) {
 
 // ---- Names that a signal changes ----
 
-// What a reader finds there was written before it was published.
+// Readers see only data written before it was published.
 TEST(LoggingAndSignals, NamesMayBeReadBesideAHangup) {
     const TestDirectory directory;
     const std::string file = directory.file("log");

@@ -1,4 +1,4 @@
-// What every part of the soak tells its findings with.
+// Error reports of all parts of the soak test.
 #ifndef VN_TESTS_SOAK_CHECKS_H
 #define VN_TESTS_SOAK_CHECKS_H
 

@@ -1,6 +1,6 @@
 // The soak's side process: loads the library (argument 1), uses it and unloads it, until its
 // standard input ends. Prints one line a second: loads, resident and heap bytes, descriptors. Not
-// linked with the library, or it could never be unloaded.
+// linked with the library, because it could then not be unloaded.
 #include <dlfcn.h>
 #include <poll.h>
 #include <unistd.h>

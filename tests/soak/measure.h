@@ -1,4 +1,4 @@
-// Memory and descriptors of a process, sampled, and whether they stay what they are.
+// Samples memory and descriptors of a process and checks that they do not grow.
 #ifndef VN_TESTS_SOAK_MEASURE_H
 #define VN_TESTS_SOAK_MEASURE_H
 
@@ -8,7 +8,7 @@
 
 struct Sample {
     double residentBytes;
-    double heapBytes;  // in use, by malloc's own account
+    double heapBytes;  // in use, as malloc reports
     double descriptors;
 };
 

@@ -96,7 +96,7 @@ double randomDouble(Random& random) {
     }
 }
 
-// Adds random values to the writer and returns their text, each behind a comma but the first.
+// Adds random values to the writer and returns their text, each after a comma except the first.
 std::string addFields(VN_EventWriter* writer, Random& random, int depth) {
     std::string text;
     for (uint32_t left = random.below(5); left > 0; --left) {

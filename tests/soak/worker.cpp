@@ -126,7 +126,7 @@ void takeSet(Shared& shared, bool blocking) {
     VN_TimestampSet_dtor(set);
 }
 
-// Each thread takes as many as it has put before, so nobody waits for ever.
+// Each thread takes as many elements as it added before, so no thread waits forever.
 void useQueue(Shared& shared, Random& random) {
     const uint32_t count = 1 + random.below(12);
     for (uint32_t i = 0; i < count; ++i) {
@@ -137,7 +137,7 @@ void useQueue(Shared& shared, Random& random) {
     }
 }
 
-// Comes into being, is reopened by the SIGHUPs and goes, beside those of the other threads.
+// A logger is created, reopened by SIGHUPs and destroyed, concurrently with those of other threads.
 void useOwnLogger(const Worker& worker) {
     const std::string name = worker.shared->folder + "/own" + std::to_string(worker.number);
     FileLogger* logger = FileLogger_ctor();

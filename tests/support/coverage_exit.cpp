@@ -15,7 +15,7 @@ void __gcov_dump(void);
 
 namespace {
 
-// Writing takes memory, and gcov's functions do not survive without. Then the counters are lost.
+// Writing needs memory; gcov's functions crash without it. Then the counters are lost.
 bool hasMemory() {
     void* volatile block = malloc(size_t{64} * 1024);
     free(block);

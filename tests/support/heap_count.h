@@ -1,5 +1,5 @@
-// Counts the heap calls of the whole process: the test program's own malloc family stands before
-// the C library's. Link tests that need it with heap_count.cpp.
+// Counts the heap calls of the whole process: the test program's malloc family replaces the C
+// library's. Link tests that need it with heap_count.cpp.
 #ifndef VN_TESTS_SUPPORT_HEAP_COUNT_H
 #define VN_TESTS_SUPPORT_HEAP_COUNT_H
 

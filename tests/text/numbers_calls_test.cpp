@@ -1,5 +1,5 @@
-// Formatting allocates nothing and takes no lock: this program's own malloc and
-// pthread_mutex_lock stand in front of the C library's and count.
+// Formatting allocates nothing and takes no lock: this program's malloc and pthread_mutex_lock
+// replace the C library's and count calls.
 #include <vncommon/failure.h>
 #include <vncommon/numbers.h>
 

@@ -1,6 +1,6 @@
 // The formatters against the general path, and the reader against the C library's.
 //
-// VN_SOAK=10000000 makes it a soak: so many random doubles instead of the few of the suite.
+// VN_SOAK=10000000 makes it a soak test with this number of random doubles.
 #include <vncommon/numbers.h>
 
 #include <gtest/gtest.h>
@@ -262,7 +262,7 @@ TEST(ReaderPathsTest, HexadecimalDigits) {
     }
 }
 
-// Odd forms: both ways stop at the same character.
+// Unusual forms: both paths stop at the same character.
 TEST(ReaderPathsTest, OddForms) {
     Random random(8);
     constexpr char alphabet[] = "00112599..eE+-xp inf\t";
@@ -291,7 +291,7 @@ TEST(ReaderPathsTest, LongTexts) {
     }
 }
 
-// Beyond the exponents that netlib tells apart the fast way must not know better.
+// For exponents that netlib does not distinguish, the fast path must return the same as netlib.
 TEST(ReaderPathsTest, ExponentsThatLongDigitsMakeUpFor) {
     expectSameReading(std::string("0.").append(20'500, '0') + "1e20500");
     expectSameReading(std::string("1").append(20'500, '0') + "e-20500");

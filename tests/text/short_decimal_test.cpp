@@ -1,5 +1,5 @@
-// The fast paths for numbers with few places, beside the general conversion: the same bytes, or
-// none at all.
+// The fast paths for numbers with few places, compared with the general conversion: the same bytes,
+// or a refusal.
 #include "text/numbers/short_decimal.h"
 
 #include <gtest/gtest.h>

@@ -44,8 +44,8 @@ int modelOfCount(const char* text, size_t size) {
     return count;
 }
 
-// A last character that is cut takes the walk past the terminator: what it finds there is the same
-// for the model, and ends.
+// A truncated last character makes the walk pass the terminator. The model sees the same bytes
+// there, and they end it.
 const std::string after("\0ab\0\0\0\0", 7);
 
 std::string bytesOf(const char* text, size_t size) {

@@ -272,8 +272,8 @@ TEST(Kernels, ReadNothingOutsideTheTerminatedText) {
     }
 }
 
-// Every pair, and the sweep of four, at every place in a vector: behind ASCII and behind text
-// that leaves the vector code on its long way.
+// Every pair, and the sweep of four, at every place in a vector: after ASCII and after text that
+// leaves the vector code on its long way.
 TEST(Kernels, AgreeOnFaultsAtEveryPlace) {
     for (const char* filler : {"x", "\xC3\xA9", "\xF0\x9F\x98\x80"}) {
         std::string text;

@@ -1,4 +1,4 @@
-/* Calls that no compiler may complain about. Compiled as C and as C++, never run. */
+/* Calls that must compile without a warning. Compiled as C and as C++, never run. */
 #include <stdlib.h>
 #include <string.h>
 #include <vncommon/vncommon.h>
@@ -25,7 +25,7 @@ void blocks(void) {
     ours = (char*)realloc(ours, 32);
     vn_free(ours);
     char* block;
-    if ((block = (char*)vn_malloc(8)) == NULL) { /* superfluous, but no mistake */
+    if ((block = (char*)vn_malloc(8)) == NULL) { /* unnecessary, but correct */
         return;
     }
     vn_free(block);
@@ -102,7 +102,7 @@ int never(int known) {
 }
 
 #ifdef __cplusplus
-/* Here a cast says that a result is ignored on purpose; in C11 gcc complains even then. */
+/* A cast marks a result as ignored; gcc warns even then in C11. */
 void ignored(HashMap* map);
 void ignored(HashMap* map) {
     (void)VN_ConfigFile_Load(nullptr, nullptr);

@@ -1,4 +1,4 @@
-/* Calls that every compiler has to complain about: the comment names the warning. Compiled as C and
+/* Calls that every compiler must warn about: the comment names the warning. Compiled as C and
  * as C++, never run. */
 #include <stdlib.h>
 #include <vncommon/vncommon.h>
@@ -26,7 +26,7 @@ extern char* copy;
 extern int count;
 extern const char* constant;
 
-/* What has to be freed or looked at: containers, sockets, memory. */
+/* Results that must be freed or checked: containers, sockets, memory. */
 void ignored_objects(void);
 void ignored_objects(void) {
     vn_malloc(1);                                                           /* unused-result */
@@ -51,7 +51,7 @@ void ignored_objects(void) {
     vn_HashMap_last(map);                                                   /* unused-result */
 }
 
-/* The same: texts, files, configuration, events. */
+/* The same for texts, files, configuration, events. */
 void ignored_texts(void);
 void ignored_texts(void) {
     vn_xmlEscapeString("x");                                                /* unused-result */
@@ -87,7 +87,7 @@ void ignored_texts(void) {
     VN_TimestampSet_toString(stamps);                                       /* unused-result */
 }
 
-/* What is called for its result alone. */
+/* Functions without an effect other than their result. */
 void useless(void);
 void useless(void) {
     vn_Vector_size(vector);                                                 /* unused-value */

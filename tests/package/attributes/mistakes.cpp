@@ -1,4 +1,4 @@
-// Uses of vncommon.hpp that every compiler has to complain about: the comment names the warning.
+// Uses of vncommon.hpp that every compiler must warn about: the comment names the warning.
 #include <vncommon/vncommon.hpp>
 
 // clang-format off
