@@ -14,7 +14,7 @@ namespace {
 // file.
 OwnedLock localTimeLock;
 
-void afterFork() {
+void afterFork() VN_NO_THREAD_SAFETY_ANALYSIS {
     if (localTimeLock.endFork()) {
         localTimeLock.unlock();
     }

@@ -8,7 +8,7 @@ namespace {
 
 OwnedLock icuLock;
 
-void afterFork() {
+void afterFork() VN_NO_THREAD_SAFETY_ANALYSIS {
     if (icuLock.endFork()) {
         icuLock.unlock();
     }
