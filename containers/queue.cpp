@@ -13,7 +13,7 @@
 
 #include <vncommon/failure.h>
 
-#include "platform/failure.h"
+#include "platform/check_error.h"
 #include "platform/thread_annotations.h"
 
 using namespace vncommon;

@@ -22,8 +22,8 @@ FILES = {
     "include/vncommon/utf8.h": "#include <vncommon/api.h>\n",
     "include/vncommon/failure.h": "",
     "events/event.cpp": "#include <vncommon/utf8.h>\n#include <stdio.h>\n#include \"text/own.h\"\n",
-    "text/utf8.cpp": "#include <vncommon/utf8.h>\n#include <vncommon/failure.h>\n",
-    "platform/failure.cpp": "#include \"platform/failure.h\"\n",
+    "text/utf8/utf8.cpp": "#include <vncommon/utf8.h>\n#include <vncommon/failure.h>\n",
+    "platform/failure.cpp": "#include \"platform/check_error.h\"\n",
 }
 
 
@@ -61,11 +61,11 @@ class MadeUp(unittest.TestCase):
         self.assertIn("include/vncommon/failure.h includes", self.faults()[0])
 
     def test_a_layer_that_may_not_be_skipped(self):
-        self.write("events/other.cpp", "#include \"platform/failure.h\"\n")
+        self.write("events/other.cpp", "#include \"platform/check_error.h\"\n")
         self.assertEqual(len(self.faults()), 1)
 
     def test_an_excuse_that_is_no_longer_needed(self):
-        excused = {"file": "text/utf8.cpp", "includes": "vncommon/event.h"}
+        excused = {"file": "text/utf8/utf8.cpp", "includes": "vncommon/event.h"}
         self.assertIn("no longer", self.faults(exceptions=[excused])[0])
 
     def test_headers_without_a_folder_and_folders_without_a_header(self):

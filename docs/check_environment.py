@@ -11,7 +11,7 @@ root = pathlib.Path(sys.argv[1])
 # Every name that getenv() is given, directly or through a helper with a default beside it.
 asked = set()
 for folder in FOLDERS:
-    for source in sorted((root / folder).glob("*.cpp")):
+    for source in sorted((root / folder).rglob("*.cpp")):
         text = source.read_text(encoding="utf-8")
         if "getenv" in text:
             asked |= set(re.findall(r'"((?:VN_|LC_)[A-Z_]+|HOME|LANG|VANTREL_HOME)"', text))

@@ -1,6 +1,6 @@
 // The readers of numbers from the kernel: counts, sizes and control-group files. An input is a
 // number that selects the file, and the file's contents.
-#include "platform/discovery.h"
+#include "platform/discovery_sources.h"
 
 #include <unistd.h>
 

@@ -6,7 +6,7 @@
 
 #include "fuzz/fuzz.h"
 #include "fuzz/oracles.h"
-#include "tests/text/numbers_reference.h"
+#include "tests/text/numbers/numbers_reference.h"
 
 namespace {
 

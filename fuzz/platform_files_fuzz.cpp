@@ -1,6 +1,6 @@
 // The readers of the release files and of the processor description against models that work on
 // lists of lines. An input is a number that selects the file, and the file's contents.
-#include "platform/platform.h"
+#include "platform/machine_description.h"
 
 #include <vncommon/platform.h>
 

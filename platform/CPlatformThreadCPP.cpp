@@ -18,7 +18,7 @@
 #include <vncommon/maths.h>
 #include <vncommon/threads.h>
 
-#include "platform/failure.h"
+#include "platform/check_error.h"
 #include "platform/fork_handlers.h"
 #include "platform/fork_safe_mutex.h"
 

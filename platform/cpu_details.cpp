@@ -7,7 +7,7 @@
 #include <vncommon/failure.h>
 
 #include "platform/line_reader.h"
-#include "platform/platform.h"
+#include "platform/machine_description.h"
 
 namespace {
 

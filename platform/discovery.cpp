@@ -1,5 +1,5 @@
 // Processor and memory discovery from /proc and the control-group tree.
-#include "platform/discovery.h"
+#include "platform/discovery_sources.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -2,7 +2,7 @@
 // goes through this file. Nothing here takes a lock, and the out-of-memory path does not use the
 // heap. Several threads may enter that path at once: one of them runs the callback, and one writes
 // the memory line. No thread waits for the callback, because the callback may wait for that thread.
-#include "platform/failure.h"
+#include "platform/check_error.h"
 
 #include <pthread.h>
 #include <sys/time.h>

@@ -6,7 +6,7 @@
 
 #include <pthread.h>
 
-#include "platform/failure.h"
+#include "platform/check_error.h"
 
 namespace vncommon {
 

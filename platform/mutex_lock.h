@@ -5,7 +5,7 @@
 
 #include <vncommon/threads.h>
 
-#include "platform/failure.h"
+#include "platform/check_error.h"
 #include "platform/thread_annotations.h"
 
 namespace vncommon {

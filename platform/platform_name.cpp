@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "platform/line_reader.h"
-#include "platform/platform.h"
+#include "platform/machine_description.h"
 #include "platform/text.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // The process itself: its user, directory, environment and call stack.
-#include "platform/process.h"
+#include "platform/process_sources.h"
 
 #include <execinfo.h>
 #include <pwd.h>

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/process.h"
+#include "platform/process_sources.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include "platform/local_time.h"
-#include "platform/process.h"
+#include "platform/process_sources.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/discovery.h"
+#include "platform/discovery_sources.h"
 #include "platform/line_reader.h"
 #include "support/temporary_folder.h"
 

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/failure.h"
+#include "platform/check_error.h"
 #include "support/child_process.h"
 
 namespace {

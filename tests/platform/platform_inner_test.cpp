@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/platform.h"
+#include "platform/machine_description.h"
 #include "support/child_process.h"
 #include "support/temporary_folder.h"
 

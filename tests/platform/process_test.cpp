@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/process.h"
+#include "platform/process_sources.h"
 #include "support/child_process.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string>
 
-#include "platform/process.h"
+#include "platform/process_sources.h"
 #include "support/child_process.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/process.h"
+#include "platform/process_sources.h"
 #include "support/child_process.h"
 
 using vncommon::timeStampAt;

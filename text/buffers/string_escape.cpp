@@ -3,7 +3,7 @@
 #include <bit>
 #include <cstring>
 
-#include "text/buffers.h"
+#include "text/buffers/buffer_growth.h"
 
 #ifdef __SSE2__
 #include <emmintrin.h>

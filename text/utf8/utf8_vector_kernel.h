@@ -8,13 +8,13 @@
 // that it allows; the pair has the faults that are in all three masks.
 // The top bit covers the rest, "two continuation bytes in a row". That is required where a lead
 // two or three bytes before needs more continuation bytes, and a fault everywhere else.
-#ifndef VN_TEXT_UTF8_VECTOR_KERNEL_H
-#define VN_TEXT_UTF8_VECTOR_KERNEL_H
+#ifndef VN_TEXT_UTF8_UTF8_VECTOR_KERNEL_H
+#define VN_TEXT_UTF8_UTF8_VECTOR_KERNEL_H
 
 #include <cstddef>
 #include <cstdint>
 
-#include "text/utf8_kernel.h"
+#include "text/utf8/utf8_kernel.h"
 
 namespace {
 

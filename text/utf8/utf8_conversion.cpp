@@ -13,7 +13,7 @@
 #include <memory>
 #include <utility>
 
-#include "text/icu_call.h"
+#include "text/utf8/icu_call.h"
 
 namespace {
 

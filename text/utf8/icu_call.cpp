@@ -1,4 +1,4 @@
-#include "text/icu_call.h"
+#include "text/utf8/icu_call.h"
 
 #include "platform/fork_handlers.h"
 #include "platform/owned_lock.h"

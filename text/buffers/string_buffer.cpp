@@ -7,7 +7,7 @@
 
 #include <vncommon/process.h>
 
-#include "text/buffers.h"
+#include "text/buffers/buffer_growth.h"
 
 using vncommon::ReplacedBlock;
 using vncommon::reserve;

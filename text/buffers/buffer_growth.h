@@ -1,6 +1,6 @@
 // Shared by both buffers: the growth rule, and the ownership of a block that growth replaced.
-#ifndef VN_TEXT_BUFFERS_H
-#define VN_TEXT_BUFFERS_H
+#ifndef VN_TEXT_BUFFERS_BUFFER_GROWTH_H
+#define VN_TEXT_BUFFERS_BUFFER_GROWTH_H
 
 #include <vncommon/buffers.h>
 #include <vncommon/failure.h>

@@ -1,7 +1,7 @@
 // Implementations of the checks of a stretch of bytes. utf8_validation.cpp chooses one when the
 // library is loaded.
-#ifndef VN_TEXT_UTF8_KERNEL_H
-#define VN_TEXT_UTF8_KERNEL_H
+#ifndef VN_TEXT_UTF8_UTF8_KERNEL_H
+#define VN_TEXT_UTF8_UTF8_KERNEL_H
 
 #include <cstddef>
 #include <cstdint>

@@ -5,7 +5,7 @@
 #include <array>
 #include <cstring>
 
-#include "text/utf8_kernel.h"
+#include "text/utf8/utf8_kernel.h"
 
 namespace {
 

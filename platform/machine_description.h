@@ -1,7 +1,7 @@
 // The descriptions of processor and distribution with the paths of their files as arguments, for
 // tests.
-#ifndef VN_PLATFORM_PLATFORM_H
-#define VN_PLATFORM_PLATFORM_H
+#ifndef VN_PLATFORM_MACHINE_DESCRIPTION_H
+#define VN_PLATFORM_MACHINE_DESCRIPTION_H
 
 #include <atomic>
 

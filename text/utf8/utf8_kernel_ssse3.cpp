@@ -1,10 +1,10 @@
 // Compiled with SSSE3 instructions; see utf8_vector_kernel.h.
-#include "text/utf8_kernel.h"
+#include "text/utf8/utf8_kernel.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
 
-#include "text/utf8_vector_kernel.h"
+#include "text/utf8/utf8_vector_kernel.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 //
 // A signal handler that forks during an IcuCall does not wait for its own thread (OwnedLock).
 // The holder of the lock takes no locks except ICU's and malloc's.
-#ifndef VN_TEXT_ICU_CALL_H
-#define VN_TEXT_ICU_CALL_H
+#ifndef VN_TEXT_UTF8_ICU_CALL_H
+#define VN_TEXT_UTF8_ICU_CALL_H
 
 namespace vncommon {
 

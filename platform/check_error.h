@@ -1,6 +1,6 @@
 // Reports of failed calls, and the abort after a fatal message.
-#ifndef VN_PLATFORM_FAILURE_H
-#define VN_PLATFORM_FAILURE_H
+#ifndef VN_PLATFORM_CHECK_ERROR_H
+#define VN_PLATFORM_CHECK_ERROR_H
 
 #include <vncommon/failure.h>
 

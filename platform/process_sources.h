@@ -1,7 +1,7 @@
 // The process helpers with their fixed inputs (a system file, the clock, the user) as arguments,
 // so that tests can pass other ones.
-#ifndef VN_PLATFORM_PROCESS_H
-#define VN_PLATFORM_PROCESS_H
+#ifndef VN_PLATFORM_PROCESS_SOURCES_H
+#define VN_PLATFORM_PROCESS_SOURCES_H
 
 #include <sys/types.h>
 

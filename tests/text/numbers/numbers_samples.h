@@ -1,6 +1,6 @@
 // Doubles that are hard to convert, and random ones; shared by the test programs of numbers.h.
-#ifndef VN_TESTS_TEXT_NUMBERS_SAMPLES_H
-#define VN_TESTS_TEXT_NUMBERS_SAMPLES_H
+#ifndef VN_TESTS_TEXT_NUMBERS_NUMBERS_SAMPLES_H
+#define VN_TESTS_TEXT_NUMBERS_NUMBERS_SAMPLES_H
 
 #include <cmath>
 #include <cstdint>

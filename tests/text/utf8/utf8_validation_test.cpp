@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "support/guarded_memory.h"
-#include "text/utf8_kernel.h"
+#include "text/utf8/utf8_kernel.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The formatters once more, slow and independent of the library's layout: netlib's digits, put
 // together from strings.
-#ifndef VN_TESTS_TEXT_NUMBERS_REFERENCE_H
-#define VN_TESTS_TEXT_NUMBERS_REFERENCE_H
+#ifndef VN_TESTS_TEXT_NUMBERS_NUMBERS_REFERENCE_H
+#define VN_TESTS_TEXT_NUMBERS_NUMBERS_REFERENCE_H
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 // The discovery functions with the paths of their files as arguments, for tests.
-#ifndef VN_PLATFORM_DISCOVERY_H
-#define VN_PLATFORM_DISCOVERY_H
+#ifndef VN_PLATFORM_DISCOVERY_SOURCES_H
+#define VN_PLATFORM_DISCOVERY_SOURCES_H
 
 #include <atomic>
 

@@ -1,7 +1,7 @@
 // The byte buffer. As in the string buffer, an outgrown block lives until its source is copied.
 #include <cstring>
 
-#include "text/buffers.h"
+#include "text/buffers/buffer_growth.h"
 
 using vncommon::ReplacedBlock;
 
