@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 
 #include <vncommon/failure.h>
 #include <vncommon/utf8.h>
