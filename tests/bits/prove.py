@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Proves that the manifest is right: compares every call of every group with an independent
 implementation. Arguments: bits_test, java ("" for none), the folder of
-StrictMathAnswers.class; --every N takes one call of N.
+StrictMathAnswers.class, icu_answers; --every N takes one call of N.
 
-The answers come from java.lang.StrictMath (mathematics) and from python: its own conversions,
+The answers come from java.lang.StrictMath (mathematics), from ICU called directly (conversions and
+caseless order, which are compared with python's too) and from python: its own conversions,
 codecs, exact integers and decimals, and models of the documented formats. The two functions that
 StrictMath lacks altogether, erf and gammal, are compared with python's to a few units in the last
 place; the other builds then show that theirs are the same bits."""
@@ -22,6 +23,7 @@ decimal.getcontext().rounding = decimal.ROUND_HALF_EVEN
 
 STRICTMATH = """pow exp log log10 cbrt sin cos tan asin acos atan atan2 sinh cosh tanh asinh acosh
 atanh fmod""".split()
+ICU = ["utf8_to_utf16", "utf16_to_utf8", "caseless_order"]
 LOWEST, HIGHEST = -2**63, 2**63 - 1
 
 
@@ -474,18 +476,34 @@ def strictmath(calls, options):
     return {group: [next(results) for _ in calls[group]] for group in STRICTMATH if group in calls}
 
 
-def prove(group, calls, wanted):
-    """Whether all calls of the group are right; prints the first few that are not."""
-    if group in ORACLES:
-        wanted = [ORACLES[group](arguments, result) for arguments, result in calls]
-    elif wanted is None:
-        print(f"{group}: not compared, no JDK")
-        return True
+def icu(calls, options):
+    """The results of ICU, by group."""
+    return {group: run([options.icu], "".join(f"{group} {arguments}\n" for arguments, _
+                                              in calls[group])).splitlines()
+            for group in ICU if group in calls}
+
+
+def agree(group, calls, wanted, oracle):
+    """Whether all results are those of the oracle; prints the first few that are not."""
     wrong = [(*call, right) for call, right in zip(calls, wanted, strict=True) if call[1] != right]
-    print(f"{group}: {len(calls)} calls, {len(wrong)} wrong", flush=True)
+    print(f"{group}: {len(calls)} calls, {len(wrong)} other than {oracle}'s", flush=True)
     for arguments, result, right in wrong[:5]:
         print(f"  ({arguments}) is {result}, expected {right}")
     return bool(calls) and not wrong
+
+
+def prove(group, calls, strict, of_icu):
+    """Whether every oracle of the group agrees with all calls."""
+    right = True
+    if group in of_icu:
+        right = agree(group, calls, of_icu[group], "ICU")
+    if group in ORACLES:
+        wanted = [ORACLES[group](arguments, result) for arguments, result in calls]
+        return agree(group, calls, wanted, "python") and right
+    if group in strict:
+        return agree(group, calls, strict[group], "StrictMath")
+    print(f"{group}: not compared, no JDK")
+    return True
 
 
 def main():
@@ -495,13 +513,15 @@ def main():
     parser.add_argument("bits_test")
     parser.add_argument("java")
     parser.add_argument("classes")
+    parser.add_argument("icu")
     options = parser.parse_args()
     groups = [line.split(" ")[0] for line in run([options.bits_test, "--print"]).splitlines()]
     assert set(ORACLES) | set(STRICTMATH) == set(groups)
     groups = [group for group in groups if options.group in (None, group)]
     calls = {group: calls_of(group, options) for group in groups}
     strict = strictmath(calls, options)
-    proven = [prove(group, calls[group], strict.get(group)) for group in groups]
+    of_icu = icu(calls, options)
+    proven = [prove(group, calls[group], strict, of_icu) for group in groups]
     print(f"{sum(proven)} of {len(proven)} groups proven")
     return 0 if all(proven) else 1
 
