@@ -431,6 +431,12 @@ VN_STREAM(size_t, fread, stream, 0, (void* buffer, size_t size, size_t count, FI
 VN_STREAM(char*, fgets, stream, nullptr, (char* line, int size, FILE* stream), (line, size, stream))
 VN_STREAM(ssize_t, __getdelim, stream, -1, (char** line, size_t* size, int delimiter, FILE* stream),
           (line, size, delimiter, stream))
+// glibc: getline() is inline and calls __getdelim(), but a function in builds without optimisation.
+extern "C" ssize_t interposed_getline(char** line, size_t* size, FILE* stream)
+    VN_STANDS_FOR(getline);
+extern "C" ssize_t interposed_getline(char** line, size_t* size, FILE* stream) {
+    return interposed___getdelim(line, size, '\n', stream);
+}
 VN_CALL(int, vsnprintf, EILSEQ, plain,
         (char* text, size_t size, const char* format, va_list arguments),
         (text, size, format, arguments), VN_ERRNO(-1))
