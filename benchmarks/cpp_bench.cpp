@@ -1,4 +1,4 @@
-// vncommon.hpp compared with the C calls that it makes: the same work must take the same time.
+// vncommon.hpp compared with the C calls that it makes. The same work must take the same time.
 #include <benchmark/benchmark.h>
 #include <vncommon/vncommon.hpp>
 

@@ -1,11 +1,11 @@
 // Event writer compared with RapidJSON (Document and Writer) and nlohmann::json on the same
 // content: a flat event of 8 mixed fields, and a nested one with a sequence of floats and a
 // dictionary of half as many string pairs. In JSON an event is an array that begins with its name.
-// Every library copies its strings. Measured: the whole life from construction to destruction, and
-// rendering alone.
+// Every library copies its strings. The rows are the whole life from construction to destruction,
+// and rendering alone.
 //
-// The floor of a nested event is the allocation of its blocks: one per value, and the storage of
-// the Vectors.
+// The least cost of a nested event is the allocation of its blocks: one per value, and the storage
+// of the Vectors.
 #include <benchmark/benchmark.h>
 #include <vncommon/event_writer.h>
 
@@ -193,7 +193,7 @@ struct Nlohmann {
 };
 #endif
 
-// --- What is measured --------------------------------------------------------------------------
+// --- Benchmarks --------------------------------------------------------------------------------
 
 template <typename Library, typename Shape>
 Library built() {

@@ -1,11 +1,12 @@
-// HashMap compared with GHashTable and std::unordered_map: string keys and integer keys; each pass
-// visits all keys in a different order. Compare ns_per_op. Maps that support it are created with
-// their final size.
+// HashMap compared with GHashTable and std::unordered_map, with string keys and integer keys. Each
+// pass visits all keys in a different order. The figure to compare is ns_per_op. Maps that support
+// it are created with their final size.
 //
 // Integers are measured twice: with each map's own functions (HashMap without callbacks,
 // g_direct_hash, std::hash), and with the same two caller-provided callbacks in every map.
 //
-// std::unordered_map is measured twice: inlined into its caller, and called like ours.
+// std::unordered_map is measured twice: inlined into its caller, and called in another library, as
+// ours is.
 #include <benchmark/benchmark.h>
 #include <vncommon/hashmap.h>
 
@@ -78,7 +79,7 @@ struct Integers {
     std::vector<uintptr_t> numbers;
 };
 
-// The same, in maps that hash and compare through callbacks.
+// The same keys, for maps that hash and compare through callbacks.
 struct CalledIntegers : Integers {
     using Integers::Integers;
 };
@@ -90,7 +91,7 @@ constexpr bool isWord = std::is_same_v<Keys, Integers>;
 
 // ---- The maps, one interface
 
-// Different from the key: GHashTable stores no values if every key maps to itself.
+// The value differs from the key, because GHashTable stores no values if every key maps to itself.
 void* valueOf(void* key) {
     return static_cast<char*>(key) + 1;
 }
@@ -234,7 +235,7 @@ struct GLib {
 
 enum class Operation { add, find, miss, remove, iterate };
 
-// Processor time of the thread: the wall clock includes other work of a busy machine.
+// Measures the thread's processor time; the wall clock would include other work of the machine.
 class Stopwatch {
   public:
     double seconds() const { return now() - start; }

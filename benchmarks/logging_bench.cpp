@@ -1,5 +1,5 @@
-// Loggers. What counts is the time that a line adds to a bare write() of its bytes, so that is
-// measured too. spdlog's file logger flushes every line, because ours writes every line. Run with
+// Loggers. The important figure is the time of a line beyond a bare write() of its bytes, which is
+// also measured. spdlog's file logger flushes every line, because ours writes every line. Run with
 // --benchmark_repetitions=15 --benchmark_enable_random_interleaving=true and compare medians.
 #include <fcntl.h>
 #include <unistd.h>
@@ -26,7 +26,7 @@ namespace {
 const char client[] = "client-0017.frankfurt.example";
 constexpr unsigned long orderId = 18446744;
 
-// 80 characters including the arguments.
+// The line has 80 characters, including the arguments.
 constexpr char text[] = "order %7d of %s was filled and is reported as number %lu.";
 [[maybe_unused]] constexpr char fmtText[] =
     "order {:7d} of {} was filled and is reported as number {}.";
@@ -203,7 +203,7 @@ BENCHMARK(spdlog_threads)->Threads(2)->Threads(4)->UseRealTime();
 
 // ---- Suppressed lines ----
 
-// The least work of a call into another library.
+// The least cost of a call into another library.
 void comparison_only(benchmark::State& state) {
     unsigned threshold = 7;
     benchmark::DoNotOptimize(threshold);

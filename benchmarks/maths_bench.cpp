@@ -1,5 +1,5 @@
-// The deterministic functions compared with the C library's, over a thousand arguments of usual
-// size. For information only: their purpose is the same result everywhere, not speed.
+// The deterministic functions compared with the C library's, for a thousand arguments of usual
+// size. For information only: their purpose is equal results on all machines, not speed.
 #include <benchmark/benchmark.h>
 
 #include <cmath>

@@ -1,4 +1,4 @@
-// The clock for log lines, compared with a bare clock reading and with formatting every time.
+// The time stamp of log lines, compared with only reading the clock and with formatting every time.
 #include <benchmark/benchmark.h>
 #include <vncommon/process.h>
 
@@ -17,7 +17,7 @@ void timeStampGet(benchmark::State& state) {
 }
 BENCHMARK(timeStampGet);
 
-// The minimum cost of a time stamp.
+// The least cost of a time stamp.
 void clockAndThreeDigits(benchmark::State& state) {
     char text[24] = "2024-03-05 14:07:09.";
     for (auto _ : state) {

@@ -30,7 +30,7 @@ struct Ours {
     vn_qtsQueue queue;
 };
 
-// The floor: a fixed ring with the bare primitives.
+// The least cost: a fixed ring with the bare primitives.
 struct RawRing {
     static constexpr uint32_t size = 1 << 16;
     RawRing() : slots(new Item[size]) { sem_init(&available, 0, 0); }
@@ -112,8 +112,8 @@ void uncontended(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
-// Pins the calling thread to a processor during its life: the n-th that the process may use, modulo
-// their number.
+// Pins the calling thread to one processor during the object's life: the n-th that the process may
+// use, modulo their number.
 class OnProcessor {
   public:
     explicit OnProcessor(int n) {
@@ -136,9 +136,9 @@ class OnProcessor {
     cpu_set_t allowed;
 };
 
-// Even threads produce, odd ones consume: as many adds as removes. With two processors the
-// producers have one and the consumers the other. The kernel would put both on one processor in
-// some runs only, which changes the results of every queue by a factor.
+// Even threads add, odd ones remove the same number. With two processors the producers get one and
+// the consumers the other. Without pinning the kernel puts both on one processor in some runs,
+// which changes the times of every queue by a factor.
 template <typename Queue>
 void contended(benchmark::State& state) {
     static Queue queue;

@@ -15,7 +15,7 @@
 
 namespace {
 
-// 1024 numbers of `digits` digits, or of any size if that is 0; every fourth is negative.
+// 1024 numbers with `digits` digits, or of any size if `digits` is 0; every fourth is negative.
 std::vector<std::string> makeNumbers(int64_t digits) {
     std::mt19937_64 random(1);
     std::vector<std::string> numbers(1024);

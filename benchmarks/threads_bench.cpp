@@ -1,4 +1,4 @@
-// Thread wrappers compared with the calls they wrap, the C++ library and GLib.
+// The thread functions compared with the calls that they wrap, the C++ library and GLib.
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-// ---- Lock and unlock, nobody else interested --------------------------------------------------
+// ---- Lock and unlock without contention -------------------------------------------------------
 
 void lockVn(benchmark::State& state) {
     vn_Mutex mutex;

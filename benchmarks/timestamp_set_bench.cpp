@@ -1,5 +1,5 @@
-// Creating a set, six stamps and destroying it, compared with six bare clock reads, on 1 to 4
-// threads with a pool each.
+// Creating a set, adding six stamps and destroying it, compared with six bare clock reads, on 1 to
+// 4 threads with a pool each.
 //
 // A thread's id selects its pool, so whether two threads share a pool depends on the ids assigned
 // before. Here threads that are measured together get ids with different pools. There are at least
@@ -32,8 +32,8 @@ void sixClockReads(benchmark::State& state) {
     }
 }
 
-// The n-th of the threads measured together (the first is the main thread) gets the main thread's
-// id plus n, modulo the number of pools. Threads that do nothing else take the ids in between.
+// Gives the n-th thread of a measurement (thread 0 is the main thread) an id that equals the main
+// thread's id plus n, modulo the number of pools. Short-lived threads take the ids in between.
 void takePool(uint64_t thread) {
     static std::mutex lock;
     static const uint64_t firstId = vn_getCountedThreadId();

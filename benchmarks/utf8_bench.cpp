@@ -93,7 +93,7 @@ void vnCountChars(benchmark::State& state) {
 BENCHMARK(vnCountChars)->Apply(longTexts);
 
 #ifdef VN_HAVE_SIMDJSON
-// Takes the size as an argument, like vn_UTF8CountChars; vn_UTF8Length also searches the
+// Gets the size as an argument, like vn_UTF8CountChars; vn_UTF8Length must also find the
 // terminator.
 void simdjsonCount(benchmark::State& state) {
     const auto size = static_cast<size_t>(state.range(1));
@@ -118,8 +118,8 @@ void glibStrlen(benchmark::State& state) {
 BENCHMARK(glibStrlen)->Apply(allTexts);
 #endif
 
-// The texts differ only in the case of every letter, so both are read to the end. Their position in
-// the page affects the time, so every function gets the same texts.
+// The texts differ only in the case of their letters, so both are read to the end. Their position
+// in a page affects the time, so every function gets the same texts.
 struct TextPair {
     std::string a;
     std::string b;

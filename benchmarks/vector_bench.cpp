@@ -1,9 +1,9 @@
 // Vector compared with GPtrArray, apr_array and a std::vector<void*> in another shared library:
-// filling, reading in scattered order, and emptying by swap-remove, at 1e3 to 1e7 elements. Times
-// are per element (items_per_second), so a flat row means flat cost as the container grows.
+// filling, reading in scattered order, and emptying by swap-remove, with 1e3 to 1e7 elements. Times
+// are per element (items_per_second): equal times mean that the cost does not grow with the size.
 //
-// GLib and APR read elements through macros on the public record; "Fields" is our counterpart,
-// data[index], while "Get" goes through the exported, bounds-checked call.
+// GLib and APR read elements through macros on the public record. "Fields" is our counterpart,
+// data[index]; "Get" is the exported, bounds-checked call.
 #include <benchmark/benchmark.h>
 #include <vncommon/vector.h>
 
@@ -77,8 +77,8 @@ struct Apr {
     Apr() {
         static apr_status_t started = apr_initialize();
         benchmark::DoNotOptimize(started);
-        // Uses a separate allocator, which returns its memory like free in the other programs; the
-        // global one would keep it for the next round.
+        // Uses a separate allocator, which frees its memory as the other containers do. The global
+        // one would keep it for the next round.
         apr_pool_create_unmanaged_ex(&pool, nullptr, nullptr);
         array = apr_array_make(pool, 1, sizeof(void*));
     }
@@ -130,7 +130,7 @@ void get(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * count);
 }
 
-// Processor time of this thread in seconds; the wall clock would include other work of the machine.
+// This thread's processor time in seconds; the wall clock would include other work of the machine.
 double processorTime() {
     timespec now;
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);

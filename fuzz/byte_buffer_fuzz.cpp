@@ -1,4 +1,4 @@
-// Sequences of byte buffer operations against a string and a capacity.
+// Sequences of byte buffer operations, compared with a std::string and a computed capacity.
 #include <vncommon/buffers.h>
 
 #include <algorithm>

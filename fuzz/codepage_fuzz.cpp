@@ -1,5 +1,5 @@
-// The conversions of the locale's code page, here ISO-8859-1, against its definition: each byte is
-// the code point with the same number.
+// The conversions of the locale's code page, here ISO-8859-1, compared with its definition: each
+// byte is the code point with the same number.
 #include <vncommon/utf8.h>
 
 #include "fuzz/fuzz.h"

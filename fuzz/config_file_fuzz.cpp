@@ -1,6 +1,6 @@
-// The configuration file against a model of its format. An input is one byte and the file. Some
-// values of the byte put a long comment before the file, so that it crosses the end of the reader's
-// first 64 KiB chunk.
+// The configuration file, compared with a model of its format. An input is one byte and the file.
+// For some values of the byte the file gets a long comment at its start, so that it crosses the end
+// of the reader's first 64 KiB chunk.
 #include <vncommon/config_file.h>
 
 #include <map>
@@ -57,7 +57,7 @@ Categories parse(const std::string& file) {
     return categories;
 }
 
-// The entries, by the cursor; ends the handle.
+// Returns the entries that the cursor visits; releases the handle.
 std::vector<std::string> walk(VN_ConfigFileCategory* category) {
     std::vector<std::string> entries;
     for (const char* entry = VN_ConfigFileCategory_GetFirstEntry(category); entry != nullptr;

@@ -1,5 +1,6 @@
-// The parser of control-group lines against a splitter. Neither text has a terminator; both end at
-// the end of their heap blocks. The same line, in a file, also goes through the folder lookup.
+// The parser of control-group lines, compared with a simple splitter. Neither text has a
+// terminator; both end at the end of their heap blocks. The lookup of the folder gets the same line
+// in a file.
 #include <vncommon/discovery.h>
 
 #include <algorithm>
@@ -22,7 +23,7 @@ std::vector<std::string> split(const std::string& list) {
     return items;
 }
 
-// Names of the same length are compared like C strings: up to a NUL.
+// Names of the same length are compared like C strings, up to a NUL.
 bool sameName(const std::string& a, const std::string& b) {
     return a.size() == b.size() && strcmp(a.c_str(), b.c_str()) == 0;
 }

@@ -116,7 +116,7 @@ Group& group() {
     return only;
 }
 
-// Up to the line feed, which stays; then up to a NUL.
+// The first line with its line feed, cut at a NUL.
 std::string firstLine(const std::string& file) {
     return file.substr(0, file.find('\n') == file.npos ? file.npos : file.find('\n') + 1).c_str();
 }
@@ -141,7 +141,7 @@ void checkMemory(const std::string& file, bool isVersion2) {
     }
 }
 
-// Numbers as the kernel writes them are compared. For others we check only that a share is above 0.
+// Numbers in the kernel's format are compared. For others, only checks that a share is above 0.
 void checkProcessors(const std::string& file) {
     const char* dir = group().folder.name().c_str();
     const size_t middle = file.find(' ');

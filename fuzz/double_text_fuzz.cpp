@@ -1,5 +1,5 @@
-// The three formatters of doubles and the text of decimals against the C library's conversions, and
-// against the general path. An input is a double, a precision and a size.
+// The three formatters of doubles and the text of decimals, compared with the C library's
+// conversions and with the general path. An input is a double, a precision and a size.
 #include <vncommon/numbers.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ std::string scientificText(int precision, double x) {
     return std::isfinite(x) ? finiteText("%.*e", digits - 1, x) : namedText(x);
 }
 
-// The integer rounded at the given place left of the point, if a digit remains.
+// The integer, rounded at the given place left of the point; needs at least one remaining digit.
 std::string roundedInteger(int places, double x) {
     const int digits = fuzz::scientific(x, 60).exponent + 1 - places;
     if (digits < 1) {
@@ -47,7 +47,8 @@ std::string roundedInteger(int places, double x) {
     return (std::signbit(x) ? "-" : "") + text;
 }
 
-// Either the whole text with its terminator fits, or the buffer has the part that fits.
+// Checks that the text is whole if it fits with its terminator; otherwise that the buffer has the
+// first part of it.
 void checkSized(Formatter formatter, unsigned size, int precision, double x,
                 const std::string& expected) {
     const std::unique_ptr<char[]> buffer(new char[size]);

@@ -1,6 +1,6 @@
-// The event writer on a tree that the input describes, against a simple renderer that builds the
-// same text. Additions alternate between the exported functions, the writer's function table and
-// the generic adds.
+// Renders a tree that the input describes, and compares the text with that of a simple renderer.
+// Values are added in turn by the exported functions, the writer's function table and the generic
+// adds.
 #include <vncommon/event_writer.h>
 
 #include <algorithm>
@@ -67,7 +67,7 @@ class Tree {
   public:
     explicit Tree(fuzz::Input& bytes) : input(bytes) {}
 
-    // A new writer and its text. Events may lack a name, and then have no text.
+    // A new writer and its text. An event may have no name; then it has no text.
     Value container(uint32_t kind, int depth) {
         Value value{kind, nullptr, "", {}, "", false};
         value.hasName = input.byte() % 8 != 7;
@@ -289,7 +289,7 @@ class Tree {
     fuzz::Input& input;
 };
 
-// The two passes, into a buffer without a byte to spare.
+// Measures the text and writes it into a buffer of exactly that size.
 void checkPasses(const Value& tree) {
     const VN_EventValue value = {tree.payload, tree.kind};
     const size_t length = tree.text.written.size() + tree.text.unwritten;
@@ -303,7 +303,7 @@ void checkPasses(const Value& tree) {
     FUZZ_REQUIRE(fuzz::Taken(valueToString(&value)).is(tree.text.written));
 }
 
-// Any smaller limit: no byte is written beyond the size that the header requires.
+// Writes with a smaller limit: no byte may be written past the size that the header requires.
 void checkLimit(const Value& tree, uint32_t limit) {
     constexpr size_t longestName = 255;
     const VN_EventValue value = {tree.payload, tree.kind};

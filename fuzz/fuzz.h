@@ -1,5 +1,5 @@
-// What the fuzz targets share: the input read as numbers and texts, exact heap copies for the
-// sanitizers to watch, and the check that ends a run.
+// Helpers of the fuzz targets: an input that is read as numbers and texts, heap copies of exact
+// size for the sanitizers, and the check that ends a run.
 #ifndef VN_FUZZ_FUZZ_H
 #define VN_FUZZ_FUZZ_H
 
@@ -14,7 +14,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-// Not an assertion: it must end the process in every kind of build, and the input must be kept.
+// Not assert(): this must end the process in every kind of build, and the input must be kept.
 #define FUZZ_REQUIRE(condition) \
     ((condition) ? static_cast<void>(0) : fuzz::fail(__FILE__, __LINE__, #condition))
 
@@ -67,8 +67,8 @@ class Input {
     std::string_view bytes;
 };
 
-// A copy in a heap block that ends where the bytes end, so that AddressSanitizer sees every byte
-// read beyond. shift moves the bytes off the block's alignment.
+// A copy in a heap block that ends where the bytes end, so that AddressSanitizer reports every read
+// past the end. shift moves the bytes off the block's alignment.
 class ExactBytes {
   public:
     explicit ExactBytes(std::string_view bytes, size_t shift = 0)
@@ -90,7 +90,7 @@ class ExactText : public ExactBytes {
         : ExactBytes(std::string_view(text.c_str(), text.size() + 1), shift) {}
 };
 
-// A text returned by the library; null becomes no value.
+// Owns a text that the library returned; a null pointer becomes no value.
 class Taken {
   public:
     explicit Taken(char* returned) : text(returned) {}

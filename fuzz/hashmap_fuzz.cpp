@@ -1,5 +1,5 @@
-// Sequences of map operations against std::map, with the callbacks counted and the record's
-// invariants checked. An input is the map's options, the quality of its hash (or none, for a map
+// Sequences of map operations, compared with std::map. Also counts the callbacks and checks the
+// record's invariants. An input is the map's options, the quality of its hash (none for a map
 // without callbacks), and the operations.
 #include <vncommon/hashmap.h>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-uint32_t hashMask;  // few bits make collisions
+uint32_t hashMask;  // few bits cause collisions
 int64_t filled;     // entries made by fill and not yet released
 bool ownsEntries;   // whether fill and release are set
 uint32_t lastReleased;
@@ -186,7 +186,7 @@ class Run {
         vn_HashMapIterator_dtor(iterator);
     }
 
-    // Forwards every entry once, and backwards the same in reverse.
+    // Forwards the iterator visits every entry once, and backwards in the reverse order.
     void walk() {
         std::map<uint32_t, uint64_t> met;
         std::vector<uint32_t> order;

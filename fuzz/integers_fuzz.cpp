@@ -1,4 +1,4 @@
-// Integer parsing against 128-bit arithmetic, and fixed-width hexadecimal against snprintf.
+// Integer parsing, compared with 128-bit arithmetic; fixed-width hexadecimal, with snprintf.
 #include <vncommon/strings.h>
 
 #include <cerrno>
@@ -15,7 +15,8 @@ struct Parsed {
     size_t end = 0;
 };
 
-// The value of the digits from position on, up to twice what 64 bits hold, and where they end.
+// Returns the value of the digits at position, bounded to twice the range of 64 bits, and moves
+// position to their end.
 Wide readDigits(const std::string& text, size_t& position, int base) {
     Wide value = 0;
     for (; position < text.size(); ++position) {

@@ -1,4 +1,4 @@
-// Independent answers that more than one target needs.
+// Models that more than one target uses.
 #ifndef VN_FUZZ_ORACLES_H
 #define VN_FUZZ_ORACLES_H
 

@@ -1,5 +1,5 @@
-// The readers of the release files and of the processor description against models that work on
-// lists of lines. An input is a number that selects the file, and the file's contents.
+// The readers of the release files and of the processor description, compared with models that work
+// on lists of lines. An input is a number that selects the file, and the file's contents.
 #include "platform/machine_description.h"
 
 #include <vncommon/platform.h>
@@ -17,8 +17,8 @@ namespace {
 
 constexpr size_t longestPiece = 1023;
 
-// The file as its readers see it: lines, in pieces of a limited length, each up to a NUL, without
-// the line feed.
+// The file's lines as its readers get them: in pieces of a limited length, each cut at a NUL,
+// without the line feed.
 std::vector<std::string> linesOf(const std::string& file) {
     std::vector<std::string> lines;
     for (size_t start = 0; start < file.size();) {
@@ -114,7 +114,7 @@ constexpr CpuLine cpuLines[] = {
     {"stepping", 3, " stepping ", true},
 };
 
-// From two bytes after the first colon; this may be empty.
+// The text that starts two bytes after the first colon; may be empty.
 std::string behindColon(const std::string& line) {
     const size_t colon = line.find(':');
     return colon == line.npos || colon + 2 > line.size() ? "" : line.substr(colon + 2);

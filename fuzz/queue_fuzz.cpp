@@ -1,4 +1,4 @@
-// Sequences of queue operations by one thread against std::deque, with the ring's capacity.
+// Sequences of queue operations in one thread, compared with std::deque and a computed capacity.
 #include <vncommon/queue.h>
 
 #include <algorithm>

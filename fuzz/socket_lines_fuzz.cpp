@@ -1,4 +1,5 @@
-// Lines from a socket against a splitter. An input is what the peer sends before it closes.
+// Lines from a socket, compared with a simple splitter. An input is the data that the peer sends
+// before it closes the connection.
 #include <sys/socket.h>
 #include <vncommon/failure.h>
 #include <vncommon/sockets.h>
@@ -10,10 +11,10 @@
 
 namespace {
 
-constexpr size_t mostSent = 1024;  // there is one system call per byte
+constexpr size_t mostSent = 1024;  // bounded because every byte costs a system call
 constexpr const char* lost = "Network connection lost.";
 
-// The lines without line ends; the last one is the text after the last line feed.
+// The lines without their line ends; the last one is the text after the last line feed.
 std::vector<std::string> split(const std::string& sent) {
     std::vector<std::string> lines(1);
     for (const char c : sent) {

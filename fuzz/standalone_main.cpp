@@ -1,5 +1,5 @@
-// Runs a fuzz target without libFuzzer: every file of the corpus, then mutations of them. The
-// mutations depend only on a fixed seed and their number, so that failures are reproducible.
+// Runs a fuzz target without libFuzzer: every file of the corpus, then mutations of the files. The
+// mutations depend only on a fixed seed and their number, so failures are reproducible.
 //
 //     NAME_fuzz FOLDER-OR-FILE... [--runs N]
 //

@@ -1,5 +1,5 @@
-// Sequences of string buffer operations against a string and a capacity. An input is an initial
-// capacity and the operations with their arguments.
+// Sequences of string buffer operations, compared with a std::string and a computed capacity. An
+// input is an initial capacity and the operations with their arguments.
 #include <vncommon/buffers.h>
 
 #include <algorithm>
@@ -11,15 +11,15 @@
 namespace {
 
 constexpr uint64_t formatLimit = 10000;
-constexpr size_t largestText = 100000;  // the buffer is cut beyond this, to keep runs short
+constexpr size_t largestText = 100000;  // above it the buffer is truncated, to keep runs short
 
 // The expected contents. Bytes after the first NUL are lost when the block is replaced.
 struct Model {
     std::string text;
     uint64_t capacity = 0;
     uint64_t size = 0;
-    // After an over-long vn_strbufAppendVA some counted bytes were never written, until the block
-    // is replaced; then only the text up to the first NUL is known.
+    // After an over-long vn_strbufAppendVA the size counts bytes that were never written. Until the
+    // block is replaced, only the text up to the first NUL is known.
     bool hasGap = false;
 
     void grow(uint64_t length) {
@@ -169,7 +169,7 @@ class Run {
         model.append(text + std::to_string(number));
     }
 
-    // Compat: includes the special case of an empty result, which callers rely on.
+    // Compat: an empty result still adds its whole limit to the size; callers rely on it.
     void appendLimited() {
         const std::string text = input.terminatedText();
         model.grow(formatLimit);
@@ -180,7 +180,7 @@ class Run {
         }
     }
 
-    // A result beyond the limit counts with its full length, but is truncated in the buffer.
+    // A result above the limit adds its full length to the size, but the buffer gets only a part.
     void appendOverlong() {
         const uint64_t length = formatLimit + input.byte();
         model.grow(formatLimit);

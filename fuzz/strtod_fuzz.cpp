@@ -1,4 +1,4 @@
-// The reader of doubles and its general path against the C library's.
+// The reader of doubles and its general path, compared with the C library's reader.
 #include <vncommon/numbers.h>
 
 #include <cerrno>
@@ -9,7 +9,7 @@
 
 namespace {
 
-// Longer texts would reach our bound on exponents, which the C library does not have.
+// Longer texts could reach our limit on exponents, which the C library does not have.
 constexpr size_t longest = 4000;
 
 struct Read {
@@ -29,7 +29,7 @@ bool sameValue(double a, double b) {
     return std::isnan(a) ? std::isnan(b) : memcmp(&a, &b, sizeof a) == 0;
 }
 
-// The text in parentheses after NaN differs: we take hexadecimal digits only.
+// The text in parentheses after NaN is not compared: we accept only hexadecimal digits there.
 bool hasPayload(const char* text, size_t length) {
     return std::string_view(text, length).find('(') != std::string_view::npos ||
            text[length] == '(';

@@ -1,5 +1,5 @@
-// Conversions between UTF-8 and UTF-16 against arithmetic, and round trips. An input is read once
-// as UTF-8 and once as UTF-16 units.
+// Conversions between UTF-8 and UTF-16, compared with the arithmetic of the encodings, and round
+// trips. An input is used as UTF-8 and as UTF-16 units.
 #include <vncommon/utf8.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ bool sameUnits(const uint16_t* text, const Units& expected) {
            vn_codeUnitsUTF16(text) == expected.size();
 }
 
-// The units of well-formed text; nothing for malformed text and encoded surrogates.
+// The units of well-formed text; no value for malformed text and encoded surrogates.
 std::optional<Units> unitsOf(const std::string& text) {
     const auto points = fuzz::decodeUtf8(text);
     if (!points) {

@@ -1,5 +1,5 @@
-// The in-place UTF-8 functions against decoding by arithmetic. An input is the misalignment of the
-// text, a second text for comparison, and the text.
+// The in-place UTF-8 functions, compared with decoding by arithmetic. An input is the misalignment
+// of the text, a second text to compare with, and the text.
 #include <unicode/unorm.h>
 #include <vncommon/utf8.h>
 
@@ -69,7 +69,7 @@ void checkStepping(const char* text, size_t length, const Points& points) {
     }
 }
 
-// Where stepping by lead bytes ends: at an invalid one, or at or after the end.
+// The position where stepping by lead bytes ends: at an invalid one, or at or after the end.
 struct Walk {
     size_t position;
     int count;

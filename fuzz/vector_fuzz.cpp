@@ -1,4 +1,5 @@
-// Sequences of Vector operations against std::vector, with the capacity that the header promises.
+// Sequences of Vector operations, compared with std::vector and the capacity that the header
+// states.
 #include <vncommon/vector.h>
 
 #include <vector>

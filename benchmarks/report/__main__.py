@@ -1,4 +1,4 @@
-"""Measures the benchmarks, writes their page, and keeps pairs.json true.
+"""Measures the benchmarks, writes their page, and checks pairs.json against the programs.
 
   report run   --build BUILD [--quick] [--only NAME...]   measures, then writes the page
   report page                                             writes the page from existing data
@@ -41,7 +41,7 @@ def sources():
 
 
 def strangers(known, programs):
-    """Lists programs without a family, and families without a program."""
+    """Returns a line for each program without a family and each family without a program."""
     named = {family.program for family in known.families}
     return ([f"pairs.json has no family for {name}" for name in programs if name not in named] +
             [f"pairs.json names the program {name}, which is not there"
@@ -54,7 +54,7 @@ def lost_tests(known):
 
 
 def disagreements(known, families, present):
-    """The differences between the data files and the programs, as lines of text."""
+    """Returns the differences between the data files and the programs, as lines of text."""
     content = page.load(BENCHMARKS / "page.json")
     lines = lost_tests(known) + known.mistakes + page.mistakes(content, known.families)
     for family in families:
@@ -85,7 +85,7 @@ def say_absent(known, families, present):
 
 
 def write_page(known):
-    """The page from all the raw data there is, and what it says in a few lines."""
+    """Writes the page from all existing raw data, and prints a summary."""
     data = [(family, measure.read(RAW, family.program)) for family in known.families]
     judged = [judge.judge(family, one) for family, one in data if one]
     if not judged:

@@ -1,7 +1,7 @@
 """The charts at the top of the benchmark page: bars of time per call on one axis, as SVG.
 
 Ours is the first bar of each group and the only one in a strong colour, so no legend is needed.
-The picture brings its own background and follows the reader's light or dark setting.
+The picture has its own background and follows the reader's light or dark setting.
 """
 import dataclasses
 import io
@@ -16,8 +16,8 @@ from matplotlib.ticker import MaxNLocator
 import times
 
 OURS = "libvncommon"
-# By role, for light and for dark. Ours and the peers differ in lightness, too, so that they can be
-# told apart without any colour.
+# Colours by role, for light and dark. Ours and the peers also differ in lightness, so that they are
+# distinct without colours.
 LIGHT = {"paper": "#ffffff", "ink": "#24292f", "rule": "#d0d7de", "ours": "#0072b2",
          "peer": "#9aa4af", "floor": "#eaeef2", "edge": "#8c959f"}
 DARK = {"paper": "#0d1117", "ink": "#e6edf3", "rule": "#30363d", "ours": "#56b4e9",
@@ -44,7 +44,7 @@ class Group:
 
 
 def group(line):
-    """The bars of one row: ours, the peers from the fastest on, what the work costs at least."""
+    """Returns the bars of one row: ours, the peers (fastest first), the least cost of the work."""
     peers = sorted(line.peers.items(), key=lambda peer: peer[1])
     floor = [Bar(f"{line.floor[0]} (least possible)", line.floor[1], "floor")] if line.floor else []
     return Group(line.what.replace("`", ""), [Bar(OURS, line.ours, "ours"),
@@ -53,15 +53,15 @@ def group(line):
 
 
 class Drawing:
-    """A figure on which lengths are points from the upper left corner."""
+    """A figure whose coordinates are points from the upper left corner."""
 
     def __init__(self, height):
         self.height = height
         self.figure = Figure(figsize=(WIDTH / 72, height / 72), facecolor=LIGHT["paper"])
-        self.canvas = FigureCanvasAgg(self.figure)   # measures text; savefig brings its own
+        self.canvas = FigureCanvasAgg(self.figure)   # to measure text; savefig has its own canvas
 
     def text(self, x, y, content, side="left", weight="normal", size=11):
-        # With its own background, so that no grid line crosses it.
+        # Text has a background, so that no grid line crosses it.
         paper = {"facecolor": LIGHT["paper"], "edgecolor": "none", "pad": 1}
         return self.figure.text(x / WIDTH, 1 - y / self.height, content, ha=side, va="center",
                                 color=LIGHT["ink"], weight=weight, size=size, bbox=paper)
@@ -82,7 +82,7 @@ def weight(bar):
 
 
 def plan(groups):
-    """[(y of the middle, bar)], [(y of the middle, heading)] and the height of it all."""
+    """Returns [(y of the middle, bar)], [(y of the middle, heading)] and the total height."""
     bars, headings, y = [], [], TITLE
     for each in groups:
         headings.append((y + HEADING / 2, each.heading))
@@ -110,7 +110,7 @@ def prepare_axes(axes, longest, unit, height):
 
 
 def draw(title, groups):
-    """The figure, with one axis for all the groups."""
+    """Draws the figure, with one axis for all groups."""
     bars, headings, height = plan(groups)
     drawing = Drawing(height)
     short, unit, size = times.unit(max(bar.time for _, bar in bars))
@@ -137,14 +137,14 @@ def draw(title, groups):
 
 
 def dark_rules():
-    """The style for a dark background: replaces the light colours."""
+    """Returns the style for a dark background, which replaces the light colours."""
     rules = [f'[style*="{what}: {LIGHT[role]}"] {{ {what}: {DARK[role]} !important }}'
              for role in LIGHT for what in ("fill", "stroke")]
     return "@media (prefers-color-scheme: dark) {\n" + "\n".join(rules) + "\n}\n"
 
 
 def svg(title, groups):
-    """The picture as text, the same for the same times."""
+    """Returns the picture as text; equal times give equal text."""
     with matplotlib.rc_context(STYLE):
         output = io.StringIO()
         draw(title, groups).savefig(output, format="svg", facecolor=LIGHT["paper"], metadata={

@@ -23,11 +23,11 @@ class Line:
     unmeasured: list  # targets for peers that were not measured
 
     def best_peer(self):
-        """(name, time) of the fastest peer, or None."""
+        """Returns (name, time) of the fastest peer, or None."""
         return min(self.peers.items(), key=lambda peer: peer[1]) if self.peers else None
 
     def faster_peers(self):
-        """[(name, time)] of the peers that are faster by more than noise, the fastest first."""
+        """Returns [(name, time)] of the peers that are faster by more than noise, fastest first."""
         faster = [peer for peer in self.peers.items() if self.ours > pairs.LEVEL * peer[1]]
         return sorted(faster, key=lambda peer: peer[1])
 
@@ -42,13 +42,13 @@ class GrowthLine:
 
 
 class Times:
-    """Medians of one program by the name of the benchmark."""
+    """The medians of one program, by benchmark name."""
 
     def __init__(self, data):
         self.entries = {entry["name"]: entry for entry in data["benchmarks"]}
 
     def of(self, names, per):
-        """{who: time for each item} of those that were measured."""
+        """Returns {who: time for each item} of the benchmarks that were measured."""
         return {who: self.entries[name]["median_ns"] / per for who, name in names.items()
                 if name in self.entries}
 
@@ -68,7 +68,7 @@ def verdict(target, ours, others, floor):
 
 
 def line(row, times):
-    """The row with its times, or None when ours was not measured."""
+    """Returns the row with its times, or None if ours was not measured."""
     if row.ours not in times.entries:
         return None
     ours = times.entries[row.ours]["median_ns"] / row.per
@@ -100,7 +100,7 @@ class Judged:
     growth: list
 
     def verdicts(self):
-        """(what, verdict) for every target that was measured."""
+        """Returns (what, verdict) for every target that was measured."""
         return [(one.what, each) for one in [*self.lines, *self.growth] for each in one.verdicts]
 
     def missed(self):

@@ -38,7 +38,7 @@ def is_virtual():
 
 
 def compiler(build):
-    """The first line of the compiler's own --version, after the cache of the build."""
+    """Returns the first line of --version of the compiler that the build's cache names."""
     cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
     command = re.search(r"^CMAKE_CXX_COMPILER:\w+=(.+)$", cache, re.M)[1]
     version = subprocess.run([command, "--version"], check=True, text=True, capture_output=True)
@@ -87,14 +87,14 @@ def plan(family, path, names, quick):
 
 
 def clock_of(name):
-    """Selects the time that counts: processor or wall clock."""
+    """Selects the time to use: processor time or wall clock."""
     if "/manual_time" in name:
         return "manual"
     return "real" if "/real_time" in name else "processor"
 
 
 def kept(entries):
-    """One benchmark's repetitions, summed up."""
+    """Returns a summary of one benchmark's repetitions."""
     name, unit = entries[0]["run_name"], TO_NANOSECONDS[entries[0]["time_unit"]]
     field = "cpu_time" if clock_of(name) == "processor" else "real_time"
     times = [entry[field] * unit for entry in entries]
@@ -114,7 +114,7 @@ def kept_of_all(output):
 
 
 class Progress:
-    """Which program runs and for how long: rewritten on a terminal, now and then elsewhere."""
+    """Shows which program runs and for how long: on a terminal in one line, else in new lines."""
 
     def __init__(self, title, guess):
         self.title, self.guess = title, guess
@@ -151,7 +151,7 @@ def wait(process, progress):
 
 
 def run(one, progress):
-    """Runs a program in a folder for its files, and returns the extracted output."""
+    """Runs a program in a temporary folder and returns the extracted output."""
     with tempfile.TemporaryDirectory(prefix="vn-bench-") as folder:
         output = pathlib.Path(folder) / "output.json"
         errors = pathlib.Path(folder) / "errors"
@@ -170,7 +170,7 @@ def run(one, progress):
 # ---- All of them -----------------------------------------------------------------------------
 
 def guess(one, raw):
-    """Seconds that a program will take: what it took the last time, or by its settings."""
+    """Estimates the seconds of a program: those of its last run, or from its settings."""
     before = read(raw, one.program)
     if before and before["settings"] == one.settings:
         return before["seconds"]
@@ -186,7 +186,7 @@ def read(raw, program):
 
 
 def write(raw, program, content):
-    """JSON with one benchmark per line, so that diffs are readable."""
+    """Returns JSON with one benchmark per line, so that diffs are readable."""
     lines = ",\n".join("    " + json.dumps(entry) for entry in content.pop("benchmarks"))
     head = json.dumps(content, indent=2)[:-2]
     raw.mkdir(parents=True, exist_ok=True)

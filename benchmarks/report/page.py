@@ -1,4 +1,4 @@
-"""Writes docs/benchmarks.md and its charts out of the raw data and of page.json."""
+"""Writes docs/benchmarks.md and its charts from the raw data and page.json."""
 import json
 
 import pairs
@@ -106,7 +106,7 @@ def growth_row(line):
 # ---- Sections --------------------------------------------------------------------------------
 
 def lines_of(entry, judged):
-    """The rows that an entry of page.json is about."""
+    """Returns the rows that an entry of page.json describes."""
     return [line for one in judged for line in one.lines
             if pairs.matches(entry, one.family.program, line.benchmark)]
 
@@ -116,7 +116,7 @@ def title_of(program, judged):
 
 
 def chart_section(entry, judged):
-    """A question with its picture; nothing when its benchmarks were not measured."""
+    """Returns a question with its picture; empty if its benchmarks were not measured."""
     if not lines_of(entry, judged):
         return None
     return (f"## {entry['question']}\n\n![{entry['question']}](benchmarks/{entry['name']}.svg)\n\n"
@@ -124,7 +124,7 @@ def chart_section(entry, judged):
 
 
 def explained(judged, entries):
-    """[(entry, the rows that it explains)], and the rows without an explanation."""
+    """Returns [(entry, the rows that it explains)], and the rows without an explanation."""
     groups, unexplained = [(entry, []) for entry in entries], []
     for one in judged:
         for line in one.lines:
@@ -156,7 +156,7 @@ def span(values):
 
 
 def machine_section(judged):
-    """What the newest data were taken on; families that differ say so themselves."""
+    """Describes the machine of the newest data; origin() marks families that differ."""
     newest = newest_of(judged)
     lines = [f"- {name.capitalize()}: {value}\n" for name, value in newest["machine"].items()]
     settings = [one.data["settings"] for one in judged]
@@ -166,7 +166,7 @@ def machine_section(judged):
 
 
 def origin(one, newest):
-    """A remark where a family's data are older, of another machine, or of a quick run."""
+    """Returns a remark if a family's data are older, of another machine, or of a quick run."""
     data = one.data
     remarks = []
     if data["machine"] != newest["machine"]:
@@ -189,7 +189,7 @@ def family_section(one, newest):
 
 
 def newest_of(judged):
-    """The latest data; of several on one day, the most thorough."""
+    """Returns the newest data; of one day, those of a full run rather than a quick one."""
     return max((one.data for one in judged), key=lambda data: (data["date"], not data["quick"]))
 
 
@@ -209,7 +209,7 @@ def load(path):
 
 
 def mistakes(content, families):
-    """Entries of page.json that name no row, as lines of text."""
+    """Returns a line of text for each entry of page.json that names no row."""
     rows = [(one.program, row.ours) for one in families for row in one.rows]
     return [f"page.json: '{entry.get('name', entry.get('title'))}' names no row of pairs.json"
             for entry in [*content["charts"], *content["slower"]]
@@ -217,7 +217,7 @@ def mistakes(content, families):
 
 
 def write_charts(judged, content, folder):
-    # Only here, so that all the rest works on a machine without matplotlib.
+    # Imported only here, so that the rest works on a machine without matplotlib.
     import chart
     folder.mkdir(parents=True, exist_ok=True)
     for entry in content["charts"]:
@@ -228,6 +228,6 @@ def write_charts(judged, content, folder):
 
 
 def write(judged, content, docs):
-    """docs/benchmarks.md and docs/benchmarks/*.svg."""
+    """Writes docs/benchmarks.md and docs/benchmarks/*.svg."""
     write_charts(judged, content, docs / "benchmarks")
     (docs / "benchmarks.md").write_text(document(judged, content), encoding="utf-8")

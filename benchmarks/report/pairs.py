@@ -1,6 +1,6 @@
-"""Which benchmarks are compared, and the targets for ours.
+"""Reads which benchmarks are compared (pairs.json) and the targets for ours.
 
-Reads pairs.json and the targets, and compares both with the programs.
+Also compares both with the programs.
 """
 import dataclasses
 import fnmatch
@@ -53,7 +53,7 @@ class Family:
     growth: list
 
 
-# The noise that two runs of the same code show.
+# Times that differ by less count as equal: this is the noise between two runs of the same code.
 LEVEL = 1.05
 
 
@@ -73,7 +73,7 @@ def target(entry):
 
 
 def fill(thing, names):
-    """A copy with {name} replaced in all of its texts."""
+    """Returns a copy with {name} replaced in all its texts."""
     if isinstance(thing, str):
         for name, value in names.items():
             thing = thing.replace("{" + name + "}", value)
@@ -86,7 +86,7 @@ def fill(thing, names):
 
 
 def each(entry):
-    """One entry for every combination of the values in its "each"."""
+    """Returns one entry for every combination of the values in its "each"."""
     choices = entry.get("each", {})
     labelled = [values if isinstance(values, dict) else {value: value for value in values}
                 for values in choices.values()]
@@ -109,7 +109,7 @@ def family(entry):
 
 
 def matches(entry, program, benchmark):
-    """Whether an entry with a program and patterns is about this benchmark."""
+    """Returns whether an entry's program and patterns match this benchmark."""
     return entry["program"] == program and any(fnmatch.fnmatchcase(benchmark, pattern)
                                                for pattern in entry["ours"])
 
@@ -148,17 +148,17 @@ def load(path, targets_path):
                  targets["counted"])
 
 
-# ---- Beside the programs ---------------------------------------------------------------------
+# ---- Comparison with the programs ------------------------------------------------------------
 
 def listed(program):
-    """The names of the benchmarks in a program."""
+    """Returns the names of the benchmarks in a program."""
     done = subprocess.run([program, "--benchmark_list_tests"], check=True, text=True,
                           capture_output=True, timeout=60)
     return set(done.stdout.splitlines())
 
 
 def named(one):
-    """(who, benchmark) for every name in a family's rows; who is empty for what must be there."""
+    """Yields (who, benchmark) for every name in a family's rows; who is empty if it must exist."""
     for row in one.rows:
         yield "", row.ours
         yield from row.peers.items()
@@ -169,20 +169,20 @@ def named(one):
 
 
 def absent_peers(one, optional, present):
-    """The optional peers of which the program has nothing at all: they are not installed."""
+    """Returns the optional peers without any benchmark in the program: they are not installed."""
     found = {who for who, benchmark in named(one) if benchmark in present}
     return {who for who, _ in named(one) if who in optional} - found
 
 
 def target_mistakes(one):
-    """Targets for a peer that is not in the row."""
+    """Returns a line for each target whose peer is not in its row."""
     return [f"{one.program}: '{row.what}' has a target for {aim.than}, which is not in the row"
             for row in one.rows for aim in row.targets
             if aim.than not in row.peers and aim.than not in row.floor]
 
 
 def mismatches(one, optional, present):
-    """Differences between a family's rows and its program's benchmarks, as lines of text."""
+    """Returns the differences between a family's rows and its program's benchmarks, as lines."""
     absent = absent_peers(one, optional, present)
     known = {benchmark for _, benchmark in named(one)}
     wanted = {benchmark for who, benchmark in named(one) if who not in absent}

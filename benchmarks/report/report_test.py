@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The report on benchmarks: pairs, judgement, page and charts, from times made up here."""
+"""Tests the report on benchmarks: pairs, judgement, page and charts, with invented times."""
 import itertools
 import pathlib
 import re
@@ -44,7 +44,7 @@ NAMES = {"ours/10", "ours/20", "peer/10", "peer/20", "bare"}
 
 
 def data(**nanoseconds):
-    """Raw data of the sample; names are written with _ for /."""
+    """Returns raw data of the sample; an underscore in a name means a slash."""
     return {"program": "sample_bench", "quick": False, "date": "2024-03-05", "seconds": 1,
             "settings": ENTRY["run"], "machine": {"processor": "Some CPU", "compiler": "cc"},
             "benchmarks": [{"name": name.replace("_", "/"), "median_ns": time, "cv": 0.01}
@@ -114,7 +114,7 @@ class Judgement(unittest.TestCase):
         self.assertEqual([line.ours, line.peers["Peer"], line.floor[1]], [10, 20, 5])
         self.assertEqual(line.best_peer(), ("Peer", 20))
         ratios = [round(verdict.ratio, 3) for verdict in line.verdicts]
-        self.assertEqual(ratios, [0.5, 2, 0.333])   # the last: 50 above the floor beside 150
+        self.assertEqual(ratios, [0.5, 2, 0.333])   # the last: without the floor, 50 / 150
         self.assertTrue(all(verdict.met for verdict in line.verdicts))
 
     def test_missed(self):
@@ -226,7 +226,7 @@ def overlap(one, other):
 
 
 def chart_boxes(figure):
-    """[(name, box)] of everything that must not touch, measured by the renderer."""
+    """Returns [(name, box)] of everything that must not overlap, measured by the renderer."""
     renderer = figure.canvas.get_renderer()
     axes = figure.axes[0]
     labels = [*figure.texts, axes.xaxis.label, *axes.get_xticklabels()]
@@ -236,7 +236,7 @@ def chart_boxes(figure):
 
 
 def chart_faults(figure):
-    """Labels that are cut off, and things that overlap, as lines of text."""
+    """Returns a line for each label that is cut off and each pair that overlaps."""
     boxes = chart_boxes(figure)
     page_box = figure.bbox
     faults = [f"'{name}' is cut off" for name, box in boxes

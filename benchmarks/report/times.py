@@ -1,4 +1,4 @@
-"""How times are written."""
+"""Formats times."""
 
 UNITS = (("s", "seconds", 1e9), ("ms", "milliseconds", 1e6), ("µs", "microseconds", 1e3))
 
@@ -11,7 +11,7 @@ def text(nanoseconds):
 
 
 def unit(nanoseconds):
-    """(short, name, nanoseconds) of the unit for an axis that reaches up to this time."""
+    """Returns (short, name, nanoseconds) of the unit for an axis that ends at this time."""
     return next((unit for unit in UNITS if nanoseconds >= 2 * unit[2]), ("ns", "nanoseconds", 1))
 
 

@@ -28,7 +28,7 @@ void record(Records& records, double x, double y) {
     records.add(hex(toBits(x)) + " " + hex(toBits(y)), resultText(function(x, y)));
 }
 
-// An argument for which powers and remainders are interesting, else an independent one.
+// Often a hard case of powers and remainders for x; otherwise an independent argument.
 double second(double x, Random& random) {
     switch (random.below(6)) {
         case 0:

@@ -93,7 +93,7 @@ std::string midpoint(Random& random) {
     return random.below(2) == 0 ? text : text + ".0000001";
 }
 
-// Texts that are no numbers, or unusual ones.
+// Texts that are not numbers, or unusual numbers.
 constexpr const char* words[] = {"inf",
                                  "Infinity",
                                  "nan",

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """Proves that the manifest is right: compares every call of every group with an independent
-implementation. Arguments: bits_test, java ("" for none), the folder of
-StrictMathAnswers.class, icu_answers; --every N takes one call of N.
+implementation. Arguments: bits_test, java ("" for none), the folder of StrictMathAnswers.class,
+icu_answers. --every N compares only every N-th call.
 
-The answers come from java.lang.StrictMath (mathematics), from ICU called directly (conversions and
-caseless order, which are compared with python's too) and from python: its own conversions,
-codecs, exact integers and decimals, and models of the documented formats. The two functions that
-StrictMath lacks altogether, erf and gammal, are compared with python's to a few units in the last
-place; the other builds then show that theirs are the same bits."""
+The expected results come from java.lang.StrictMath (mathematics), from ICU called directly
+(conversions and caseless order) and from python: its conversions, codecs, exact integers and
+decimals, and models of the documented formats. The conversions and the caseless order are compared
+with python's, too. StrictMath lacks erf and gammal: these are compared with python's to a few units
+in the last place, and the manifest shows that all builds return the same bits."""
 import argparse
 import decimal
 import math
@@ -80,7 +80,7 @@ def nextafter(x, y):
 
 
 def scalbn(x, n):
-    """Exact, then rounded once."""
+    """The result of exact arithmetic, rounded once."""
     if not math.isfinite(x) or x == 0:
         return bits(x)
     n = max(-5000, min(5000, n))
@@ -101,7 +101,7 @@ def sign_of_gamma(x):
 
 
 def near(result, x, wanted):
-    """The result, if it is within a few units of the wanted one; else the wanted one."""
+    """Returns the result if it is within a few units of the wanted one, else the wanted one."""
     if result == bits(wanted):
         return result
     if result == "nan" or not math.isfinite(wanted):
@@ -190,7 +190,7 @@ WORD = re.compile(rb"[ \t\n\v\f\r]*([+-]?)(inf(?:inity)?|nan(?:\([0-9a-f]+\))?)"
 
 
 def out_of_range(value, digits):
-    """netlib reports overflow, and digits that are not all zeros but give zero."""
+    """netlib reports overflow, and underflow to zero of a number that is not zero."""
     overflow = math.isinf(value) and not digits.lower().startswith(b"inf")
     vanished = value == 0 and digits.strip(b"0.") != b""
     return " out of range" if overflow or vanished else ""
@@ -484,7 +484,7 @@ def icu(calls, options):
 
 
 def agree(group, calls, wanted, oracle):
-    """Whether all results are those of the oracle; prints the first few that are not."""
+    """Returns whether all results are the oracle's; prints the first few differences."""
     wrong = [(*call, right) for call, right in zip(calls, wanted, strict=True) if call[1] != right]
     print(f"{group}: {len(calls)} calls, {len(wrong)} other than {oracle}'s", flush=True)
     for arguments, result, right in wrong[:5]:
@@ -493,7 +493,7 @@ def agree(group, calls, wanted, oracle):
 
 
 def prove(group, calls, strict, of_icu):
-    """Whether every oracle of the group agrees with all calls."""
+    """Returns whether every oracle of the group agrees with all calls."""
     right = True
     if group in of_icu:
         right = agree(group, calls, of_icu[group], "ICU")

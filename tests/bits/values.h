@@ -1,4 +1,4 @@
-// Doubles and bytes as arguments, and their texts in the records.
+// Generates doubles and bytes as arguments, and writes their texts in the records.
 #ifndef VN_TESTS_BITS_VALUES_H
 #define VN_TESTS_BITS_VALUES_H
 

@@ -1,5 +1,5 @@
-// A file that cannot be read to its end. The program's fopen replaces the C library's, for the
-// shared library too, and returns streams that fail.
+// Files with a read error. The program's fopen replaces the C library's, for the shared library
+// too, and returns streams that fail after some bytes.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <vncommon/config_file.h>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr char failingName[] = "a file that fails";
 
-// The bytes that the stream of that name returns before it fails.
+// The bytes that a stream returns before it fails.
 std::string readable;
 size_t position;
 

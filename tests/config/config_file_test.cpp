@@ -51,7 +51,7 @@ class Folder {
     std::string path;
 };
 
-// The caller destroys a category cursor that the configuration would lose.
+// Destroys the category cursor, which the configuration does not free.
 void endCursor(VN_ConfigFile* config) {
     vn_HashMapIterator_dtor(config->iterator);
     config->iterator = nullptr;
@@ -73,7 +73,7 @@ Entries entriesOf(VN_ConfigFileCategory* category) {
     return entries;
 }
 
-// Entries come from the public walk, names from the map, because no handle has them.
+// Reads the entries through the interface, and the names from the map: no function returns them.
 Categories categoriesOf(VN_ConfigFile* config) {
     Categories categories;
     HashMapIterator* iterator = vn_HashMap_first(config->categories);
@@ -88,7 +88,7 @@ Categories categoriesOf(VN_ConfigFile* config) {
     return categories;
 }
 
-// A file in memory: thousands of small files on a disk are slow.
+// A file in memory, because thousands of small files on a disk are slow.
 class MemoryFile {
   public:
     explicit MemoryFile(const std::string& content) : descriptor(memfd_create("config", 0)) {
@@ -182,7 +182,7 @@ std::string randomContent(std::mt19937& random) {
     return content;
 }
 
-// Longer lines of the usual form, around the sizes of the buffers below.
+// Longer lines of the usual form, with lengths near the sizes of the reader's buffers.
 std::string longContent(std::mt19937& random) {
     std::string content;
     const auto lines = random() % 30;
@@ -303,7 +303,7 @@ VN_CHILD(tellsItsMemory) {
         getrusage(RUSAGE_SELF, &usage);
         return static_cast<double>(usage.ru_maxrss) * 1024;
     };
-    const double before = peak();  // with the content: what is used again counts as none
+    const double before = peak();  // includes the freed content, whose memory may be reused
     static VN_ConfigFile* config = nullptr;
     (void)VN_ConfigFile_Load(file.name().c_str(), &config);
     printf("%.2f", (peak() - before + size) / size);
@@ -317,7 +317,7 @@ TEST(ConfigFileMemory, StaysWithinFourTimesTheFile) {
     const ChildResult child = runChild("tellsItsMemory");
     const double factor = atof(child.out.c_str());
     EXPECT_GT(factor, 1);
-    EXPECT_LE(factor, 4);  // 2.6 when this was written
+    EXPECT_LE(factor, 4);
 }
 
 // ---- Handles
@@ -380,7 +380,7 @@ TEST(ConfigFileWalk, KeepsItsCursors) {
     destroy(config);
 }
 
-// Callers hold the iterators: a new walk and the end of the configuration leave them alone.
+// The caller owns the iterators: neither a new walk nor the end of the configuration frees them.
 TEST(ConfigFileWalk, ANewWalkLeavesTheEarlierCursorToTheCaller) {
     const Folder folder;
     VN_ConfigFile* config = nullptr;
@@ -410,7 +410,7 @@ TEST(ConfigFileWalk, ReleaseLeavesTheCategories) {
     vn_HashMap_dtor(categories);
 }
 
-// Destroying one configuration leaves another as it is.
+// Destroying one configuration does not change another one.
 TEST(ConfigFileWalk, ThousandsOfEntriesComeAndGo) {
     const Folder folder;
     std::string content;

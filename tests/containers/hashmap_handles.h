@@ -1,4 +1,5 @@
-// Maps and iterators that are destroyed with their scope, and words for keys.
+// Maps and iterators that destroy themselves at the end of their scope, and conversions between
+// numbers and keys.
 #ifndef VN_TESTS_CONTAINERS_HASHMAP_HANDLES_H
 #define VN_TESTS_CONTAINERS_HASHMAP_HANDLES_H
 

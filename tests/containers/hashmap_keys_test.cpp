@@ -27,13 +27,14 @@ std::string keyText(const HashMapEntry* entry) {
     return static_cast<const char*>(entry->key);
 }
 
-// Leaves the key to the caller, who stores it in the entry that add returns.
+// Does not set the key; the caller stores it in the entry that add returns.
 void fillValueOnly(HashMapEntry* entry, void*, void* value) {
     entry->key = nullptr;
     entry->value = value;
 }
 
-// Takes the text and leaves an empty one, so that hashing the key again gives another hash.
+// Copies the text and empties the caller's, so that hashing the caller's key again gives another
+// hash.
 void fillByMoving(HashMapEntry* entry, void* key, void* value) {
     entry->key = strdup(static_cast<char*>(key));
     entry->value = value;
@@ -66,7 +67,7 @@ std::pair<std::string, std::string> twoWithOneHash() {
 // A string with this prefix, and a longer string with the same prefix and the same hash.
 std::pair<std::string, std::string> oneAndLongerWithOneHash(const std::string& start) {
     const auto number = [](uint32_t i) { return std::to_string(100000 + i); };
-    constexpr uint32_t tries = 65536;  // as many again find the other string: 2^32 pairs
+    constexpr uint32_t tries = 65536;  // for each of the two strings: 2^32 pairs
     uint32_t power = 1;                // the factor that six more bytes apply to a hash
     for (int i = 0; i < 6; ++i) {
         power *= 0x9E3779B9;
@@ -138,7 +139,7 @@ TEST(HashMapOfStrings, HoldsWhatStdMapHolds) {
     }
 }
 
-// Adding uses only the given keys, not what fill stored.
+// Adding reads only the given keys, not the stored ones.
 TEST(HashMapOfStrings, TakesKeysThatAreStoredAfterTheAdds) {
     const Map map(
         vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillValueOnly, freeCopy, 0, 1));
@@ -158,7 +159,7 @@ TEST(HashMapOfStrings, TakesKeysThatAreStoredAfterTheAdds) {
     }
 }
 
-// The bucket belongs to the key before fill; the stored hash is that after fill.
+// Compat: the bucket is that of the key before fill, the stored hash that of the key after fill.
 TEST(HashMapOfStrings, FindsKeysThatFillMovedOut) {
     const Map map(vn_HashMap_ctor(vn_String_hash, vn_String_compare, fillByMoving, freeCopy, 0, 0));
     std::string key = "moved";
@@ -194,7 +195,7 @@ double growAndEndMaps() {
     return most;
 }
 
-// In a thread, because its heap is unused.
+// Runs in a thread, because a new thread has an unused heap.
 VN_CHILD(growsAndEndsMaps) {
     double most = 0;
     std::thread([&] { most = growAndEndMaps(); }).join();
@@ -208,7 +209,7 @@ TEST(HashMapMemory, OneMapAfterTheOtherTakesNoMultiples) {
 #endif
     const double most = atof(runChild("growsAndEndsMaps").out.c_str());
     EXPECT_GT(most, 10);
-    EXPECT_LT(most, 60);  // 27 when this was written
+    EXPECT_LT(most, 60);  // megabytes
 }
 
 TEST(HashMapOfStrings, ComparesWhenHashesCollide) {

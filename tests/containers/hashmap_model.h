@@ -1,5 +1,5 @@
-// A second, slower map with the same sizes and capacities: slots instead of pointers, plain vectors
-// instead of blocks. It also predicts the calls of the callbacks.
+// A model of the map with the same sizes and capacities. It is simpler and slower: it has slots and
+// std::vectors instead of pointers and blocks. It also predicts the calls of the callbacks.
 #ifndef VN_TESTS_CONTAINERS_HASHMAP_MODEL_H
 #define VN_TESTS_CONTAINERS_HASHMAP_MODEL_H
 
@@ -33,7 +33,7 @@ class HashMapModel {
 
     uint32_t mask() const { return static_cast<uint32_t>(buckets.size()) - 1; }
 
-    // Whether the key was added.
+    // Returns whether the key was added.
     bool add(uintptr_t key, uintptr_t value) {
         ++hashCalls;
         if (lookUp(key)) {

@@ -11,8 +11,8 @@ using namespace vncommon;
 
 namespace {
 
-// Tags of a bucket with this number of entries: few values, so that some are equal or differ in one
-// bit.
+// Tags of a bucket with the given number of entries. There are few values, so some tags are equal
+// or differ in one bit.
 Tags randomTags(std::mt19937_64& random, uint32_t used) {
     Tags tags = 0;
     for (uint32_t i = 0; i < used; ++i) {

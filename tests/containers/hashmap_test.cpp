@@ -23,7 +23,8 @@ std::vector<uintptr_t> released;
 uint32_t goodHash(uintptr_t key) {
     return static_cast<uint32_t>((key * 0x9E3779B97F4A7C15U) >> 32);
 }
-// Few values, so that buckets need more than eight slots, and high bits for larger masks.
+// Has few values, so that buckets need more than eight slots, and sets bits that only larger masks
+// select.
 uint32_t poorHash(uintptr_t key) {
     return static_cast<uint32_t>((key % 5) << (key % 3 * 4));
 }
@@ -82,7 +83,7 @@ std::vector<uintptr_t> keysBackward(HashMap* map) {
     return keys;
 }
 
-// ---- The model beside the map
+// ---- The map and its model
 
 bool sameEntry(const HashMap& map, const HashMapModel& model, uint32_t slot, uint32_t position) {
     const HashMapEntry& entry = map.entries[slot];
@@ -121,7 +122,7 @@ void expectSame(const HashMap& map, const HashMapModel& model) {
     }
 }
 
-// One operation on both, with the same result.
+// Applies one operation to both and compares the results.
 void step(HashMap& map, HashMapModel& model, uint32_t choice, uintptr_t key, uintptr_t value) {
     const auto slotOf = [&](const HashMapEntry* entry) -> std::optional<uint32_t> {
         if (entry == nullptr) {
@@ -173,7 +174,7 @@ struct RandomRun {
     bool callbacks = true;
 };
 
-// If poor, the low bits of the hash have few values.
+// If poor is set, only keys whose hashes have few values in the low bits.
 std::vector<uintptr_t> someKeys(const HashMap& map, uint32_t count, bool poor) {
     std::vector<uintptr_t> keys;
     for (uintptr_t key = 1; keys.size() < count; ++key) {
@@ -184,7 +185,7 @@ std::vector<uintptr_t> someKeys(const HashMap& map, uint32_t count, bool poor) {
     return keys;
 }
 
-// Phases of growing and of shrinking; sometimes the map is cleared.
+// Grows and shrinks the map in turns, and sometimes clears it.
 void compareWithModel(const RandomRun& run) {
     resetCounters();
     HashMap map;
@@ -215,7 +216,7 @@ void compareWithModel(const RandomRun& run) {
             random() % 2 == 0 ? (vn_HashMap_removeAll(&map), model.removeAll())
                               : (vn_HashMap_clear(&map), model.clear());
         }
-        if (!run.callbacks) {  // no callback then, so nothing to compare
+        if (!run.callbacks) {  // without callbacks there are no calls to compare
             hashCalls = model.hashCalls;
             compareCalls = model.compareCalls;
         }
@@ -232,7 +233,7 @@ void compareWithModel(const RandomRun& run) {
     EXPECT_EQ(hashCalls, model.hashCalls);
 }
 
-// Every combination of the options, in maps of each size.
+// Tests every combination of the options, with every initial size.
 void followTheModel(uint32_t seed, const std::vector<uint32_t>& initialSizes, bool callbacks) {
     for (const uint32_t initialSize : initialSizes) {
         for (uint32_t options = 0; options < 16; ++options) {
@@ -350,7 +351,7 @@ void fillNextWord(HashMapEntry* entry, void* key, void* value) {
     entry->value = value;
 }
 
-// The stored word is compared like any stored key, in the bucket of the word looked up.
+// A lookup compares the stored words in the bucket of the word that is looked up.
 TEST(HashMapOfWords, FindsKeysThatFillChanged) {
     const Map map(vn_HashMap_ctor(nullptr, nullptr, fillNextWord, nullptr, 0, 0));
     uintptr_t key = 100;
@@ -636,7 +637,7 @@ const HashMapEntry* entryBehind(const HashMap* map, const HashMapEntry* entry) {
     return static_cast<const HashMapEntry*>(map->buckets[bucket].data[position]);
 }
 
-// A map that is iterated, changed, and iterated from any entry.
+// A map that is iterated, changed, and iterated again from any entry.
 struct Walked {
     Walked(vn_HashMapHash hash, uint32_t initialSize, uintptr_t count)
         : map(vn_HashMap_ctor(hash, countingCompare, nullptr, nullptr, initialSize, 1)),
@@ -685,7 +686,7 @@ struct Walked {
     Iterator iterator;
 };
 
-// After iterating another map, a larger one, or the same before a change.
+// Starts at an entry after another map, a larger map, or the same map before a change was iterated.
 TEST(HashMapIterator, GoesOnFromEveryEntryWhateverWasWalkedBefore) {
     std::array<Walked, 6> maps{
         Walked(countingGoodHash, 0, 12),     Walked(countingGoodHash, 0, 300),
@@ -752,7 +753,8 @@ uint32_t hashOwned(const void* key) {
 int32_t compareOwned(const void* stored, const void* key) {
     return hashOwned(stored) == hashOwned(key) ? 0 : 1;
 }
-// Takes the contents and leaves 0, so that hashing the key again gives another hash.
+// Stores the number and sets the caller's to 0, so that hashing the caller's key again gives
+// another hash.
 void fillByMoving(HashMapEntry* entry, void* key, void* value) {
     auto* given = static_cast<Owned*>(key);
     entry->key = new Owned{given->number};
@@ -764,7 +766,7 @@ void* releaseOwned(HashMapEntry* entry) {
     return nullptr;
 }
 
-// The bucket belongs to the key before fill; the stored hash is that after fill.
+// Compat: the bucket is that of the key before fill, the stored hash that of the key after fill.
 TEST(HashMap, AFillThatMovesTheKeyOutLeavesTheBucketAlone) {
     const Map map(vn_HashMap_ctor(hashOwned, compareOwned, fillByMoving, releaseOwned, 0, 0));
     Owned five = {5};

@@ -1,4 +1,4 @@
-// The ring's sizes, read from the record's fields; its order against std::deque; and many threads.
+// The ring's sizes, read from the record's fields; its order, compared with std::deque; threads.
 #include <vncommon/queue.h>
 
 #include <gtest/gtest.h>
@@ -61,7 +61,7 @@ TEST(Queue, StartsWithOneSlot) {
     EXPECT_EQ(sizeof(vn_qtsElement), 24u);
 }
 
-// Only the ring: a queue of one slot allocates no more than that.
+// A queue allocates only its ring, not a slot more.
 TEST(Queue, TakesARingOfExactlyItsCapacity) {
     Queue queue;
     for (uintptr_t i = 0; i < 100; ++i) {
@@ -142,7 +142,7 @@ TEST(Queue, BatchGrowsAtOnce) {
     EXPECT_EQ(queue.capacity, 16u);
 }
 
-// count + n is more than 32 bits hold: what fits is taken, nothing wraps around.
+// count + n exceeds 32 bits. The queue takes the elements that fit, and nothing wraps around.
 TEST(Queue, HugeBatchDoesNotOverflow) {
     Queue queue(4);
     queue.add(1);
@@ -181,8 +181,8 @@ TEST(Queue, RemoveWithoutBlocking) {
     EXPECT_EQ(vn_qtsRemoveNB(&queue, &out), 1);
 }
 
-// The shrink rule alone: removes elements from a ring of the given capacity until the given count
-// is left.
+// Tests only the shrink rule: removes elements from a ring of the given capacity until the given
+// count is left.
 uint32_t capacityAfterRemovingTo(uint32_t capacity, uint32_t count) {
     Queue queue;
     for (uint32_t i = 0; i < capacity; ++i) {
@@ -203,7 +203,7 @@ TEST(Queue, ShrinksWhenAQuarterIsLeft) {
     EXPECT_EQ(capacityAfterRemovingTo(2, 0), 1u);
 }
 
-// Large steps down: a batch leaves a large ring, so that one removal halves several times.
+// A large ring has few elements, so one removal halves it several times.
 TEST(Queue, ShrinksInOneStepByMoreThanHalf) {
     Queue queue;
     for (uint32_t i = 0; i < 4; ++i) {
@@ -300,8 +300,8 @@ TEST(Queue, RemoveBlocksUntilSomethingArrives) {
 
 constexpr uintptr_t endOfStream = ~uintptr_t{0} / 4;
 
-// Producers add (producer, sequence) pairs, alternating single elements and batches; a full queue
-// is retried.
+// Producers add (producer, sequence) pairs, alternately as single elements and batches. They retry
+// while the queue is full.
 void produce(Queue& queue, uintptr_t producer, uintptr_t total) {
     std::vector<vn_qtsElement> batch;
     uintptr_t sequence = 0;

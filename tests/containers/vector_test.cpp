@@ -1,4 +1,4 @@
-// Vector: every operation against a model, and each capacity of growth and shrinking.
+// Vector: every operation compared with a model, and each capacity of growth and shrinking.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <vncommon/vector.h>
@@ -161,7 +161,7 @@ TEST(VectorAdd, KeepsItsPromisesInLargeBlocks) {
     EXPECT_EQ(number(vn_Vector_get(vector.get(), (1u << 21) - 1)), 1u << 21);
 }
 
-// Small blocks keep their place while the capacity changes: what was in them does not show.
+// realloc may change the size of a small block in place. Slots that are reused then must be null.
 TEST(VectorAdd, ClearsReusedSlots) {
     const VectorHandle vector = plain(2, true);
     for (int round = 0; round < 3; ++round) {
@@ -377,7 +377,7 @@ TEST(VectorEmptying, DestructionPassesEveryElementToTheHook) {
     EXPECT_EQ(seen, (Elements{1, 2, 3}));
 }
 
-// The purpose of the hooks: the Vector owns copies of the texts.
+// Typical hooks, with which the Vector owns copies of the texts.
 void* copyText(void* text) {
     return strdup(static_cast<const char*>(text));
 }
@@ -479,7 +479,7 @@ TEST(VectorModel, AgreesThroughRandomHistories) {
     }
 }
 
-// Only the counts are large: the process ends before an element could be written.
+// Only the counts are large: the process must end before it writes an element.
 VN_CHILD(addToAFullVector) {
     void* slot = nullptr;
     Vector vector = {UINT32_MAX, UINT32_MAX, 0, false, &slot, nullptr, nullptr, nullptr};

@@ -1,5 +1,5 @@
-// Heap use of rendering, in page faults: repeated rendering of a large event must reuse the memory
-// of the text before.
+// Rendering a large event repeatedly must reuse the memory of the previous text. The test counts
+// page faults.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <vncommon/event_writer.h>
@@ -43,8 +43,8 @@ long pageFaults() {
     return usage.ru_minflt;
 }
 
-// A text of 100 KB fits into what glibc keeps free at the end of the heap, 128 KB, provided that
-// its block is not much larger.
+// glibc keeps up to 128 KB free at the end of the heap. A text of 100 KB fits there, unless its
+// block is much larger than the text.
 TEST(EventWriterMemory, IsNotFaultedInForEveryText) {
 #ifndef __GLIBC__
     GTEST_SKIP() << "another C library keeps its heap in another way";

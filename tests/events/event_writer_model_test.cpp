@@ -1,6 +1,6 @@
-// Event writer against a model: builds random trees through the interface, and in parallel the list
-// of pieces of their text. The model writes the pieces with snprintf, so it also predicts the
-// effect of a tight limit on each.
+// Compares the event writer with a model. Builds random trees through the interface, and at the
+// same time the list of the pieces of their text. The model writes each piece with snprintf, so it
+// also predicts the text under a tight limit.
 #include <gtest/gtest.h>
 #include <vncommon/event_writer.h>
 
@@ -21,7 +21,7 @@ struct Piece {
 
 struct Model {
     std::vector<Piece> pieces;
-    size_t unwritten = 0;  // counts in the length but is not in the text
+    size_t unwritten = 0;  // bytes that count in the length but are not in the text
 
     void add(Piece::Kind kind, const std::string& text) { pieces.push_back({kind, text}); }
     void add(const Model& other) {
@@ -37,7 +37,7 @@ struct Model {
     }
 };
 
-// One piece at a position under a limit.
+// Writes one piece at a position, under a limit.
 void writePiece(const Piece& piece, char* buffer, int& position, int limit) {
     const auto length = static_cast<int>(piece.text.size());
     const auto format = [&](int budget) {
@@ -185,7 +185,7 @@ class RandomTrees {
         return result;
     }
 
-    // Values without a text, or with only half of one.
+    // A value of an unknown kind, or a null child, which has only an opening bracket or no text.
     Value odd() {
         Value result = {10 + below(3), nullptr, "", {}};
         if (below(2) == 0) {
@@ -225,7 +225,8 @@ class RandomTrees {
         return model;
     }
 
-    // Values without keys among the entries shift the keys after them: the two are counted apart.
+    // A value that is added without a key gets the next key: keys and values are counted
+    // separately.
     Value dictionary(int depth) {
         VN_EventWriter* writer = VN_EventWriter_ctor(VN_EventKind_Dictionary, nullptr);
         std::vector<Model> keys;
@@ -267,7 +268,7 @@ class RandomTrees {
         return model;
     }
 
-    // Adds a random value to the writer's values in one of the possible ways.
+    // Adds a random value to the writer with one of the functions that can add it.
     Model addTo(VN_EventWriter* writer, int depth) {
         Value added = value(depth);
         switch (below(5)) {

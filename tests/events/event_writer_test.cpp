@@ -1,4 +1,4 @@
-// Event writer: every kind of value, every text and every rule about ownership by name.
+// Event writer: single cases for every kind of value, every text and every rule about ownership.
 // event_writer_model_test.cpp compares random trees with a model.
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -252,7 +252,7 @@ TEST(EventWriterEscaping, HappensOnlyAsAWhole) {
     EXPECT_EQ(stringText("caf\xC3\xA9"), "\"caf\xC3\xA9\"");
 }
 
-// The search for the two bytes reads whole words; each position in a word is tried.
+// The search for the two special characters reads whole words, so tests each position in a word.
 TEST(EventWriterEscaping, SeesEveryPlaceOfAString) {
     for (size_t length = 1; length <= 40; ++length) {
         for (size_t place = 0; place < length; ++place) {
@@ -450,7 +450,7 @@ TEST(EventWriterOwnership, FreesATextThatTheOwnerExchanged) {
     EXPECT_EQ(rendered(writer), "[\"theirs\"]");
 }
 
-// An event with every kind of ownership.
+// An event that owns its values in every possible way.
 Writer everything() {
     Writer writer = event("Everything");
     for (int i = 0; i < 20; ++i) {
@@ -532,7 +532,7 @@ TEST(EventWriterBytes, ReadThePayloadByTheKindThatIsAsked) {
     EXPECT_STREQ(buffer, "true");
 }
 
-// 65 times the same 64 MiB of text: longer than a 32-bit position can express.
+// 65 times the same 64 MiB of text: the length exceeds a 32-bit position.
 TEST(EventWriterBytes, StopAtTheEndOfTheirCounters) {
     const std::string content(size_t{64} << 20, 'x');
     VN_EventValue large = {const_cast<char*>(content.c_str()), VN_EventKind_Unformatted};

@@ -1,6 +1,6 @@
-// Loads and unloads the library (argument 1) in a loop, using its pools in between: neither memory
-// nor descriptors nor thread-specific keys may accumulate, and the library must really be unloaded
-// each time. This program is not linked with the library, because it could then not be unloaded.
+// Loads, uses and unloads the library (argument 1) in a loop. Memory, descriptors and
+// thread-specific keys must not accumulate, and the library must really be unloaded each time. This
+// program is not linked with the library, because then the library could not be unloaded.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <malloc.h>
@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
             return fail("the library stays loaded");
         }
     }
-    // A pool's array alone is more than 1 KiB a load: a leak cannot hide in this margin.
+    // The array of a pool is larger than 1 KiB, so a leak in every load exceeds this margin.
     const size_t grown = mallinfo2().uordblks - memory;
     if (static_cast<ptrdiff_t>(grown) > 4096) {
         fprintf(stderr, "library_unload_test: %zu bytes were not given back by 200 loads\n", grown);

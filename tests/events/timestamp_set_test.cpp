@@ -1,5 +1,5 @@
-// Timestamp sets through the interface; what load and unload do, in fresh processes; and counts of
-// heap calls, which show pooling from outside.
+// Timestamp sets through the interface; load and unload, in fresh processes; and pooling, which is
+// visible in the counts of heap calls.
 #include <vncommon/timestamp_set.h>
 
 #include <dlfcn.h>
@@ -131,7 +131,8 @@ TEST(TimestampSet, StampsWithTheWallClockInMicroseconds) {
     EXPECT_GE(Java_com_vantrel_util_CommonNativeMethods_getMicroTime(nullptr, nullptr), relative);
 }
 
-// Every microsecond, around powers of two: the sum of seconds and their exactly rounded fraction.
+// Every microsecond of seconds near powers of two: the time is the sum of the seconds and the
+// exactly rounded fraction.
 TEST(TimestampSet, TimeIsSecondsPlusMicrosecondsExactly) {
     for (const int64_t seconds : {0L, 1L, (1L << 21) - 1, 1L << 21, (1L << 21) + 1, (1L << 30) - 1,
                                   1L << 30, 1700000000L, (1L << 31) - 1, 1L << 31}) {
@@ -374,7 +375,7 @@ TEST(TimestampSet, NoHeapCallInSteadyState) {
     EXPECT_EQ(count.frees(), 0u);
 }
 
-// Counts heap calls around filling one thread's pool. Exit status 0 when all figures hold.
+// Counts heap calls while one thread's pool is filled. Exits with 0 if all counts are as expected.
 VN_CHILD(poolCapacities) {
     std::vector<VN_TimestampSet*> sets;
     for (int i = 0; i < 40; ++i) {
@@ -414,7 +415,7 @@ TEST(TimestampSet, PoolsKeep32SetsAnd128Entries) {
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
-// The addresses show what came from the pool.
+// The addresses show which blocks came from the pool.
 VN_CHILD(lastInFirstOut) {
     VN_TimestampSet* a = VN_TimestampSet_ctor();
     VN_TimestampSet* b = VN_TimestampSet_ctor();
@@ -457,7 +458,7 @@ void fillPool() {
     }
 }
 
-// Pooled entries are available however 32 sets share the 128 entries.
+// All 128 pooled entries can be reused, however the 32 sets share them.
 VN_CHILD(everyPooledEntry) {
     fillPool();
     for (const uint32_t stampsOfFirst : {4u, 1u, 97u, 0u, 128u - 31u * 3u}) {
@@ -470,14 +471,14 @@ VN_CHILD(everyPooledEntry) {
         for (uint64_t stage = 0; stage < stampsOfFirst; ++stage, --left) {
             VN_TimestampSet_addTime(sets[0], stage, 1.0);
         }
-        for (size_t i = 1; left > 0; i = i % 31 + 1, --left) {  // in turns
+        for (size_t i = 1; left > 0; i = i % 31 + 1, --left) {  // the other sets in turn
             VN_TimestampSet_addTime(sets[i], i, 1.0);
         }
         const uint64_t grownVectors = count.allocations();
         for (VN_TimestampSet* set : sets) {
             VN_TimestampSet_dtor(set);
         }
-        // Only the storage of a set's Vector grows, beyond 8.
+        // The only allocations are the growth of the first set's Vector beyond 8 entries.
         EXPECT_LE(grownVectors, stampsOfFirst > 8 ? 4u : 0u) << stampsOfFirst;
     }
     return testing::Test::HasFailure() ? 1 : 0;
@@ -562,7 +563,7 @@ TEST(TimestampSet, DisabledPoolsFreeAtOnce) {
     }
 }
 
-// The first set assigns the thread's id, with pools or without.
+// A thread's first set assigns its id, even if pools are disabled.
 VN_CHILD(numberOfFirstSet) {
     VN_TimestampSet_dtor(VN_TimestampSet_ctor());
     uint64_t next = 0;
@@ -581,7 +582,7 @@ TEST(TimestampSet, UsingASetTakesACountedId) {
 }
 
 VN_CHILD(countedThreads) {
-    // Threads beyond the number of pools share them; everything still adds up.
+    // There are more threads than pools, so some threads share a pool.
     std::vector<std::thread> threads;
     for (int i = 0; i < 5; ++i) {
         threads.emplace_back([] {

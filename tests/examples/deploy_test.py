@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The service files of the event server: logrotate itself rotates a running server's log, with the
-unit's own reload command, and systemd finds nothing to say about the unit."""
+"""Tests the service files of the event server: logrotate rotates a running server's log with the
+unit's own reload command, and systemd has no complaint about the unit."""
 import os
 import pathlib
 import re
@@ -49,7 +49,7 @@ class Deployed(unittest.TestCase):
         self.unit = (DEPLOY / "event_server.service").read_text()
 
     def place(self, name, *replacements):
-        """The file of that name with this machine's places in it."""
+        """Returns the file's text with the paths of this test."""
         text = (DEPLOY / name).read_text()
         for old, new in replacements:
             self.assertEqual(text.count(old), 1, f"{old} in {name}")

@@ -23,7 +23,7 @@ namespace {
 
 constexpr size_t limit = 10;
 
-// The splitter's results for a stream that arrives in pieces of the given size.
+// Returns the splitter's results for a stream that arrives in pieces of the given size.
 std::vector<std::string> split(const std::string& stream, size_t piece) {
     LineSplitter splitter(limit);
     std::vector<std::string> told;
@@ -217,7 +217,7 @@ TEST(Listener, GivesConnectionsThatNoticeWhenTheClientIsGone) {
     Listener listener;
     std::string error;
     ASSERT_TRUE(listener.open(0, error)) << error;
-    EXPECT_EQ(listener.accept(error), -1);  // no client is there; it does not wait
+    EXPECT_EQ(listener.accept(error), -1);  // does not wait without a client
     EXPECT_EQ(error, "");
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -239,7 +239,8 @@ TEST(Listener, GivesConnectionsThatNoticeWhenTheClientIsGone) {
     close(client);
 }
 
-// Random bytes from the characters that are special to the parser, for the sanitizers.
+// Random texts of the characters that are special to the parser: nothing may crash, and the
+// sanitizers check every access.
 TEST(RecordParser, SurvivesAnyLine) {
     const std::string alphabet =
         "name=size=depends=essential=,(\\nt\t\t= 019.e-x\xc3\xa9\xff" + std::string(1, '\0');

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Drives the event server over real connections: server_test.py PROGRAMS [unittest arguments]
+"""Tests the event server over real connections: server_test.py PROGRAMS [unittest arguments]
 
 PROGRAMS is the folder of event_server, package_client and package_events.
 """
@@ -22,7 +22,7 @@ SYSTEM_BACKLOG = int(pathlib.Path("/proc/sys/net/core/somaxconn").read_text())
 
 
 class Server:
-    """The program in a folder of its own; its log lines are counted over all rotated files."""
+    """Runs the program in its own folder. Log lines are counted over all rotated files."""
 
     def __init__(self, level="DEBUG", environment=None, **settings):
         self.folder = tempfile.TemporaryDirectory(prefix="vn-server-test-")
@@ -57,7 +57,7 @@ class Server:
         return sum(1 for line in self.lines() if line[23:32].startswith(mark))
 
     def stop(self, number=signal.SIGTERM):
-        """Its exit status and the report, which it writes to standard output."""
+        """Ends the server; returns its exit status and the report on its standard output."""
         self.process.send_signal(number)
         out, err = self.process.communicate(timeout=TIMEOUT)
         self.errors = err
@@ -152,7 +152,7 @@ class Answers(ServerTest):
             self.assertEqual(client.ask(line), answer, line)
 
     def test_control_characters_come_back_escaped(self):
-        """An escape sequence from one client must not reach another one's terminal, nor the log."""
+        """An escape sequence of a client must not reach another client's terminal or the log."""
         server = self.serve()
         client = self.connect(server)
         hostile = "\x1b]0;owned\x07\x01\x7f\u0080\u009b2J\u009f\u00a0"
@@ -249,7 +249,7 @@ class Answers(ServerTest):
         client = self.connect(self.serve())
         client.ask(b"name=x")
         client.ask(b"size=x")
-        # An event is counted just after its answer, so the counts may come one line later.
+        # The server counts an event after it has sent the answer, so the counts can be late.
         for _ in range(1000):
             answer = client.ask(b"stats")
             if answer.startswith("stats(1,1,"):
@@ -265,7 +265,7 @@ class Load(ServerTest):
     def test_nothing_is_lost(self):
         """Clients with good and bad lines, dead and stubborn clients, and rotation, at once."""
         server = self.serve(queue=64)
-        stubborn = self.connect(server)  # sends, and does not read
+        stubborn = self.connect(server)  # sends but does not read
         stubborn.socket.setblocking(False)
         try:
             while True:
@@ -282,7 +282,7 @@ class Load(ServerTest):
             self.die(server)
             time.sleep(0.02)
         self.assertEqual(failures, [])
-        # The stubborn client reads at last.
+        # Now the stubborn client reads its answers.
         stubborn.socket.settimeout(TIMEOUT)
         stubborn.end()
         answers = stubborn.rest()
@@ -311,7 +311,7 @@ class Load(ServerTest):
                             % (number, len(answers), len(expected)))
 
     def die(self, server):
-        """A client that is gone in the middle of a line, with answers on their way."""
+        """A client that resets its connection in the middle of a line, with answers unread."""
         client = Client(server)
         client.send(b"size=dead\n" * 50 + b"name=half")
         client.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
@@ -320,7 +320,7 @@ class Load(ServerTest):
     def check_log(self, server, report, stubborn_good):
         dead = sum(1 for line in server.lines() if b'"dead"' in line)
         half = sum(1 for line in server.lines() if b"ended inside" in line)
-        # Line 700 is overlong in place of a record, which was a bad one for client 0.
+        # Line 700 is too long. For client 0 it replaces a bad record, for the others a good one.
         bad = self.CLIENTS * self.RECORDS // 10 + self.CLIENTS - 1
         good = self.CLIENTS * self.RECORDS - bad
         events, errors = map(int, re.match(r"(\d+) events, (\d+) errors", report).groups())
@@ -347,7 +347,7 @@ class Stopping(ServerTest):
         client.close()
         out, err = server.process.communicate(timeout=TIMEOUT)
         self.assertEqual((server.process.returncode, err), (0, ""))
-        # What was read was answered, in order, and nothing else was done.
+        # The server answered every line that it read, in order, and did nothing else.
         self.assertEqual(answers, [event(n) for n in range(1, len(answers) + 1)])
         self.assertIn("%d events, 0 errors" % (len(answers) + 1), out)
         self.assertEqual(server.count("DEBUG"), len(answers) + 1)
@@ -387,7 +387,7 @@ class Stopping(ServerTest):
 
 
 class Crowds(ServerTest):
-    """Clients that all come while the server has no time for them."""
+    """Many clients that connect while the server is stopped."""
 
     def crowd(self, server, size):
         server.process.send_signal(signal.SIGSTOP)
@@ -459,7 +459,7 @@ class IdleClients(ServerTest):
 
 
 class ServiceManager(ServerTest):
-    """The side of the service manager: a datagram socket that NOTIFY_SOCKET names."""
+    """Plays the service manager: NOTIFY_SOCKET names its datagram socket."""
 
     def told(self, address, name):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
@@ -633,7 +633,7 @@ class Programs(ServerTest):
 
 @unittest.skipUnless("VN_SERVER_PATIENCE" in os.environ, "run by a test of its own")
 class Patience(ServerTest):
-    """Takes the library's time-outs: 10 seconds, twice where a part of the answers went out."""
+    """Waits for the library's time-outs: 10 seconds, or twice that after a partial send."""
 
     def test_idle_clients_stay_and_stubborn_ones_are_dropped(self):
         server = self.serve(level="INFO")
@@ -647,7 +647,7 @@ class Patience(ServerTest):
         except OSError:
             pass
         start = time.monotonic()
-        while not self.dropped(server):  # the others are served meanwhile
+        while not self.dropped(server):  # other clients are still served
             self.assertLess(time.monotonic() - start, 40)
             client = self.connect(server)
             self.assertEqual(client.ask(record(2).rstrip()).encode(), event(2))

@@ -1,18 +1,18 @@
-// Fault injection: every fallible call that a scenario makes fails once, and once more together
-// with all calls after it; each time in a new process.
+// Fault injection: every fallible call of a scenario fails twice, alone and together with all calls
+// after it. Each run is a new process.
 //
 // A run ends in one of these ways, and in no other:
 //  - A checked allocation failed: the message of vn_checkMemory, then abort().
 //  - pthread_create found no resources: the out-of-memory lines, then _exit(1).
-//  - Everything else is survived: the calls return what their header says (checked by the scenario
-//    itself), standard error holds the reports of failed threading calls and nothing unexpected, no
-//    descriptor is open that was not before, no more heap blocks are left than without a failure.
+//  - The process survives everything else. The calls return what their header says (the scenario
+//    checks this). Standard error has the reports of failed threading calls and nothing unexpected.
+//    No new descriptor stays open, and no more heap blocks are left than without a failure.
 //
-// Out of contract: where memory is not checked, running out of it is undefined and is not tried.
+// Out of contract, so not tried: allocations that the library does not check.
 //
 //     Vector, HashMap, event writer    all their memory
-//     configuration, loggers,          the Vectors and HashMaps in them; the memory that they
-//     timestamp sets                   take themselves is checked
+//     configuration, loggers,          the Vectors and HashMaps in them; their other allocations
+//     timestamp sets                   are checked
 //
 // All other calls of these families do fail here.
 #include <gtest/gtest.h>
@@ -139,7 +139,8 @@ bool isThreadingCall(const std::string& call) {
     return call.rfind("pthread_", 0) == 0 || call.rfind("sem_", 0) == 0;
 }
 
-// All calls except those that may fail normally or whose result is ignored.
+// Whether the library reports the failure: not for calls that may fail normally, or whose result it
+// ignores.
 bool isReported(const Scenario& scenario, const Plan& plan, const std::string& call) {
     return isThreadingCall(call) && plan.variant != Variant::interrupted &&
            !isOneOf(call, scenario.silent) &&
@@ -147,13 +148,13 @@ bool isReported(const Scenario& scenario, const Plan& plan, const std::string& c
                            "pthread_sigmask"});
 }
 
-// Memory that the library needs.
+// Whether the process must end: the library checks this allocation.
 bool endsTheProcess(const Fault& fault) {
     return isHeapCall(fault.call) && isOneOf(fault.caller, {"vn_malloc", "vn_realloc", "vn_strdup",
                                                             "vn_strndup", "vn_createThread"});
 }
 
-// Converted file names: the conversion needs memory, and loggers need the names.
+// Whether the process may end: it does if a logger needs the converted name.
 bool mayEndTheProcess(const Fault& fault) {
     return isHeapCall(fault.call) && isOneOf(fault.caller, {"vn_CstrToUTF8", "vn_UTF8ToCstr"});
 }
@@ -178,7 +179,8 @@ void expectReports(const Scenario& scenario, const Plan& plan, const Outcome& ru
             EXPECT_NE(err.find(report + "\n"), std::string::npos) << report << " is missing";
             expected.push_back(report);
         }
-        if (fault.call == "pthread_mutex_lock") {  // it is unlocked, but counts as in use
+        // glibc: a mutex that is unlocked without having been locked counts as in use.
+        if (fault.call == "pthread_mutex_lock") {
             expected.push_back("System call pthread_mutex_destroy failed");
         }
     }
@@ -192,7 +194,8 @@ void expectReports(const Scenario& scenario, const Plan& plan, const Outcome& ru
 
 constexpr char noThread[] = "Fatal error: System call pthread_create failed\n";
 
-// It detects the failure itself if its own allocation fails.
+// pthread_create also fails by itself when its own allocation fails. Then only the message shows
+// it.
 bool couldNotMakeThread(const Plan& plan, const Outcome& run) {
     const auto isThread = [](const Fault& fault) { return fault.call == "pthread_create"; };
     return (plan.variant == Variant::usual || plan.variant == Variant::noMemory) &&
@@ -243,13 +246,13 @@ std::string describe(const Plan& plan, const Outcome& run) {
     return text.str();
 }
 
-// The calls that fail permanently, and how.
+// Whether a combination of variant and repetition is tested.
 bool isTried(const Plan& plan) {
     switch (plan.variant) {
         case Variant::usual:
         case Variant::noDescriptor:
             return true;
-        case Variant::noMemory:  // once only is in the usual variant already
+        case Variant::noMemory:  // a single failure is part of the usual variant
             return plan.onwards;
         default:
             return !plan.onwards;

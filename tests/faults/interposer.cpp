@@ -34,7 +34,7 @@ enum Trait : unsigned {
     plain = 0,
     interruptible = 1,    // may fail with EINTR
     takesDescriptor = 2,  // may fail with EMFILE
-    transfers = 4,        // may transfer less than asked for
+    transfers = 4,        // may transfer less than requested
     refusable = 8,        // may fail with EPERM
     once = 16,            // repeated until it succeeds, so it must succeed in the end
     heap = 32,
@@ -42,7 +42,7 @@ enum Trait : unsigned {
 
 struct Call {
     const char* name;
-    int error;  // the usual one
+    int error;  // for Variant::usual
     unsigned traits;
 };
 
@@ -112,7 +112,7 @@ void needRanges() {
     }
 }
 
-// The exported function that contains the address, else "-".
+// The exported function that contains the address, or "-".
 const char* functionAt(void* address) {
     Dl_info info;
     return dladdr(address, &info) != 0 && info.dli_sname != nullptr ? info.dli_sname : "-";
@@ -154,7 +154,7 @@ void report(const char* name, void* caller) {
     }
 }
 
-// Whether the last calls all came from the same place, or alternately from two.
+// Whether many calls in a row came from the same place, or alternately from two.
 bool isOneOfMany(void* caller) {
     constexpr int enough = 6;
     static void* last[2] = {};
@@ -198,7 +198,7 @@ int errorOf(const Call& call) {
     }
 }
 
-// With counting from load, the first call of the library is the first one counted.
+// If calls are counted from load, the library's first call starts the counting.
 bool armedByLoad(void* caller) {
     static bool over = false;
     if (!over && !planRead) {
@@ -318,7 +318,7 @@ void* __libc_memalign(size_t alignment, size_t size);
 void __libc_free(void* block);
 }
 
-// Our functions with the C library's names, independent of the declarations in its headers.
+// Gives our functions the C library's names, independently of the declarations in its headers.
 #define VN_STANDS_FOR(name) __asm__(#name) __attribute__((visibility("default")))
 
 #define VN_HEAP_CALL(name, parameters, arguments)                            \
@@ -391,7 +391,7 @@ extern "C" void interposed_free(void* block) {
 // Returns the error.
 #define VN_THREAD_CALL(name, usualError, traits, parameters, arguments) \
     VN_CALL(int, name, usualError, traits, parameters, arguments, return error)
-// Performs the call even so: otherwise the test would hang on what stays locked or open.
+// Fails but still makes the real call: the test would hang on a lock or descriptor that stays held.
 #define VN_RELEASE(name, usualError, parameters, arguments) \
     VN_CALL(int, name, usualError, plain, parameters, arguments, real arguments; return error)
 #define VN_TRANSFER(name, usualError, parameters, less, arguments)                       \

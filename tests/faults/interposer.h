@@ -1,10 +1,10 @@
-// Makes the n-th fallible call that the library makes fail. The test program's malloc, open,
-// pthread_create ... replace the C library's (interposer.cpp). They pass calls on, except those
-// that the plan selects during the life of an Injection, in its thread.
+// Makes the library's n-th fallible call fail. The test program's malloc, open, pthread_create ...
+// replace the C library's (interposer.cpp). They pass calls on, except those that the plan selects.
+// Only calls during the life of an Injection, in its thread, are counted.
 //
 // A failed call is reported as a line "fault NAME CALLER" on standard output; CALLER is the
-// exported function that made the call, or "-". Of calls repeated in a row (other than for memory)
-// only the first few count; the others fail only while failures continue.
+// exported function that made the call, or "-". If a call is repeated many times in a row, only the
+// first few are counted, except heap calls. The rest fail only together with all calls.
 #ifndef VN_TESTS_FAULTS_INTERPOSER_H
 #define VN_TESTS_FAULTS_INTERPOSER_H
 
@@ -12,13 +12,13 @@
 
 namespace faults {
 
-// How calls fail; calls that cannot fail that way are not counted.
+// How calls fail. Calls that cannot fail in this way are not counted.
 enum class Variant {
     usual,         // each with its most likely error
     interrupted,   // EINTR
     noDescriptor,  // EMFILE
-    partial,       // no failure: half of the bytes are transferred
-    refused,       // EPERM, where other errors end the process
+    partial,       // not a failure: half of the bytes are transferred
+    refused,       // EPERM, for calls whose other errors end the process
     noMemory,      // heap calls only
 };
 constexpr int variants = 6;
@@ -32,7 +32,7 @@ enum class Memory { none, checked, own, all };
 struct Plan {
     Variant variant = Variant::usual;
     bool onwards = false;  // the calls after the n-th fail too
-    uint64_t n = 0;        // from 1; 0 for no failure at all
+    uint64_t n = 0;        // counted from 1; 0: nothing fails
     Memory memory = Memory::none;
     bool fromLoad = false;  // also counts calls of the library's static initialisers
 };

@@ -20,7 +20,7 @@ bool holds(const std::string& file, const std::string& text) {
     return readFile(file).find(text) != std::string::npos;
 }
 
-// Where the logger's lines are, by its name.
+// Whether the logger writes to the file, according to its name.
 bool writesTo(const FileLogger* logger, const std::string& file) {
     return equal(FileLogger_GetFileName(logger), file.c_str());
 }
@@ -31,7 +31,7 @@ void endLogger(FileLogger* logger) {
     vn_free(buffer);
 }
 
-// Existing files are never truncated, and the logger's name is where its lines really go.
+// Existing files are never truncated, and the logger's lines go to the file of its name.
 void rotate() {
     const std::string first = writeFile("first.log", "before\n");
     const std::string second = writeFile("second.log", "before\n");
@@ -67,7 +67,7 @@ void rotate() {
     endLogger(logger);
 }
 
-// The lines: once a logger is set up, it works without any memory.
+// After its setup a logger writes lines even if every allocation fails.
 void writeLines() {
     const std::string file = folder() + "/lines.log";
     FileLogger* logger = FileLogger_ctor();
@@ -80,8 +80,8 @@ void writeLines() {
     const std::string longLine = readFile(file).substr(written.size());
     const bool whole = longLine.find(longText + "\n") != std::string::npos;
     CHECK(failed() || whole);
-    // Truncated to the available room. glibc 2.41: strerror_r also allocates, so the failed malloc
-    // may not be the line's.
+    // The line is truncated to the available room. glibc 2.41: strerror_r also allocates, so the
+    // failed malloc need not be the line's.
     if (!whole && failed("malloc") && !failed("write")) {
         CHECK(longLine.size() > 1000 && longLine.size() < 1024 && longLine.back() == '\n');
     }
@@ -103,7 +103,7 @@ void writeToDescriptor() {
     endLogger(logger);
 }
 
-// The process's logger stays; at the end it writes to standard error again.
+// The process's logger cannot be destroyed; at the end it writes to standard error again.
 void useProcessLogger() {
     const std::string file = writeFile("process.log", "before\n");
     inject([&] { VN_LogSetup(7, file.c_str(), 0, 1); });

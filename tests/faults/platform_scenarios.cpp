@@ -166,7 +166,7 @@ void useFiles() {
     }
 }
 
-// A failure never looks like success: no handle of another library, no missing message.
+// A failed call never returns a handle, and always a message.
 void useLibraries() {
     void* handle = nullptr;
     char* message = inject([&] { return vn_loadLibraryUTF8(&handle, VN_LIBRARY); });

@@ -1,4 +1,4 @@
-// Failure and allocation, threads, sockets; and the library's own start.
+// Failure and allocation, threads, sockets, and the load of the library.
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -50,7 +50,7 @@ void* countRun(void* counter) {
     return nullptr;
 }
 
-// No wait without end, whatever failed before.
+// No call may wait forever, whatever failed before it.
 void useLocks() {
     vn_Mutex mutex = PTHREAD_MUTEX_INITIALIZER;
     vn_Condition condition = PTHREAD_COND_INITIALIZER;
@@ -190,8 +190,8 @@ const char* transferError(const char* call) {
     return text;
 }
 
-// Uses a socket pair. After a failure the other side may have sent less, so nothing is read that
-// may not arrive.
+// Uses a socket pair. After a failure the other side may have sent less, so reads only what arrives
+// in every case.
 void talk() {
     int ends[2];
     CHECK(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
@@ -245,7 +245,7 @@ void resolveByName() {
     close(listener);
 }
 
-// Everything works, whatever the static initialisers failed to get.
+// Every family works even if calls of the static initialisers failed.
 void useAfterLoad() {
     const uint64_t number = vn_getCountedThreadId();
     CHECK(number > 0);
@@ -314,12 +314,12 @@ std::vector<Scenario> runtimeScenarios() {
          .memory = Memory::all,
          .mustFail = {"pthread_key_create", "pthread_mutex_init", "malloc", "open",
                       "__register_atfork"},
-         .onStandardError = {"System call pthread_key_delete failed",  // again when it ends
+         .onStandardError = {"System call pthread_key_delete failed",  // at unload
                              "System call pthread_mutex_init failed",
                              "System call pthread_setspecific failed",
                              "System call pthread_atfork failed"},
          .silent = {"pthread_mutex_init"},
-         .mayKeep = 100,  // free lists of the number conversion, instead of its scratch area
+         .mayKeep = 100,  // without its scratch area the number conversion keeps free lists
          .fromLoad = true},
     };
 }

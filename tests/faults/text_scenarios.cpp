@@ -163,7 +163,7 @@ std::vector<Scenario> textScenarios() {
          .memory = Memory::all,
          .mustFail = {"pthread_mutex_lock", "pthread_mutex_unlock", "pthread_setspecific"},
          .silent = {"pthread_mutex_lock", "pthread_mutex_unlock", "pthread_setspecific"},
-         .mayKeep = 100},  // free lists, instead of the scratch area
+         .mayKeep = 100},  // free lists, used without the scratch area
         {.name = "longNumber",
          .run = convertLongNumber,
          .memory = Memory::all,

@@ -1,5 +1,5 @@
-// Logger objects: life, levels, the format of a line, destinations. Rotation and the system calls
-// of writes are tested separately.
+// Logger objects: creation and destruction, levels, the format of a line, destinations. Other
+// programs test rotation and the system calls of writes.
 #include <vncommon/file_logger.h>
 
 #include <dlfcn.h>
@@ -41,7 +41,7 @@ using Operation = void (*)(FileLogger*, const char*, ...);
 struct NamedLevel {
     uint32_t level;
     const char* name;
-    Operation operation;  // null where there is none
+    Operation operation;  // null if the level has none
 };
 
 constexpr NamedLevel levels[] = {
@@ -71,7 +71,8 @@ void doLogCat(FileLogger* logger, const char* variable, uint32_t level, const ch
     va_end(arguments);
 }
 
-// Not time(), which may be some milliseconds behind.
+// Not time(): Linux updates its clock only at each tick, so it can still return the previous
+// second.
 time_t currentSecond() {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
@@ -93,7 +94,7 @@ bool sameFile(int descriptor, const std::string& path) {
            a.st_dev == b.st_dev;
 }
 
-// ---- Life ----
+// ---- Creation and destruction ----
 
 TEST(FileLogger, StartsOnStandardErrorAtInfo) {
     TestLogger logger;
@@ -141,7 +142,7 @@ TEST(FileLogger, AllocatedLoggersAreInitialised) {
     const int fd = logger->fd;
     FileLogger_dtor(logger);
     EXPECT_FALSE(isOpen(fd));
-    // The buffer with the last line: it belongs to the caller after the logger's end.
+    // After the logger's destruction the caller owns the buffer, which still has the last line.
     EXPECT_NE(std::string(buffer).find("hello\n"), std::string::npos);
     free(buffer);
     EXPECT_EQ(linesOf(contentsOf(directory.file("log"))).size(), 1u);
@@ -194,7 +195,7 @@ TEST(FileLogger, LineHoldsTimeLevelThreadAndMessage) {
     EXPECT_LE(written, after);
 }
 
-// The head, byte by byte, from printf itself.
+// Compares every byte of the head with printf's result.
 TEST(FileLogger, HeadIsWhatPrintfMakesOfIt) {
     const TestDirectory directory;
     TestLogger logger(directory.file("log"));
@@ -239,7 +240,7 @@ TEST(FileLogger, MillisecondsAreThoseOfTheClockAndHaveThreeDigits) {
                    std::chrono::system_clock::now().time_since_epoch())
             .count();
     };
-    for (int i = 0; i < 120; ++i) {  // some 1.2 seconds: at least one change of the second
+    for (int i = 0; i < 120; ++i) {  // longer than a second, so the second changes at least once
         before.push_back(now());
         FileLogger_LogInfo(logger, "x");
         after.push_back(now());
@@ -270,12 +271,12 @@ TEST(FileLogger, KeepsTheDateAndTimeOfTheSecond) {
         memcpy(logger->buffer, "1999-12-31 23:59:59.", 20);
         FileLogger_LogInfo(logger, "kept");
         if (logger->prefixTime == currentSecond()) {
-            break;  // otherwise the second has changed meanwhile
+            break;  // otherwise the second changed in between
         }
     }
     EXPECT_EQ(Line(linesOf(contentsOf(directory.file("log"))).back()).second,
               "1999-12-31 23:59:59");
-    // One for another second is not.
+    // A prefix for another second is replaced.
     logger->prefixTime = 946681199;
     FileLogger_LogInfo(logger, "new");
     EXPECT_NE(Line(linesOf(contentsOf(directory.file("log"))).back()).second,
@@ -556,7 +557,7 @@ TEST(FileLogger, CreatesAppendsAndTruncates) {
     const auto lines = linesOf(contentsOf(file));
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[1], "another writer");
-    FileLogger_SetFilename(logger, file.c_str(), 7, 0);  // any truncate but 0
+    FileLogger_SetFilename(logger, file.c_str(), 7, 0);  // every value except 0 truncates
     EXPECT_EQ(contentsOf(file), "");
 }
 
@@ -723,7 +724,7 @@ TEST(FileLogger, ReOpenFollowsTheName) {
     EXPECT_EQ(linesOf(contentsOf(file)).size(), 2u);
 }
 
-// The name is in ISO 8859-1: the file gets those bytes, and reopening goes by the UTF-8 name.
+// The code page is ISO 8859-1: the file's name has its bytes; reopening converts the UTF-8 name.
 VN_CHILD(logsUnderALatinName) {
     FileLogger* logger = FileLogger_ctor();
     FileLogger_SetFilename(logger,

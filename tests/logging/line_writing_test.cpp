@@ -1,4 +1,4 @@
-// A line is one write() of all its bytes, whatever happens to the call.
+// A line is one write() of all its bytes, whatever the result of the call.
 #include <vncommon/file_logger.h>
 
 #include <fcntl.h>
@@ -25,7 +25,7 @@ std::string readOnce(int descriptor) {
     return text;
 }
 
-// One packet read is one write() made.
+// Each packet that is read was written by one write().
 void expectOnePacketPerLine(int readEnd, int writeEnd, const std::vector<size_t>& lengths) {
     TestLogger logger;
     FileLogger_SetFD(logger, writeEnd);
@@ -89,7 +89,7 @@ TEST(LineWriting, LinesOfSeveralThreadsNeverMix) {
     EXPECT_EQ(threadIds.size(), static_cast<size_t>(threadCount));
 }
 
-// ---- Lines that the system does not take ----
+// ---- Lines that cannot be written ----
 
 VN_CHILD(fillsItsFile) {
     signal(SIGXFSZ, SIG_IGN);
@@ -184,7 +184,7 @@ TEST(LineWriting, ATerminalGetsTheLocalesCodePage) {
         const char *locale, *message, *expected;
     } cases[] = {{"de_DE.UTF-8", "gr\xC3\xBC\xC3\x9F", "gr\xC3\xBC\xC3\x9F\n"},
                  {latin, "gr\xC3\xBC\xC3\x9F", "gr\xFC\xDF\n"},
-                 {latin, "\xC3\xBC\xE2\x82\xAC", "\xC3\xBC\xE2\x82\xAC\n"},  // no such letter
+                 {latin, "\xC3\xBC\xE2\x82\xAC", "\xC3\xBC\xE2\x82\xAC\n"},  // not in Latin-1
                  {latin, "plain", "plain\n"}};
     for (const auto& test : cases) {
         const ChildResult child =

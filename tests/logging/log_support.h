@@ -46,7 +46,7 @@ inline std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// Whether text starts with the pattern, in which 0 matches a digit and ? any character.
+// Whether the text starts with the pattern: 0 matches a digit, ? any character.
 inline bool startsLike(const std::string& text, const std::string& pattern) {
     for (size_t i = 0; i < pattern.size(); ++i) {
         const char c = i < text.size() ? text[i] : '\0';

@@ -1,4 +1,4 @@
-// The process's logger. Each test of a first call needs a new process.
+// The process's logger. Each test of a first call runs in a new process.
 #include <vncommon/log.h>
 
 #include <fcntl.h>
@@ -258,7 +258,7 @@ VN_CHILD(firstCallsRace) {
             ++ready;
             while (ready < threads) {
             }
-            names[static_cast<size_t>(i)] = VN_GetLogFileName();  // the logger's own string
+            names[static_cast<size_t>(i)] = VN_GetLogFileName();  // one pointer per logger
             VN_LogInfo("%d", i);
         });
     }

@@ -1,5 +1,5 @@
-// A program that loads the library, makes a logger and unloads the library again: the signal
-// handler that remains must still be mapped when a SIGHUP arrives.
+// Loads the library, creates a logger and unloads the library. The signal handler stays installed,
+// so its code must still be mapped when a SIGHUP arrives.
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>

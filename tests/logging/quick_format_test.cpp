@@ -1,4 +1,4 @@
-// quickFormat against snprintf: the same bytes, or a refusal.
+// quickFormat must write the same bytes as snprintf, or reject the format.
 #include "logging/quick_format.h"
 
 #include <gtest/gtest.h>

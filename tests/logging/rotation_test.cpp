@@ -1,4 +1,5 @@
-// SIGHUP: every file reopened, nothing lost, no deadlock, the signal passed on.
+// SIGHUP: reopens every file, loses no line, causes no deadlock, and is passed on to earlier
+// handlers.
 #include <vncommon/file_logger.h>
 
 #include <fcntl.h>
@@ -57,7 +58,7 @@ std::map<std::string, int> messagesIn(const std::string& directory) {
     return messages;
 }
 
-// Expects every message "thread:number" once, with the given count of numbers per thread.
+// Expects every message "thread:number" exactly once; written has each thread's count of numbers.
 void expectEachOnce(const std::map<std::string, int>& found, const std::vector<int>& written) {
     size_t total = 0;
     for (size_t thread = 0; thread < written.size(); ++thread) {
@@ -105,10 +106,10 @@ TEST(Rotation, LosesAndDoublesNoLine) {
             std::filesystem::rename(file, directory.file("log." + std::to_string(rotation)));
             if (rotation % 2 == 0) {
                 raise(SIGHUP);
-            } else {  // in a thread that is logging
+            } else {  // interrupts a thread that is logging
                 pthread_kill(writers.handle(static_cast<size_t>(rotation) / 2), SIGHUP);
             }
-            // The handler may leave the reopening to an earlier handler that is about to end.
+            // The handler may leave the reopening to a thread that is about to release the lock.
             while (!std::filesystem::exists(file)) {
                 std::this_thread::yield();
             }
@@ -204,7 +205,7 @@ TEST(Rotation, NeedsNoSpareDescriptor) {
     }
 }
 
-// ---- A file that cannot be opened any more ----
+// ---- A file that cannot be reopened ----
 
 VN_CHILD(losesItsDirectory) {
     const int descriptors = openDescriptors();
@@ -271,7 +272,7 @@ void count(int) {
     passedOn = passedOn + 1;
 }
 
-// Allocates, logs, creates and destroys loggers, for a while.
+// Allocates memory, logs, creates and destroys loggers for the given time.
 void keepBusy(const std::string& file, unsigned seed, std::chrono::milliseconds time) {
     std::minstd_rand random(seed);
     std::vector<std::string> memory(50);
@@ -349,7 +350,7 @@ TEST(Rotation, StormOfSignalsDoesNotDeadlock) {
     }
 }
 
-// ---- The handler before ours ----
+// ---- Handlers that were installed before ours ----
 
 struct Received {
     int plain = 0;
@@ -370,7 +371,7 @@ void extendedHandler(int signal, siginfo_t* info, void* context) {
     received.hasContext = context != nullptr;
 }
 
-// Other code that also passes the signal on.
+// A handler of other code that passes the signal on, too.
 void chainingHandler(int signal, siginfo_t* info, void* context) {
     ++received.extended;
     overridden.sa_sigaction(signal, info, context);
@@ -393,7 +394,7 @@ bool exists(const char* file) {
     return access(file, F_OK) == 0;
 }
 
-// Whether a SIGHUP reopens the logger's file.
+// Raises SIGHUP; returns whether it reopened the logger's file.
 bool reopens(const char* file) {
     remove(file);
     raise(SIGHUP);
@@ -417,7 +418,7 @@ VN_CHILD(handlersBefore) {
     TestLogger logger("log");
     const bool ok = reopens("log");
     sendValue(77);
-    usleep(1000);  // TSan delivers signals here
+    usleep(1000);  // ThreadSanitizer delivers signals during this call
     printf("%d %d %d %d", received.plain, received.extended, received.value, received.hasContext);
     return ok ? 0 : 1;
 }
@@ -461,7 +462,7 @@ TEST(Rotation, HandlerIsInstalledOnceAndSavesTheOneBefore) {
 VN_CHILD(reinstalls) {
     signal(SIGHUP, plainHandler);
     TestLogger logger("log");
-    bool ok = FileLogger_reinstallSignalHandler() == 0;  // our handler is active: nothing changes
+    bool ok = FileLogger_reinstallSignalHandler() == 0;  // our handler is installed: no change
     ok = ok && reopens("log") && received.plain == 1;
     installExtended(extendedHandler, nullptr);
     ok = ok && !reopens("log") && received.extended == 1;
@@ -528,7 +529,7 @@ TEST(Rotation, ReinstallingKeepsTheChain) {
     FileLogger_SetFilename(own, "own", 0, 1);
     raise(SIGHUP);
     FileLogger_LogInfo(own, "own %d", number);
-    quick_exit(0);  // as _exit(), but coverage builds hear of it
+    quick_exit(0);  // like _exit(), but coverage builds can write their counters
 }
 
 VN_CHILD(forksWhileThreadsLog) {

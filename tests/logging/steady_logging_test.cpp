@@ -1,5 +1,5 @@
-// A logger in steady use allocates nothing. This program replaces malloc to count every allocation
-// of the process.
+// After its first lines a logger allocates no memory. This program replaces malloc to count every
+// allocation of the process.
 #include <vncommon/file_logger.h>
 #include <vncommon/log.h>
 

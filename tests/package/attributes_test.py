@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""With the public headers every installed compiler reports typical mistakes and no correct call.
-The C++ header rejects types that it cannot store."""
+"""Checks the attributes of the public headers: every installed compiler must warn about typical
+mistakes, and about no correct call. The C++ header must reject types that it cannot store."""
 import argparse
 import pathlib
 import re
@@ -16,7 +16,7 @@ STRICT = ["-D_GNU_SOURCE", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-W
 
 
 def compile_only(compiler, language, *options, source, optimise="-O2"):
-    """The warnings of one compilation as (line, warning), and all of its output."""
+    """Compiles a file; returns its warnings as (line, warning), and the whole output."""
     command = [compiler, "-x", *language, optimise, f"-I{OPTIONS.include}", *options, "-S", "-o",
                "/dev/null", source]
     done = subprocess.run(command, capture_output=True, text=True, check=False)
@@ -75,7 +75,7 @@ class Attributes(unittest.TestCase):
             self.not_reported(FOLDER / "correct.c", compiler, language)
 
     def test_the_cpp_header_is_used_without_a_warning(self):
-        """By the manual's example, and once per compiler by its own tests, which use all of it."""
+        """Compiles the manual's example, and the header's own tests, which use all of it."""
         tests = FOLDER.parents[1]
         for compiler, language in cpp_variants():
             self.not_reported(OPTIONS.example, compiler, language, "-fno-exceptions")

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Builds with -g and checks that debug information goes to packages of its own (-dbgsym), where
+"""Builds with -g and checks that the debug information is in separate packages (-dbgsym), where
 debuggers find it by the build ID of the shipped file."""
 import argparse
 import os

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The library is linked and compiled with the protections that distributions use."""
+"""Checks that the library is compiled and linked with the protections that distributions use."""
 import argparse
 import pathlib
 import subprocess
@@ -23,7 +23,7 @@ class Hardening(unittest.TestCase):
         self.assertIn("__stack_chk_fail", names)
 
     def test_every_source_is_compiled_so(self):
-        """The upstream ones as well. Calls that the C library checks are for builds without tests."""
+        """Includes the upstream sources. Builds with tests do not define _FORTIFY_SOURCE."""
         for target in ["vncommon_objects", "vn_fdlibm", "vn_netlib"]:
             commands = subprocess.run(["ninja", "-C", OPTIONS.build, "-t", "commands", target],
                                       capture_output=True, text=True, check=False).stdout

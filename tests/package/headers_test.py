@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Every public header compiles alone, as C11 and as C++17, the C++ header as C++17 and as C++20,
-without a warning, with every compiler at hand; and vncommon.h includes all of the C headers."""
+"""Checks that every public header compiles alone and without a warning, with every installed
+compiler: the C headers as C11 and C++17, the C++ header as C++17 and C++20. Also checks that
+vncommon.h includes all C headers."""
 import argparse
 import concurrent.futures
 import os
@@ -17,7 +18,7 @@ WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werr
 
 
 def complaints(compiler, language, standard, header):
-    """Included twice, so that the guard is tried as well."""
+    """Includes the header twice, to test its include guard."""
     command = [compiler, "-x", language, standard, f"-I{OPTIONS.include}", *WARNINGS, "-"]
     done = subprocess.run(command, input=f"#include <vncommon/{header}>\n" * 2, text=True,
                           capture_output=True, check=False)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Installs to a temporary prefix, moves the tree, and builds programs against it from there, in
-C11 and C++17, through CMake and through pkg-config: the README's own and one that names every
-exported function."""
+"""Installs to a temporary prefix, moves the tree and builds programs against the moved tree, in C11
+and C++17, through CMake and through pkg-config. The programs are the README's, and one that names
+every exported function."""
 import argparse
 import os
 import pathlib
@@ -18,7 +18,7 @@ OPTIONS = None
 
 
 def every_name(folder):
-    """A program that takes the address of everything that is exported to C."""
+    """Returns a program that takes the address of every name exported to C."""
     names = [line.split("#")[0].strip() for path in sorted(folder.glob("*.txt"))
              for line in path.read_text().splitlines()]
     names = [name for name in names if re.fullmatch(r"\w+", name)]

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Installs the Debian packages on this machine, builds the README's programs against the system's
-own folders, runs them, and removes the packages. Exits with 77 if skipped."""
+"""Installs the Debian packages on this machine, builds the README's programs against them, runs the
+programs and removes the packages. Exits with 77 if skipped."""
 import argparse
 import os
 import pathlib

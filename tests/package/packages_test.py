@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Builds the Debian packages twice and checks them: names, relations, files, notices, what
-lintian says, and what an upgrade does."""
+"""Builds the Debian packages twice and checks them: names, relations, files, notices, lintian's
+reports, and an upgrade."""
 import argparse
 import gzip
 import hashlib
@@ -19,9 +19,9 @@ import support
 OPTIONS = None
 EPOCH = "1700000000"
 
-# Without VN_PACKAGE_MAINTAINER the address is this machine's.
+# Without VN_PACKAGE_MAINTAINER the maintainer's address contains this machine's name.
 WITHOUT_MAINTAINER = {"bogus-mail-host", "bogus-mail-host-in-debian-changelog"}
-# Builds for another prefix than /usr have no library folder of the architecture.
+# With a prefix other than /usr, the library folder has no architecture in its name.
 ANOTHER_PREFIX = {"pkg-config-unavailable-for-cross-compilation"}
 
 
@@ -111,7 +111,7 @@ class Packages(unittest.TestCase):
                                        jar]))
 
     def test_every_exported_name_is_among_the_symbols(self):
-        """With the version that it came in: "# since X.Y" in the list, else the first."""
+        """Each has its first version: "# since X.Y" in the list, else the first release."""
         text = support.run(["dpkg-deb", "--info", self.files["libvncommon1"], "symbols"])
         first, *lines = text.splitlines()
         self.assertEqual(first, "libvncommon.so.1 libvncommon1 #MINVER#")
@@ -130,7 +130,7 @@ class Packages(unittest.TestCase):
                           if not name.startswith("VNCOMMON_")}, listed)
 
     def test_the_manual_pages(self):
-        """Each names itself, and the formatter has nothing to say about it."""
+        """Each page has its own name, and the formatter prints no warning."""
         with tempfile.TemporaryDirectory() as folder:
             support.run(["dpkg-deb", "--extract", self.files["libvncommon-dev"], folder])
             pages = sorted(pathlib.Path(folder).rglob("*.3.gz"))
@@ -152,7 +152,7 @@ class Packages(unittest.TestCase):
 
     def test_a_second_run_gives_the_same_files(self):
         """scripts/package --twice compares two builds in two folders, too."""
-        time.sleep(1.1)   # another second of the clock
+        time.sleep(1.1)   # so that a time stamp in a file would differ
         with tempfile.TemporaryDirectory() as folder:
             self.make(folder)
             for path in self.files.values():
@@ -161,7 +161,7 @@ class Packages(unittest.TestCase):
                                  hashlib.sha256(path.read_bytes()).hexdigest(), path.name)
 
     def test_an_upgrade_of_the_library_keeps_the_tool(self):
-        """apt's plan, on a machine that has the packages in an older version."""
+        """Simulates the upgrade on a machine that has an older version of the packages."""
         if shutil.which("apt-get") is None:
             self.skipTest("no apt-get")
         with tempfile.TemporaryDirectory() as folder:
@@ -200,7 +200,7 @@ class Packages(unittest.TestCase):
             self.assertLessEqual(max(map(len, lines)), 80)
 
     def test_the_copyright_file_is_for_tools(self):
-        """Stanzas of fields (DEP-5); continuation lines begin with a blank."""
+        """Parses the stanzas and fields of DEP-5; continuation lines begin with a blank."""
         text = self.document("vninfo", self.files["vninfo"], "copyright").decode()
         stanzas = text.strip().split("\n\n")
         self.assertIn("/copyright-format/1.0/", stanzas[0].splitlines()[0])

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Links programs with the installed libvncommon.a, through CMake and through pkg-config: from C and
-from C++, beside names of their own that it holds too, before main, and within a plugin."""
+"""Links programs with the installed libvncommon.a, through CMake and through pkg-config. The
+programs are in C and C++, define names that are local in the archive, use the library before
+main(), or load it as part of a plugin."""
 import argparse
 import os
 import pathlib
@@ -15,7 +16,7 @@ import support
 OPTIONS = None
 SOURCES = pathlib.Path(__file__).parent / "static"
 
-# Programs have these anyway, or the compiler does.
+# Programs cannot define these again: every program has them, or the compiler makes them.
 NOT_FOR_PROGRAMS = re.compile(r"(main|_.*init.*|_GLOBAL_.*)$")
 RESULTS = """
 #include <math.h>
@@ -42,7 +43,7 @@ int main(void) {
 
 
 def symbols(nm, file, *arguments):
-    """Pairs of kind and name."""
+    """Returns pairs of a symbol's kind and name."""
     lines = support.run([nm, *arguments, file]).splitlines()
     found = (re.fullmatch(r"(?:[0-9a-f]+)? *([A-Za-z]) (\S.*)", line.strip()) for line in lines)
     return [(match[1], match[2].split("@")[0]) for match in found if match]
@@ -67,7 +68,7 @@ class StaticLibrary(unittest.TestCase):
         cls.environment = {**os.environ, "PKG_CONFIG_PATH": str(cls.archive.parent / "pkgconfig")}
 
     def link(self, compiler, output, *sources):
-        """Through pkg-config. The linker looks first where there is no shared library."""
+        """Links through pkg-config. The linker first searches a folder without a shared library."""
         support.run(["sh", "-ec", f"{compiler} -o {output} {' '.join(sources)} -Lalone "
                      "$(pkg-config --static --cflags --libs vncommon)"],
                     cwd=self.work, env=self.environment)
@@ -79,7 +80,7 @@ class StaticLibrary(unittest.TestCase):
         found = symbols(OPTIONS.nm, self.archive, "-C", "--extern-only", "--defined-only")
         self.assertEqual({name for _, name in found}, listed)
         kinds = {kind for kind, _ in symbols(OPTIONS.nm, self.archive, "--defined-only")}
-        self.assertLessEqual(kinds, set("TDBRtdbr"))   # none that is weak, common or unique
+        self.assertLessEqual(kinds, set("TDBRtdbr"))   # not weak, common or unique
 
     def test_initialisers_run_before_those_of_the_program(self):
         sections = support.run(["objdump", "-h", self.archive]).split()
@@ -107,7 +108,7 @@ class StaticLibrary(unittest.TestCase):
         self.assertGreater(int(support.run([sys.executable, "-c", program, plugin])), 0)
 
     def test_a_program_may_have_every_name_that_is_local(self):
-        """All kinds at once: FDLIBM's, netlib's, the decimal library's and ours."""
+        """Defines all of them: FDLIBM's, netlib's, the decimal library's and ours."""
         names = sorted({name for _, name in symbols(OPTIONS.nm, self.archive, "--defined-only")
                         if not name.startswith("Java_")}
                        - {name for _, name in symbols(OPTIONS.nm, self.archive, "--extern-only")})

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Builds the library as a part of another project, by add_subdirectory and by FetchContent, and
-compares that project with what it is without: variables, cache, properties, commands, files."""
+"""Builds the library as part of another project, by add_subdirectory and by FetchContent. Compares
+that project's variables, cache, properties, commands and files with those without the library."""
 import argparse
 import os
 import pathlib
@@ -16,17 +16,17 @@ import support
 OPTIONS = None
 PARENT = pathlib.Path(__file__).parent / "parent"
 
-# What may appear beside what the parent has: our own names, and what CMake's modules remember of
-# the packages that they look for.
+# Names that the library may add to the parent: its own, and those in which CMake's modules store
+# the packages that they have searched for.
 OURS = re.compile(r"(VN_|vncommon_|IntelDecimal_|ICU_|FETCHCONTENT_|"
                   r"FIND_PACKAGE_MESSAGE_DETAILS_|CMAKE_HAVE_LIBC_PTHREAD(-ADVANCED)?$)")
-# Of the test, of FetchContent, and CMake's count of the folders.
+# Names that differ because of the test, of FetchContent, or of the number of folders.
 OF_THE_TEST = re.compile(r"(PARENT_|(names?|text|value|CMAKE_NUMBER_OF_MAKEFILES)$|"
                          r"FETCHCONTENT_|FetchContent|_FetchContent|__?cmake_)")
 
 
 def recorded(path):
-    """What record() of the parent wrote: from "kind name" to the value."""
+    """Reads the file that the parent's record() wrote: {"kind name": value}."""
     return dict(entry.split("=", 1) for entry in path.read_text().split("\n-\n") if entry)
 
 
@@ -37,7 +37,7 @@ def cache(build):
 
 
 def tracked_archive(source, path):
-    """The files of the tree as an archive with one folder, as a release would be."""
+    """Packs the files of the tree like a release: an archive with one folder."""
     names = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
                            cwd=source, check=True, capture_output=True, text=True).stdout
     with tarfile.open(path, "w") as archive:
@@ -98,7 +98,7 @@ class Subproject(unittest.TestCase):
         self.assertTrue(settings[1].endswith("/include"), flags)
 
     def check_files(self, build, *folders):
-        """Nothing of ours is outside the folders."""
+        """The library adds files to the parent's build only in its own folders."""
         def files(top):
             return {str(path.relative_to(top)) for path in top.rglob("*") if path.is_file()
                     and "CMakeFiles/" not in str(path)}

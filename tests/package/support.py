@@ -11,7 +11,7 @@ CONSUMER = pathlib.Path(__file__).parent / "consumer"
 
 
 def run(command, **keywords):
-    """Runs a command and returns its output; fails with all of it when the command does."""
+    """Runs a command and returns its output; if the command fails, fails with the whole output."""
     done = subprocess.run(command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           check=False, **keywords)
     if done.returncode != 0:
@@ -38,7 +38,7 @@ class Readme:
         return found[0]
 
     def write(self, folder):
-        """hello.c, hello.cpp and the CMake lines, beside the project that includes them."""
+        """Writes hello.c, hello.cpp, the CMake lines and the project that includes them."""
         for name, text in self.programs.items():
             (folder / name).write_text(text)
         (folder / "readme.cmake").write_text(self.cmake)
@@ -65,14 +65,14 @@ def build_with_cmake(cmake, folder, *definitions):
 
 
 def add_compilers(parser):
-    """The options of the tests that only compile."""
+    """Adds the options of the tests that only compile."""
     parser.add_argument("--include", type=pathlib.Path, required=True)
     parser.add_argument("--compilers", nargs="+", default=["gcc", "clang"])
     parser.add_argument("--cxx-compilers", nargs="+", default=["g++", "clang++"])
 
 
 def present(compilers):
-    """Each compiler once, whatever its names."""
+    """Returns each installed compiler once, even if it has several names."""
     paths = (shutil.which(compiler) for compiler in compilers)
     return sorted({os.path.realpath(path): path for path in paths if path}.values())
 

@@ -10,11 +10,12 @@ import java.util.function.DoubleBinaryOperator;
 
 /**
  * Writes arguments and results of java.lang.StrictMath, an independent build of FDLIBM, for another
- * program to compare. Usage: StrictMathOracle COUNT SEED, COUNT being the arguments per function.
+ * program to compare. Usage: StrictMathOracle COUNT SEED; COUNT is the number of arguments per
+ * function.
  *
- * Output, little endian: per function a block of its name (16 bytes, padded with zeros), the number
- * of records (8 bytes) and the records (x, y and the result, 8 bytes each; y is 0 where the
- * function has one argument).
+ * The output is little endian and has one block per function: its name (16 bytes, padded with
+ * zeros), the number of records (8 bytes) and the records (x, y and the result, 8 bytes each; y is
+ * 0 if the function has one argument).
  */
 public final class StrictMathOracle {
     private static final double[] SPECIAL = {
@@ -146,17 +147,17 @@ public final class StrictMathOracle {
         }
     }
 
-    /** Mostly independent arguments, else pairs for which powers and remainders are interesting. */
+    /** Independent arguments, and pairs that are hard cases for powers and remainders. */
     private double[] argumentPair() {
         double x = argument();
         switch (random.nextInt(8)) {
             case 0: return new double[] {x, neighbour(x)};
             case 1: return new double[] {x, x * uniform(4)};
             case 2: return new double[] {x, Math.rint(uniform(100))};
-            case 3: // a base beside 1 and an exponent that leads it away
+            case 3: // a base near 1 and a large exponent
                 return new double[] {signed(1 + Math.scalb(uniform(1), -random.nextInt(52))),
                                      Math.rint(Math.scalb(uniform(1), random.nextInt(64)))};
-            case 4: // a result beside overflow or underflow
+            case 4: // a result near overflow or underflow
                 return new double[] {x, uniform(1) < 0 ? 709.78 / Math.log(Math.abs(x))
                                                        : -745.13 / Math.log(Math.abs(x))};
             case 5: // an odd exponent above 2^31
@@ -174,7 +175,7 @@ public final class StrictMathOracle {
         return random.nextBoolean() ? x : -x;
     }
 
-    /** A double a few units in the last place away, of either sign. */
+    /** A double at most 16 units in the last place from x, with a random sign. */
     private double neighbour(double x) {
         return signed(Double.longBitsToDouble(Double.doubleToRawLongBits(x) + random.nextInt(33) - 16));
     }

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""The mathematics calls nothing of the system's mathematics library, and shows nothing of its own
-inside. Only signgam, the variable of <math.h>, the rounding mode of <fenv.h> and the end of a process
-whose stack was overwritten may come from the C library."""
+"""Checks that the mathematics uses no function of the system's mathematics library and exports none
+of its internal functions. From the C library it may use only signgam (<math.h>), the rounding mode
+(<fenv.h>) and the call that ends a process whose stack was overwritten."""
 import argparse
 import subprocess
 import sys
 
-# What rounds exactly by IEEE 754 (sqrt, floor and their like) may be used elsewhere in the library.
+# Not in this list: functions that are exact by IEEE 754 (sqrt, floor ...). The rest of the library
+# may call them.
 NAMES = """acos acosh asin asinh atan atan2 atanh cbrt cos cosh erf erfc exp exp2 expm1 fmod frexp
 gamma hypot ilogb lgamma lgamma_r log log10 log1p log2 modf nextafter pow remainder scalb scalbn sin
 sincos sinh tan tanh tgamma""".split()
@@ -20,7 +21,7 @@ def symbols(nm, *arguments):
 
 
 def check_objects(nm, objects):
-    """Everything that the objects need is in them, except what is named above."""
+    """Lists the undefined symbols of the objects, except the allowed ones."""
     open_names = symbols(nm, "--undefined-only", *objects) - symbols(nm, "--defined-only", *objects)
     allowed = {"signgam", "fegetround", "fesetround", "__stack_chk_fail", "_GLOBAL_OFFSET_TABLE_"}
     instrumented = ("__asan_", "__ubsan_", "__tsan_", "__gcov_", "__llvm_")

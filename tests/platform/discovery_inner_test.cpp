@@ -1,4 +1,4 @@
-// The readers that discovery uses, on files made here.
+// The readers that discovery uses, on files that the tests write.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -69,7 +69,7 @@ TEST_F(DiscoveryFiles, AssumedProcessorsNeedNoFile) {
     std::atomic<int> cache{vncommon::unknownCpus};
     EXPECT_EQ(vncommon::physicalCpus(cache, (folder / "missing").c_str()), 3);
     EXPECT_EQ(cache, 3);
-    // The largest count is tried here, where nothing else is made in that number.
+    // Only here can the largest count be tried: elsewhere the library makes a pool per processor.
     setenv("VN_ASSUME_CPUS", "2147483647", 1);
     EXPECT_EQ(count(""), 2147483647);
     for (const char* ignored : {"0", "-2", "word", "2147483648", "4294967296"}) {
@@ -175,7 +175,7 @@ TEST_F(DiscoveryFiles, ResidentSetOfRandomFilesIsReadAsFscanfDoes) {
     EXPECT_GT(found, 300);
 }
 
-// ---- The reader, beside fgets ----------------------------------------------------------------
+// ---- The reader, compared with fgets ---------------------------------------------------------
 
 std::vector<std::string> withFgets(const std::string& path, size_t size) {
     std::vector<std::string> pieces;

@@ -1,4 +1,5 @@
-// Discovery through the interface: on this machine, and on control-group trees made here.
+// Discovery through the public interface: on this machine, and on control-group trees that the
+// tests write.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -39,7 +40,7 @@ std::string textOrNull(const Text& text) {
 // ---- One line of the list of groups ----------------------------------------------------------
 
 int64_t offsetIn(const std::string& line, const std::string& controller) {
-    // In blocks of exactly their sizes: reading beyond them is an error that a sanitizer sees.
+    // Blocks of exactly the texts' sizes: a sanitizer reports a read past the end.
     const std::unique_ptr<char[]> exactLine(new char[line.size()]);
     const std::unique_ptr<char[]> exactController(new char[controller.size()]);
     memcpy(exactLine.get(), line.data(), line.size());
@@ -59,15 +60,15 @@ TEST(PathOffset, IsAfterTheListThatHoldsTheController) {
         {"4:cpu:/x", "cpu", 6},
         {"4:a,cpu,b:/x", "cpu", 10},
         {"12:memory:/y\n", "memory", 10},
-        {":cpu:/x", "cpu", 5},     // the digits may be missing
-        {"4:cpu:", "cpu", 6},      // and so may the path
+        {":cpu:/x", "cpu", 5},     // the digits may be absent
+        {"4:cpu:", "cpu", 6},      // the path may be empty
         {"4:cpu:/a:b", "cpu", 6},  // colons belong to the path
         {"4:cpuacct:/x", "cpu", -1},
         {"4:cpuset:/x", "cpu", -1},
         {"4:cpuacct,cpuset:/x", "cpu", -1},
         {"4:acpu:/x", "cpu", -1},
         {"4:cp:/x", "cpu", -1},
-        {"4:cpu", "cpu", -1},  // the list does not end
+        {"4:cpu", "cpu", -1},  // no colon after the list
         {"4:cpu,", "cpu", -1},
         {"4:cpu\n", "cpu", -1},
         {"4:", "cpu", -1},
@@ -78,7 +79,7 @@ TEST(PathOffset, IsAfterTheListThatHoldsTheController) {
         {"-4:cpu:/x", "cpu", -1},
         {" 4:cpu:/x", "cpu", -1},
         {"x", "cpu", -1},
-        {"4:a:/cpu:/x", "cpu", -1},  // only the list counts
+        {"4:a:/cpu:/x", "cpu", -1},  // the path is not searched
         {"4::/x", "cpu", -1},
         {"0::/a\n", "", 3},
         {"0::", "", 3},
@@ -105,7 +106,7 @@ TEST(PathOffset, LooksNoFurtherThanTheGivenLengths) {
     EXPECT_EQ(vn_findProcCGroupPathOffset("4::/x", 5, "cpu", 0), 3);
 }
 
-// The same by splitting at the colons and commas.
+// The expected result, found by splitting the line at its colons and commas.
 int64_t modelOffset(const std::string& line, const std::string& controller) {
     const size_t firstColon = line.find(':');
     if (firstColon == std::string::npos || line.find_first_not_of("0123456789") != firstColon) {
@@ -172,7 +173,7 @@ TEST(GroupDir, ComesFromTheFirstFittingLine) {
     root.write("cpu/second/file", "");
     EXPECT_EQ(groupDir(root, "bad line\n\n3:cpuset:/none\n4:cpu:/first\n5:cpu:/second\n", "cpu"),
               root / "cpu/first");
-    // The first line fits even if its directory cannot be seen.
+    // The first matching line decides, even if its directory does not exist.
     EXPECT_EQ(groupDir(root, "4:cpu:/unseen\n5:cpu:/second\n", "cpu"), root / "cpu");
 }
 
@@ -221,7 +222,7 @@ TEST(GroupFile, GivesTheFirstLineAsItIs) {
     EXPECT_EQ(firstLine("/empty"), "<null>");
     EXPECT_EQ(firstLine("/missing"), "<null>");
     EXPECT_EQ(firstLine("/"), "<null>");    // a folder has no line
-    EXPECT_EQ(firstLine("two"), "<null>");  // the name brings its own slash
+    EXPECT_EQ(firstLine("two"), "<null>");  // the caller's name must begin with a slash
 }
 
 // ---- Quotas ----------------------------------------------------------------------------------
@@ -339,7 +340,7 @@ TEST(MemoryLimit, Version2IsAPositiveValueBelowTheMachines) {
     EXPECT_EQ(vn_physicalMemoryCGroupsV2(nullptr, gib), unlimitedBytes);
 }
 
-// ---- The whole, in fresh processes -----------------------------------------------------------
+// ---- All results, in fresh processes ---------------------------------------------------------
 
 VN_CHILD(discover) {
     printf("%d %.17g %d %.17g", vn_getPhysicalCPUs(), vn_availableCPUs(), vn_numberOfCPUs(),
@@ -369,7 +370,7 @@ Discovered discover(Environment environment) {
     return found;
 }
 
-// A tree of control groups, and what 8 processors come to in it.
+// A control-group tree; discover() returns the result for a process in it and 8 processors.
 class Tree {
   public:
     explicit Tree(const std::string& list) { root.write("self", list); }
@@ -451,7 +452,7 @@ TEST(Discovery, HybridTakesTheSmallerLimit) {
 
 TEST(Discovery, QuotasBeyondTheMachineDoNotCount) {
     EXPECT_EQ(Tree("0::/a\n").with("a/cpu.max", "900000 100000\n").discover().availableCpus, 8.0);
-    // Not even one that is no number.
+    // A quota of inf / inf is NaN; it does not count either.
     EXPECT_EQ(Tree("0::/a\n").with("a/cpu.max", "inf inf\n").discover().availableCpus, 8.0);
 }
 
@@ -512,7 +513,7 @@ TEST(AssumedCpus, ReplaceTheMachinesWhenPositiveIn32Bits) {
                  {"4294967297", 1},  // cut to 32 bits
                  {"-4294967295", 1},
                  {"2147483648", machine},  // negative in 32 bits
-                 {"4294967296", machine},  // nothing in 32 bits
+                 {"4294967296", machine},  // 0 in 32 bits
                  {"99999999999999999999", machine},
                  {"0", machine},
                  {"-2", machine},

@@ -1,4 +1,4 @@
-// Dynamic libraries: one of the C library's own, which nothing here is linked with.
+// Dynamic libraries. The example is part of the C library, but this program is not linked with it.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <vncommon/process.h>
@@ -10,7 +10,6 @@
 
 namespace {
 
-// An example of a library.
 const char* const library = "libresolv.so.2";
 const char* const function = "ns_name_skip";
 
@@ -63,7 +62,7 @@ VN_CHILD(assertingKeepsAReference) {
     CHECK(vn_loadLibraryUTF8(&handle, library) == nullptr);
     CHECK(vn_assertUnloadedLibrary(library) == 0);
     CHECK(vn_unloadLibrary(handle) == nullptr);
-    CHECK(isLoaded(library));  // by the reference of the question
+    CHECK(isLoaded(library));  // vn_assertUnloadedLibrary keeps a reference
     CHECK(vn_unloadLibrary(handle) == nullptr);
     CHECK(!isLoaded(library));
     return 0;

@@ -14,8 +14,8 @@
 
 namespace {
 
-int strerrorResult = -1;     // what strerror_r answers; -1: the real thing
-bool snprintfFails = false;  // with -5
+int strerrorResult = -1;     // result of strerror_r; -1: call the real one
+bool snprintfFails = false;  // it returns -5
 bool strdupFails = false;
 bool mallocFails = false;
 size_t lastMallocSize = 0;
@@ -121,7 +121,7 @@ TEST(SystemCall, NoThreadForLackOfResourcesIsOutOfMemory) {
     }
 }
 
-// ---- Answers that the system does not give ---------------------------------------------------
+// ---- Results that the system does not return -------------------------------------------------
 
 std::string strerrorWith(int result, size_t size = 1024) {
     std::string buffer(size, '#');

@@ -37,7 +37,8 @@ const std::string nullFromAllocator =
     "memory\n";
 const std::string memoryLinePattern = "memory used: vm=[0-9]+\\.000000, rss=[0-9]+\\.000000\n";
 
-// The sanitizers' allocators end the process themselves unless told not to, and report traps.
+// By default the sanitizers end the process when an allocation fails, and report a trap as an
+// error.
 ChildOptions withEnvironment(std::map<std::string, std::optional<std::string>> environment,
                              ChildArguments arguments = {}) {
     environment.insert({{"ASAN_OPTIONS", "allocator_may_return_null=1:handle_sigill=0"},
@@ -198,7 +199,7 @@ TEST(Allocation, WorksLikeThePlatforms) {
     EXPECT_STREQ(block, "ab");
     vn_free(block);
     vn_free(nullptr);
-    free(vn_malloc(0));  // interchangeable, both ways
+    free(vn_malloc(0));  // either function frees either block
     vn_free(vn_realloc(nullptr, 8));
     vn_free(malloc(8));
 }
@@ -235,7 +236,7 @@ TEST(Allocation, DuplicatingNullWarnsAndGivesNull) {
     EXPECT_EQ(child.err, "Warning: NULL passed to strdup\nWarning: NULL passed to strdup\n");
 }
 
-// ---- A standard error that keeps what is written to it ----------------------------------------
+// ---- Standard error with a buffer --------------------------------------------------------------
 
 using Report = void (*)();
 const std::map<std::string, Report> fatalReports = {
@@ -346,7 +347,7 @@ TEST(ImmediateExit, FlushesAndSkipsTheRest) {
     }
 }
 
-// A stream whose flush says which one it is and whether the exit has begun.
+// A stream that reports when it is flushed: its name, and whether the exit has begun.
 FILE* tellingStream(const char* name) {
     const auto tell = [](void* cookie, const char*, size_t size) {
         writeToStandardError(static_cast<const char*>(cookie));
@@ -505,7 +506,7 @@ VN_CHILD(count) {
     countMemoryAllocated(7);
     countMemoryFreed(300);
     printf(" %d %ld", MemoryDiagnostics::_enabled, getMallocMemoryAllocated());
-    // Decided once.
+    // The first call has decided; later changes of the variable have no effect.
     setenv("VN_TRACKMEMORY", "1", 1);
     printf(" %d %d", checkMemoryTrackingEnabled(), MemoryDiagnostics::checkEnabled());
     return 0;

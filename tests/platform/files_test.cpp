@@ -26,7 +26,7 @@ struct Directory {
 };
 
 const std::string utf8Name = "caf\xc3\xa9";  // as callers write it
-const std::string latin1Name = "caf\xe9";    // as the system does under ISO-8859-1
+const std::string latin1Name = "caf\xe9";    // as the file system stores it in ISO-8859-1
 
 bool exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;

@@ -1,5 +1,5 @@
-# Tests of the mathematics beside its unit test: the JDK as oracle, the same bits from other
-# compilers and flags, and no call of the system's mathematics.
+# Tests of the mathematics: the unit test, the JDK as oracle, the same bits from other compilers and
+# flags, and no call of the system's mathematics.
 vn_test(maths_test)
 vn_not_under_valgrind(maths_test "memcheck computes long double, the oracle here, in 64 bits"
     Maths.FunctionsThatTheJdkLacksAgainstWiderArithmetic Maths.GammaAtSmallAndNegativeArguments)
@@ -12,8 +12,8 @@ target_compile_definitions(maths_test PRIVATE
     VN_MATHS_EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}/maths_checksums.txt")
 add_dependencies(maths_test maths_checksum)
 
-# Given what the build of FDLIBM is given, but for the optimisation level. It compiles everything
-# itself, so that once is enough.
+# Compiles everything itself, with the flags of the FDLIBM build except the optimisation level. The
+# result does not depend on the preset, so the sanitizers' suites would only repeat it.
 if(NOT VN_SANITIZE)
     set(flags ${VN_FDLIBM_FLAGS})
     set(cFlags ${VN_FDLIBM_INCLUDES} ${VN_FDLIBM_UPSTREAM_INCLUDE})
@@ -42,8 +42,8 @@ add_test(NAME maths_symbols_test
             $<FILTER:$<TARGET_OBJECTS:vncommon_objects>,INCLUDE,/maths\\.cpp>
     COMMAND_EXPAND_LISTS)
 
-# signgam is the C library's under -flto, too: a small library of the same parts shows it, compiled
-# with the options that maths.cpp itself has. Left out with clang, which needs a linker plugin for it.
+# With -flto, too, signgam must be the C library's variable. This builds a small library of the same
+# parts with the options of maths.cpp. Not with clang, which needs a linker plugin for -flto.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT VN_COVERAGE)
     get_source_file_property(options ${PROJECT_SOURCE_DIR}/platform/maths.cpp
         DIRECTORY ${PROJECT_SOURCE_DIR} COMPILE_OPTIONS)
@@ -61,7 +61,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT VN_COVERAGE)
         COMMAND_EXPAND_LISTS)
 endif()
 
-# For a soak: the same program with a count of a million or more (scripts/soak --maths).
+# scripts/soak --maths runs the same program with a count of a million or more.
 find_package(Java COMPONENTS Development)
 if(Java_JAVAC_EXECUTABLE)
     set(oracle ${CMAKE_CURRENT_BINARY_DIR}/StrictMathOracle.class)

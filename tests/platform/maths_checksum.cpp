@@ -67,7 +67,7 @@ double argument(Random& random) {
     }
 }
 
-// FNV-1a over the result's bits; which NaN it is does not count.
+// FNV-1a over the result's bits; all NaNs count as equal.
 uint64_t mix(uint64_t hash, uint64_t value) {
     return (hash ^ value ^ (value >> 32U)) * 0x100000001b3U;
 }

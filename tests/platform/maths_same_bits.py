@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Builds the mathematics once more with other compilers and optimisation levels, and compares the
-checksums of the results with the committed ones. A compiler that is not installed is left out."""
+checksums of the results with the committed ones. Skips compilers that are not installed."""
 import argparse
 import pathlib
 import shutil
@@ -8,8 +8,8 @@ import subprocess
 import sys
 import tempfile
 
-# (C compiler, C++ compiler, flags of the mathematics). The processor's own instructions include
-# fused multiply-add on most machines: no result may change.
+# (C compiler, C++ compiler, flags of the mathematics). -march=native includes fused multiply-add on
+# most machines: no result may change.
 BUILDS = [
     ("gcc", "g++", ["-O0"]),
     ("gcc", "g++", ["-O3", "-march=native"]),

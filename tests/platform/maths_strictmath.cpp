@@ -1,11 +1,11 @@
 // Compares the mathematics, bit for bit, with the JDK's StrictMath, an independent build of FDLIBM
-// that runs beside this program and sends arguments and results through a pipe.
+// that this program starts and that sends arguments and results through a pipe.
 //
 //     maths_strictmath JAVA CLASSPATH [COUNT [SEED]]
 //
-// COUNT is the number of random arguments per function (10,000); all special values and, for two
-// arguments, all pairs of them come on top. A soak run takes a million or more. Prints a line per
-// function; exit status 1 on any difference.
+// COUNT is the number of random arguments per function (default 10,000; a million or more in a
+// soak). All special values are tested in addition, as pairs if the function has two arguments.
+// Prints a line per function; the exit status is 1 on any difference.
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
@@ -29,7 +29,7 @@ double unary(double x, double) {
     return function(x);
 }
 
-// The interface rounds to an integer: compared where the double is one.
+// vn_bankerRound returns an int64_t, so only results in that range are compared.
 double bankerRound(double x, double) {
     const double limit = 9223372036854775808.0;
     if (!(x >= -limit && x < limit)) {
@@ -38,7 +38,7 @@ double bankerRound(double x, double) {
     return std::copysign(static_cast<double>(vn_bankerRound(x)), x);
 }
 
-// StrictMath has getExponent, which differs for what is not a normal number.
+// StrictMath.getExponent differs for zeros, subnormals, infinities and NaN.
 double exponent(double x, double) {
     const auto e = static_cast<double>(vn_ilogb(x));
     if (x == 0 || (e < -1022 && e >= -1074)) {
@@ -52,7 +52,7 @@ double next(double x, double y) {
     return x == y ? y : vn_nextafter(x, y);
 }
 
-// As StrictMath converts it: truncated, saturated, NaN to 0.
+// Converts y like StrictMath: truncated, saturated, NaN to 0.
 double scale(double x, double y) {
     const double least = std::numeric_limits<int>::min();
     const double most = std::numeric_limits<int>::max();
@@ -109,7 +109,7 @@ bool readFully(FILE* pipe, void* target, size_t size) {
     return fread(target, 1, size, pipe) == size;
 }
 
-// Compares one block; gives the number of differences, of which it prints the first few.
+// Compares one block and prints the first few differences; returns their number.
 uint64_t compareBlock(FILE* pipe, const char* name, uint64_t count) {
     const Function& function = functions.at(name);
     uint64_t differences = 0;
@@ -129,7 +129,7 @@ uint64_t compareBlock(FILE* pipe, const char* name, uint64_t count) {
     return differences;
 }
 
-// All blocks up to the end of the stream; fails also when a function got no block.
+// Compares all blocks up to the end of the stream; also fails if a function has no block.
 bool compareAll(FILE* pipe) {
     struct {
         char name[16];

@@ -1,6 +1,6 @@
-// Deterministic mathematics: special values, the compositions, and the functions that StrictMath
-// lacks against wider arithmetic. The bits themselves are compared with the JDK by
-// maths_strictmath, and across compilers by maths_same_bits.py.
+// Deterministic mathematics: special values, functions that are made of others, and the functions
+// that StrictMath lacks, compared with wider arithmetic. maths_strictmath compares all bits with
+// the JDK, maths_same_bits.py across compilers.
 #include <vncommon/maths.h>
 
 #include <gtest/gtest.h>
@@ -176,7 +176,7 @@ TEST(Maths, ErrnoIsLeftAlone) {
     EXPECT_EQ(errno, 42);
 }
 
-// How far a result is from the exact one, in units in the last place of the double beside it.
+// The error of a result, in units in the last place of the double nearest to the exact result.
 double errorInUlps(double result, long double exact) {
     const auto nearest = static_cast<double>(exact);
     if (result == nearest || (std::isnan(result) && std::isnan(nearest))) {
@@ -194,7 +194,7 @@ struct WiderCase {
     double high;
 };
 
-// FDLIBM is good to some two units; a wrong constant or branch costs thousands.
+// FDLIBM's error is about two units at most; a wrong constant or branch causes thousands.
 TEST(Maths, FunctionsThatTheJdkLacksAgainstWiderArithmetic) {
     const std::array<WiderCase, 8> cases = {{{"asinh", vn_asinh, asinhl, -1e3, 1e3},
                                              {"asinh", vn_asinh, asinhl, -1e-3, 1e-3},
@@ -213,8 +213,8 @@ TEST(Maths, FunctionsThatTheJdkLacksAgainstWiderArithmetic) {
     }
 }
 
-// Near its zeros at 1, 2 and between the poles the logarithm of gamma is small: there the error is
-// measured beside 1.
+// The logarithm of gamma is small near its zeros (1, 2 and between the poles), so the error there
+// is absolute, not relative.
 TEST(Maths, GammaAtSmallAndNegativeArguments) {
     Arguments arguments;
     for (int i = 0; i < 20000; ++i) {
@@ -234,7 +234,7 @@ TEST(Maths, GammaHasPublishedValues) {
     EXPECT_DOUBLE_EQ(vn_gammal(11), 15.104412573075515295);    // ln(10!)
 }
 
-// The variable is the one that this program sees in <math.h>.
+// This program reads signgam as <math.h> declares it.
 TEST(Maths, GammaLeavesItsSignInTheCLibrarysVariable) {
     signgam = 77;
     vn_gammal(2.5);
@@ -368,7 +368,7 @@ TEST(Maths, BankerRound) {
     EXPECT_EQ(vn_bankerRound(nan_), lowest);
 }
 
-// Every quarter around every power of two, where the fraction's last bits begin to drop out.
+// Multiples of 1/4 around every power of two. Those that a double cannot represent are skipped.
 TEST(Maths, BankerRoundIsRightAtEveryMagnitude) {
     for (int power = 0; power <= 51; ++power) {
         for (int64_t quarters = -64; quarters <= 64; ++quarters) {
@@ -391,7 +391,6 @@ TEST(Maths, SetFPUControlWordDoesNothing) {
     EXPECT_SAME(vn_sin(1), 0.8414709848078965);
 }
 
-// The checksums of the library under test are the committed ones.
 TEST(Maths, ChecksumsAreTheCommittedOnes) {
     FILE* pipe = popen(VN_MATHS_CHECKSUM, "r");
     ASSERT_NE(pipe, nullptr);

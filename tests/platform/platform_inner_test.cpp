@@ -1,4 +1,4 @@
-// The descriptions of processor and distribution, from files made here.
+// The descriptions of processor and distribution, from files that the tests write.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -100,7 +100,7 @@ TEST(CpuDetails, PiecesOfLongLinesCountAsLines) {
     const std::string long1023(1023, 'x');
     EXPECT_EQ(cpu(long1023 + "vendor_id\t: piece\n"), "vendor piece: (null)");
     EXPECT_EQ(cpu("x" + long1023 + "vendor_id\t: piece\n"), " : (null)");
-    // The value ends with its piece, and the text with its buffer.
+    // A value is cut at the end of its piece of the line, and the description at its buffer's size.
     const std::string name(2000, 'n');
     EXPECT_EQ(cpu("model name\t: " + name + "\n"), " : " + name.substr(0, 1023 - 13));
     EXPECT_EQ(cpu("vendor_id\t: " + std::string(1000, 'v') + "\nmodel name\t: " + name + "\n"),
@@ -177,7 +177,7 @@ TEST(PlatformName, ReadsPiecesOfLongLinesAsLines) {
     const std::string long1023(1023, 'x');
     EXPECT_EQ(osRelease(long1023 + "NAME=\"A\"\n" + long1023 + "VERSION=\"1\"\n"), "\"A 1\"");
     EXPECT_EQ(osRelease("x" + long1023 + "NAME=\"A\"\nVERSION=\"1\"\n"), "unknown");
-    // A value ends with its piece: the byte that goes is the piece's last.
+    // A value ends with its piece of the line, so the byte that is trimmed is the piece's last one.
     EXPECT_EQ(osRelease("NAME=\"" + std::string(2000, 'n') + "\"\nVERSION=\"1\"\n"),
               "\"" + std::string(1023 - 6 - 1, 'n') + " 1\"");
 }
@@ -223,7 +223,7 @@ TEST(PlatformName, ComesFromTheFirstFileThereIs) {
     for (size_t i = std::size(files); i-- > 0;) {
         EXPECT_EQ(root.with(files[i][0], files[i][1]).describe(), expected[i]);
     }
-    // The first file counts, even if it has no value.
+    // The first existing file decides, even if it has no value.
     EXPECT_EQ(root.with("etc/os-release", "").describe(), "unknown");
 }
 
@@ -233,7 +233,7 @@ TEST(Remember, KeepsTheTextThatCameFirst) {
     std::atomic<const char*> cache{nullptr};
     const Text first(strdup("first"));
     EXPECT_EQ(vncommon::remember(cache, first.get(), "unknown"), first.get());
-    // The late one is freed: a leak checker sees if it is not.
+    // The second text is freed; a leak checker reports it otherwise.
     EXPECT_EQ(vncommon::remember(cache, strdup("late"), "unknown"), first.get());
     EXPECT_EQ(vncommon::remember(cache, nullptr, "unknown"), first.get());
 }

@@ -17,7 +17,7 @@ namespace {
 TEST(FindColon, GivesWhatFollowsTheFirstColonAndOneByte) {
     EXPECT_STREQ(find_colon("vendor_id\t: GenuineIntel\n"), "GenuineIntel\n");
     EXPECT_STREQ(find_colon("a: b: c"), "b: c");
-    EXPECT_STREQ(find_colon("a:xb"), "b");  // whatever that byte is
+    EXPECT_STREQ(find_colon("a:xb"), "b");  // the byte after the colon is skipped, whatever it is
     EXPECT_STREQ(find_colon(": x"), "x");
     EXPECT_STREQ(find_colon("::x"), "x");
 }
@@ -40,7 +40,7 @@ TEST(StripLinebreak, CutsAtTheFirstLineFeed) {
                  {"none", "none"},   {"", ""},        {"cr\r\n", "cr\r"}};
     for (const auto& [text, expected] : cases) {
         std::string buffer = text;
-        buffer.append(1, '\0').append("\n");  // beyond the terminator: not looked at
+        buffer.append(1, '\0').append("\n");  // after the terminator: not read
         EXPECT_EQ(strip_linebreak(buffer.data()), strlen(expected));
         EXPECT_STREQ(buffer.c_str(), expected);
         EXPECT_EQ(buffer.back(), '\n');
@@ -74,7 +74,7 @@ TEST(CpuDetails, DescribeThisMachine) {
                                ": (null)");
     }
     EXPECT_NE(details, "");
-    EXPECT_EQ(vn_getCPUDetails(), vn_getCPUDetails());  // the same text, not an equal one
+    EXPECT_EQ(vn_getCPUDetails(), vn_getCPUDetails());  // the same pointer
 }
 
 TEST(PlatformName, DescribesThisMachine) {

@@ -83,7 +83,7 @@ VN_CHILD(descends) {
         CHECK(chdir("..") == 0 && rmdir(component.c_str()) == 0);
     }
     CHECK(chdir("/") == 0 && rmdir(root) == 0);
-    // Texts of another code page, converted to UTF-8.
+    // In another code page the directory is a text converted to UTF-8, so it differs.
     puts(directory == expected ? "as it is" : directory.c_str() + strlen(root));
     return 0;
 }
@@ -104,7 +104,7 @@ TEST(CurrentDirectory, IsTheSystems) {
 
 TEST(CurrentDirectory, MayBeDeep) {
     const std::string component(200, 'd');
-    for (const size_t levels : {1u, 19u, 20u, 21u, 40u, 41u, 85u}) {  // to 17,000 bytes
+    for (const size_t levels : {1u, 19u, 20u, 21u, 40u, 41u, 85u}) {  // up to 17,000 bytes
         EXPECT_EQ(directoryAfter(component, levels, "C.UTF-8"), "as it is\n") << levels;
     }
 }
@@ -191,7 +191,7 @@ TEST(Environment, IsConvertedFromTheCodePage) {
 
 namespace {
 
-int pretendedFrames = 0;  // 0: the real ones
+int pretendedFrames = 0;  // 0: use the real stack
 
 }  // namespace
 
@@ -210,13 +210,13 @@ extern "C" [[gnu::noinline]] int backtrace(void** frames, int size) {
 
 namespace {
 
-// How many frames the system gathers here, the empty entry not counted.
+// The number of frames that backtrace() returns here, without the final empty entry.
 [[gnu::noinline]] size_t framesHere() {
     void* frames[1000];
     return static_cast<size_t>(backtrace(frames, 1000));
 }
 
-// Traces from a stack that is deeper by depth calls and gives its number of frames.
+// Prints a trace from the given depth of calls; returns the number of frames there.
 [[gnu::noinline]] size_t traceFrom(int depth) {
     size_t frames = 0;
     if (depth > 0) {
@@ -268,7 +268,8 @@ TEST(StackTrace, IsPossible) {
 }
 
 TEST(StackTrace, PrintsAllButTheLastFrame) {
-    // Counted from vn_stackTrace instead of framesHere(): as many frames, and the last is out.
+    // vn_stackTrace is called from the same function as framesHere(), so both have the same number
+    // of frames. The trace lacks the last one.
     for (const char* depth : {"0", "1", "30"}) {
         const ChildResult child = runChild("traces", {.arguments = {depth}});
         EXPECT_EQ(linesOfTraces(child.out), std::vector<size_t>{std::stoul(child.err) - 1});

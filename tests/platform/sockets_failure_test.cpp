@@ -1,4 +1,4 @@
-// Sockets with failures that no real connection causes, and the system calls that they make: the
+// Failures that no real connection causes, and the system calls that the library makes then. The
 // linker redirects the library's calls to the wrappers here, which return the given results.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@
 
 namespace {
 
-// No descriptor: the system would refuse it.
+// Not a valid descriptor: the real calls would fail.
 constexpr int pretended = 1 << 20;
 
 struct Answer {
@@ -36,19 +36,19 @@ struct Answer {
     char byte = 0;  // what a receive puts into the buffer
 };
 
-std::deque<Answer> answers;      // of recv and send, in order
-std::vector<size_t> asked;       // the lengths that these were called with
-std::vector<std::string> calls;  // the others, in order
+std::deque<Answer> answers;      // results of recv and send, in order
+std::vector<size_t> asked;       // the lengths that recv and send were called with
+std::vector<std::string> calls;  // the other calls, in order
 bool setsockoptFails = false;    // with the error below
 int setsockoptError = 0;
 constexpr Answer success = {1, 0};
 
-// The resolver, which needs some space for its answer. Connections count as established.
-std::vector<size_t> rooms;  // that it was given
+// The resolver, which needs a buffer of neededRoom bytes. Every connect() succeeds.
+std::vector<size_t> rooms;  // the sizes of the buffers that it was given
 size_t neededRoom = 0;
 int resolverResult = 0;
 sockaddr_in connectedTo;
-size_t largestBlock = SIZE_MAX;  // that malloc gives
+size_t largestBlock = SIZE_MAX;  // that malloc allocates
 
 ssize_t nextAnswer(size_t length, void* buffer) {
     asked.push_back(length);
@@ -96,7 +96,7 @@ int __wrap_gethostbyname_r(const char*, hostent* entry, char* room, size_t size,
     if (resolverResult != 0) {
         return resolverResult;
     }
-    // At the end of the room: two addresses, then the list of them.
+    // The end of the buffer holds two addresses, then the list of them.
     auto** list = reinterpret_cast<char**>(room + size) - 3;
     auto* addresses = reinterpret_cast<in_addr*>(list) - 2;
     addresses[0].s_addr = inet_addr("192.0.2.7");
@@ -164,7 +164,7 @@ std::string taken(char* message) {
 std::string readBuffer(std::deque<Answer> told, unsigned length = 5) {
     answers = std::move(told);
     asked.clear();
-    errno = ENOTTY;  // of some call before
+    errno = ENOTTY;  // left by an earlier call
     uint8_t buffer[5];
     const unsigned before = length;
     const std::string text = taken(vn_socketReadBuffer(pretended, &length, buffer));
@@ -229,7 +229,7 @@ TEST(SocketWrites, ReportAFailureAtOnce) {
 
 // ---- Names of hosts --------------------------------------------------------------------------
 
-// The message of a connection, and the address that it went to.
+// The message of vn_socketConnect, and the address that it connected to.
 std::string connectTo(const char* host, size_t needed = 1, int result = 0) {
     rooms.clear();
     neededRoom = needed;
@@ -299,7 +299,7 @@ TEST(SocketAccept, ListensAcceptsAndSetsBothTimeOuts) {
     EXPECT_EQ(child.err, "");
 }
 
-// The lines of the log without their times and threads.
+// The lines of the log without the times and thread numbers at their start.
 std::string withoutBeginnings(const std::string& log) {
     std::istringstream lines(log);
     std::string result;

@@ -151,7 +151,7 @@ TEST(Sockets, UnknownNameIsNotResolved) {
     EXPECT_EQ(fd, -7);
 }
 
-// A hosts file of our own for this process only; false where the system does not allow that.
+// Replaces the hosts file for this process only; returns false if the system does not allow it.
 bool replaceHostsFile(const std::string& path) {
     const bool apart = unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
     return apart && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
@@ -238,7 +238,7 @@ VN_CHILD(noDescriptors) {
     setrlimit(RLIMIT_NOFILE, &none);
     const std::string connecting = taken(vn_socketConnect("127.0.0.1", 80, &fd));
     const std::string listening = taken(vn_createListeningSocket(0, &fd));
-    setrlimit(RLIMIT_NOFILE, &before);  // whoever looks for leaks at the end opens files
+    setrlimit(RLIMIT_NOFILE, &before);  // the leak checker opens files at exit
     puts(connecting.c_str());
     puts(listening.c_str());
     return 0;
@@ -290,8 +290,8 @@ TEST(Sockets, SilentPeerEndsARead) {
     EXPECT_NEAR(secondsSince(start), 10, 2);
 }
 
-// The time-out is made shorter here: a send that has moved some bytes returns after one of them,
-// and the next one after another.
+// The test shortens the time-out. It elapses twice: the first send() has moved some bytes and
+// returns their number, the second one fails.
 TEST(Sockets, PeerThatStopsReadingEndsAWrite) {
     Connection connection;
     const timeval shorter = {0, 100000};

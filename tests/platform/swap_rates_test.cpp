@@ -1,5 +1,5 @@
-// Swap rates from files of our own and from the machine's. Each test reads in a fresh process,
-// because the last reading is kept for the life of one.
+// Swap rates from files that the tests write and from the machine's. Each test reads in a fresh
+// process, because a process keeps its last reading.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 struct Rates {
     int result = -1;
-    double in = -1.0;  // what the caller had there
+    double in = -1.0;  // the values before the call
     double out = -2.0;
 };
 
@@ -61,7 +61,7 @@ VN_CHILD(ratesOfTwoReadings) {
     const TemporaryFile file("nr_free_pages 1\npswpin 1000000\npswpout 3000000\npgfault 9\n");
     const Rates first = rates(file.path);
     CHECK(first.result == 0);
-    CHECK(first.in > 0 && first.in < 0.01);  // a million pages since 1970
+    CHECK(first.in > 0 && first.in < 0.01);  // a million pages, divided by the seconds since 1970
     CHECK(first.out > 2.9 * first.in && first.out < 3.1 * first.in);
 
     file.write("pswpout 3000190\npswpin 1000100\n");
@@ -97,7 +97,7 @@ VN_CHILD(lineWithoutBlank) {
     const TemporaryFile file("pswpin 10\nbroken\npswpout 20\n");
     const Rates read = rates(file.path);
     CHECK(read.result == 9 && read.in == -1.0 && read.out == -2.0);
-    // It counts as a reading: for 100 ms the part before the line is used in its place.
+    // The failed reading is cached for 100 ms, with the values of the lines before the bad one.
     const Rates cached = rates(file.path);
     CHECK(cached.result == 0 && cached.in > 0 && cached.out == 0);
     return 0;

@@ -17,7 +17,7 @@ namespace {
 const char* failing = "";  // name of the call that fails
 int failure = 0;           // its result
 int semWaitErrors[] = {EINTR, EINVAL, EINTR, EINTR, EINVAL};
-size_t semWaitCalls = sizeof semWaitErrors / sizeof *semWaitErrors;  // beyond: the real thing
+size_t semWaitCalls = sizeof semWaitErrors / sizeof *semWaitErrors;  // after these: the real call
 int attributesDestroyed = 0;
 bool mallocFails = false;
 int mallocCalls = 0;
@@ -56,7 +56,7 @@ extern "C" int __wrap_pthread_attr_destroy(pthread_attr_t* attributes);
 extern "C" int __wrap_pthread_attr_destroy(pthread_attr_t* attributes) {
     ++attributesDestroyed;
     __real_pthread_attr_destroy(attributes);
-    return EINVAL;  // nobody looks at it
+    return EINVAL;  // callers do not check it
 }
 
 extern "C" void* __real_malloc(size_t size);
@@ -66,7 +66,7 @@ extern "C" void* __wrap_malloc(size_t size) {
     return mallocFails ? nullptr : __real_malloc(size);
 }
 
-// As a host's own allocator may, unlike the C library's.
+// A host's allocator may change errno in free(); the C library's does not.
 extern "C" void __real_free(void* block);
 extern "C" void __wrap_free(void* block);
 extern "C" void __wrap_free(void* block) {
@@ -198,8 +198,7 @@ TEST(FailingCreation, ForLackOfResourcesEndsOutOfMemory) {
     }
 }
 
-// What is allocated for the thread comes first, then the test for vn_threadInit, and only then the
-// one for memory.
+// The order is fixed: allocate, then check that vn_threadInit was called, then check the memory.
 VN_CHILD(creationWithoutMemory) {
     if (arguments[0] == "initialised") {
         vn_threadInit();

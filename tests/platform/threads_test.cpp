@@ -107,7 +107,7 @@ VN_CHILD(needsNoInitialisation) {
 TEST(ThreadInit, IsNotRequiredByMutexesAndSlots) {
     const ChildResult child = run("needsNoInitialisation");
     EXPECT_EQ(child.exitStatus, 0);
-    EXPECT_EQ(child.err, "");  // unload included
+    EXPECT_EQ(child.err, "");  // at unload, too
 }
 
 // ---- Mutexes ---------------------------------------------------------------------------------
@@ -150,8 +150,8 @@ VN_CHILD(mutexFailures) {
     return 0;
 }
 
-// A thread joins itself. Not the first one: g++ 14's AddressSanitizer ends a process that joins a
-// thread which it did not see created.
+// A thread joins itself. It is not the main thread: g++ 14's AddressSanitizer ends a process that
+// joins a thread whose creation it did not see.
 VN_CHILD(joinFailures) {
     vn_threadInit();
     vn_createThread(
@@ -245,7 +245,7 @@ struct Gate {
         vn_Mutex_unlock(&mutex);
     }
 
-    // True when it opened before the deadline.
+    // Returns whether the gate opened before the deadline.
     bool passBefore(uint64_t deadline) {
         vn_Mutex_lock(&mutex);
         bool inTime = true;
@@ -416,7 +416,7 @@ VN_CHILD(waitThroughSignals) {
         }
         vn_Semaphore_post(&semaphore);
     };
-    // The alarms reach this thread alone: the other one is made with them blocked.
+    // Only this thread receives the alarms: the other one is created with them blocked.
     sigset_t alarm;
     sigemptyset(&alarm);
     sigaddset(&alarm, SIGALRM);
@@ -568,7 +568,7 @@ VN_CHILD(countThreads) {
             again = vn_getCountedThreadId();
         });
         asExpected = asExpected && first == expected && again == expected;
-        inThread([] {});  // never asks, gets no number
+        inThread([] {});  // never requests an id, so it gets none
     }
     return asExpected && vn_getCountedThreadId() == 1 ? 0 : 1;
 }

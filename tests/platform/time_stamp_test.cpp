@@ -32,7 +32,7 @@ std::string dateBy(const char* zone, time_t second) {
     return text;
 }
 
-// Two threads format dates without pause while children are forked that do so as well.
+// Two threads format dates continuously while the process forks children that format dates too.
 VN_CHILD(forksWhileThreadsFormatDates) {
     std::atomic<bool> done{false};
     auto formatDates = [&] {
@@ -147,14 +147,14 @@ TEST_F(TimeStamp, WritesEveryMillisecondWithThreeDigits) {
 
 TEST_F(TimeStamp, SameSecondKeepsTheDateAsItIs) {
     timeStampAt(&cache, 1709647629, 7);
-    memset(cache.text, '#', 20);  // only a reformatting could bring the date back
+    memset(cache.text, '#', 20);  // only reformatting would restore the date
     EXPECT_STREQ(timeStampAt(&cache, 1709647629, 8), "####################008");
     EXPECT_NE(timeStampAt(&cache, 1709647630, 9)[0], '#');
     memset(cache.text, '#', 20);
     EXPECT_NE(timeStampAt(&cache, 1709647629, 9)[0], '#') << "a second that is stepped back to";
 }
 
-// A machine without a set clock starts in the second that a new cache contains.
+// A new cache contains second 0, and a machine whose clock was not set starts there.
 TEST_F(TimeStamp, FirstSecondOfAllIsWritten) {
     const std::string date = dateBy("UTC", 0);
     EXPECT_EQ(timeStampAt(&cache, 0, 5), date + "005");

@@ -21,14 +21,14 @@ TEST(Unload, GivesTheThreadLocalSlotsBack) {
     for (int round = 0; round < PTHREAD_KEYS_MAX + 10; ++round) {
         void* library = dlopen(VN_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << dlerror();
-        // Loaded afresh: the count starts again.
+        // A freshly loaded library starts to count again.
         ASSERT_EQ(firstNumberOfThisThread(library), 1U);
         ASSERT_EQ(dlclose(library), 0);
         ASSERT_EQ(dlopen(VN_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr);
     }
 }
 
-// The first time stamp asks to be told of forks, and an unloaded library must not be.
+// The first time stamp installs fork handlers, which must be removed at unload.
 TEST(Unload, LeavesNothingThatForksCall) {
     for (int round = 0; round < 3; ++round) {
         void* library = dlopen(VN_LIBRARY, RTLD_NOW | RTLD_LOCAL);

@@ -1,5 +1,4 @@
-// The version: one number, seen alike by the preprocessor, the library, the build and the reader
-// of CHANGELOG.md.
+// The version is the same in the preprocessor, the library, the build and CHANGELOG.md.
 #include <gtest/gtest.h>
 #include <vncommon/version.h>
 

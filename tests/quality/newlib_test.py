@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Which newlib tarball the configure step takes, and what it says when it can take none. Arguments: the
-cmake program and the tarball of this build."""
+"""Tests which newlib tarball the configure step selects, and its message if none is suitable.
+Arguments: the cmake program and the tarball of this build."""
 import io
 import pathlib
 import re
@@ -19,7 +19,7 @@ KNOWN = sorted(path.name for path in (TREE / "cmake/patches").iterdir())
 
 class Choice(unittest.TestCase):
     def choose(self, *tarballs):
-        """The release chosen among these tarballs, or the error."""
+        """Returns the release that is selected from these tarballs, or the error."""
         with tempfile.NamedTemporaryFile("w", suffix=".cmake") as script:
             script.write(f'cmake_minimum_required(VERSION 3.25)\n'
                          f'include("{TREE}/cmake/NewlibRelease.cmake")\n'
@@ -54,7 +54,7 @@ class Configure(unittest.TestCase):
         self.top = pathlib.Path(temporary.name)
 
     def configure(self, tarball):
-        """The error of a configure step with this tarball."""
+        """Returns the error of a configure step with this tarball."""
         done = subprocess.run(
             [CMAKE, "-S", TREE, "-B", self.top / "build", f"-DVN_NEWLIB_TARBALL={tarball}",
              "-DVN_BUILD_TESTS=OFF", "-DVN_BUILD_BENCHMARKS=OFF", "-DVN_BUILD_EXAMPLES=OFF"],
@@ -67,7 +67,7 @@ class Configure(unittest.TestCase):
         self.assertIn(f"VN_NEWLIB_TARBALL: {missing} does not exist", self.configure(missing))
 
     def test_text_that_the_corrections_were_not_written_for(self):
-        """One line of context is different, which patch by its default would let pass."""
+        """A tarball with a different line of context, which patch accepts by default."""
         wanted = self.top / pathlib.Path(TARBALL).name
         wanted = wanted.parent / (wanted.name.rsplit(".", 1)[0] + ".gz")
         with tarfile.open(TARBALL) as source, tarfile.open(wanted, "w:gz") as target:

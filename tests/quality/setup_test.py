@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""scripts/setup on machines that are made up: the package tools are stand-ins that answer from a
-list and note how they were called."""
+"""Tests scripts/setup on simulated machines: the package tools are stand-ins that answer from a
+list and record their calls."""
 import pathlib
 import shutil
 import subprocess
@@ -11,7 +11,7 @@ SETUP = pathlib.Path(__file__).resolve().parents[2] / "scripts/setup"
 LIBRARY = ["g++", "cmake", "ninja-build", "patch", "libicu-dev", "libintelrdfpmath-dev",
            "newlib-source", "nlohmann-json3-dev"]
 
-# As dpkg-query has it: status 1 as soon as one package is not known at all.
+# Like dpkg-query: the status is 1 if any of the packages is unknown.
 QUERY = """#!/bin/bash
 status=0
 for package in "${@:3}"; do

@@ -1,4 +1,4 @@
-"""The files of the tree that are ours."""
+"""Lists the project's own files."""
 import pathlib
 import subprocess
 
@@ -7,7 +7,7 @@ LIBRARY = ("platform", "containers", "text", "config", "logging", "events")
 
 
 def tracked_files():
-    """Paths below the source folder, as git knows them; new files that are not ignored too."""
+    """Returns the paths of all files that git tracks, and of new files that it does not ignore."""
     listed = subprocess.run(
         ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=SOURCE,
         check=True, stdout=subprocess.PIPE, text=True).stdout

@@ -1,20 +1,20 @@
 #!/usr/bin/env python3
-"""Rules for the text of the tree: files of a size to read, nothing left to do, no path of the
-machine it was written on, no blanks at line ends."""
+"""Checks the text of all files: limited length, no marks for unfinished work, no path of the
+machine that it was written on, no blanks at line ends."""
 import re
 import sys
 
 import tree
 
 LIBRARY_BOUND = 550  # lines
-OTHER_BOUND = 1000   # tests are lists of cases
+OTHER_BOUND = 1000   # tests may be longer: they are lists of cases
 LONGER = {
     "tests/abi/vncommon.abi": "written by abidw",
 }
 DRAWN = ".svg"  # written by programs
 BINARY = (".png", ".bin")
-CORPUS = "fuzz/"  # its inputs are as they are
-PATCH = ".patch"  # quotes text as it is
+CORPUS = "fuzz/"  # the inputs may be any bytes
+PATCH = ".patch"  # quotes upstream text
 LEFT_TO_DO = re.compile("TO" "DO|FIX" "ME|HA" "CK:")
 
 

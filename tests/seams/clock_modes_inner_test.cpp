@@ -1,5 +1,5 @@
-// Stamps taken before 2004 and after 2038, where the seconds are a quotient of doubles, are the
-// same in every rounding mode of the host.
+// Before 2004 and after 2038 the library computes a stamp's seconds by a division of doubles. These
+// stamps, too, must be the same in every rounding mode of the host.
 #include <fenv.h>
 #include <gtest/gtest.h>
 #include <sys/time.h>

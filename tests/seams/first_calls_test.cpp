@@ -50,7 +50,7 @@ TEST(FirstCalls, OfThreadInit) {
     EXPECT_EQ(child.err, "");
 }
 
-// All get the same answer, and what is counted after it does not count.
+// All threads get the same decision, and counts after it are ignored.
 VN_CHILD(decideCounting) {
     std::atomic<int> enabled{0};
     together([&enabled] {

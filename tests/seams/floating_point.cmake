@@ -1,4 +1,4 @@
-# The same results from the library in hosts of several kinds, and from builds of the library with
+# The library must return the same results in hosts of several kinds, and when it is built with
 # flags that relax floating-point arithmetic.
 set(same_results Python3::Interpreter ${CMAKE_CURRENT_SOURCE_DIR}/same_results.py)
 set(fast_math -ffast-math -ffinite-math-only -funsafe-math-optimizations)
@@ -42,7 +42,7 @@ foreach(host IN LISTS hosts)
     endif()
 endforeach()
 
-# Keeps its builds, so that it takes minutes only the first time.
+# Keeps its builds: only the first run is slow.
 add_test(NAME user_flags_test
     COMMAND Python3::Interpreter ${CMAKE_CURRENT_SOURCE_DIR}/user_flags_test.py
             --cmake ${CMAKE_COMMAND} --generator ${CMAKE_GENERATOR} --source ${PROJECT_SOURCE_DIR}

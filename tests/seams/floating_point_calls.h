@@ -1,5 +1,5 @@
-// Every function of the library whose result depends on floating-point arithmetic, and seeded
-// arguments for them, so that programs, processes and modes can be compared by the bits.
+// Calls every function of the library whose result depends on floating-point arithmetic, with
+// seeded arguments. Programs, processes and modes are then compared by the bits of the results.
 //
 // Results are folded into 64 bits with integer arithmetic only: the programs that include this run
 // in odd modes, and one is compiled with -ffast-math.
@@ -37,7 +37,7 @@ inline double fromBits(uint64_t bits) {
 
 // --- Results -----------------------------------------------------------------------------------
 
-// Which NaN it is does not count: the processor chooses.
+// All NaNs count as equal: their bits depend on the processor.
 inline uint64_t fold(double x) {
     constexpr uint64_t infinity = uint64_t{0x7ff} << 52;
     const uint64_t bits = bitsOf(x);
@@ -186,7 +186,8 @@ inline uint64_t shortest(const Arguments& with) {
     return fold(std::string_view(vn_g_fmt(text, with.x)));
 }
 
-// Few places, which have their own path, and any number of places, with and without enough room.
+// Numbers of places that have a fast path, and any other; buffers that are large enough or too
+// small.
 template <auto function>
 uint64_t sized(const Arguments& with) {
     char text[512];

@@ -92,8 +92,8 @@ std::vector<Mode> everyMode() {
     return modes;
 }
 
-// What a call gave in a mode, and the control word that it left. Asserts nothing while it lasts:
-// the test framework would run in the mode, too.
+// The result of a call in a mode, and the control word before and after it. The assertions come
+// later, because the test framework must not run in that mode.
 struct Outcome {
     uint64_t result;
     uint64_t before;
@@ -168,8 +168,8 @@ TEST(FloatingPointModesOfHosts, ProcessorsOfAGroup) {
     }
 }
 
-// The square of a prime that a double does not hold: a square root rounded down is less than the
-// only divisor.
+// The square of a prime, too large to be exact as a double. Its square root, if rounded down, is
+// less than its only divisor.
 TEST(FloatingPointModesOfHosts, PrimesBesideSquares) {
     constexpr uint64_t prime = 94906319;
     const uint64_t expected = vn_nextPrime(prime * prime);
@@ -181,8 +181,7 @@ TEST(FloatingPointModesOfHosts, PrimesBesideSquares) {
     }
 }
 
-// The exceptions that a call raises stay raised, beside those that the host had raised before: the
-// same in every mode.
+// The exceptions of a call and those that the host had raised before stay raised, in every mode.
 TEST(FloatingPointModesOfHosts, StickyFlags) {
     for (const Mode& mode : everyMode()) {
         const Outcome outcome = inMode(mode, [] {
@@ -206,7 +205,7 @@ TEST(FloatingPointModesOfHosts, StickyFlags) {
 
 constexpr int cannotTrap = 2;
 
-// 1 when a result differs or the exceptions do not trap any more.
+// Returns 1 if a result differs or the exceptions do not trap any more.
 VN_CHILD(callsEverythingWhileExceptionsTrap) {
     Random random(2);
     for (int i = 0; i < 1000; ++i) {
@@ -227,7 +226,7 @@ VN_CHILD(callsEverythingWhileExceptionsTrap) {
     return 0;
 }
 
-// A host that lets exceptions trap gets no SIGFPE out of the library, and they trap again after.
+// In a host that enables traps, a call raises no SIGFPE, and the traps are enabled again after it.
 TEST(FloatingPointModesOfHosts, NoTraps) {
     const ChildResult child = runChild("callsEverythingWhileExceptionsTrap");
     if (child.exitStatus == cannotTrap) {

@@ -1,5 +1,5 @@
-// A host of the library that prints what it gets. With VN_FLUSHING it is built with -ffast-math,
-// and fails unless that makes the processor flush subnormal numbers to zero.
+// A host that prints the library's results. With VN_FLUSHING it is built with -ffast-math, and
+// fails unless the processor then flushes subnormal numbers to zero.
 #include "seams/floating_point_print.h"
 
 int main() {

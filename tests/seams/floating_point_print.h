@@ -1,4 +1,4 @@
-// What the functions of floating_point_calls.h give, a line for each.
+// Prints the results of floating_point_calls.h, one line per function.
 #ifndef VN_TESTS_SEAMS_FLOATING_POINT_PRINT_H
 #define VN_TESTS_SEAMS_FLOATING_POINT_PRINT_H
 

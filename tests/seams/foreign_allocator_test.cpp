@@ -1,6 +1,5 @@
-// A host with its own heap: it defines malloc, calloc, realloc and free, and nothing else of the
-// family, so a block that the library got any other way cannot be freed. free ends the process when
-// it is given such a block.
+// A host with its own heap. It defines only malloc, calloc, realloc and free. Its free() ends the
+// process when it is given a block that the library allocated in any other way.
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <vncommon/vncommon.h>
@@ -15,17 +14,17 @@
 
 #include "support/child_process.h"
 
-// ---- The heap: blocks are cut from one area and never used again
+// ---- The heap: blocks are cut from one area and never reused
 
 namespace {
 
 struct alignas(16) Header {
     size_t size;
-    uint64_t mark;  // of a block in use
+    uint64_t mark;  // inUse, until the block is freed
 };
 
 constexpr uint64_t inUse = 0x6865617062656C6F;
-constexpr size_t areaSize = size_t{512} << 20;  // of which only what is used takes memory
+constexpr size_t areaSize = size_t{512} << 20;  // untouched pages take no memory
 alignas(16) std::byte area[areaSize];
 std::atomic<size_t> cut = 0;
 
@@ -65,7 +64,7 @@ extern "C" void free(void* block) {
     }
 }
 
-// The area starts as zeroes and no part of it is used twice.
+// Needs no memset: the area is zero at first, and no part of it is reused.
 extern "C" void* calloc(size_t count, size_t size) {
     return malloc(count * size);
 }
@@ -170,7 +169,7 @@ VN_CHILD(usesTheLibrary) {
     return 0;
 }
 
-// The library's own end, at exit, is part of it.
+// Also tests what the library frees at exit.
 VN_CHILD(onlyLinksTheLibrary) {
     return 0;
 }

@@ -28,8 +28,8 @@
 
 namespace {
 
-// What a call uses that a sanitizer's run time guards with locks of its own, which stay locked in
-// the child. The threads pause between two calls then while the main thread forks.
+// What a call uses. A sanitizer's run time guards the heap and streams with its own locks, which
+// can stay locked in the child. For such calls the threads pause while the main thread forks.
 enum class Uses { nothing, heap, streams };
 #if defined(__SANITIZE_THREAD__)
 constexpr int forks = 30;
@@ -41,15 +41,15 @@ constexpr Uses pauseFor = Uses::heap;
 constexpr int forks = 200;
 #endif
 constexpr int hammers = 3;
-constexpr unsigned hangSeconds = 30;  // a child's call takes microseconds
+constexpr unsigned hangSeconds = 30;  // far longer than a child's call takes
 
 std::atomic<bool> slotsAreSlow{false};
 
 }  // namespace
 
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
-// Replaces the C library's, for the shared library too. A thread's new id is stored with the lock
-// held, so forks happen at that moment.
+// Replaces the C library's, for the shared library too. The library calls it with the lock of the
+// thread ids held; a slow call makes it likely that a fork happens at that moment.
 extern "C" __attribute__((visibility("default"))) int pthread_setspecific(
     pthread_key_t key, const void* value) noexcept {
     static const auto real =
@@ -184,7 +184,7 @@ bool useCodePage() {
            gives(vn_CstrToUTF8("\xFC\xA4"), "\xC3\xBC\xE2\x82\xAC");
 }
 
-// More digits than the scratch area of the conversion has room for, so that its locks are taken.
+// Too many digits for the scratch area of the conversion, so the conversion takes its locks.
 const std::string longNumber = "0." + std::string(17'000, '3');
 
 bool convertNumbers() {
@@ -239,7 +239,7 @@ bool readTheClock() {
     return right && vn_sys_time() > 0;
 }
 
-// Racing readings may mix their figures.
+// Does not check the values: concurrent readings may mix them.
 bool askForSwapRates() {
     double in;
     double out;
@@ -260,7 +260,7 @@ bool readConfiguration() {
     return right;
 }
 
-// The name, because a configuration is loaded in the folder that the test starts in.
+// Loads by file name, relative to the folder that the test starts in.
 void loadConfiguration() {
     (void)VN_ConfigFile_Load("fork.conf", nullptr);
 }
@@ -279,7 +279,7 @@ bool useLogger() {
     const bool right = FileLogger_SetFilename(logger, "/dev/null", 0, 1) == 0;
     FileLogger_LogInfo(logger, "line %d", 1);
     FileLogger_ReOpen(logger);
-    char* buffer = logger->buffer;  // which FileLogger_dtor leaves
+    char* buffer = logger->buffer;  // FileLogger_dtor does not free it
     FileLogger_dtor(logger);
     vn_free(buffer);
     return right;
@@ -322,10 +322,10 @@ bool talk() {
 
 struct Family {
     const char* name;
-    bool (*call)();               // what a child does; whether its results were right
-    void (*hammer)() = nullptr;   // what the threads do; null: the same
-    void (*prepare)() = nullptr;  // before all of it, in the main thread
-    int share = 1;                // only one in this many forks: for a slow call
+    bool (*call)();               // what a child calls; returns whether its results were right
+    void (*hammer)() = nullptr;   // what the threads call; null: the same function
+    void (*prepare)() = nullptr;  // called first, in the main thread
+    int share = 1;                // divides the number of forks, for slow calls
     Uses uses = Uses::heap;
 };
 
@@ -367,7 +367,7 @@ const Family* findFamily(const std::string& name) {
     return nullptr;
 }
 
-// Threads that go on making calls of the family, and between two calls give way to hold().
+// Threads that call the family in a loop. hold() stops them between two calls.
 class Hammers {
   public:
     explicit Hammers(const Family& family) {
@@ -436,7 +436,7 @@ pid_t forkChild(const Family& family, Hammers& threads) {
     return child;
 }
 
-// Whether the child of a fork makes the call and gets what it should; says so if not.
+// Forks; returns whether the child's call gave the right results, and prints a line if not.
 bool childManages(const Family& family, Hammers& threads, int round) {
     const pid_t child = forkChild(family, threads);
     if (child == 0) {

@@ -1,5 +1,5 @@
-// fork() at the worst moment: while another thread holds one of the library's locks, and in a
-// signal handler that interrupted its holder; and what forks leave behind in their own threads.
+// fork() while another thread holds one of the library's locks, and in a signal handler that
+// interrupted the lock's holder. Also tests the state of the forking thread after fork().
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
@@ -25,7 +25,7 @@ namespace {
 
 constexpr unsigned hangSeconds = 30;
 
-// Forks; the status of a child that exits 0 if body gives true. A hang ends by SIGALRM.
+// Forks a child that exits with 0 if body returns true; returns its status. SIGALRM ends a hang.
 int statusOfForked(const std::function<bool()>& body) {
     const pid_t child = fork();
     if (child == 0) {
@@ -37,7 +37,7 @@ int statusOfForked(const std::function<bool()>& body) {
     return status;
 }
 
-// Needs blocks from the free lists, and powers of five.
+// This conversion uses blocks of the free lists and powers of five, which have a lock each.
 bool convertLongNumber() {
     const std::string digits = "0." + std::string(17'000, '3') + "e5";
     char text[512];
@@ -70,7 +70,7 @@ TEST(ForkHoldingLocks, AnotherThreadsLocksAreFreeInTheChild) {
     EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
 }
 
-// The child's thread is a copy of the one that forked, with the locks that it held.
+// The child's thread is a copy of the thread that forked, so it holds the same locks.
 VN_CHILD(locksOfTheForkingThread) {
     acquireBallocLock();
     acquirep5Lock();
@@ -103,7 +103,7 @@ bool isMask(const sigset_t& mask) {
     return true;
 }
 
-// Threads with different masks, which fork and convert at the same time.
+// Threads with different signal masks fork and convert texts at the same time.
 VN_CHILD(masksAcrossForks) {
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
@@ -134,7 +134,7 @@ TEST(ForkHoldingLocks, SignalMasksStayAsTheyAre) {
 volatile sig_atomic_t forksMade = 0;
 volatile sig_atomic_t inForkedChild = 0;
 
-// The child leaves the handler as the parent does, and goes on where it was interrupted.
+// The child, too, returns from the handler and continues the interrupted call.
 void forkOnAlarm(int) {
     if (fork() == 0) {
         inForkedChild = 1;
@@ -176,7 +176,7 @@ VN_CHILD(handlerForks) {
     struct sigaction action = {};
     action.sa_handler = forkOnAlarm;
     sigaction(SIGALRM, &action, nullptr);
-    bool right = useSets();  // from now on nothing is allocated
+    bool right = useSets();  // the pool is filled: no allocation from now on
     const itimerval often = {{0, 700}, {0, 700}};
     setitimer(ITIMER_REAL, &often, nullptr);
     while (inForkedChild == 0 && forksMade < wanted) {
@@ -225,8 +225,8 @@ std::vector<VN_TimestampSet*> takeSets(uint64_t count, uint64_t stamps) {
     return sets;
 }
 
-// The pool is full of entries when the last of 13 sets of ten comes back: it frees its entries
-// under the pool's lock.
+// When the last of 13 sets of ten entries is destroyed, the pool is full, and the entries are freed
+// under the pool's lock. The handler forks at that moment.
 VN_CHILD(handlerForksUnderTheLock) {
     signal(SIGALRM, forkOnAlarm);
     const std::vector<VN_TimestampSet*> sets = takeSets(13, 10);

@@ -1,4 +1,4 @@
-// Calls the program that loads it, from its constructor.
+// Its constructor calls a function of the program that loads it.
 extern "C" void pluginIsLoading();
 
 namespace {

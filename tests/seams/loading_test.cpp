@@ -1,4 +1,4 @@
-// The first logger of the process while a library is being loaded.
+// The process's logger is created while a library is being loaded.
 #include <vncommon/log.h>
 
 #include <dlfcn.h>
@@ -35,7 +35,7 @@ extern "C" __attribute__((visibility("default"))) void pluginIsLoading() {
 
 namespace {
 
-// The main thread is about to write its first line while the plugin writes one.
+// The main thread and the plugin's constructor both write the first line of the process.
 VN_CHILD(logsFirstBesideAPlugin) {
     std::thread loads([] {
         if (dlopen(VN_PLUGIN, RTLD_NOW) == nullptr) {
@@ -65,7 +65,7 @@ TEST(Loading, FirstLineOfAPluginBesideTheFirstLineOfMain) {
     EXPECT_EQ(child.out, "");
 }
 
-// Children write their first line while a thread of the parent loads and unloads a library.
+// Forked children write their first line while a thread of the parent loads and unloads a library.
 VN_CHILD(forksWhileAPluginIsLoaded) {
     inConstructor = true;
     std::atomic<bool> done{false};
@@ -80,7 +80,7 @@ VN_CHILD(forksWhileAPluginIsLoaded) {
         if (child == 0) {
             alarm(20);
             VN_LogInfo("child");
-            syscall(SYS_exit_group, 0);  // dlclose() may have held the lock of the exit functions
+            syscall(SYS_exit_group, 0);  // exit() could hang on a lock that dlclose() held
         }
         int status;
         waitpid(child, &status, 0);

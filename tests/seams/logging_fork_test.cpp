@@ -1,8 +1,8 @@
-// Loggers while the process forks: with signals on their way, in several threads at once, from a
-// signal handler, and while a log file takes long to open.
+// Loggers while the process forks: with pending signals, in several threads at once, from a signal
+// handler, and while a log file takes long to open.
 //
-// A hang is what most of these tests look for: each runs in a separate process, which is killed
-// after a time limit; a forked child ends by alarm().
+// Most of these tests look for a hang. Each runs in a separate process, which is killed after a
+// time limit; alarm() ends a forked child.
 #include <vncommon/file_logger.h>
 #include <vncommon/log.h>
 
@@ -35,7 +35,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int hangSeconds = 40;       // for a whole process
 constexpr int childHangSeconds = 20;  // for a forked child
 
-// Waits for a forked child; whether it ended with status 0.
+// Waits for a forked child; returns whether it ended with status 0.
 bool endsWell(pid_t child) {
     int status;
     pid_t ended;
@@ -45,7 +45,8 @@ bool endsWell(pid_t child) {
     return ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// As _exit(), which the thread sanitizer takes for the end of the threads that fork() left behind.
+// Not _exit(): ThreadSanitizer takes it for the end of the parent's threads, which do not exist in
+// the child.
 [[noreturn]] void endChild(int status) {
     quick_exit(status);
 }
@@ -123,7 +124,7 @@ VN_CHILD(allocatesAndLogsWhileAThreadForks) {
         for (int i = 0; Clock::now() < end; ++i) {
             std::vector<std::string> memory(64, std::string(60'000, 'x'));
             memory.resize(1);
-            malloc_trim(0);  // holds the lock of the heap for long
+            malloc_trim(0);  // holds the heap's lock for a long time
             FileLogger_LogInfo(logger, "%d", i);
         }
     }
@@ -175,7 +176,7 @@ TEST(LoggingAndFork, ConcurrentForksKeepTheSignalMaskAndTheCancelState) {
 
 // ---- A fork while another thread makes the process's logger ----
 
-// In a process without a logger: one thread makes it, this one forks children that log.
+// One thread creates the process's logger while this thread forks children that log.
 bool forksWhileTheLoggerIsMade() {
     std::atomic<bool> started{false};
     std::thread makes([&started] {
@@ -224,13 +225,14 @@ volatile sig_atomic_t forks = 0;
 volatile sig_atomic_t badChildren = 0;
 volatile sig_atomic_t isChild = 0;
 
-// One alarm at a time: what it interrupts must get on however long a fork takes.
+// Not periodic: the interrupted code must make progress even if a fork takes longer than the
+// period.
 void setAlarm(suseconds_t microseconds) {
     const itimerval once = {{0, 0}, {0, microseconds}};
     setitimer(ITIMER_REAL, &once, nullptr);
 }
 
-// Returns into what it interrupted, in the child as well.
+// The child, too, returns from the handler and continues the interrupted call.
 void forkInHandler(int) {
     const int errnoBefore = errno;
     const pid_t child = fork();
@@ -251,7 +253,7 @@ void endInHandler(int) {
     }
 }
 
-// Whether children ended well that were forked in the handler while the calls were made.
+// Makes the calls while the handler forks children; returns whether all children ended well.
 template <typename Calls>
 bool forksDuring(void (*handler)(int), Calls calls) {
     struct sigaction action = {};
@@ -305,7 +307,7 @@ TEST(LoggingAndFork, HandlerThatForksDoesNotWaitForItsOwnThread) {
     expectNoHang("forksInAHandlerWhileFormattingTheTime");
 }
 
-// The children of the handler go on in the middle of the call that it interrupted.
+// The handler's children continue in the middle of the interrupted call.
 VN_CHILD(continuesInTheChildOfAHandler) {
     TestLogger logger("log");
     const bool ok = forksDuring(forkInHandler, [&] { FileLogger_ReOpen(logger); });
@@ -367,7 +369,7 @@ TEST(LoggingAndFork, SlowOpenStopsNoLineOfOtherLoggers) {
 
 // ---- Local time ----
 
-// The first local time of a process beside a fork, and forks of the child.
+// The process formats its first local time while it forks; the child must be able to fork again.
 bool firstTimeBesideAFork() {
     std::atomic<bool> started{false};
     std::thread formats([&started] {
@@ -426,7 +428,7 @@ VN_CHILD(changesTheTimeZone) {
     for (const char* zone : {"UTC", "Asia/Tokyo", "America/New_York", "XXX-3:30", "UTC"}) {
         setenv("TZ", zone, 1);
         tzset();
-        logger->prefixTime = 0;  // as at a new second
+        logger->prefixTime = 0;  // as if a new second had begun
         const time_t before = time(nullptr);
         FileLogger_LogInfo(logger, "%s", zone);
         const time_t after = time(nullptr);

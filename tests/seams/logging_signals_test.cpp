@@ -1,5 +1,5 @@
-// Reopening a log file while another thread, a signal or another program comes in between. The
-// test's open() replaces the C library's and runs code at that moment.
+// Another thread, a signal or another program acts while a log file is being reopened. The test's
+// open() replaces the C library's and runs code at that moment.
 #include <vncommon/file_logger.h>
 #include <vncommon/log.h>
 
@@ -23,7 +23,8 @@
 
 namespace {
 
-bool (*beforeOpen)(const char* name) = nullptr;  // false: fails with errno as it is then
+// If it returns false, open() fails with the current errno.
+bool (*beforeOpen)(const char* name) = nullptr;
 void (*afterOpen)(const char* name, int fd) = nullptr;
 
 }  // namespace
@@ -56,7 +57,7 @@ void expectSuccess(const char* child, const std::vector<std::string>& arguments 
     EXPECT_EQ(result.exitStatus, 0) << child << "\n" << result.out << result.err;
 }
 
-// Without this the tests below would prove nothing.
+// Shows that the library really calls the test's open(); the tests below depend on it.
 int openedFiles = 0;
 
 bool countOpened(const char*) {
@@ -78,7 +79,7 @@ bool isLogFile(const char* name) {
     return std::string(name) == "log";
 }
 
-// ---- A rotation between open() and the change-over ----
+// ---- A rotation between open() and the switch to the new file ----
 
 void rotate(const char* name, int) {
     if (isLogFile(name)) {
@@ -106,7 +107,7 @@ TEST(LoggingAndSignals, RotationBesideACallIsNotUndone) {
     }
 }
 
-// ---- open() that a signal interrupts ----
+// ---- open() interrupted by a signal ----
 
 int interruptions = 0;
 
@@ -171,14 +172,14 @@ TEST(LoggingAndSignals, OnlyTheLogsOwnDescriptorIsInherited) {
     expectSuccess("leaksNoTemporaryDescriptor");
 }
 
-// ---- Handlers that took SIGHUP over ----
+// ---- Handlers that replaced the library's for SIGHUP ----
 
 int calls = 0;
 struct sigaction taken;
 using PlainHandler = void (*)(int);
 PlainHandler takenPlain = nullptr;
 
-// As code does that keeps what signal() returned.
+// Typical code: calls the handler that signal() returned.
 void plainThatCallsOn(int signal) {
     ++calls;
     takenPlain(signal);
@@ -230,7 +231,7 @@ TEST(LoggingAndSignals, HandlerThatTookTheSignalOverRunsOncePerSignal) {
 
 int depth = 0;
 
-// Lets the next SIGHUP in while it runs.
+// Unblocks SIGHUP and raises it once more.
 void raisesAnother(int signal) {
     ++calls;
     if (++depth == 1) {
@@ -255,8 +256,8 @@ TEST(LoggingAndSignals, NewSignalInsideTheHandlerBeforeIsPassedOnToo) {
 
 // ---- A signal while the registry is locked ----
 
-// The handler finds the lock held by the thread that it interrupted: by its next step the thread
-// has reopened the file.
+// The handler may find the lock held by the thread that creates loggers. That thread then reopens
+// the file when it unlocks.
 TEST(LoggingAndSignals, HangupsBesideNewLoggersAllReopenTheFile) {
     const TestDirectory directory;
     TestLogger logger(directory.file("log"));
@@ -281,7 +282,7 @@ TEST(LoggingAndSignals, HangupsBesideNewLoggersAllReopenTheFile) {
 
 // ---- Names that a signal changes ----
 
-// Readers see only data written before it was published.
+// A reader of a new name must see the whole name.
 TEST(LoggingAndSignals, NamesMayBeReadBesideAHangup) {
     const TestDirectory directory;
     const std::string file = directory.file("log");
@@ -310,7 +311,7 @@ TEST(LoggingAndSignals, NamesMayBeReadBesideAHangup) {
 
 // ---- errno ----
 
-// Out of sight of the compiler, which warns that ISO C++ has no %m.
+// Hidden from the compiler, which warns that ISO C++ has no %m.
 [[gnu::noinline]] const char* errnoFormat() {
     static char text[] = "%m";
     return text;
@@ -337,7 +338,7 @@ TEST(LoggingAndSignals, FirstLineKnowsTheCallersErrno) {
 
 // ---- Level words ----
 
-// In Turkish, i and I are two letters.
+// In Turkish, i and I are different letters.
 VN_CHILD(readsLevelsInTurkish) {
     if (setlocale(LC_ALL, "tr_TR.ISO-8859-9") == nullptr) {
         return 77;

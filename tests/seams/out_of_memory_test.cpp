@@ -1,5 +1,5 @@
-// The out-of-memory exit entered by several threads, from inside its callback and after a callback
-// that did not return.
+// The out-of-memory exit, called by several threads, from its own callback, and again after a
+// callback that did not return.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -23,7 +23,7 @@ using testing::MatchesRegex;
 const std::string outOfMemoryLine = "This process is out of memory... exiting\n";
 const std::string memoryLine = "memory used: vm=[0-9]+\\.000000, rss=[0-9]+\\.000000\n";
 
-// ThreadSanitizer would wait a second at each end for reports of other threads.
+// By default ThreadSanitizer waits at the exit of each process for reports of other threads.
 std::string sanitizerOptions() {
     const char* options = getenv("TSAN_OPTIONS");
     return std::string(options != nullptr ? options : "") + " atexit_sleep_ms=50";
@@ -49,7 +49,7 @@ size_t countOf(const std::string& part, const std::string& text) {
 
 // ---- Two threads -----------------------------------------------------------------------------
 
-// Threads that go on together.
+// Lets threads continue at the same time.
 class Gate {
   public:
     explicit Gate(int threads) : missing_(threads) {}
@@ -130,7 +130,7 @@ TEST(OutOfMemory, TakesACallbackThatOthersAreChanging) {
     EXPECT_THAT(child.err, MatchesRegex(outOfMemoryLine + memoryLine));
 }
 
-// ---- Callbacks that enter it again -----------------------------------------------------------
+// ---- Callbacks that call it again ------------------------------------------------------------
 
 VN_CHILD(callbackWithSuccessor) {
     vn_setOutOfMemoryCallBack([] {
@@ -160,7 +160,7 @@ void leave() {
     longjmp(beforeCallback, 1);
 }
 
-// Enters once, and is back when the callback has left.
+// Calls it once; the callback returns here with longjmp().
 [[gnu::noinline]] void enterAndLeave() {
     vn_setOutOfMemoryCallBack(leave);
     if (setjmp(beforeCallback) == 0) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs commands, separated by "--"; all must print what the first one prints."""
+"""Runs the given commands, separated by "--". All must print the same as the first one."""
 import subprocess
 import sys
 

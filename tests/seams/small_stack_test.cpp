@@ -1,5 +1,5 @@
-// Threads of a host with the smallest stack that the system allows, and what the functions that
-// need more take.
+// Threads with the smallest stack that the system allows, and the stack use of the functions that
+// need more.
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr size_t smallest = 16384;  // what pthread_attr_setstacksize takes at least
+constexpr size_t smallest = 16384;  // the least that pthread_attr_setstacksize accepts
 
 [[gnu::format(printf, 2, 3)]] void appendVA(CStringBuffer* buffer, const char* format, ...) {
     va_list arguments;
@@ -63,7 +63,7 @@ int portOf(int listener) {
     return ntohs(address.sin_port);
 }
 
-// To a listener, and to a port where nobody listens.
+// Connects to a listener, and to a port without one.
 VN_CHILD(connectByDottedHost) {
     const int listener = listen();
     const int port = portOf(listener);
@@ -86,7 +86,7 @@ TEST(SmallestStack, IsEnoughToConnect) {
     EXPECT_EQ(child.exitStatus, 9) << child.signal << child.err;
 }
 
-// ---- What the header of the number conversions says they need ---------------------------------
+// ---- The stack use that the header of the number conversions documents ------------------------
 
 constexpr size_t conversionStack = 40 * 1024;
 
@@ -97,7 +97,7 @@ size_t stackOf(Body body) {
     return stack.used();
 }
 
-// Texts for every way through the reader.
+// Texts for every path of the reader.
 std::vector<std::string> numberTexts() {
     std::vector<std::string> texts = {"1",
                                       "1.5",

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Builds the library with flags of the user that relax floating-point arithmetic: it must give what
-the one beside this test gives, and leave the mode of the process that loads it alone. Flags that
-cannot be taken back are refused."""
+"""Builds the library with user flags that relax floating-point arithmetic. It must give the same
+results as the library of this build and must not change the mode of the process that loads it. The
+configure step rejects flags that it cannot undo."""
 import argparse
 import os
 import pathlib
@@ -24,8 +24,8 @@ REFUSED = [
     ("CMAKE_SHARED_LINKER_FLAGS", "-mdaz-ftz"),
 ]
 
-# Halves the least normal number before and after the load. Compares the bytes: for a processor
-# that flushes to zero, the halves are equal to 0.
+# Halves the least normal number before and after the load. Compares bytes, because a processor that
+# flushes to zero finds both halves equal to 0.
 LOADS = """
 import ctypes, struct, sys
 def half(): return struct.pack("d", sys.float_info.min * float(sys.argv[2]))
@@ -49,7 +49,7 @@ def configure(options, folder, definitions):
 
 
 def build(options, folder, c_compiler, cxx_compiler, flags, config_flags, linker_flags):
-    """The library that was built, or null and the output on standard output."""
+    """Returns the library that was built; on failure prints the output and returns None."""
     definitions = {"CMAKE_C_COMPILER": c_compiler, "CMAKE_CXX_COMPILER": cxx_compiler,
                    "CMAKE_SHARED_LINKER_FLAGS": linker_flags}
     for language in ("C", "CXX"):

@@ -4,14 +4,14 @@
 
 #include <cstdint>
 
-// Counts the failure; prints the first ones.
+// Counts the failure, and prints it if it is one of the first.
 void reportFailure(const char* file, int line, const char* what);
 uint64_t failureCount();
 
 #define SOAK_CHECK(condition) \
     ((condition) ? static_cast<void>(0) : reportFailure(__FILE__, __LINE__, #condition))
 
-// A small seeded generator, one for each thread: runs differ in timing only.
+// A small seeded generator. Each thread has its own, so runs differ only in timing.
 class Random {
   public:
     explicit Random(uint64_t seed) : state(seed) {}

@@ -1,6 +1,6 @@
-// The soak's side process: loads the library (argument 1), uses it and unloads it, until its
-// standard input ends. Prints one line a second: loads, resident and heap bytes, descriptors. Not
-// linked with the library, because it could then not be unloaded.
+// The soak's second process: loads, uses and unloads the library (argument 1) until its standard
+// input is closed. Prints a line each second: loads, resident and heap bytes, descriptors. It is
+// not linked with the library, because then the library could not be unloaded.
 #include <dlfcn.h>
 #include <poll.h>
 #include <unistd.h>
@@ -29,7 +29,7 @@ Function symbol(void* library, const char* name) {
     return reinterpret_cast<Function>(found);
 }
 
-// One family after the other that keeps something for the process: pools, locks, caches.
+// Uses the families that keep something for the process: pools, locks, caches.
 void use(void* library) {
     symbol<void (*)()>(library, "vn_threadInit")();
     void* set = symbol<void* (*)()>(library, "VN_TimestampSet_ctor")();

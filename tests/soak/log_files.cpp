@@ -52,7 +52,7 @@ void LogFiles::check(const std::string& file) {
     remove(file.c_str());
 }
 
-// A thread's lines stand in the order written, so each number must be the next one.
+// A thread's lines are in the order in which it wrote them, so each number must be the next one.
 void LogFiles::checkLine(const char* line) {
     size_t thread = next.size();
     uint64_t number = 0;

@@ -1,4 +1,4 @@
-// The log of all the threads: rotated as logrotate does it, and read line by line.
+// The log of all threads: rotates it like logrotate and checks every line.
 #ifndef VN_TESTS_SOAK_LOG_FILES_H
 #define VN_TESTS_SOAK_LOG_FILES_H
 
@@ -8,14 +8,14 @@
 
 class LogFiles {
   public:
-    // Sets the process's logger up to write into the folder.
+    // Makes the process's logger write to a file in the folder.
     LogFiles(const std::string& folder, size_t threads);
 
-    // Moves the file away and sends SIGHUP. What was moved away the time before is read and
-    // removed now: a line that was being written at that moment had the time to arrive.
+    // Renames the file and sends SIGHUP. Then reads and removes the file of the rotation before: by
+    // now it has the lines that were being written at that moment.
     void rotate();
 
-    // With everything written: reads the rest. written is the number of lines of each thread.
+    // Called after the last line: reads the rest. written has the number of lines of each thread.
     void finish(const std::vector<uint64_t>& written);
 
     uint64_t linesFound() const;

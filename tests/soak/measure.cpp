@@ -21,7 +21,7 @@ constexpr double mebibyte = 1048576;
 constexpr Quantity quantities[] = {
     {"resident MiB", &Sample::residentBytes, mebibyte, 0.02, 1 * mebibyte},
     {"heap in use MiB", &Sample::heapBytes, mebibyte, 0.02, 0.25 * mebibyte},
-    {"descriptors", &Sample::descriptors, 1, 0, 3},  // a few are open for a moment only
+    {"descriptors", &Sample::descriptors, 1, 0, 3},  // a few are open only for a moment
 };
 
 double median(const std::vector<Sample>& samples, size_t from, size_t to, double Sample::*value) {

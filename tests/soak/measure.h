@@ -12,12 +12,12 @@ struct Sample {
     double descriptors;
 };
 
-// Of this process.
+// Samples this process.
 Sample measure();
 
-// Prints what the samples say, and returns whether they are flat: the median of the last quarter
-// is no more than a little above the median of the second one (the first is for warming up). With
-// less than 40 samples only the descriptors are judged.
+// Prints a summary of the samples and returns whether they are flat: the median of the last quarter
+// may exceed that of the second one only a little (the first is for warming up). With fewer than 40
+// samples only the descriptors are checked.
 bool reportFlatness(const char* process, const std::vector<Sample>& samples);
 
 #endif

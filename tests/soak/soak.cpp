@@ -1,6 +1,6 @@
-// Eight threads go through every family at once while the log is rotated each second and another
-// process loads and unloads the library. Results are verified as they come; memory and descriptors
-// of both processes must be flat at the end.
+// Eight threads use every family at once, while the log is rotated each second and another process
+// loads and unloads the library. Checks every result; at the end the memory and the descriptors of
+// both processes must be flat.
 #include <vncommon/log.h>
 #include <vncommon/threads.h>
 
@@ -31,7 +31,7 @@ constexpr size_t workerCount = 8;
 
 std::atomic<uint64_t> failures{0};
 
-// The side process, which ends when its standard input does.
+// The process that loads and unloads the library. It ends when its standard input is closed.
 class Loader {
   public:
     Loader(const char* program, const char* library) {
@@ -57,7 +57,7 @@ class Loader {
         output = fromChild[0];
     }
 
-    // Takes in what it has printed meanwhile.
+    // Reads the lines that the process has printed since the last call.
     void read() {
         char piece[512];
         for (ssize_t got; (got = ::read(output, piece, sizeof piece)) > 0;) {
@@ -171,7 +171,8 @@ class Soak {
     std::vector<Sample> samples;
 };
 
-// Before anything looks at them: the texts below hold for UTF-8, and connections may end.
+// Called first: the expected texts are those of UTF-8, and a closed connection must not end the
+// process.
 void prepareProcess() {
     setenv("LC_ALL", "C.UTF-8", 1);
     signal(SIGPIPE, SIG_IGN);

@@ -96,7 +96,7 @@ double randomDouble(Random& random) {
     }
 }
 
-// Adds random values to the writer and returns their text, each after a comma except the first.
+// Adds random values to the writer and returns their text, separated by commas.
 std::string addFields(VN_EventWriter* writer, Random& random, int depth) {
     std::string text;
     for (uint32_t left = random.below(5); left > 0; --left) {
@@ -129,7 +129,7 @@ using Function = double (*)(double);
 constexpr Function functions[] = {vn_exp,  vn_log,  vn_log10, vn_cbrt, vn_sin,  vn_cos,  vn_tan,
                                   vn_atan, vn_sinh, vn_tanh,  vn_erf,  vn_frac, vn_asinh};
 
-// The same bits every time, on every thread.
+// Every call on every thread must return the same bits as the first one.
 struct MathsTable {
     static constexpr size_t points = 64;
     uint64_t bits[std::size(functions)][points];

@@ -1,5 +1,5 @@
-// The families without shared state. Each call does a little random work with one of them and
-// compares it with the standard library's answer.
+// The families without shared state. Each function does a little random work with one of them and
+// compares the results with the standard library's.
 #ifndef VN_TESTS_SOAK_TEXT_AND_CONTAINERS_H
 #define VN_TESTS_SOAK_TEXT_AND_CONTAINERS_H
 

@@ -26,7 +26,7 @@ constexpr char configText[] =
     "[second]\n"
     "b = 2\n";
 
-// The message of a call that should have worked; none on success.
+// Checks that a call returned no message, and frees it.
 void expectNone(char* message, const char* call) {
     if (message != nullptr) {
         fprintf(stderr, "soak: %s: %s\n", call, message);
@@ -35,7 +35,7 @@ void expectNone(char* message, const char* call) {
     }
 }
 
-// A connection of the thread with itself.
+// A connection that a thread has with itself.
 class Loopback {
   public:
     Loopback() {
@@ -90,7 +90,7 @@ class Loopback {
     int port = 0;
 };
 
-// Sets stamped here are mostly destroyed by another thread, and join that thread's pool.
+// Most sets are destroyed by another thread and then join that thread's pool.
 void putSet(Shared& shared, uint64_t token) {
     VN_TimestampSet* set = VN_TimestampSet_ctor();
     VN_TimestampSet_addNow(set, 1);
@@ -137,7 +137,7 @@ void useQueue(Shared& shared, Random& random) {
     }
 }
 
-// A logger is created, reopened by SIGHUPs and destroyed, concurrently with those of other threads.
+// Creates, reopens by SIGHUP and destroys a logger, while other threads do the same.
 void useOwnLogger(const Worker& worker) {
     const std::string name = worker.shared->folder + "/own" + std::to_string(worker.number);
     FileLogger* logger = FileLogger_ctor();
@@ -276,7 +276,8 @@ void useQuickFamilies(Random& random) {
     useAllocation(random);
 }
 
-// One of those that make system calls, so that the rest has its share of the time.
+// Uses one family that makes system calls. Only one in turn, so that the other families get their
+// share of the time.
 void useOneSlowFamily(const Worker& worker, Loopback& loopback, uint64_t round) {
     switch (round % 32) {
         case 0:

@@ -1,4 +1,4 @@
-// One of the threads that go through every family.
+// A thread that uses every family in turn.
 #ifndef VN_TESTS_SOAK_WORKER_H
 #define VN_TESTS_SOAK_WORKER_H
 
@@ -9,10 +9,11 @@
 
 #include "soak/checks.h"
 
-// What went through the queue: equal at the end for what was put in and what was taken out.
+// Summary of the elements that were put into the queue, or taken out of it. Both must be equal at
+// the end.
 struct Tally {
     std::atomic<uint64_t> count{0};
-    std::atomic<uint64_t> sum{0};  // of a hash of each element: which elements they were
+    std::atomic<uint64_t> sum{0};  // of the elements' hashes, to identify the elements
 
     void add(uint64_t token) {
         count.fetch_add(1, std::memory_order_relaxed);
@@ -20,7 +21,7 @@ struct Tally {
     }
 };
 
-// What the threads have in common.
+// The data that all threads share.
 struct Shared {
     explicit Shared(const std::string& workFolder);
     ~Shared();
@@ -29,9 +30,9 @@ struct Shared {
 
     std::string folder;
     std::atomic<bool> stop{false};
-    vn_qtsQueue queue;  // of timestamp sets on their way from one thread to another
+    vn_qtsQueue queue;  // passes timestamp sets from thread to thread
     Tally put, taken;
-    vn_Mutex configLock;  // the configuration is the process's, and not locked
+    vn_Mutex configLock;  // the process-wide configuration has no lock
 };
 
 struct Worker {

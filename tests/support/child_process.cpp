@@ -62,7 +62,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     if (!options.workingDirectory.empty() && chdir(options.workingDirectory.c_str()) != 0) {
         _exit(126);
     }
-    // By its own name: under valgrind "/proc/self/exe" itself would start valgrind.
+    // Not "/proc/self/exe" itself: under valgrind that would start valgrind.
     char program[4096];
     const ssize_t length = readlink("/proc/self/exe", program, sizeof program - 1);
     if (length > 0) {
@@ -72,7 +72,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     _exit(127);
 }
 
-// Reads both pipes until they close; kills the child when the time is over.
+// Reads both pipes until they close; kills the child after the time limit.
 void collect(pid_t pid, int out, int err, int timeoutSeconds, ChildResult& result) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     pollfd pipes[2] = {{out, POLLIN, 0}, {err, POLLIN, 0}};

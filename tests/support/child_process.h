@@ -1,5 +1,5 @@
-// Runs a piece of a test in a fresh process: the test program starts itself again, so that the
-// child sees library load, environment, signals and first calls as a new program does.
+// Runs part of a test in a fresh process. The test program starts itself again, so the child has
+// the library load, environment, signals and first calls of a new program.
 //
 //     VN_CHILD(printsAndExits) { puts("hello"); return 3; }
 //
@@ -18,9 +18,9 @@
 struct ChildOptions {
     // Variables to set; an absent value unsets the variable. The rest is inherited.
     std::map<std::string, std::optional<std::string>> environment = {};
-    std::vector<std::string> arguments = {};  // handed to the child's body
+    std::vector<std::string> arguments = {};  // passed to the child's body
     std::string workingDirectory = {};        // empty: the parent's
-    int timeoutSeconds = 120;                 // then the child is killed: signal is SIGKILL
+    int timeoutSeconds = 120;                 // after it the child is killed: signal is SIGKILL
 };
 
 struct ChildResult {
@@ -35,7 +35,7 @@ using ChildBody = int (*)(const ChildArguments& arguments);
 
 bool registerChild(const char* name, ChildBody body);
 
-// For main(): runs the body and gives its status when this process is a child.
+// For main(): if this process is a child, runs its body, sets status and returns true.
 bool runAsChild(int argc, char** argv, int& status);
 ChildResult runChild(const std::string& name, const ChildOptions& options = {});
 

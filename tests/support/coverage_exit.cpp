@@ -1,5 +1,5 @@
 // Part of the library in coverage builds only: writes the counters of processes that end by a
-// signal or by _exit(), which are the ends of most failures.
+// signal or by _exit(), as most failures do.
 #include <signal.h>
 
 #include <cstdlib>
@@ -15,7 +15,7 @@ void __gcov_dump(void);
 
 namespace {
 
-// Writing needs memory; gcov's functions crash without it. Then the counters are lost.
+// gcov's functions crash if they get no memory. Without memory the counters are lost.
 bool hasMemory() {
     void* volatile block = malloc(size_t{64} * 1024);
     free(block);
@@ -28,12 +28,12 @@ void dumpCounters() {
     }
 }
 
-// On return the signal comes again, to the default action.
+// When it returns, the signal is raised again, with its default action.
 void dumpOnSignal(int) {
     dumpCounters();
 }
 
-// Leaves the handlers of others alone: a Java virtual machine has some.
+// Does not replace the handlers of other code, such as those of a Java virtual machine.
 [[gnu::constructor]] void installHandlers() {
     at_quick_exit(dumpCounters);
     for (const int number : {SIGABRT, SIGILL}) {

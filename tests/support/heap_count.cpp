@@ -40,7 +40,7 @@ void callAtFree(void (*hook)()) {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
-// The sanitizers own malloc; they call back. Declared here because g++ brings no header for it.
+// The sanitizers replace malloc, but offer hooks. Declared here because g++ has no header for them.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(
     void (*onMalloc)(const volatile void* block, size_t size),
     void (*onFree)(const volatile void* block));
@@ -58,7 +58,7 @@ void onMalloc(const volatile void* block, size_t) {
 
 #else
 
-// Visible to the shared libraries of the program, whose calls are meant.
+// Exported, so that the calls of shared libraries come here, too.
 #pragma GCC visibility push(default)
 extern "C" {
 

@@ -5,13 +5,13 @@
 
 #include <cstdint>
 
-uint64_t heapAllocations();  // malloc, calloc, realloc and aligned forms that gave a block
-uint64_t heapFrees();        // free of a block
+uint64_t heapAllocations();  // malloc, calloc, realloc and aligned forms that returned a block
+uint64_t heapFrees();        // free of a block, not of null
 
-// Called at the start of every free of a block; null for no more.
+// Sets a function that every free of a block calls first; null removes it.
 void callAtFree(void (*hook)());
 
-// The calls since construction.
+// Counts the calls since its construction.
 class HeapCount {
   public:
     HeapCount() : allocations_(heapAllocations()), frees_(heapFrees()) {}

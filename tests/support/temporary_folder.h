@@ -1,4 +1,4 @@
-// A folder for one test, with everything that was put into it removed at the end.
+// A folder for one test, removed with its contents at the end.
 #ifndef VN_TESTS_SUPPORT_TEMPORARY_FOLDER_H
 #define VN_TESTS_SUPPORT_TEMPORARY_FOLDER_H
 
@@ -20,7 +20,7 @@ class TemporaryFolder {
     const std::string& path() const { return folder; }
     std::string operator/(const std::string& name) const { return folder + "/" + name; }
 
-    // Writes the file, making its folders, and returns its full name.
+    // Creates the folders of the file, writes the file and returns its full name.
     std::string write(const std::string& name, const std::string& text) const {
         const std::filesystem::path file = folder + "/" + name;
         std::filesystem::create_directories(file.parent_path());

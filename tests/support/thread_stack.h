@@ -1,5 +1,5 @@
-// Runs a function in a thread whose stack is a block made here: of a chosen size, with a page below
-// it that may not be touched, and painted, so that what was used of it can be counted afterwards.
+// Runs a function in a thread whose stack is allocated here. The stack has a given size and a guard
+// page below it. It is filled with a pattern, so that its used part can be measured afterwards.
 #ifndef VN_TESTS_SUPPORT_THREAD_STACK_H
 #define VN_TESTS_SUPPORT_THREAD_STACK_H
 
@@ -24,8 +24,8 @@ class ThreadStack {
     ThreadStack(const ThreadStack&) = delete;
     ThreadStack& operator=(const ThreadStack&) = delete;
 
-    // Returns when the thread has ended. What the C library puts at the top of the stack (the
-    // thread's descriptor, thread-local variables) is part of what is used.
+    // Returns when the thread has ended. The used part includes the data that the C library puts at
+    // the top of the stack: the thread's descriptor and thread-local variables.
     template <class Body>
     void run(Body body) {
         pthread_attr_t attributes;

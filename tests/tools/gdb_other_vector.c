@@ -1,4 +1,4 @@
-/* Not the library's: another record of a name that it uses. */
+/* Another record with the name of one of the library's. */
 struct Vector {
     int size;
 } otherVector = {3};

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""gdb finds the printers by itself and shows the records of gdb_records through them:
+"""Checks that gdb finds the printers by itself and uses them for the records of gdb_records:
 gdb_printers_test.py PROGRAM LIBRARY PRINTERS PAGE
 
-The session on the PAGE of the manual is held with the same program."""
+Also repeats the session on the PAGE of the manual with the same program."""
 import os
 import pathlib
 import re
@@ -18,7 +18,7 @@ SKIPPED = 77
 
 
 def gdb(folder, *commands):
-    """What gdb prints for each command, once the program has stopped where the records are."""
+    """Returns gdb's output for each command after the program has stopped in lookAtThem()."""
     arguments = ["gdb", "-nx", "-batch", "-iex", f"set auto-load safe-path {folder}",
                  "-iex", f"set auto-load scripts-directory {folder}",
                  "-iex", "set debuginfod enabled off", "-iex", "set width 0",
@@ -34,7 +34,7 @@ def gdb(folder, *commands):
 
 
 def auto_load_folder(top):
-    """As the installation lays it out: the script's name is the full path of the library."""
+    """Copies the script like the installation: its name contains the full path of the library."""
     script = pathlib.Path(f"{top}{LIBRARY}-gdb.py")
     script.parent.mkdir(parents=True)
     shutil.copy(PRINTERS, script)

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-// Called for gdb alone.
+// Empty: gdb sets a breakpoint here.
 extern "C" [[gnu::noinline]] void lookAtThem() {
     asm volatile("");
 }
@@ -71,7 +71,7 @@ VN_TimestampSet* makeStamps() {
 
 }  // namespace
 
-// What a record holds that nobody has initialised: zeroes, or anything.
+// Records that were not initialised: zeroes, garbage, or a size with an invalid pointer.
 struct Records {
     Vector vector;
     HashMap map;
@@ -97,7 +97,7 @@ int main() {
     CStringBuffer buffer;
     vn_strbufInit(&buffer, 0);
     vn_strbufAppendString(&buffer, "some \"text\"");
-    CStringBuffer beyond;  // the size is beyond the text
+    CStringBuffer beyond;  // the size exceeds the text
     vn_strbufInit(&beyond, 0);
     vn_strbufAppendString(&beyond, "abc");
     beyond.size = 1000000;

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""vninfo on control-group trees, environments and configuration files made for it."""
+"""Tests vninfo with control-group trees, environments and configuration files of the test."""
 import json
 import os
 import pathlib
@@ -198,7 +198,7 @@ class Limits(Base):
 
 
 class NotConsidered(Base):
-    """What narrows the process, too, but has no say in what the library finds."""
+    """Limits of the process that the library does not consider."""
 
     @staticmethod
     def parents(resource, version):

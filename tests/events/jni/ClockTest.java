@@ -41,7 +41,7 @@ public final class ClockTest {
         }
     }
 
-    /** A virtual machine binds a library to one class loader; a second one is told so. */
+    /** A virtual machine binds a library to one class loader; a second one gets an error. */
     private static void checkSecondClassLoader(String library, String jar) throws Exception {
         URL[] path = {new java.io.File(jar).toURI().toURL()};
         try (URLClassLoader loader = new URLClassLoader(path, null)) {

@@ -102,7 +102,7 @@ int never(int known) {
 }
 
 #ifdef __cplusplus
-/* A cast marks a result as ignored; gcc warns even then in C11. */
+/* In C++ a cast to void marks a result as ignored. gcc warns in spite of it in C11. */
 void ignored(HashMap* map);
 void ignored(HashMap* map) {
     (void)VN_ConfigFile_Load(nullptr, nullptr);

@@ -1,4 +1,4 @@
-/* Uses the library before main, in an object without a priority, and until after main. */
+/* Uses the library before and after main(), in an object without an init priority. */
 #include <vncommon/vncommon.h>
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-/* The archive within a shared object. */
+/* A shared object that contains the static library. */
 #include <vncommon/vncommon.h>
 
 int plugin(void);

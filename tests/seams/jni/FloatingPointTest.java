@@ -1,7 +1,7 @@
 /**
- * Loads the library (argument 1), which must not change how Java computes, and a native library
- * (argument 2) that prints what the library gives in this process. Argument 2 may be built with
- * -ffast-math, so that its load changes the mode of this thread.
+ * Loads the library (argument 1), which must not change how Java computes. Then loads a native
+ * library (argument 2) that prints the library's results in this process. Argument 2 may be built
+ * with -ffast-math; its load then changes the floating-point mode of this thread.
  */
 public final class FloatingPointTest {
     private static native void printResults();

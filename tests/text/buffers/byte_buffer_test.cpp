@@ -1,4 +1,4 @@
-// The byte buffer: contents against std::string, sizes of the block against the rule.
+// The byte buffer: contents compared with std::string, block sizes with the growth rule.
 #include <gtest/gtest.h>
 #include <vncommon/buffers.h>
 #include <vncommon/failure.h>
@@ -114,7 +114,7 @@ TEST(ByteBuffer, InsertsAtTheStart) {
 }
 
 TEST(ByteBuffer, SourceMayLieInTheBlock) {
-    for (const uint64_t capacity : {10u, 20u, 21u, 1000u}) {  // growing and not
+    for (const uint64_t capacity : {10u, 20u, 21u, 1000u}) {  // with and without growth
         Buffer buffer(capacity);
         buffer.append("0123456789");
         vn_bytebufAppendBytes(&buffer, buffer.data, buffer.size);
@@ -146,7 +146,7 @@ TEST(ByteBuffer, TruncationShrinksAWastefulBlockWithoutAMinimum) {
         vn_bytebufTruncate(&buffer, newSize);
         EXPECT_EQ(buffer.capacity, expected) << capacity << " to " << newSize;
         EXPECT_EQ(buffer.bytes(), std::string(newSize, 'x'));
-        vn_bytebufAppendByte(&buffer, 'y');  // also from a block of no bytes
+        vn_bytebufAppendByte(&buffer, 'y');  // also grows an empty block
         EXPECT_EQ(buffer.bytes(), std::string(newSize, 'x') + 'y');
     }
 }

@@ -1,4 +1,4 @@
-// The string buffer: contents against std::string, sizes of the block against the rule.
+// The string buffer: contents compared with std::string, block sizes with the growth rule.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,7 +22,7 @@ const char* const outOfMemoryText =
     "Fatal error: malloc or similar returned null - this suggests the process has run out of "
     "memory\n";
 
-// The exported function, where the compiler would put the header's in place of the call.
+// Calls the exported function; the compiler would inline the header's.
 void (*volatile exportedAppendChar)(CStringBuffer*, int) = vn_strbufAppendChar;
 
 const char* volatile nothing = nullptr;  // hides null and empty formats from the compiler
@@ -88,7 +88,7 @@ struct TemporaryFile {
 
 }  // namespace
 
-// ---- Life ----
+// ---- Construction and destruction ----
 
 TEST(StringBuffer, InitMakesAnEmptyString) {
     CStringBuffer buffer;
@@ -153,7 +153,7 @@ TEST(StringBuffer, TakesANewBlockWhenItGrows) {
     const char* before = buffer.data;
     buffer.append(std::string(19, 'x'));
     EXPECT_EQ(buffer.data, before);
-    buffer.append("");  // an empty append at the very edge grows nothing
+    buffer.append("");  // an empty append to a full block does not grow it
     EXPECT_EQ(buffer.capacity, 20u);
     buffer.append("y");
     EXPECT_NE(buffer.data, before);
@@ -179,7 +179,7 @@ VN_CHILD(appendBeyond64Bits) {
 }
 
 TEST(StringBuffer, ImpossibleSizesEndTheProcess) {
-    // size + n overflows; need + need / 2 overflows; a capacity that fits but that nobody has.
+    // size + n overflows; need + need / 2 overflows; more memory than any machine has.
     for (const char* length :
          {"18446744073709551615", "18446744073709551611", "13000000000000000000",
           "12297829382473034406", "6000000000000000000"}) {
@@ -278,7 +278,7 @@ TEST(StringBuffer, AppendBufTakesTheString) {
 // ---- Sources inside the buffer ----
 
 TEST(StringBuffer, AppendsItself) {
-    for (const uint64_t capacity : {0u, 3u, 4u, 1000u}) {  // growing and not
+    for (const uint64_t capacity : {0u, 3u, 4u, 1000u}) {  // with and without growth
         Buffer buffer(capacity);
         buffer.append("ab");
         for (int i = 0; i < 8; ++i) {
@@ -294,7 +294,7 @@ TEST(StringBuffer, AppendsItself) {
 }
 
 TEST(StringBuffer, SourceMayLieInTheBlock) {
-    for (const uint64_t capacity : {14u, 40000u}) {  // growing and not
+    for (const uint64_t capacity : {14u, 40000u}) {  // with and without growth
         const std::string start = "0;\"2\n45\\789";
         const auto check = [&](const char* name, const std::string& added, auto append) {
             Buffer buffer(capacity);
@@ -433,7 +433,7 @@ TEST(StringBuffer, EmptyResultOfAppendVAAddsItsLimit) {
     EXPECT_EQ(buffer.capacity, 15003u);
     EXPECT_EQ(buffer.text(), "ab" + std::string(10000, '\0'));
 
-    // The byte that is cleared is counted from the start of the block.
+    // Compat: clears the byte at the limit, counted from the start of the block, not of the append.
     Buffer longer;
     longer.append(std::string(20000, 'x'));
     appendVA(&longer, "%s", "");
@@ -476,7 +476,7 @@ TEST(StringBuffer, EscapesEveryByte) {
 TEST(StringBuffer, EscapesReserveForTheWorstCase) {
     Buffer buffer;
     vn_strbufAppendStringEscape(&buffer, "123456789");
-    EXPECT_EQ(buffer.capacity, 20u);  // 18 < 20
+    EXPECT_EQ(buffer.capacity, 20u);  // twice 9 bytes fit into 20
     Buffer grown;
     vn_strbufAppendStringEscape(&grown, "1234567890");
     EXPECT_EQ(grown.capacity, 40u);
@@ -491,8 +491,8 @@ TEST(StringBuffer, EscapesReserveForTheWorstCase) {
 }
 
 TEST(StringBuffer, EscapesEverythingAtAnyLengthAndPlace) {
-    // Every length around the widths that are copied at once, all special or with one special
-    // character, so that the block is filled to its last byte.
+    // Every length around the sizes that are copied at once. The text has one special character, or
+    // only special ones, which fill the block to its last byte.
     for (size_t length = 0; length < 70; ++length) {
         for (const char special : {'\n', '\r', '"', '\\', ';'}) {
             for (size_t at = 0; at <= length; ++at) {
@@ -612,7 +612,7 @@ TEST(StringBuffer, ShrinkingKeepsOnlyTheString) {
     EXPECT_EQ(buffer.data[100], '\0');
 }
 
-// ---- Everything together, against a model ----
+// ---- Random operations, compared with a model ----
 
 namespace {
 
@@ -642,7 +642,7 @@ class CapacityModel {
     }
 };
 
-// Does the same to both.
+// Applies one operation to the buffer and to the model.
 void change(uint64_t operation, const std::string& text, Buffer& buffer, CapacityModel& model) {
     switch (operation) {
         case 0:

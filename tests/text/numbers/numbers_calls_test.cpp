@@ -123,7 +123,7 @@ TEST(CallsTest, Scientific) {
               none);
 }
 
-// The general conversion: a lock for each new power of five, nothing once they are there.
+// The general conversion takes a lock for each new power of five, and none once they all exist.
 TEST(CallsTest, GeneralConversion) {
     auto convert = [](char* buffer, double x) { (void)vn_g_fmt_fixed(buffer, 512, -1, x); };
     const Calls first = callsForSamples(convert);

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks the texts that numbers_print gives against python's own conversions."""
+"""Compares the texts that numbers_print prints with python's own conversions."""
 import decimal
 import math
 import struct
@@ -39,7 +39,7 @@ def named(x):
 
 
 def fixed(x, places):
-    """The exact value, rounded by exact decimal arithmetic."""
+    """Rounds the exact value by decimal arithmetic."""
     if named(x):
         return named(x)
     exact = decimal.Decimal(x).quantize(decimal.Decimal(1).scaleb(-places))

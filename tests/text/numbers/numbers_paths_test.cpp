@@ -1,4 +1,4 @@
-// The formatters against the general path, and the reader against the C library's.
+// Compares the formatters with the general path, and the reader with the C library's.
 //
 // VN_SOAK=10000000 makes it a soak test with this number of random doubles.
 #include <vncommon/numbers.h>
@@ -20,7 +20,7 @@ namespace {
 
 using Formatter = char* (*)(char*, unsigned, int, double);
 
-// Result and every byte of the buffer are the same on both ways.
+// Both paths return the same result and leave the same bytes in the whole buffer.
 void expectSame(Formatter fast, Formatter general, unsigned size, int precision, double x) {
     char one[512];
     char other[512];
@@ -74,7 +74,7 @@ TEST(PathsTest, HardDoublesAtEveryPrecision) {
     }
 }
 
-// Every distance between the bits of a double and the point, with ties and their neighbours.
+// All positions of a double's bits relative to the point, with ties and their neighbours.
 TEST(PathsTest, EveryMagnitudeToEveryPlace) {
     Random random(77);
     for (int exponent = -130; exponent <= 66; ++exponent) {
@@ -123,7 +123,7 @@ void expectSameReading(const std::string& text) {
     EXPECT_EQ(read(vn_strtod, text), read(readDouble, text)) << text;
 }
 
-// The C library's range error for subnormal results is not ours.
+// The C library reports a range error for subnormal results; ours does not.
 void expectLikeTheLibrary(const std::string& text) {
     Reading wanted = read(strtod, text);
     const double value = fromBits(wanted.bits);
@@ -138,7 +138,7 @@ std::string printed(const char* format, int precision, long double x) {
     return text;
 }
 
-// Exactly between x and the double above it, and a last digit to either side.
+// The text of the value halfway between x and the next double, and the texts just below and above.
 std::vector<std::string> aroundMidpoint(double x) {
     const double above = std::nextafter(x, std::numeric_limits<double>::infinity());
     const long double midpoint =
@@ -198,7 +198,7 @@ TEST(ReaderPathsTest, RandomDigits) {
     }
 }
 
-// Results around the subnormals from long integers.
+// Long integers whose values are near the subnormal numbers.
 TEST(ReaderPathsTest, SubnormalsOfManyDigits) {
     Random random(6);
     for (uint64_t left = sampleCount(10'000); left > 0; --left) {
@@ -212,8 +212,8 @@ TEST(ReaderPathsTest, SubnormalsOfManyDigits) {
 
 __extension__ typedef unsigned __int128 Wide;
 
-// digits * 2^exponent, rounded to the nearest double, ties to even. The C library is no oracle
-// here: glibc 2.36 reads 0xff8bfd0970cdacp-1078 as ...cda units of 2^-1074, although .c is left.
+// digits * 2^exponent, rounded to the nearest double, ties to even. Not computed by the C library:
+// glibc 2.36 rounds 0xff8bfd0970cda.c units of 2^-1074 down, not up.
 double nearestDouble(Wide digits, int exponent) {
     int bits = 0;
     while (bits < 128 && digits >> bits != 0) {
@@ -291,7 +291,8 @@ TEST(ReaderPathsTest, LongTexts) {
     }
 }
 
-// For exponents that netlib does not distinguish, the fast path must return the same as netlib.
+// netlib treats all very large exponents alike, even if many digits make up for them. The fast path
+// must return the same.
 TEST(ReaderPathsTest, ExponentsThatLongDigitsMakeUpFor) {
     expectSameReading(std::string("0.").append(20'500, '0') + "1e20500");
     expectSameReading(std::string("1").append(20'500, '0') + "e-20500");

@@ -1,5 +1,5 @@
-// Prints samples and their texts for numbers_oracle.py, one sample a line: the bits, the shortest
-// text, the fixed texts to 0, 2 and 17 places, the scientific ones to 1, 6 and 17 digits.
+// Prints samples and their texts for numbers_oracle.py. One line per sample: the bits, the shortest
+// text, the fixed texts with 0, 2 and 17 places, the scientific ones with 1, 6 and 17 digits.
 #include <vncommon/numbers.h>
 
 #include <cinttypes>

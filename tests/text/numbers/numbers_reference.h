@@ -1,5 +1,5 @@
-// The formatters once more, slow and independent of the library's layout: netlib's digits, put
-// together from strings.
+// A second, slow implementation of the formatters: takes netlib's digits and lays them out with
+// strings, independently of the library.
 #ifndef VN_TESTS_TEXT_NUMBERS_NUMBERS_REFERENCE_H
 #define VN_TESTS_TEXT_NUMBERS_NUMBERS_REFERENCE_H
 
@@ -36,7 +36,7 @@ inline std::string exponent(int value) {
     return text;
 }
 
-// The digits with the point inside, or with zeros up to it.
+// The digits with the point among them, or with zeros between the digits and the point.
 inline std::string aroundPoint(const Decimal& decimal) {
     const auto length = static_cast<int>(decimal.digits.size());
     if (decimal.point >= length) {
@@ -96,7 +96,7 @@ inline std::string scientificText(int count, double x) {
     return withSign(x, text + exponent(decimal.point - 1));
 }
 
-// What does not fit leaves its first characters.
+// If the text does not fit, the buffer gets its first characters, and the result is null.
 inline char* put(char* buffer, unsigned size, const std::string& text) {
     memcpy(buffer, text.c_str(), std::min<size_t>(text.size() + 1, size));
     return text.size() < size ? buffer : nullptr;
@@ -119,7 +119,7 @@ inline char* scientific(char* buffer, unsigned size, int precision, double x) {
         return nullptr;
     }
     const int count = std::clamp(precision, 1, vncommon::largestPrecision);
-    if (x == 0) {  // it fits whole, or its first two characters alone are written
+    if (x == 0) {  // if it does not fit, only its first two characters are written
         const std::string text = "0." + zeros(count - 1) + "e+00";
         return put(buffer, text.size() < size ? size : 2, text);
     }

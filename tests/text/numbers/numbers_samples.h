@@ -37,8 +37,8 @@ inline void addWithNeighbours(std::vector<double>& samples, double x) {
     }
 }
 
-// Powers of two and of ten with their neighbours, the ends of the ranges, values on and beside the
-// ties of roundings to some digits, and numbers that people write.
+// Powers of two and of ten with their neighbours, the ends of the ranges, ties of decimal rounding
+// with their neighbours, and short decimal numbers.
 inline std::vector<double> hardSamples() {
     std::vector<double> samples = {0.0, -0.0, std::numeric_limits<double>::infinity(),
                                    -std::numeric_limits<double>::infinity(), std::nan("")};
@@ -70,7 +70,7 @@ inline std::vector<double> hardSamples() {
             samples.push_back(-(i * 7919 + 1) / scale);
         }
     }
-    for (int length = 1; length <= 21; ++length) {  // 9, 99, 999... the edge of every length
+    for (int length = 1; length <= 21; ++length) {  // the largest number of each length
         const std::string nines(static_cast<size_t>(length), '9');
         for (const char* exponent : {"", "e-5", "e-10", "e-20", "e5"}) {
             addWithNeighbours(samples, strtod((nines + exponent).c_str(), nullptr));
@@ -79,7 +79,7 @@ inline std::vector<double> hardSamples() {
     return samples;
 }
 
-// Random bits, money, integers of every size, short decimals, values around a decimal tie.
+// Random bits, amounts of money, integers of every size, short decimals, values near a decimal tie.
 inline double randomSample(Random& random) {
     switch (below(random, 6)) {
         case 0:
@@ -100,7 +100,7 @@ inline double randomSample(Random& random) {
     }
 }
 
-// How many random samples: few in the suite, as many as VN_SOAK says in a soak.
+// The number of random samples: VN_SOAK if it is set, else the given one.
 inline uint64_t sampleCount(uint64_t inSuite) {
     const char* soak = getenv("VN_SOAK");
     return soak == nullptr ? inSuite : strtoull(soak, nullptr, 10);

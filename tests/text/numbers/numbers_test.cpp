@@ -1,4 +1,4 @@
-// The formatters, the reader and the decimal operations, text by text.
+// The formatters, the reader and the decimal operations, by single cases.
 #include <vncommon/numbers.h>
 
 #include <gtest/gtest.h>
@@ -39,8 +39,8 @@ std::string scientific(double x, int precision) {
 
 using Formatter = char* (*)(char*, unsigned, int, double);
 
-// The text fits exactly when it and its terminator do, and not a byte beyond size is touched.
-// What does not fit leaves its first characters.
+// The call succeeds exactly when the text and its terminator fit, and it never writes past size. If
+// the text does not fit, the buffer gets its first characters.
 void expectExactFit(Formatter format, int precision, double x, const std::string& text) {
     for (unsigned size = 0; size <= text.size() + 4; ++size) {
         std::vector<char> buffer(text.size() + 8, '#');
@@ -374,7 +374,7 @@ TEST(ReaderTest, Hexadecimal) {
     expectRead("0x1.fffffffffffffp1023", 1.7976931348623157e308, 22);
 }
 
-// The last bits decide: every one below the highest bit lost counts.
+// Rounding must consider every bit that is cut off, not only the highest one.
 TEST(ReaderTest, HexadecimalRounding) {
     expectRead("0x1.00000000000008p0", 1, 20);                    // a tie goes to even
     expectRead("0x1.00000000000018p0", 0x1.0000000000002p0, 20);  // a tie goes to even
@@ -456,7 +456,7 @@ TEST(DecimalTest, NamedValues) {
 
 constexpr uint64_t decimalSign = uint64_t{1} << 63;
 
-// Sign, coefficient and exponent in the encoding for coefficients below 2^53.
+// A decimal64 in the encoding for coefficients below 2^53.
 uint64_t decimal(uint64_t coefficient, int exponent) {
     return static_cast<uint64_t>(exponent + 398) << 53 | coefficient;
 }
@@ -477,7 +477,7 @@ TEST(DecimalTest, PrintsWhatIsStored) {
 }
 
 TEST(DecimalTest, LongestText) {
-    // 9999999999999999 is beyond 2^53: the other encoding, exponent 2 bits further down.
+    // 9999999999999999 exceeds 2^53, so it has the other encoding: the exponent is 2 bits lower.
     const uint64_t largest = uint64_t{3} << 61 | uint64_t{767 - 398 + 398} << 51 |
                              (uint64_t{9999999999999999} & ((uint64_t{1} << 51) - 1));
     EXPECT_EQ(decimalText(largest), "+9999999999999999E+369");
@@ -500,7 +500,7 @@ TEST(DtoaLocksTest, LockAndUnlock) {
     EXPECT_EQ(freeBallocLock(), 0);
 }
 
-// A second thread waits for each lock, and for that one only.
+// A second thread waits for a held lock, but not for the other one.
 TEST(DtoaLocksTest, KeepOtherThreadsOut) {
     struct Lock {
         int (*acquire)();
@@ -536,7 +536,7 @@ TEST(DtoaLocksTest, SlotsAreNullOutsideOfConversions) {
     EXPECT_EQ(vn_ThreadLocal_get(&dtoa_threadLocalMemLeft), nullptr);
 }
 
-// Conversions that use the scratch area, the free lists, the heap and the powers of five at once.
+// Concurrent conversions that use the scratch area, the free lists, the heap and powers of five.
 TEST(ConcurrencyTest, ManyThreadsConvert) {
     const std::string digits(17000, '3');
     auto convert = [&digits] {

@@ -1,5 +1,5 @@
-// The fast paths for numbers with few places, compared with the general conversion: the same bytes,
-// or a refusal.
+// The fast paths for numbers with few places must return the bytes of the general conversion, or
+// reject the number.
 #include "text/numbers/short_decimal.h"
 
 #include <gtest/gtest.h>
@@ -16,13 +16,13 @@
 
 namespace {
 
-// Not inlined: g++ 12 warns about positions of the gap that do not occur.
+// Not inlined: g++ 12 would warn about positions of the gap that do not occur.
 [[gnu::noinline]] std::string laidOut(char* (*layOut)(const vncommon::Digits&),
                                       const vncommon::Digits& digits) {
     return std::string(digits.text, layOut(digits));
 }
 
-// Empty when the fast path does not take x.
+// Empty if the fast path rejects x.
 std::string fast(double x) {
     std::string text(64, '#');
     vncommon::Digits digits;
@@ -32,7 +32,7 @@ std::string fast(double x) {
     return (std::signbit(x) ? "-" : "") + laidOut(vncommon::layOutShortest, digits);
 }
 
-// The fast path gives the general text or nothing, and the formatters the general text.
+// The fast path gives the general text or rejects x; the formatters give the general text.
 void expectRight(double x) {
     const std::string text = reference::shortestText(x);
     const std::string quick = fast(x);
@@ -61,7 +61,7 @@ TEST(ShortDecimal, LeavesTheRest) {
     }
 }
 
-// Empty when exact scaling does not take x.
+// Empty if exact scaling rejects x.
 std::string scaled(double x, int places) {
     std::string text(64, '#');
     vncommon::Digits digits;

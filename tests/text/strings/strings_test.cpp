@@ -1,4 +1,4 @@
-// Integer parsing against exact 128-bit arithmetic over a grammar, and the other text functions.
+// Integer parsing, compared with a grammar and exact 128-bit arithmetic; the other text functions.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <vncommon/strings.h>
@@ -24,7 +24,7 @@ struct Outcome {
 
 enum class Sign { minus, plus };
 
-// Collects the whole run of digits first and judges the value afterwards, unlike the parsers.
+// The expected result. Unlike the parsers, collects all digits first and computes the value then.
 Outcome expected(const std::string& text, Sign sign) {
     const std::string decimal = "0123456789";
     const size_t blanks = std::min(text.find_first_not_of(" \t"), text.size());
@@ -153,7 +153,7 @@ TEST(Integers, ErrorsLeaveTheEndAndErrnoAlone) {
     }
 }
 
-// Around every power of two and ten, with each prefix that a number may or may not have.
+// Numbers near every power of two and ten, with all valid and some invalid prefixes.
 TEST(Integers, BoundaryTexts) {
     const auto digitsOf = [](Wide value, int base) {
         std::string text;
@@ -282,7 +282,7 @@ TEST(RTrim, WritesOneTerminatorAndNothingElse) {
 
 TEST(RTrim, WritesNothingWhenNothingIsCut) {
     for (const char* constant : {"ab", "", " a"}) {
-        vn_rtrim(const_cast<char*>(constant));  // in memory that cannot be written
+        vn_rtrim(const_cast<char*>(constant));  // in read-only memory
     }
 }
 
@@ -325,11 +325,11 @@ void expectEscaped(const std::string& text) {
     ASSERT_EQ(wanted, escaped.get());
     const std::unique_ptr<void, void (*)(void*)> asLarge(malloc(block), free);
     ASSERT_GE(malloc_usable_size(escaped.get()), block);
-    // malloc may leave a remainder with a block that is too small to stand alone.
+    // glibc: malloc leaves a remainder with the block if it is too small for a separate block.
     ASSERT_LE(malloc_usable_size(escaped.get()), malloc_usable_size(asLarge.get()) + 16);
 }
 
-// Enough of each for a wrong measure to show in the size of the block.
+// Long enough that a wrong length for one character shows in the size of the block.
 TEST(XmlEscape, MeasuresEveryKind) {
     for (const char c : std::string("\"&'<>a\t\n\r\x01\x1f")) {
         expectEscaped(std::string(100, c));

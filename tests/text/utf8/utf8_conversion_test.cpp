@@ -1,4 +1,4 @@
-// The locale's code page (in fresh processes: it is read once), UTF-16, and comparison.
+// The locale's code page (in fresh processes, because a process reads it once), UTF-16, comparison.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pty.h>
@@ -295,7 +295,8 @@ TEST(CaseCmp, OfAsciiIsThatOfThePlatform) {
     EXPECT_LT(vn_UTF8CaseCmp("ABC", "abd"), 0);
 }
 
-// As strcasecmp of this thread's locale has it, with I against i anywhere.
+// Whether vn_UTF8CaseCmp and strcasecmp agree in this thread's locale, with I and i at any
+// position.
 bool comparesLikeThePlatform() {
     for (size_t size = 1; size < 140; ++size) {
         std::string a(size, 'x');
@@ -314,9 +315,8 @@ bool comparesLikeThePlatform() {
     return true;
 }
 
-// strcasecmp folds by the locale, and so must we: in Turkish, I and i are different letters (but
-// for the strcasecmp that the sanitizers put in its place). The locale may change, and each thread
-// may have its own.
+// strcasecmp folds by the locale, and so must we: in Turkish, I and i are different letters. (The
+// sanitizers' strcasecmp ignores that.) The locale can change, and each thread can have its own.
 VN_CHILD(compareInTurkish) {
     if (!comparesLikeThePlatform()) {
         return 1;
@@ -325,7 +325,7 @@ VN_CHILD(compareInTurkish) {
         return 77;
     }
     if (tolower('I') == 'i') {
-        return 2;  // a locale that proves nothing
+        return 2;  // the locale does not fold as expected
     }
     bool same = comparesLikeThePlatform();
     std::thread([&] { same &= comparesLikeThePlatform(); }).join();
@@ -370,7 +370,7 @@ TEST(CaseCmp, LongTexts) {
     }
 }
 
-// Two texts of one size, equal but for case, each with a guarded page directly after its
+// Two texts of one size that differ only in case, each with a guarded page directly after its
 // terminator.
 class GuardedPair {
   public:
@@ -407,15 +407,15 @@ TEST(CaseCmp, EveryPairOfAsciiBytesAtTheEndOfAPage) {
     }
 }
 
-// The texts are not well-formed as soon as they are not ASCII, so that they equal each other.
+// Texts here that are not ASCII are malformed, and malformed texts compare as equal.
 void expectAsDefined(const GuardedPair& pair) {
     const bool ascii = vn_isAscii(pair.a) != 0 && vn_isAscii(pair.b) != 0;
     ASSERT_EQ(vn_UTF8CaseCmp(pair.a, pair.b), ascii ? strcasecmp(pair.a, pair.b) : 0);
     ASSERT_EQ(vn_UTF8CaseCmp(pair.b, pair.a), ascii ? strcasecmp(pair.b, pair.a) : 0);
 }
 
-// I against i, letters and others that differ, bytes that only look like a letter in another case,
-// the end of one text, and bytes beyond ASCII.
+// Changes the texts at each position: I and i, other characters that differ, non-letters whose
+// codes differ like letters of two cases, the end of one text, and bytes above 127.
 TEST(CaseCmp, ReadsNothingAfterTheTerminators) {
     const std::string pairs[] = {
         "Ii", "iI", "ab", "Ab", "[{", "@`", "x\x7F", std::string("x\0", 2), "\xC3\xC3", "\xFFy"};
@@ -442,7 +442,7 @@ TEST(CaseCmp, FoldsBeyondAscii) {
     EXPECT_GT(vn_UTF8CaseCmp("z", "\xC3\xA4"), 0);                // a with diaeresis sorts as a
     EXPECT_LT(vn_UTF8CaseCmp("\xC3\xA4", "z"), 0);
     EXPECT_LT(vn_UTF8CaseCmp("z", "\xCE\xB1"), 0);
-    // Code-unit order: U+FFFD above the surrogates that stand for U+1F600.
+    // The order is that of UTF-16 code units: U+FFFD is above the surrogates of U+1F600.
     EXPECT_GT(vn_UTF8CaseCmp("\xEF\xBF\xBD", "\xF0\x9F\x98\x80"), 0);
 }
 

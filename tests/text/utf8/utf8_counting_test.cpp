@@ -1,4 +1,5 @@
-// vn_UTF8Length and vn_UTF8CountChars against a walk from lead byte to lead byte, over any bytes.
+// Compares vn_UTF8Length and vn_UTF8CountChars with a walk from lead byte to lead byte, also over
+// malformed text.
 #include <gtest/gtest.h>
 #include <vncommon/utf8.h>
 
@@ -44,8 +45,8 @@ int modelOfCount(const char* text, size_t size) {
     return count;
 }
 
-// A truncated last character makes the walk pass the terminator. The model sees the same bytes
-// there, and they end it.
+// The bytes after the text. A truncated last character makes the walk step over the terminator;
+// these bytes then end the walk, of the model too.
 const std::string after("\0ab\0\0\0\0", 7);
 
 std::string bytesOf(const char* text, size_t size) {
@@ -107,10 +108,10 @@ TEST(Counting, EverySequenceOfUpToThreeBytes) {
     }
 }
 
-// The edges of every range.
+// The limits of every range of bytes.
 constexpr int edges[] = {0x00, 0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC1, 0xC2,
                          0xDF, 0xE0, 0xE1, 0xED, 0xEF, 0xF0, 0xF1, 0xF3, 0xF4, 0xF5, 0xFF};
-// One byte of each kind.
+// One byte of each class.
 constexpr int kinds[] = {0x00, 0x41, 0x80, 0xA5, 0xC3, 0xE0, 0xED, 0xF0, 0xF4, 0xFE};
 
 std::string repeated(const std::string& character, size_t size) {
@@ -123,7 +124,8 @@ std::string repeated(const std::string& character, size_t size) {
 
 const std::string fillers[] = {"x", "\xC3\xA9", "\xE4\xBD\xA0", "\xF0\x9F\x98\x80"};
 
-// In texts that are long enough for the vectors, at the front, in the middle and at the end.
+// Puts the sequence at the start, in the middle and at the end of a text that is long enough for
+// the vector code.
 template <class Check>
 void inLongTexts(size_t size, Check check) {
     for (const std::string& filler : fillers) {
@@ -200,7 +202,8 @@ std::string randomText(std::mt19937& random, size_t size) {
     return text;
 }
 
-// With bytes that break characters but do not end the walk, and now and then with any.
+// Changes some bytes of the text to bytes that break characters but do not end the walk, and in
+// some texts to any byte.
 void damage(std::mt19937& random, std::string& text) {
     const char leads[] = {'x', '\xC3', '\xC0', '\xE0', '\xED', '\xF0', '\xF4'};
     for (size_t faults = random() % 6; faults > 0; --faults) {
@@ -233,7 +236,7 @@ TEST(Counting, RandomAndDamagedTexts) {
 
 TEST(Counting, BytesAtRandom) {
     std::mt19937 random(20260105);
-    std::vector<char> leads;  // what does not end the walk
+    std::vector<char> leads;  // bytes that do not end the walk
     for (int byte = 1; byte < 0xF5; byte += byte == 0x7F ? 0x41 : 1) {
         leads.push_back(static_cast<char>(byte));
     }
@@ -246,7 +249,7 @@ TEST(Counting, BytesAtRandom) {
     }
 }
 
-// Long text is counted in stretches: characters, faults and ends at every joint.
+// Long text is counted in blocks: tests characters, faults and ends at every block boundary.
 TEST(Counting, AcrossStretches) {
     for (const std::string& filler : fillers) {
         for (size_t shift = 0; shift < 4; ++shift) {
@@ -265,7 +268,7 @@ TEST(Counting, AcrossStretches) {
     }
 }
 
-// Nothing, whole text and text with a cut last character, directly before a guarded page.
+// Empty, whole and truncated text directly before a guarded page.
 TEST(Counting, ReadsNothingOutsideTheText) {
     GuardedMemory memory;
     const auto page = static_cast<size_t>(memory.end() - memory.begin());

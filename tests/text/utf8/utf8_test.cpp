@@ -1,4 +1,4 @@
-// Byte-order mark and stepping.
+// The byte-order mark, and stepping from character to character.
 #include <gtest/gtest.h>
 #include <vncommon/utf8.h>
 
@@ -17,7 +17,7 @@ int lengthOfLead(int byte) {
     return byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
 }
 
-// A lead byte with room for whatever length it claims.
+// A lead byte, followed by enough bytes for the longest character.
 std::string padded(int byte) {
     return std::string(1, static_cast<char>(byte)) + "ABCDEFGH";
 }

@@ -1,4 +1,4 @@
-// Validation against the definition of UTF-8 by decoding, and the kernels against each other.
+// Validation, compared with a decoder; the kernels, compared with each other.
 #include <gtest/gtest.h>
 #include <vncommon/utf8.h>
 
@@ -15,8 +15,7 @@ namespace {
 
 using vncommon::Utf8Kernel;
 
-// The oracle decodes and asks whether the shortest form was used; unlike most definitions it
-// lets surrogates pass.
+// Decodes and checks for the shortest form. Compat: surrogates are valid here, unlike in Unicode.
 bool isValidByDecoding(const uint8_t* bytes, size_t size) {
     for (size_t i = 0; i < size;) {
         const uint32_t lead = bytes[i];
@@ -79,7 +78,7 @@ TEST(IsUTF8, KnownCases) {
     EXPECT_EQ(vn_isUTF8("\xF4\x90\x80\x80"), 0);
     EXPECT_EQ(vn_isUTF8("\xF4\x8F\xBF\xBF"), 1);
     EXPECT_EQ(vn_isUTF8("text \xC3"), 0);
-    EXPECT_EQ(vn_isUTF8("\xC3\0\xA9"), 0);  // the terminator is no continuation
+    EXPECT_EQ(vn_isUTF8("\xC3\0\xA9"), 0);  // the terminator is not a continuation byte
 }
 
 TEST(IsUTF8, EverySequenceOfUpToThreeBytes) {
@@ -105,7 +104,7 @@ TEST(IsUTF8, EverySequenceOfUpToThreeBytes) {
     }
 }
 
-// The edges of every range, and one byte from inside of each.
+// The limits of every range, and one byte inside each.
 const std::vector<int> sweepBytes = {0x01, 0x41, 0x7F, 0x80, 0x81, 0x8F, 0x90, 0x91, 0x9F, 0xA0,
                                      0xA1, 0xBE, 0xBF, 0xC0, 0xC1, 0xC2, 0xC3, 0xDF, 0xE0, 0xE1,
                                      0xEC, 0xED, 0xEE, 0xEF, 0xF0, 0xF1, 0xF3, 0xF4, 0xF5, 0xFF};
@@ -161,7 +160,7 @@ TEST(IsAscii, NeedsEveryTopBitClear) {
     }
 }
 
-// Long text is walked in stretches: characters and faults lie across every joint.
+// Long text is checked in blocks: tests characters and faults across every block boundary.
 TEST(IsUTF8, AcrossStretches) {
     for (const uint32_t c : {0xE9U, 0x20ACU, 0xD800U, 0x1F600U}) {
         const std::string character = encode(c);
@@ -235,7 +234,8 @@ void expectKernelsAgree(const char* text, size_t size) {
     ASSERT_EQ(vncommon::isAsciiBytes(text, size), ascii);
 }
 
-// Whole, with one byte changed anywhere, at both guards and at every alignment.
+// Tests unchanged texts and texts with one changed byte, next to both guards and at every
+// alignment.
 TEST(Kernels, AgreeAtEveryLengthAndAlignment) {
     GuardedMemory memory;
     std::mt19937 random(20260101);
@@ -272,8 +272,8 @@ TEST(Kernels, ReadNothingOutsideTheTerminatedText) {
     }
 }
 
-// Every pair, and the sweep of four, at every place in a vector: after ASCII and after text that
-// leaves the vector code on its long way.
+// Tests all pairs, and the sweep of four bytes, at every position in a vector: after ASCII text and
+// after text that needs the slow path of the vector code.
 TEST(Kernels, AgreeOnFaultsAtEveryPlace) {
     for (const char* filler : {"x", "\xC3\xA9", "\xF0\x9F\x98\x80"}) {
         std::string text;

@@ -16,7 +16,7 @@ const std::set<uint32_t> whiteSpace = {
     0xA0,   0x1680, 0x180E, 0x2000, 0x2001, 0x2002, 0x2003, 0x2004, 0x2005, 0x2006,
     0x2007, 0x2008, 0x2009, 0x200A, 0x2028, 0x2029, 0x202F, 0x205F, 0x3000};
 
-// In a given number of bytes, so that longer forms than necessary can be made too.
+// Encodes in the given number of bytes, also if that is more than necessary.
 std::string encodeIn(size_t length, uint32_t c) {
     if (length == 1) {
         return std::string(1, static_cast<char>(c));
@@ -92,7 +92,7 @@ TEST(RTrim, KnownCases) {
     EXPECT_EQ(trimmed("  x"), 3U);
 }
 
-// In a block of exactly its size, so that a sanitizer sees a read before the start.
+// The text has a block of exactly its size: a sanitizer reports a read before the start.
 TEST(RTrim, ReadsNothingBeforeTheStart) {
     for (const uint32_t c : whiteSpace) {
         const std::string character = encode(c);
@@ -106,7 +106,7 @@ TEST(RTrim, ReadsNothingBeforeTheStart) {
     }
 }
 
-// A model over whole characters.
+// The model trims lists of whole characters.
 TEST(WhiteSpace, RandomTexts) {
     std::mt19937 random(20260103);
     const std::vector<uint32_t> spaces(whiteSpace.begin(), whiteSpace.end());
