@@ -575,7 +575,7 @@ VN_CHILD(privateCopies) {
     return 0;
 }
 
-TEST_F(ConfigFileSearch, PrivateCopiesStandBesideTheSharedOne) {
+TEST_F(ConfigFileSearch, PrivateCopiesDoNotReplaceTheSharedOne) {
     const ChildResult child =
         runChild("privateCopies", {.arguments = {folder.write("shared.conf", "shared\n"),
                                                  folder.write("private.conf", "private\n")}});

@@ -203,7 +203,7 @@ VN_CHILD(growsAndEndsMaps) {
     return 0;
 }
 
-TEST(HashMapMemory, OneMapAfterTheOtherTakesNoMultiples) {
+TEST(HashMapMemory, ConsecutiveMapsReuseMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "sanitizers keep freed memory";
 #endif
@@ -222,7 +222,7 @@ TEST(HashMapOfStrings, ComparesWhenHashesCollide) {
     EXPECT_EQ(vn_HashMap_findValue(map.get(), b.c_str()), word(2));
 }
 
-TEST(HashMapOfStrings, TellsStringsWithOneHashApartWhereverTheyDiffer) {
+TEST(HashMapOfStrings, DistinguishesStringsWithTheSameHash) {
     const auto [a, b] = twoWithOneHash();
     for (size_t before = 0; before < 36; ++before) {
         for (size_t behind = 0; behind < 36; ++behind) {
@@ -235,7 +235,7 @@ TEST(HashMapOfStrings, TellsStringsWithOneHashApartWhereverTheyDiffer) {
     }
 }
 
-TEST(HashMapOfStrings, TellsAStringFromALongerOneWithOneHash) {
+TEST(HashMapOfStrings, DistinguishesALongerStringWithTheSameHash) {
     for (const size_t before : {0U, 9U, 10U, 26U}) {
         const auto [shorter, longer] = oneAndLongerWithOneHash(std::string(before, '<'));
         ASSERT_EQ(plainStringHash(shorter), plainStringHash(longer));
@@ -260,7 +260,7 @@ TEST(StringKeys, HashIsTheSumOfSignedBytes) {
     }
 }
 
-TEST(StringKeys, HashReadsNothingInThePageBehind) {
+TEST(StringKeys, HashReadsNothingInTheNextPage) {
     GuardedMemory memory;
     memset(memory.begin(), 'x', static_cast<size_t>(memory.end() - memory.begin()));
     for (size_t length = 0; length < 70; ++length) {

@@ -49,7 +49,7 @@ TEST(Tags, MatchWhereTheyAreEqual) {
     EXPECT_EQ(matches(outgrown, tagOf(0)), 0U);
 }
 
-TEST(Tags, TellTheUsedSlots) {
+TEST(Tags, CountTheUsedSlots) {
     std::mt19937_64 random(2);
     for (uint32_t used = 0; used <= bucketSlots; ++used) {
         EXPECT_EQ(usedSlots(randomTags(random, used)), used);
@@ -63,7 +63,7 @@ TEST(Tags, AreAbove127ForEveryHash) {
     }
 }
 
-TEST(Buckets, HavePartsOfTheirOwn) {
+TEST(Buckets, HaveSeparateParts) {
     for (const uint32_t mask : {3U, 4U, 7U, 1023U}) {
         const Buckets buckets = makeBuckets(mask, vn_String_compare);
         std::set<const void*> places;

@@ -283,7 +283,7 @@ TEST(HashMapOfWords, FollowsTheModel) {
     followTheModel(2000, {0, 20, 64}, false);
 }
 
-TEST(HashMapOfWords, TakesEveryWordAndComparesNothingBehindIt) {
+TEST(HashMapOfWords, TakesEveryWordAndComparesOnlyTheWord) {
     const Map map(vn_HashMap_ctor(nullptr, nullptr, nullptr, nullptr, 0, 0));
     const char text[] = "text";
     const char same[] = "text";

@@ -111,7 +111,7 @@ TEST(Queue, MaximumOfOne) {
     EXPECT_EQ(queue.remove(), 3u);
 }
 
-TEST(Queue, BatchTellsWhatDidNotFit) {
+TEST(Queue, BatchReturnsHowManyDidNotFit) {
     Queue queue(8);
     queue.add(1);
     queue.add(2);

@@ -242,7 +242,7 @@ TEST(EventWriterText, HoldsANulCharacterAsItIs) {
     free(whole);
 }
 
-TEST(EventWriterEscaping, HappensOnlyAsAWhole) {
+TEST(EventWriterEscaping, EscapesEverythingOrNothing) {
     EXPECT_EQ(stringText(""), "\"\"");
     EXPECT_EQ(stringText("plain"), "\"plain\"");
     EXPECT_EQ(stringText("tab\there\nand there\r"), "\"tab\there\nand there\r\"");
@@ -268,7 +268,7 @@ TEST(EventWriterEscaping, SeesEveryPlaceOfAString) {
     }
 }
 
-TEST(EventWriterText, OfUnformattedTextStandsAsItIs) {
+TEST(EventWriterText, OfUnformattedTextIsNotChanged) {
     const Writer writer = event();
     VN_EventWriter_addUnformatted(writer.get(), "a\"b\\c\n");
     VN_EventWriter_addAnyType(writer.get(), "sequence<string>");
@@ -407,7 +407,7 @@ TEST(EventWriterAny, NamesTheTypeOfItsValue) {
     EXPECT_EQ(anyText(11, nullptr), "any(invalid,)");
 }
 
-TEST(EventWriterAny, NamesEventsByTheirOwnNameButOptionals) {
+TEST(EventWriterAny, NamesEventsByTheirNameExceptOptionals) {
     EXPECT_EQ(anyText(8, event("Tick").release()), "any(Tick,Tick())");
     EXPECT_EQ(anyText(8, event("optional<integer>").release()), "any(callers,optional<integer>())");
     EXPECT_EQ(anyText(8, event("optional").release()), "any(callers,optional())");

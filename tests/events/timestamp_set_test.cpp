@@ -437,7 +437,7 @@ VN_CHILD(lastInFirstOut) {
     return testing::Test::HasFailure() ? 1 : 0;
 }
 
-TEST(TimestampSet, PoolsGiveOutLastWhatCameFirst) {
+TEST(TimestampSet, PoolsAreLastInFirstOut) {
     const ChildResult child =
         runChild("lastInFirstOut",
                  {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
@@ -484,7 +484,7 @@ VN_CHILD(everyPooledEntry) {
     return testing::Test::HasFailure() ? 1 : 0;
 }
 
-TEST(TimestampSet, EveryPooledEntryCanBeHad) {
+TEST(TimestampSet, EveryPooledEntryIsReused) {
     const ChildResult child =
         runChild("everyPooledEntry",
                  {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});
@@ -514,7 +514,7 @@ VN_CHILD(lastInFirstOutAcrossSets) {
     return testing::Test::HasFailure() ? 1 : 0;
 }
 
-TEST(TimestampSet, EntriesComeOutLastInFirstOutWhicheverSetAsks) {
+TEST(TimestampSet, EntriesAreLastInFirstOutAcrossSets) {
     const ChildResult child =
         runChild("lastInFirstOutAcrossSets",
                  {.environment = {{"VN_ASSUME_CPUS", "1"}, {"VN_OBJECTPOOL_DISABLED", {}}}});

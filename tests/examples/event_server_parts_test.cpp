@@ -63,7 +63,7 @@ std::vector<std::string> expectedSplit(const std::string& stream) {
     return told;
 }
 
-TEST(LineSplitter, TellsTheSameHoweverTheStreamIsCut) {
+TEST(LineSplitter, ResultsDoNotDependOnThePieces) {
     std::mt19937 random(1);
     for (int round = 0; round < 500; ++round) {
         std::string stream;
@@ -141,7 +141,7 @@ TEST(StageLatencies, AreTheTimesBetweenTheStamps) {
     EXPECT_EQ(latencies.of(Received).maximum(), 280u);
 }
 
-TEST(TaskQueue, HoldsBackWhoPutsMoreThanItHolds) {
+TEST(TaskQueue, PutWaitsWhileItIsFull) {
     vn_threadInit();
     TaskQueue queue(2);
     static Request* const marks = reinterpret_cast<Request*>(4096);

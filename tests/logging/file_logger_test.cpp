@@ -794,7 +794,7 @@ TEST(FileLogger, UsesAGivenMutexAndLeavesItAlone) {
     vn_Mutex_destroy(&shared);
 }
 
-TEST(FileLogger, FreesTheMutexBeforeWhoeverItBelongedTo) {
+TEST(FileLogger, FreesThePreviousMutexWhoeverOwnsIt) {
     auto* given = static_cast<vn_Mutex*>(malloc(sizeof(vn_Mutex)));  // freed by the second call
     vn_Mutex_init(given);
     vn_Mutex last;

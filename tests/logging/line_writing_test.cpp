@@ -143,7 +143,7 @@ VN_CHILD(logsToAClosedPipe) {
     return 0;
 }
 
-TEST(LineWriting, AClosedPipeIsTheProcesssDecision) {
+TEST(LineWriting, AClosedPipeRaisesASignalUnlessIgnored) {
     const ChildResult ignoring = runChild("logsToAClosedPipe", {.arguments = {"ignored"}});
     EXPECT_EQ(ignoring.exitStatus, 0);
     EXPECT_EQ(linesOf(ignoring.err).size(), 1u);

@@ -171,7 +171,7 @@ VN_CHILD(choosesFiles) {
     return 0;
 }
 
-TEST(Log, HandsOnWhatTheDestinationIsToBe) {
+TEST(Log, PassesTheDestinationOn) {
     const TestDirectory directory;
     const ChildResult child = runChild("choosesFiles", {.workingDirectory = directory.file("")});
     EXPECT_EQ(child.err, "Unable to open logfile \"/no/such/loud\": No such file or directory\n");

@@ -533,7 +533,7 @@ VN_CHILD(assumeAgain) {
     return 0;
 }
 
-TEST(AssumedCpus, AreAskedForOnce) {
+TEST(AssumedCpus, AreReadOnce) {
     EXPECT_EQ(runChild("assumeAgain", {.environment = {{"VN_ASSUME_CPUS", "6"}}}).out, "6 6");
 }
 

@@ -259,7 +259,7 @@ VN_CHILD(fatalIntoABuffer) {
     return 0;
 }
 
-TEST(FatalTexts, LeaveABufferedStandardErrorBeforeTheEnd) {
+TEST(FatalTexts, AreFlushedFromABufferedStandardError) {
     const std::string errorTexts =
         "(strerror(errno)=No such file or directory)\n(strerror(errcode)=";
     const std::string uninitialised = "C threading library used without first being initialised\n";
@@ -512,13 +512,13 @@ VN_CHILD(count) {
     return 0;
 }
 
-TEST(MemoryCounter, StopsAtTheDecisionUnlessAsked) {
+TEST(MemoryCounter, StopsAtTheFirstCheckUnlessEnabled) {
     for (const char* form : {"member", "function"}) {
         EXPECT_EQ(run("count", {form}).out, "1 0 100 0 0 100 0 0");
     }
 }
 
-TEST(MemoryCounter, GoesOnWhenAsked) {
+TEST(MemoryCounter, ContinuesWhenEnabled) {
     for (const char* form : {"member", "function"}) {
         for (const char* value : {"", "0", "yes"}) {
             const ChildResult child =

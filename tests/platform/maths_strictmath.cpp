@@ -29,7 +29,7 @@ double unary(double x, double) {
     return function(x);
 }
 
-// vn_bankerRound returns an int64_t, so only results in that range are compared.
+// vn_bankerRound returns an int64_t. Outside that range this returns FDLIBM's rint.
 double bankerRound(double x, double) {
     const double limit = 9223372036854775808.0;
     if (!(x >= -limit && x < limit)) {

@@ -281,7 +281,7 @@ TEST(StackTrace, PrintsSixtyFourFramesAtMost) {
     EXPECT_EQ(linesOfTraces(child.out), std::vector<size_t>{64});
 }
 
-TEST(StackTrace, PrintsWhatADeeperTraceLeft) {
+TEST(StackTrace, PrintsLeftoverFramesOfADeeperTrace) {
     const ChildResult child =
         runChild("tracesPretendedFrames", {.arguments = {"1", "5", "20", "3", "63", "64", "2"}});
     EXPECT_EQ(linesOfTraces(child.out), (std::vector<size_t>{0, 4, 19, 19, 62, 64, 64}));

@@ -244,7 +244,7 @@ VN_CHILD(noDescriptors) {
     return 0;
 }
 
-TEST(Sockets, NoSocketToBeHad) {
+TEST(Sockets, FailureToCreateASocketIsReported) {
     EXPECT_EQ(runChild("noDescriptors").out,
               "Failed to create network socket.\nFailed to create listening socket.\n");
 }

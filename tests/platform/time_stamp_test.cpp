@@ -196,7 +196,7 @@ TEST_F(TimeStamp, LeapSecondIsSixty) {
     EXPECT_STREQ(timeStampAt(&cache, 1483228800 + 26, 1), "2016-12-31 23:59:60.001");
 }
 
-TEST(TimeStampAfterFork, IsThereWhateverOtherThreadsDid) {
+TEST(TimeStampAfterFork, ChildrenCanFormatDates) {
     const ChildResult child = runChild("forksWhileThreadsFormatDates", {.timeoutSeconds = 60});
     EXPECT_EQ(child.exitStatus, 0) << child.err;
     EXPECT_EQ(child.signal, 0);

@@ -17,7 +17,7 @@ uint64_t firstNumberOfThisThread(void* library) {
 }
 
 // More rounds than a process has thread-local slots.
-TEST(Unload, GivesTheThreadLocalSlotsBack) {
+TEST(Unload, FreesItsThreadLocalSlots) {
     for (int round = 0; round < PTHREAD_KEYS_MAX + 10; ++round) {
         void* library = dlopen(VN_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << dlerror();
@@ -29,7 +29,7 @@ TEST(Unload, GivesTheThreadLocalSlotsBack) {
 }
 
 // The first time stamp installs fork handlers, which must be removed at unload.
-TEST(Unload, LeavesNothingThatForksCall) {
+TEST(Unload, RemovesItsForkHandlers) {
     for (int round = 0; round < 3; ++round) {
         void* library = dlopen(VN_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << dlerror();

@@ -276,8 +276,7 @@ void useQuickFamilies(Random& random) {
     useAllocation(random);
 }
 
-// Uses one family that makes system calls. Only one in turn, so that the other families get their
-// share of the time.
+// Uses a family that makes system calls, but only in a few rounds, because such families are slow.
 void useOneSlowFamily(const Worker& worker, Loopback& loopback, uint64_t round) {
     switch (round % 32) {
         case 0:

@@ -407,7 +407,7 @@ TEST(StringBuffer, AppendVABeyondItsLimitCountsWhatItDoesNotWrite) {
     EXPECT_EQ(buffer.data[12000], 'y');
 }
 
-TEST(StringBuffer, SizeBeyondTheBlockIsMadeGoodByTheNextAppend) {
+TEST(StringBuffer, NextAppendGrowsABlockThatTheSizeExceeds) {
     Buffer buffer;
     appendVA(&buffer, "%s", std::string(50000, 'x').c_str());
     EXPECT_EQ(buffer.size, 50000u);

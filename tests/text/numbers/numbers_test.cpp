@@ -61,7 +61,7 @@ TEST(ShortestTest, Zeros) {
     EXPECT_EQ(shortest(-0.0), "-0");
 }
 
-TEST(ShortestTest, NoZeroStandsBeforeThePoint) {
+TEST(ShortestTest, NoZeroBeforeThePoint) {
     EXPECT_EQ(shortest(0.5), ".5");
     EXPECT_EQ(shortest(0.1), ".1");
     EXPECT_EQ(shortest(-0.001), "-.001");

@@ -212,7 +212,7 @@ TEST(Integers, EveryByteAtEveryPlace) {
     }
 }
 
-TEST(Integers, EveryTextOfThreeTellingBytes) {
+TEST(Integers, EveryTextOfFourSpecialBytes) {
     const std::string bytes = std::string("09a Fg xX+-\t\n.") + '\xFF';
     for (const char a : bytes) {
         for (const char b : bytes) {
