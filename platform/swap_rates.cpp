@@ -20,17 +20,17 @@ std::atomic<double> lastSwapOutRate;
 constexpr uint64_t readingHoldsFor = 100;  // milliseconds
 constexpr int malformedLine = 9;
 
-void countPages(const char* digits, uint64_t now, std::atomic<uint64_t>& lastCount,
+void countPages(const char* digits, uint64_t milliseconds, std::atomic<uint64_t>& lastCount,
                 std::atomic<double>& lastRate) {
     const auto count = static_cast<uint64_t>(strtoll(digits, nullptr, 10));
     const auto pages = static_cast<double>(count - lastCount);
-    const auto seconds = static_cast<double>(now - lastOSStatTime) / 1000.0;
+    const auto seconds = static_cast<double>(milliseconds) / 1000.0;
     lastRate = pages / seconds;
     lastCount = count;
 }
 
-// 0 after both counters were found or the file has ended.
-int readCounters(FILE* file, uint64_t now) {
+// 0 after both counters were found or the file has ended. milliseconds: since the last reading.
+int readCounters(FILE* file, uint64_t milliseconds) {
     char line[256];
     for (int found = 0; found < 2 && fgets(line, sizeof line, file) != nullptr;) {
         char* blank = strchr(line, ' ');
@@ -39,10 +39,10 @@ int readCounters(FILE* file, uint64_t now) {
         }
         *blank = '\0';
         if (strcmp(line, "pswpin") == 0) {
-            countPages(blank + 1, now, lastSwapInCount, lastSwapInRate);
+            countPages(blank + 1, milliseconds, lastSwapInCount, lastSwapInRate);
             ++found;
         } else if (strcmp(line, "pswpout") == 0) {
-            countPages(blank + 1, now, lastSwapOutCount, lastSwapOutRate);
+            countPages(blank + 1, milliseconds, lastSwapOutCount, lastSwapOutRate);
             ++found;
         }
     }
@@ -55,12 +55,14 @@ namespace vncommon {
 
 int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate) {
     const auto now = static_cast<uint64_t>(vn_sys_time());
-    if (lastOSStatTime + readingHoldsFor < now) {
+    // Read once: another thread may store a later time, and the difference below must be positive.
+    const uint64_t lastTime = lastOSStatTime;
+    if (lastTime + readingHoldsFor < now) {
         FILE* file = fopen(vmstatPath, "re");
         if (file == nullptr) {
             return errno;
         }
-        const int result = readCounters(file, now);
+        const int result = readCounters(file, now - lastTime);
         fclose(file);
         lastOSStatTime = static_cast<uint64_t>(vn_sys_time());
         if (result != 0) {
