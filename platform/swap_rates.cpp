@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/float_environment.h"
 #include "platform/process_sources.h"
 
 namespace {
@@ -20,12 +21,14 @@ std::atomic<double> lastSwapOutRate;
 constexpr uint64_t readingHoldsFor = 100;  // milliseconds
 constexpr int malformedLine = 9;
 
+[[gnu::noinline]] double perSecond(uint64_t pages, uint64_t milliseconds) {
+    return static_cast<double>(pages) / (static_cast<double>(milliseconds) / 1000.0);
+}
+
 void countPages(const char* digits, uint64_t milliseconds, std::atomic<uint64_t>& lastCount,
                 std::atomic<double>& lastRate) {
     const auto count = static_cast<uint64_t>(strtoll(digits, nullptr, 10));
-    const auto pages = static_cast<double>(count - lastCount);
-    const auto seconds = static_cast<double>(milliseconds) / 1000.0;
-    lastRate = pages / seconds;
+    lastRate = vncommon::inDefaultFloatMode<perSecond>(count - lastCount, milliseconds);
     lastCount = count;
 }
 

@@ -1,6 +1,7 @@
-// Swap rates while another thread reads them, too. Each test reads in a fresh process, because the
-// last reading is kept for the life of one.
+// Swap rates while another thread reads them, too, and while exceptions trap. Each test reads in a
+// fresh process, because the last reading is kept for the life of one.
 #include <fcntl.h>
+#include <fenv.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,6 +27,8 @@ Rates rates(const std::string& path) {
     read.result = vncommon::swapRates(path.c_str(), &read.in, &read.out);
     return read;
 }
+
+constexpr int cannotTrap = 2;
 
 }  // namespace
 
@@ -57,7 +60,26 @@ VN_CHILD(otherThreadReadsMeanwhile) {
                : 1;
 }
 
+// 1 when the call fails or the exceptions do not trap any more.
+VN_CHILD(readsWhileExceptionsTrap) {
+    const TemporaryFolder folder;
+    const std::string file = folder.write("vmstat", "pswpin 1\npswpout 7\n");
+    if (feenableexcept(FE_ALL_EXCEPT) == -1) {
+        return cannotTrap;
+    }
+    const int result = rates(file).result;
+    return fedisableexcept(FE_ALL_EXCEPT) == FE_ALL_EXCEPT && result == 0 ? 0 : 1;
+}
+
 TEST(SwapRatesWithOthers, OtherThreadReadsMeanwhile) {
     const ChildResult child = runChild("otherThreadReadsMeanwhile");
+    EXPECT_EQ(child.exitStatus, 0) << "signal " << child.signal << ", " << child.err;
+}
+
+TEST(SwapRatesWithOthers, NoTraps) {
+    const ChildResult child = runChild("readsWhileExceptionsTrap");
+    if (child.exitStatus == cannotTrap) {
+        GTEST_SKIP() << "this processor cannot trap";
+    }
     EXPECT_EQ(child.exitStatus, 0) << "signal " << child.signal << ", " << child.err;
 }
