@@ -61,6 +61,7 @@ const vncommon::ForkHandlers forkHandlers(nullptr, nullptr,
 
 void requireInitialisation() {
     if (!initDone) {
+        disableCancellationForEnd();
         fputs("C threading library used without first being initialised\n", stderr);
         flushAndAbort();
     }

@@ -8,6 +8,10 @@
 // have given it a buffer, and abort() discards buffers.
 [[noreturn]] void flushAndAbort();
 
+// Comes before the message of a fatal error. Writing is a cancellation point: a thread that is to
+// be cancelled would end there, the process would not.
+void disableCancellationForEnd();
+
 // The part of checkError that reports; code is not 0.
 void reportFailedCall(int code, const char* systemCall);
 

@@ -19,6 +19,8 @@
 
 #include <vncommon/discovery.h>
 
+#include "platform/cancellation.h"
+
 // glibc: the XSI form of strerror_r under its internal name. Compilers define _GNU_SOURCE for C++,
 // and with it strerror_r is the GNU form, which returns the message instead of an error number.
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's name
@@ -58,6 +60,7 @@ struct ErrorTexts {
 
 // For the out-of-memory path: one write(), no buffered stream. A failure is ignored.
 void writeToStandardError(const char* text, size_t length) {
+    const vncommon::CancellationDisabled noCancellation;
     [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, text, length);
 }
 
@@ -87,9 +90,7 @@ void awaitMemoryLine() {
     }
 }
 
-// Disables cancellation for good: other threads wait for the line, and the process is about to end.
 void logMemoryOnce() {
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     if (!logMemory.exchange(true)) {
         writeMemoryUse();
         memoryLogged = true;
@@ -104,6 +105,10 @@ char* warnOfNullText() {
 
 }  // namespace
 
+void disableCancellationForEnd() {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+}
+
 void flushAndAbort() {
     fflush(stderr);
     abort();
@@ -111,8 +116,11 @@ void flushAndAbort() {
 
 void reportFailedCall(int code, const char* systemCall) {
     const ErrorTexts texts(code);
-    fprintf(stderr, "Fatal error: System call %s failed\n", systemCall);
-    texts.print();
+    {
+        const vncommon::CancellationDisabled noCancellation;  // the caller may hold a lock
+        fprintf(stderr, "Fatal error: System call %s failed\n", systemCall);
+        texts.print();
+    }
     const bool outOfResources = code == EAGAIN || code == ENOMEM;
     if (outOfResources && strcmp(systemCall, "pthread_create") == 0) {
         vn_outOfMemory();
@@ -124,6 +132,7 @@ void vn_checkError(int code, const char* description) {
         return;
     }
     const ErrorTexts texts(code);
+    disableCancellationForEnd();
     fprintf(stderr, "Fatal error: Call failed with code %d: %s\n", code, description);
     texts.print();
     abort();
@@ -145,11 +154,13 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
         length = snprintf(buffer, size, "Error (%i:%i) occurred", errnum, result);
     }
     if (length < 0) {
+        disableCancellationForEnd();
         fprintf(stderr, "Fatal error: snprintf unexpectedly failed (%i)\n", length);
         flushAndAbort();
     }
     // Compat: one byte stricter than truncation needs; callers rely on a spare byte after the text.
     if (static_cast<size_t>(length) + 1 >= size) {
+        disableCancellationForEnd();
         fputs("Fatal error: error message buffer too small\n", stderr);
         flushAndAbort();
     }
@@ -157,6 +168,7 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
 
 void vn_checkMemory(void* pointer) {
     if (pointer == nullptr) [[unlikely]] {
+        disableCancellationForEnd();
         fputs(
             "Fatal error: malloc or similar returned null - this suggests the process has run "
             "out of memory\n",
@@ -229,6 +241,7 @@ void vn_outOfMemory(void) {
     if (getenv("VN_ABORT_ON_OOM") != nullptr) {
         __builtin_trap();
     }
+    disableCancellationForEnd();
     if (!enteredAgain) {
         logMemoryOnce();
     }
@@ -237,6 +250,7 @@ void vn_outOfMemory(void) {
 }
 
 void vn_immediateExit(int status) {
+    disableCancellationForEnd();
     inImmediateExit = true;
     fflush(stdout);
     fflush(stderr);
