@@ -33,8 +33,8 @@ struct ThreadStart {
     void* argument;
 };
 
-// Invalid until the static initialiser below has run, so that we never touch key 0, which may
-// belong to other code. Until then every call returns a new number.
+// Invalid before the static initialiser below and after its destructor, so that we never touch a
+// key that may belong to other code. Then every call returns a new number.
 vn_ThreadLocal threadCounterId = PTHREAD_KEYS_MAX;
 vncommon::ForkSafeMutex threadCounterIdMutex;
 constexpr vncommon::LockRole counterLock;
@@ -49,6 +49,7 @@ struct CPlatformThread_Hook {
 
     ~CPlatformThread_Hook() {
         vn_ThreadLocal_destroy(&threadCounterId);
+        threadCounterId = PTHREAD_KEYS_MAX;
         vn_Mutex_destroy(&threadCounterIdMutex.mutex);
     }
 };
