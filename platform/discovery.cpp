@@ -64,6 +64,11 @@ double quotient(double quota, double period) {
     return quota > 0 && period > 0 ? quota / period : unlimitedCpus;
 }
 
+// Raises "inexact" where the compiler inlines ceil().
+[[gnu::noinline]] int roundedUp(double cpus) {
+    return static_cast<int>(std::ceil(cpus));
+}
+
 Text readLimit(const char* dir, const char* name) {
     return Text(dir == nullptr ? nullptr : readCGroupsFile(dir, name));
 }
@@ -204,7 +209,7 @@ double vn_availableCPUs(void) {
 }
 
 int vn_numberOfCPUs(void) {
-    return static_cast<int>(std::ceil(vn_availableCPUs()));
+    return vncommon::inDefaultFloatMode<roundedUp>(vn_availableCPUs());
 }
 
 double vn_availableCPUsCGroupsV1(const char* dir) {

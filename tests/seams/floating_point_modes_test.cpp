@@ -226,6 +226,29 @@ VN_CHILD(callsEverythingWhileExceptionsTrap) {
     return 0;
 }
 
+// 1 when the result is wrong or the exceptions do not trap any more.
+VN_CHILD(countsProcessorsWhileExceptionsTrap) {
+    if (feenableexcept(FE_ALL_EXCEPT) == -1) {
+        return cannotTrap;
+    }
+    const int count = vn_numberOfCPUs();
+    return fedisableexcept(FE_ALL_EXCEPT) == FE_ALL_EXCEPT && count == 2 ? 0 : 1;
+}
+
+TEST(FloatingPointModesOfHosts, PartsOfProcessorsDoNotTrap) {
+    const TemporaryFolder folder;
+    folder.write("group/cpu.max", "150000 100000\n");
+    const ChildResult child =
+        runChild("countsProcessorsWhileExceptionsTrap",
+                 {.environment = {{"VN_ASSUME_CPUS", "7"},
+                                  {"VN_CGROUPS_ROOT", folder.path()},
+                                  {"VN_CGROUPS_SELF", folder.write("self", "0::/group\n")}}});
+    if (child.exitStatus == cannotTrap) {
+        GTEST_SKIP() << "this processor cannot trap";
+    }
+    EXPECT_EQ(child.exitStatus, 0) << "signal " << child.signal << ", " << child.err;
+}
+
 // In a host that enables traps, a call raises no SIGFPE, and the traps are enabled again after it.
 TEST(FloatingPointModesOfHosts, NoTraps) {
     const ChildResult child = runChild("callsEverythingWhileExceptionsTrap");
