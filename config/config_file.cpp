@@ -73,7 +73,8 @@ class WritableLines {
     WritableLines& operator=(const WritableLines&) = delete;
 
     // The next line, up to *end, or null after the last. The caller may change the byte at *end
-    // but must restore it. If reading fails, the part of the last line that was read is dropped.
+    // but must restore it. If reading fails, the part of the last line that was read is dropped,
+    // and nothing more is read.
     char* next(char** end) {
         size_t searched = begin;
         for (;;) {
@@ -83,7 +84,7 @@ class WritableLines {
                 return take(*end);
             }
             const size_t seen = filled - begin;
-            if (!refill()) {
+            if (ferror(stream) != 0 || !refill()) {
                 break;
             }
             searched = begin + seen;

@@ -9,19 +9,25 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
 constexpr char failingName[] = "a file that fails";
 
-// The bytes that a stream returns before it fails.
+// The bytes that a stream returns before it fails once, and after that.
 std::string readable;
+std::string afterFailure;
 size_t position;
+bool failed;
 
 ssize_t readThenFail(void*, char* buffer, size_t size) {
     const size_t count = std::min(size, readable.size() - position);
-    if (count == 0) {
+    if (count == 0 && !failed) {
+        failed = true;
+        readable = std::exchange(afterFailure, "");
+        position = 0;
         errno = EIO;
         return -1;
     }
@@ -35,6 +41,7 @@ ssize_t readThenFail(void*, char* buffer, size_t size) {
 extern "C" __attribute__((visibility("default"))) FILE* fopen(const char* name, const char* mode) {
     if (strcmp(name, failingName) == 0) {
         position = 0;
+        failed = false;
         return fopencookie(nullptr, mode, {readThenFail, nullptr, nullptr, nullptr});
     }
     using Function = FILE* (*)(const char*, const char*);
@@ -79,6 +86,17 @@ TEST(ConfigFileReading, AFailureKeepsThePrivateConfiguration) {
     EXPECT_FALSE(VN_ConfigFile_IsLoaded());
     EXPECT_EQ(entriesOf(config, ""), Entries{std::string(200'000, 'x')});
     EXPECT_EQ(entriesOf(config, "a"), Entries{"y"});
+    vn_HashMap_dtor(config->categories);
+    VN_ConfigFile_Release(config);
+}
+
+// A read that was interrupted fails once; the next one could succeed.
+TEST(ConfigFileReading, NothingIsReadAfterAFailure) {
+    readable = "first\nsecond\n";
+    afterFailure = "third\ncut of";
+    VN_ConfigFile* config = nullptr;
+    EXPECT_EQ(VN_ConfigFile_Load(failingName, &config), nullptr);
+    EXPECT_EQ(entriesOf(config, ""), (Entries{"first", "second"}));
     vn_HashMap_dtor(config->categories);
     VN_ConfigFile_Release(config);
 }
