@@ -92,9 +92,11 @@ int putFormatted(FileLogger* logger, int head, const char* format, va_list argum
     if (quickLength >= 0) {
         return quickLength;
     }
+    const int callersErrno = errno;
     for (;;) {
         va_list once;
         va_copy(once, arguments);
+        errno = callersErrno;  // for %m: growBuffer may have changed it
         const int length = vsnprintf(logger->buffer + head,
                                      static_cast<size_t>(logger->bufferSize - head), format, once);
         va_end(once);

@@ -1,11 +1,15 @@
 // A host with its own heap. It defines only malloc, calloc, realloc and free. Its free() ends the
-// process when it is given a block that the library allocated in any other way.
+// process when it is given a block that the library allocated in any other way. Its malloc() changes
+// errno when it succeeds, as C and POSIX allow.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <vncommon/vncommon.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -54,6 +58,7 @@ extern "C" void* malloc(size_t size) {
     }
     auto* header = reinterpret_cast<Header*>(area + begin);
     *header = {size, inUse};
+    errno = ENOMEM;
     return header + 1;
 }
 
@@ -180,6 +185,40 @@ TEST(ForeignAllocator, FreesEverythingThatTheLibraryAllocates) {
         EXPECT_EQ(child.signal, 0) << name << ": " << child.err;
         EXPECT_EQ(child.exitStatus, 0) << name << ": " << child.err;
     }
+}
+
+const std::string longText(5000, 'x');
+
+VN_CHILD(logsTheCallersErrno) {
+    errno = EACCES;
+    VN_LogInfo("%s %m", longText.c_str());  // the line buffer grows
+    return errno == EACCES ? 0 : 1;
+}
+
+TEST(ForeignAllocator, DoesNotChangeTheErrnoOfALine) {
+    const ChildResult child = runChild("logsTheCallersErrno");
+    EXPECT_EQ(child.exitStatus, 0);
+    EXPECT_THAT(child.err, testing::EndsWith(longText + " Permission denied\n"));
+}
+
+VN_PRINTF(2, 3)
+void appendWithList(CStringBuffer* buffer, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vn_strbufAppendVA(buffer, format, arguments);
+    va_end(arguments);
+}
+
+TEST(ForeignAllocator, DoesNotChangeTheErrnoOfAFormat) {
+    CStringBuffer buffer;
+    vn_strbufInit(&buffer, 0);
+    errno = EACCES;
+    appendWithList(&buffer, "%m, ");  // both make the buffer grow
+    errno = EACCES;
+    vn_strbufAppendFormat(&buffer, "%s %m", longText.c_str());
+    EXPECT_EQ(std::string(buffer.data, buffer.size),
+              "Permission denied, " + longText + " Permission denied");
+    vn_strbufDestroy(&buffer, 1);
 }
 
 }  // namespace

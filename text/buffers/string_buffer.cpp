@@ -50,10 +50,11 @@ char* append(CStringBuffer* buffer, const char* text, uint64_t length) {
 }
 
 // For results too long for the stack. Formatted outside the buffer, because an argument may be
-// inside it.
-void appendLongFormat(CStringBuffer* buffer, const char* format, va_list arguments,
-                      uint64_t length) {
+// inside it. error is the caller's errno, for %m: a malloc that succeeds may change errno.
+void appendLongFormat(CStringBuffer* buffer, const char* format, va_list arguments, uint64_t length,
+                      int error) {
     auto* text = static_cast<char*>(vn_malloc(length + 1));
+    errno = error;
     if (vsnprintf(text, length + 1, format, arguments) >= 0) {
         append(buffer, text, length);
     }
@@ -62,12 +63,13 @@ void appendLongFormat(CStringBuffer* buffer, const char* format, va_list argumen
 
 void appendFormat(CStringBuffer* buffer, const char* format, va_list arguments) {
     char text[1024];
+    const int callersErrno = errno;
     va_list again;
     va_copy(again, arguments);
     const int length = vsnprintf(text, sizeof text, format, arguments);
     vn_checkError(length == 0 ? 1 : 0, "vn_strbufAppendFormat: vsnprintf");
     if (length >= static_cast<int>(sizeof text)) {
-        appendLongFormat(buffer, format, again, static_cast<uint64_t>(length));
+        appendLongFormat(buffer, format, again, static_cast<uint64_t>(length), callersErrno);
     } else if (length > 0) {
         append(buffer, text, static_cast<uint64_t>(length));
     }
@@ -190,7 +192,9 @@ void vn_strbufAppendVA(CStringBuffer* buffer, const char* format, va_list argume
     if (*format == '\0') {
         return;
     }
+    const int callersErrno = errno;
     const ReplacedBlock replaced = reserve(buffer, formatLimit);
+    errno = callersErrno;  // for %m
     // After the terminator, not over it: an argument may be the buffer's own string.
     char* text = buffer->data + buffer->size + 1;
     const int length = vsnprintf(text, formatLimit, format, arguments);
