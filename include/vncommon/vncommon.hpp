@@ -350,9 +350,14 @@ class hash_map {
     bool add(key_type key, V value) noexcept {
         return vn_HashMap_addQuick(get(), detail::to_word(key), detail::to_word(value)) != nullptr;
     }
-    /** Adds an entry, or replaces the one with this key. */
+    /** Adds an entry, or replaces the one with this key, which may be the map's own text. */
     void set(key_type key, V value) noexcept {
-        vn_HashMap_replace(get(), detail::to_word(key), detail::to_word(value));
+        if constexpr (keys::owned) {
+            const string copy(vn_strdup(key));  // the map frees its own before it copies ours
+            vn_HashMap_replace(get(), detail::to_word(copy.c_str()), detail::to_word(value));
+        } else {
+            vn_HashMap_replace(get(), detail::to_word(key), detail::to_word(value));
+        }
     }
     bool contains(key_type key) const noexcept {
         return vn_HashMap_exists(get(), detail::to_word(key));

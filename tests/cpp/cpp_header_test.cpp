@@ -202,6 +202,15 @@ TEST(CppHashMap, OfItsOwnTexts) {
     EXPECT_TRUE(moved.add("second", 6));
 }
 
+TEST(CppHashMap, ReplacesUnderItsOwnText) {
+    constexpr char name[] = "a text of its own";
+    vn::hash_map<std::string, int> map;
+    EXPECT_TRUE(map.add(name, 1));
+    const char* own = (*map.begin()).first;
+    map.set(own, 2);
+    EXPECT_EQ(entriesOf(map), (std::map<std::string, int>{{name, 2}}));
+}
+
 TEST(CppQueue, CarriesSmallRecords) {
     struct Order {
         int64_t id;
