@@ -100,7 +100,7 @@ int standardStream(const char* name) {
 
 ReopenPlan* makeReopenPlan(const char* fileName, const char* utf8FileName) {
     auto* plan = static_cast<ReopenPlan*>(vn_malloc(sizeof(ReopenPlan)));
-    plan->stream = standardStream(utf8FileName);
+    plan->stream = standardStream(fileName);
     plan->path = vn_UTF8ToCstr(utf8FileName);
     vn_checkMemory(plan->path);
     plan->nextFileName = vn_strdup(utf8FileName);

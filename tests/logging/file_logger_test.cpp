@@ -770,6 +770,28 @@ TEST(FileLogger, NamesInTheCodePageAreConverted) {
     }
 }
 
+// In EBCDIC, "stderr" is other text. The name is compared as the caller gives it.
+VN_CHILD(logsToAStandardStreamInEBCDIC) {
+    FileLogger* logger = FileLogger_ctor();
+    FileLogger_SetFilename(logger, "stdout", 0, 0);
+    bool ok = FileLogger_GetFD(logger) == STDOUT_FILENO;
+    FileLogger_SetFilename(logger, "stderr", 0, 0);
+    ok = ok && FileLogger_GetFD(logger) == STDERR_FILENO;
+    ok = ok && std::string(FileLogger_GetFileName(logger)) == "stderr";
+    free(logger->buffer);
+    FileLogger_dtor(logger);
+    return ok ? 0 : 1;
+}
+
+TEST(FileLogger, NamesOfStandardStreamsAreNotConverted) {
+    const TestDirectory directory;
+    const ChildResult child =
+        runChild("logsToAStandardStreamInEBCDIC",
+                 {.environment = {{"LC_ALL", "x.ibm-37"}}, .workingDirectory = directory.file("")});
+    EXPECT_EQ(child.exitStatus, 0) << child.err;
+    EXPECT_TRUE(std::filesystem::is_empty(directory.file("")));
+}
+
 // ---- The mutex ----
 
 TEST(FileLogger, UsesAGivenMutexAndLeavesItAlone) {
