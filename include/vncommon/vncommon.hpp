@@ -376,6 +376,11 @@ class hash_map {
     }
     /** Removes an entry and returns its value, or nothing when the key is absent. */
     std::optional<V> remove(key_type key) noexcept {
+        if (map_->shrink) {  // vn_HashMap_findValueAndRemove keeps the size of the entry array
+            const std::optional<V> value = find(key);
+            vn_HashMap_remove(get(), detail::to_word(key));
+            return value;
+        }
         HashMapEntry* entry = vn_HashMap_findValueAndRemove(get(), detail::to_word(key));
         if (entry == nullptr) {
             return std::nullopt;

@@ -211,6 +211,37 @@ TEST(CppHashMap, ReplacesUnderItsOwnText) {
     EXPECT_EQ(entriesOf(map), (std::map<std::string, int>{{name, 2}}));
 }
 
+TEST(CppHashMap, RemovesUnderItsOwnText) {
+    for (const bool shrink : {false, true}) {
+        vn::hash_map<std::string, int> map(0, shrink);
+        EXPECT_TRUE(map.add("a text of its own", 1));
+        EXPECT_EQ(map.remove((*map.begin()).first), 1);
+        EXPECT_TRUE(map.empty());
+    }
+}
+
+template <class K, class V>
+void addAndRemove(vn::hash_map<K, V>& map, K key) {
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_TRUE(map.add(key, i));
+        ASSERT_EQ(map.remove(key), i);
+    }
+    EXPECT_EQ(map.remove(key), std::nullopt);
+    EXPECT_TRUE(map.empty());
+}
+
+TEST(CppHashMap, ShrinksOnlyIfAsked) {
+    vn::hash_map<int, int> shrinking(0, true);
+    addAndRemove(shrinking, 5);
+    EXPECT_EQ(shrinking.get()->entryCapacity, 16U);
+    vn::hash_map<const char*, int> ofTexts(0, true);
+    addAndRemove(ofTexts, "key");
+    EXPECT_EQ(ofTexts.get()->entryCapacity, 16U);
+    vn::hash_map<int, int> growing(0, false);
+    addAndRemove(growing, 5);
+    EXPECT_GT(growing.get()->entryCapacity, 16U);
+}
+
 TEST(CppQueue, CarriesSmallRecords) {
     struct Order {
         int64_t id;
