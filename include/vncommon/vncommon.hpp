@@ -510,9 +510,9 @@ event_value to_event_value(const T& value) noexcept {
  *      vn::event("Tick").add("ACME").add(12.5).text()       Tick("ACME",12.5)
  *      vn::event("Book").add(vn::sequence().add(1).add(2)).text()       Book([1,2])
  *
- *  Values are bool, char, integers, floating-point numbers, vn::decimal, vn::unformatted, texts
- *  (const char*, where null counts as "", or anything with c_str(); read up to the first NUL) and
- *  other events, which are moved in. Texts are copied.
+ *  Values are bool, char, integers (stored as signed 64 bits), floating-point numbers, vn::decimal,
+ *  vn::unformatted, texts (const char*, where null counts as "", or anything with c_str(); read up
+ *  to the first NUL) and other events, which are moved in. Texts are copied.
  *  To add an `any` or an `optional`, pass get() to the C functions. */
 class event {
   public:
@@ -743,7 +743,9 @@ class config_category {
 class config {
   public:
     /** Reads file_name, or the first file that exists in the usual places. Returns nothing when no
-     *  file could be read; the process-wide configuration is then dropped, as in C. */
+     *  file could be opened; the process-wide configuration is then dropped, as in C. Also returns
+     *  nothing when reading failed (a directory, for instance); what was read before then stays
+     *  allocated, because C does not tell the two apart. */
     static std::optional<config> load(const char* file_name = nullptr) noexcept {
         VN_ConfigFile* loaded = nullptr;
         if (VN_ConfigFile_Load(file_name, &loaded) == nullptr) {
