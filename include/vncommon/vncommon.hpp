@@ -192,6 +192,15 @@ T from_word(const void* word) noexcept {
     return value;
 }
 
+/* The next power of two, at most 2^31. A map of another size leaves most of its buckets unused. */
+constexpr std::uint32_t power_of_two(std::uint32_t size) noexcept {
+    std::uint32_t power = 1;
+    while (power < size && power < std::uint32_t{1} << 31) {
+        power *= 2;
+    }
+    return power;
+}
+
 /* How a map treats its keys: as words, unless specialised. */
 template <class K>
 struct key {
@@ -310,7 +319,8 @@ class vector {
  *   - const char*: a text, compared by content, that must live as long as it is in the map;
  *   - std::string: the same, but the map keeps its own copy. Operations take a const char*.
  *
- *  Pass the expected size: a map that outgrows its size copies its entries repeatedly. */
+ *  Pass the expected size, of which the next power of two is used: a map that outgrows its size
+ *  copies its entries repeatedly. */
 template <class K, class V>
 class hash_map {
     static_assert(detail::is_word<V>, "a value is trivially copyable and of at most 8 bytes");
@@ -341,8 +351,8 @@ class hash_map {
     };
 
     explicit hash_map(std::uint32_t size = 16, bool shrink = false) noexcept
-        : map_(vn_HashMap_ctor(keys::hash, keys::compare, keys::fill, keys::release, size,
-                               shrink)) {}
+        : map_(vn_HashMap_ctor(keys::hash, keys::compare, keys::fill, keys::release,
+                               detail::power_of_two(size), shrink)) {}
 
     std::uint32_t size() const noexcept { return map_->count; }
     bool empty() const noexcept { return map_->count == 0; }

@@ -211,6 +211,16 @@ TEST(CppHashMap, ReplacesUnderItsOwnText) {
     EXPECT_EQ(entriesOf(map), (std::map<std::string, int>{{name, 2}}));
 }
 
+// With another number of buckets, the mask would select few of them: 2 of 16,385.
+TEST(CppHashMap, UsesAllBucketsWhateverTheExpectedSize) {
+    const vn::hash_map<int, int> uneven(65540);
+    EXPECT_EQ(uneven.get()->mask, 32767U);
+    const vn::hash_map<int, int> even(65536);
+    EXPECT_EQ(even.get()->mask, 16383U);
+    const vn::hash_map<int, int> none(0);
+    EXPECT_EQ(none.get()->mask, 3U);
+}
+
 TEST(CppHashMap, RemovesUnderItsOwnText) {
     for (const bool shrink : {false, true}) {
         vn::hash_map<std::string, int> map(0, shrink);
