@@ -1,6 +1,6 @@
 // A host with its own heap. It defines only malloc, calloc, realloc and free. Its free() ends the
-// process when it is given a block that the library allocated in any other way. Its malloc() changes
-// errno when it succeeds, as C and POSIX allow.
+// process when it is given a block that the library allocated in any other way. Its malloc()
+// changes errno when it succeeds, as C and POSIX allow.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
