@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <random>
 #include <string>
@@ -46,8 +47,11 @@ void expectRight(double x) {
 }
 
 TEST(ShortDecimal, TakesWhatPeopleWrite) {
-    for (const char* text : {"1", "-1", "100000", "123456789", "999999999", ".5", "-.25", ".0001",
-                             "1.000001", "999999999.999999", "101.25", "-7.1", ".000999"}) {
+    for (const char* text : {"1",          "-1",         "100000", "999999",   "1000001",
+                             "123456789",  "999999999",  ".5",     "-.25",     ".01",
+                             ".05",        "-.99",       "10.01",  "100000.5", "999999.99",
+                             "1000000.01", "-1000000.5", ".0001",  "1.000001", "999999999.999999",
+                             "101.25",     "-7.1",       ".000999"}) {
         EXPECT_EQ(fast(std::stod(text)), text);
     }
 }
@@ -58,6 +62,25 @@ TEST(ShortDecimal, LeavesTheRest) {
                            1.0 / 3, 5e-324, 1e300, infinity, -infinity, std::nan("")}) {
         EXPECT_EQ(fast(x), "") << x;
         expectRight(x);
+    }
+}
+
+TEST(EightDigits, EveryUpperAndEveryLowerHalf) {
+    for (uint32_t upper = 0; upper < 10000; ++upper) {
+        const uint32_t number = upper * 10000 + (upper * 7 + 3) % 10000;
+        char wanted[16];
+        snprintf(wanted, sizeof wanted, "%08u", number);
+        char text[8];
+        vncommon::putEight(text, vncommon::eightDigits(number));
+        ASSERT_EQ(std::string(text, sizeof text), wanted);
+    }
+}
+
+TEST(ShortDecimal, AgreesOnHundredths) {
+    std::mt19937_64 random(23);
+    for (int i = 1; i <= 50000; ++i) {
+        expectRight(i / 100.0);
+        expectRight(-static_cast<double>(random() % 110'000'000) / 100);
     }
 }
 
