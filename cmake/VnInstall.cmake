@@ -53,7 +53,7 @@ if(Python3_Interpreter_FOUND)
         COMMAND Python3::Interpreter -B ${PROJECT_SOURCE_DIR}/docs/man_pages.py
                 ${PROJECT_SOURCE_DIR}/include/vncommon ${PROJECT_VERSION} ${pages}
         COMMAND ${CMAKE_COMMAND} -E touch ${pages}.made
-        DEPENDS docs/man_pages.py docs/doxygen_filter.py ${headers} VERBATIM)
+        DEPENDS docs/man_pages.py ${headers} VERBATIM)
     add_custom_target(vncommon_man_pages ALL DEPENDS ${pages}.made)
     install(DIRECTORY ${pages}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 endif()

@@ -68,7 +68,10 @@ def found_by(site, typed):
     if letter < 0:
         return []
     entries = (search / f"all_{letter:x}.js").read_text(encoding="utf-8")
-    return [html.unescape(name) for name in re.findall(rf"\['{wanted}[^']*',\['([^']*)'", entries)]
+    found = re.findall(rf"^  \['{wanted}[^']*',\[(.*)\]\],?$", entries, re.M)
+    # Doxygen 1.9.4 has one line for each spelling. Later releases put all spellings in one line, in
+    # lower case, and give each link its own name: ['vector',['../vector.html',1,'Vector']].
+    return [html.unescape(name) for links in found for name in re.findall(r"'([^']*)'", links)]
 
 
 def site_search(site, index):

@@ -18,7 +18,7 @@ for name, text in sorted(pages.items()):
         target, _, anchor = urllib.parse.unquote(link).partition("#")
         target = target or name
         # "_8md": Doxygen's entry for the file instead of the page that it holds
-        if (name.startswith("page_") or name == "index.html") and target.endswith("_8md.html"):
+        if (name.startswith("md_") or name == "index.html") and target.endswith("_8md.html"):
             broken.append(f"{name}: {link}")
         if not (site / target).is_file() or (anchor and anchor not in anchors.get(target, ())):
             broken.append(f"{name}: {link}")

@@ -2,16 +2,17 @@
 """Builds the manual's site: make_site.py DOXYGEN DOXYFILE INDEX LAYOUT
 
 Writes LAYOUT, the tree in the sidebar, from the sections of the start page INDEX, so that both show
-the same pages under the same titles. Runs Doxygen. Then adds to the index of the search, in which
-Doxygen finds a name by its beginning only: HashMap_add finds vn_HashMap_addQuick, too.
+the same pages under the same titles. Runs Doxygen. Then leads the links of pages to headers to the
+pages of these headers, and adds to the index of the search, in which Doxygen finds a name by its
+beginning only: HashMap_add finds vn_HashMap_addQuick, too.
 """
 import pathlib
 import re
 import subprocess
 import sys
+import tempfile
+import xml.etree.ElementTree
 from xml.sax.saxutils import quoteattr
-
-import doxygen_filter
 
 LINK = re.compile(r"\[([^\]]+)\]\((?:[^)\s]*/)?([\w-]+\.(?:md|h))\)")
 REFERENCE = "Reference"
@@ -37,12 +38,24 @@ def tree(text):
     return [*groups, (REFERENCE, list(dict.fromkeys(headers)))]
 
 
-def tab(title, file):
-    target = doxygen_filter.label(file) if file.endswith(".md") else file
-    return f'<tab type="user" url="@ref {target}" title={quoteattr(title)}/>'
+def labels(doxygen, settings):
+    """{title: label} of the pages. Releases of Doxygen differ in the labels, so it is run without
+    output first."""
+    with tempfile.TemporaryDirectory() as folder:
+        tags = pathlib.Path(folder, "tags")
+        settings += (f'\nFILE_PATTERNS = *.md\nGENERATE_HTML = NO\nGENERATE_TAGFILE = "{tags}"\n'
+                     "LAYOUT_FILE =\nWARNINGS = NO\nWARN_AS_ERROR = NO\n")
+        subprocess.run([doxygen, "-"], input=settings, text=True, check=True,
+                       stderr=subprocess.DEVNULL)
+        pages = xml.etree.ElementTree.parse(tags).findall("compound[@kind='page']")
+    return {page.findtext("title"): page.findtext("name") for page in pages}
 
 
-def layout(text):
+def layout(text, labels_of):
+    def tab(title, file):
+        target = labels_of.get(title, file)
+        return f'<tab type="user" url="@ref {target}" title={quoteattr(title)}/>'
+
     lines = ['<doxygenlayout version="1.0">', "<navindex>",
              '<tab type="mainpage" visible="yes" title="Start"/>']
     for heading, links in tree(text):
@@ -53,6 +66,19 @@ def layout(text):
                       '<tab type="classlist" visible="yes" title="All records" intro=""/>']
         lines.append("</tab>")
     return "\n".join([*lines, "</navindex>", "</doxygenlayout>", ""])
+
+
+HEADER_LINK = re.compile(r'href="(?:\.\./)+include/vncommon/(\w+)\.(hpp|h)"')
+
+
+def link_headers(output):
+    """Doxygen leaves the links to headers as they are in the pages: relative to the source tree."""
+    for page in output.glob("*.html"):
+        text = page.read_text(encoding="utf-8")
+        linked = HEADER_LINK.sub(
+            lambda link: f'href="{link[1].replace("_", "__")}_8{link[2]}.html"', text)
+        if linked != text:
+            page.write_text(linked, encoding="utf-8")
 
 
 # ---- The index of the search: search/all_N.js, one file for each first letter, one name a line
@@ -78,7 +104,9 @@ def add_words(search):
                for letter, file in files.items()}
     for name, links in [each for some in entries.values() for each in some]:
         for word in later_words(name):
-            if word[0] in entries:
+            # Doxygen 1.9.8 has these entries for titles already; 1.9.4 has none.
+            if word[0] in entries and not any(known.startswith(word) and leads_to == links
+                                              for known, leads_to in entries[word[0]]):
                 entries[word[0]].append((word, links))
     for letter, file in files.items():
         lines = [f"  ['{name}_{number}',{links}]"
@@ -89,12 +117,13 @@ def add_words(search):
 def main():
     doxygen, doxyfile, index, target = sys.argv[1:5]
     text = pathlib.Path(index).read_text(encoding="utf-8")
-    pathlib.Path(target).write_text(layout(text), encoding="utf-8")
+    settings = pathlib.Path(doxyfile).read_text(encoding="utf-8")
+    pathlib.Path(target).write_text(layout(text, labels(doxygen, settings)), encoding="utf-8")
     status = subprocess.run([doxygen, doxyfile]).returncode
     if status == 0:
-        output = re.search(r'^OUTPUT_DIRECTORY\s*= "(.*)"', pathlib.Path(doxyfile).read_text(
-            encoding="utf-8"), re.M)[1]
-        add_words(pathlib.Path(output) / "search")
+        output = pathlib.Path(re.search(r'^OUTPUT_DIRECTORY\s*= "(.*)"', settings, re.M)[1])
+        link_headers(output)
+        add_words(output / "search")
     return status
 
 

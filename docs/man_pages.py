@@ -1,24 +1,27 @@
 #!/usr/bin/env python3
 """Writes manual pages of section 3 out of the public headers: man_pages.py HEADERS VERSION OUTPUT.
 
-Each header becomes one page, vncommon_NAME(3), with the header's own comments and declarations; each
-function gets a page that leads there. Comments are plain text in which deeper indented lines are
-code (doxygen_filter.py reads them the same way)."""
+Each header becomes one page, vncommon_NAME(3), with the header's own comments and declarations;
+each function gets a page that leads there. Of Doxygen's markup the headers use @file, groups (@name,
+@{, @}), comments after a declaration (/**<), `code`, and code that is indented by four. Inline bodies
+are left out, with the plain comment above them."""
 import pathlib
 import re
 import sys
 
-from doxygen_filter import bare_lines
-
-MARKS = re.compile(r"\bVN_(API|NODISCARD|NORETURN|MALLOC|PURE|CONST|RETURNS_NONNULL)\b ?|"
-                   r" ?\bVN_(PRINTF|NONNULL)\([^()]*\)")
+MARKS = re.compile(r"\bVN_(API|NODISCARD|NORETURN)\b ?|"
+                   r"\s+VN_(MALLOC|PURE|CONST|(RETURNS_)?NONNULL|PRINTF\([^()]*\))")
 FUNCTION = re.compile(r"^(?:extern )?(?:VN_\w+ )*VN_API\b[^;(]*?\b(\w+)\(", re.MULTILINE)
-TITLE = re.compile(r"\s*-{2,}\s*(.*?)\s*-*$")
+INLINE_BODIES = re.compile(r"^/\* (?:(?!\*/).)*\*/\n#if defined\(__GNUC__\).*?^#endif\n",
+                           re.DOTALL | re.MULTILINE)
+TITLE = "@name "
+OWN_LINE = re.compile(r"(-|\d+\.|Compat:) ")
 
 
 def escaped(line):
-    """Text that means nothing to the formatter."""
+    """Text that means nothing to the formatter, the `quoted` words in bold."""
     line = line.replace("\\", "\\e").replace("-", "\\-")
+    line = re.sub(r"`([^`]*)`", r"\\fB\1\\fR", line)
     return "\\&" + line if line.startswith((".", "'")) else line
 
 
@@ -30,24 +33,34 @@ def running_text(lines):
         if literal != code:
             yield ".RS\n.nf" if literal else ".fi\n.RE"
             code = literal
+        if not literal and OWN_LINE.match(line.strip()):
+            yield ".br"
         yield escaped(line.strip() if not literal else line[4:]) if line.strip() else ".PP"
     if code:
         yield ".fi\n.RE"
 
 
 def declarations(text):
-    lines = MARKS.sub("", text).rstrip().split("\n")
+    lines = MARKS.sub("", text).replace("/**<", "/*").rstrip().split("\n")
     return [".nf", *(".B \"\"" if not line else "\\fB" + escaped(line) + "\\fR" for line in lines),
             ".fi"]
+
+
+def bare_lines(comment):
+    """The text of a comment, line by line, without its frame and without the marks of groups."""
+    lines = comment.strip().removeprefix("/**").removesuffix("*/").strip().split("\n")
+    lines = [re.sub(r"^ \* ?", "", line).rstrip() for line in lines]
+    lines = [line for line in lines if line not in ("@file", "@{", "@}")]
+    return lines if any(lines) else []
 
 
 def paragraphs(text):
     """Pairs of a comment's lines and the declarations that it is about."""
     body = text[text.index("VN_BEGIN_DECLS") + len("VN_BEGIN_DECLS"):text.rindex("VN_END_DECLS")]
-    body = re.sub(r"^\s*#(if|ifdef|ifndef|else|endif)\b.*$", "", body, flags=re.MULTILINE)
-    for match in re.finditer(r"(?:^/\*(.*?)\*/[ \t]*\n)?((?:(?!^/\*|\n\n).)*)\n\n?", body + "\n\n",
+    body = INLINE_BODIES.sub("", body)
+    for match in re.finditer(r"(^/\*\*.*?\*/[ \t]*\n)?((?:(?!^/\*|\n\n).)*)\n\n?", body + "\n\n",
                              re.DOTALL | re.MULTILINE):
-        comment = bare_lines("/*" + match[1] + "*/") if match[1] else []
+        comment = bare_lines(match[1] or "")
         if comment or match[2].strip():
             yield comment, match[2]
 
@@ -61,16 +74,15 @@ def page(name, text, version):
            ".SH SYNOPSIS", f".B #include <vncommon/{name}.h>", ".PP", ".B pkg\\-config vncommon",
            ".SH DESCRIPTION", *running_text(about)]
     for comment, code in paragraphs(text):
-        title = TITLE.match(comment[0]) if comment else None
-        if title:
-            out.append(f".SS {escaped(title[1])}")
-            comment = comment[1:]
+        if comment and comment[0].startswith(TITLE):
+            out += [f".SS {escaped(comment[0].removeprefix(TITLE))}", *running_text(comment[1:])]
+            comment = []
         if code.strip():
             out += [".PP", *declarations(code)]
-        if comment:
-            out += [".PP" if not code.strip() else ".RS 4", *running_text(comment)]
-            if code.strip():
-                out.append(".RE")
+            if comment:
+                out += [".RS 4", *running_text(comment), ".RE"]
+        elif comment:
+            out += [".PP", *running_text(comment)]
     return "\n".join(out) + "\n"
 
 

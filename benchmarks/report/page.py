@@ -10,8 +10,8 @@ work. `scripts/bench` measures everything again and writes this page, its charts
 come from (`docs/benchmarks/raw`).
 
 In the charts the first bar of each group, in colour, is ours. All bars of a chart have one axis.
-The tables below have every benchmark, and [one section](#where-a-peer-is-faster) names what is
-slower than a peer, and why.
+The tables below have every benchmark, and the section *Where a peer is faster* names what is slower
+than a peer, and why.
 """
 
 QUICK = """\

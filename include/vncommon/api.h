@@ -1,4 +1,5 @@
-/* The common base of all public headers of libvncommon.
+/** @file
+ * The common base of all public headers of libvncommon.
  *
  * Conventions that hold for the whole interface; the other headers refer to them by number.
  *
@@ -25,13 +26,15 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/* Attributes of the declarations, with which the compiler reports mistakes at the call. They are
+/** @name Attributes
+ * Attributes of the declarations, with which the compiler reports mistakes at the call. They are
  * empty for a compiler that does not know them.
  *
  *     VN_API               exported by the shared library
  *     VN_NODISCARD         ignoring the result is a mistake: it must be freed, or it reports
- * whether the other results are valid; first in a declaration VN_PRINTF(f, a)      a printf format
- * at position f, its arguments from a on (0: a va_list) VN_NORETURN          never returns
+ *                          whether the other results are valid; first in a declaration
+ *     VN_PRINTF(f, a)      a printf format at position f, its arguments from a on (0: a va_list)
+ *     VN_NORETURN          never returns
  *     VN_MALLOC            the result is a new block without pointers, or null
  *     VN_RETURNS_NONNULL   the result is never null
  *     VN_NONNULL           no pointer argument may be null
@@ -40,7 +43,9 @@
  *
  * VN_MALLOC names no function that releases the block: gcc would then report vn_free for a block of
  * malloc, which is allowed (convention 4). The library itself is compiled without the two macros
- * about null, because with them a compiler may remove the library's own tests for null. */
+ * about null, because with them a compiler may remove the library's own tests for null.
+ * @{ */
+
 #if defined(__GNUC__)
 #define VN_API __attribute__((visibility("default")))
 #define VN_PRINTF(formatAt, firstAt) __attribute__((format(printf, formatAt, firstAt)))
@@ -76,6 +81,7 @@
 #else
 #define VN_NODISCARD
 #endif
+/** @} */
 
 #ifdef __cplusplus
 #define VN_BEGIN_DECLS extern "C" {

@@ -1,4 +1,5 @@
-/* Growable buffers: a string buffer for text and a byte buffer for binary contents.
+/** @file
+ * Growable buffers: a string buffer for text and a byte buffer for binary contents.
  *
  * Both are plain records that the caller embeds, often on the stack. The functions manage only
  * the block that the record points to and never release the record. Call Init first and Destroy
@@ -27,45 +28,48 @@
 
 VN_BEGIN_DECLS
 
-/* ---- String buffer ----
+/** @name String buffer
  * Holds a terminated string: after every operation size < capacity and data[size] is 0, except
  * after an oddity of vn_strbufAppendVA, below. The counted text may hold NUL bytes, but replacing
- * a block copies only its string: everything after the first NUL becomes NUL bytes. */
+ * a block copies only its string: everything after the first NUL becomes NUL bytes.
+ * @{ */
+
+/** A text that grows. */
 typedef struct CStringBuffer {
-    uint64_t size;     /* characters in use, without the terminator */
-    uint64_t capacity; /* bytes of the block */
-    char* data;        /* the block */
+    uint64_t size;     /**< characters in use, without the terminator */
+    uint64_t capacity; /**< bytes of the block */
+    char* data;        /**< the block */
 } CStringBuffer;
 
-/* An empty string in a block of initialCapacity bytes (0: 20). Returns the block. */
+/** An empty string in a block of initialCapacity bytes (0: 20). Returns the block. */
 VN_API char* vn_strbufInit(CStringBuffer* buffer, uint64_t initialCapacity);
 
-/* Frees the block when freeData is not 0. With 0 the block stays and belongs to the caller, who
+/** Frees the block when freeData is not 0. With 0 the block stays and belongs to the caller, who
  * releases it with vn_free. */
 VN_API void vn_strbufDestroy(CStringBuffer* buffer, int freeData);
 
-/* Appends a string. Returns where the appended text begins. */
+/** Appends a string. Returns where the appended text begins. */
 VN_API char* vn_strbufAppendString(CStringBuffer* buffer, const char* text);
 
-/* Appends exactly length characters: those of text, then NUL bytes if text is shorter. Null appends
- * the four characters "null". Returns the start of the block.
+/** Appends exactly length characters: those of text, then NUL bytes if text is shorter. Null
+ * appends the four characters "null". Returns the start of the block.
  * Compat: the NUL bytes are appended because callers lay out fixed fields this way. */
 VN_API char* vn_strbufAppendStringN(CStringBuffer* buffer, const char* text, uint64_t length);
 
-/* Appends character as one byte. */
+/** Appends character as one byte. */
 VN_API void vn_strbufAppendChar(CStringBuffer* buffer, int character);
 
-/* Appends the string of another buffer (up to its first NUL). Returns as AppendString does. */
+/** Appends the string of another buffer (up to its first NUL). Returns as AppendString does. */
 VN_API char* vn_strbufAppendBuf(CStringBuffer* buffer, const CStringBuffer* other);
 
-/* Appends the formatted arguments, of any length. A null format appends "null", an empty one
+/** Appends the formatted arguments, of any length. A null format appends "null", an empty one
  * nothing. Arguments that cannot be formatted (a wide character that the locale lacks) append
  * nothing.
  * Compat: an empty result of a format that is not empty ends the process, with
  * vn_checkError(1, "vn_strbufAppendFormat: vsnprintf"); callers rely on it. */
 VN_API void vn_strbufAppendFormat(CStringBuffer* buffer, const char* format, ...) VN_PRINTF(2, 3);
 
-/* The same for an argument list, with a fixed limit. The list must not be used again. Makes room
+/** The same for an argument list, with a fixed limit. The list must not be used again. Makes room
  * for 10000 characters and writes at most 9999 of them.
  * Compat: two results are odd; callers rely on them:
  *  - an empty result adds 10000 to size and sets the byte at index 10000 of the block (not of the
@@ -76,26 +80,33 @@ VN_API void vn_strbufAppendFormat(CStringBuffer* buffer, const char* format, ...
 VN_API void vn_strbufAppendVA(CStringBuffer* buffer, const char* format, va_list arguments)
     VN_PRINTF(2, 0);
 
-/* Appends text with escapes: newline as \n, carriage return as \r, " as \", \ as \\. All other
- * bytes are copied, tabs and control characters included. Grows as for twice the length. */
+/** Appends text with escapes: newline as `\n`, carriage return as `\r`, `"` as `\"`, `\` as `\\`.
+ * All other bytes are copied, tabs and control characters included. Grows as for twice the length.
+ */
 VN_API void vn_strbufAppendStringEscape(CStringBuffer* buffer, const char* text);
 
-/* Appends text for a reader that removes escapes twice: newline as \n, carriage return as \r,
- * " as \", but a semicolon as \\; and a backslash as \\\\. Grows as for four times the length. */
+/** Appends text for a reader that removes escapes twice: newline as `\n`, carriage return as
+ * `\r`, `"` as `\"`, but a semicolon as `\\;` and a backslash as `\\\\`. Grows as for four times
+ * the length. */
 VN_API void vn_strbufAppendStringEscapeSemiColon(CStringBuffer* buffer, const char* text);
 
-/* Appends the contents of a file. The buffer grows as if it were read in steps of 100 bytes. Null
+/** Appends the contents of a file. The buffer grows as if it were read in steps of 100 bytes. Null
  * on success; otherwise a new text, released with vn_free:
+ *
  *     "Can't open file due to error: %s"   the system's message; the buffer is unchanged
- *     "Problem while reading from file"    the part that was read stays appended */
+ *     "Problem while reading from file"    the part that was read stays appended
+ */
 VN_NODISCARD VN_API char* vn_strbufAppendFile(CStringBuffer* buffer, const char* path) VN_MALLOC;
 
-/* Cuts the text to newSize characters; does nothing if it is not longer. A block much larger than
+/** Cuts the text to newSize characters; does nothing if it is not longer. A block much larger than
  * the new text (newSize + 20000 < capacity and newSize * 2 < capacity) is replaced by one of
  * newSize * 2 bytes, at least 20. */
 VN_API void vn_strbufTruncate(CStringBuffer* buffer, uint64_t newSize);
 
-VN_API char* vn_strbufGetString(const CStringBuffer* buffer) VN_PURE; /* owned by the buffer */
+/** The string; owned by the buffer. */
+VN_API char* vn_strbufGetString(const CStringBuffer* buffer) VN_PURE;
+
+/** The number of characters in use, without the terminator. */
 VN_API uint64_t vn_strbufGetSize(const CStringBuffer* buffer) VN_PURE;
 
 /* The usual case of vn_strbufAppendChar is inlined, because the call costs more than the work;
@@ -115,39 +126,51 @@ extern inline __attribute__((gnu_inline)) void vn_strbufAppendChar(CStringBuffer
     }
 }
 #endif
+/** @} */
 
-/* ---- Byte buffer ----
- * Holds any bytes, without a terminator: size <= capacity. */
+/** @name Byte buffer
+ * Holds any bytes, without a terminator: size <= capacity.
+ * @{ */
+
+/** A block of bytes that grows. */
 typedef struct CByteBuffer {
-    uint64_t size;     /* bytes in use */
-    uint64_t capacity; /* bytes of the block */
-    uint8_t* data;     /* the block */
+    uint64_t size;     /**< bytes in use */
+    uint64_t capacity; /**< bytes of the block */
+    uint8_t* data;     /**< the block */
 } CByteBuffer;
 
-/* As for the string buffer; nothing is written into the block. */
+/** No bytes in a block of initialCapacity bytes (0: 20), into which nothing is written. Returns the
+ * block. */
 VN_API uint8_t* vn_bytebufInit(CByteBuffer* buffer, uint64_t initialCapacity);
+
+/** Frees the block when freeData is not 0. With 0 the block stays and belongs to the caller, who
+ * releases it with vn_free. */
 VN_API void vn_bytebufDestroy(CByteBuffer* buffer, int freeData);
 
-/* Appends the characters of a string without its terminator. Returns where they begin. */
+/** Appends the characters of a string without its terminator. Returns where they begin. */
 VN_API uint8_t* vn_bytebufAppendString(CByteBuffer* buffer, const char* text);
 
-/* Appends length bytes; null appends nothing. Returns where they begin. */
+/** Appends length bytes; null appends nothing. Returns where they begin. */
 VN_API uint8_t* vn_bytebufAppendBytes(CByteBuffer* buffer, const void* bytes, uint64_t length);
 
-/* Appends one byte. Returns its index. */
+/** Appends one byte. Returns its index. */
 VN_API uint64_t vn_bytebufAppendByte(CByteBuffer* buffer, int byte);
 
-/* Inserts length bytes before the contents; null inserts nothing. Cost: linear in both sizes. */
+/** Inserts length bytes before the contents; null inserts nothing. Cost: linear in both sizes. */
 VN_API void vn_bytebufInsertBytesAtStart(CByteBuffer* buffer, const void* bytes, uint64_t length);
 
-/* Cuts the contents to newSize bytes; does nothing if they are not longer. Shrinks the block under
+/** Cuts the contents to newSize bytes; does nothing if they are not longer. Shrinks the block under
  * the same condition as the string buffer.
  * Compat: the new block has exactly newSize * 2 bytes, also 0, because callers rely on having no
  * minimum. */
 VN_API void vn_bytebufTruncate(CByteBuffer* buffer, uint64_t newSize);
 
+/** The number of bytes in use. */
 VN_API uint64_t vn_bytebufGetSize(const CByteBuffer* buffer) VN_PURE;
-VN_API uint8_t* vn_bytebufGetBytes(const CByteBuffer* buffer) VN_PURE; /* owned by the buffer */
+
+/** The bytes; owned by the buffer. */
+VN_API uint8_t* vn_bytebufGetBytes(const CByteBuffer* buffer) VN_PURE;
+/** @} */
 
 VN_END_DECLS
 

@@ -1,4 +1,5 @@
-/* The per-user configuration file ".vantrel.conf": named categories of free-form text entries.
+/** @file
+ * The per-user configuration file ".vantrel.conf": named categories of free-form text entries.
  *
  * Format. The file is read as bytes, line by line; a line may have any length, no encoding is
  * assumed, and a NUL byte hides the rest of its line. The first byte of a line decides:
@@ -37,17 +38,19 @@
 
 VN_BEGIN_DECLS
 
+/** A loaded configuration. */
 typedef struct VN_ConfigFile {
-    HashMap* categories;       /* from names to Vectors of entries (NUL-terminated text) */
-    HashMapIterator* iterator; /* the category cursor: see GetFirstCategory; null before it */
+    HashMap* categories;       /**< from names to Vectors of entries (NUL-terminated text) */
+    HashMapIterator* iterator; /**< the category cursor: see GetFirstCategory; null before it */
 } VN_ConfigFile;
 
+/** A handle for one category of a configuration. */
 typedef struct VN_ConfigFileCategory {
-    Vector* entries; /* owned by the configuration */
-    uint32_t cursor; /* index of the current entry */
+    Vector* entries; /**< owned by the configuration */
+    uint32_t cursor; /**< index of the current entry */
 } VN_ConfigFileCategory;
 
-/* Loads the first of these files that can be opened:
+/** Loads the first of these files that can be opened:
  *   1. fileName, unless it is null;
  *   2. ".vantrel.conf" in the working directory;
  *   3. ".vantrel.conf" in the directory that HOME names, or, only when HOME is not set, in the
@@ -68,23 +71,24 @@ typedef struct VN_ConfigFileCategory {
  */
 VN_NODISCARD VN_API const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out);
 
-/* Frees the process-wide configuration with all its names and entries, but not its category
+/** Frees the process-wide configuration with all its names and entries, but not its category
  * cursor (see VN_ConfigFile_GetFirstCategory); does nothing when none is loaded. Category handles
  * made from it must not be used any more, only released. */
 VN_API void VN_ConfigFile_Unload(void);
 
-/* Whether the process-wide configuration is loaded, and its handle (null when it is not). Free the
- * handle with VN_ConfigFile_Unload, not with VN_ConfigFile_Release. */
+/** Whether the process-wide configuration is loaded. */
 VN_API bool VN_ConfigFile_IsLoaded(void);
+
+/** The handle of the process-wide configuration; null when it is not loaded. Free the handle with
+ * VN_ConfigFile_Unload, not with VN_ConfigFile_Release. */
 VN_API VN_ConfigFile* VN_ConfigFile_Get(void);
 
-/* The number of categories, the unnamed one included. */
+/** The number of categories, the unnamed one included. */
 VN_API uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config);
 
-/* Walk the categories, in the order of the map that holds them (not of the file). Each call
- * returns a new handle, which the caller frees with VN_ConfigFileCategory_Release, or null past
- * the last category (GetNextCategory also before GetFirstCategory). A configuration has one
- * cursor, so only one walk at a time is possible.
+/** Starts a walk over the categories, in the order of the map that holds them (not of the file).
+ * Returns a new handle, which the caller frees with VN_ConfigFileCategory_Release, or null past the
+ * last category. A configuration has one cursor, so only one walk at a time is possible.
  *
  * The cursor is the iterator field. Each GetFirstCategory creates a new iterator.
  * Compat: GetFirstCategory and VN_ConfigFile_Unload do not free the earlier one, because callers
@@ -95,26 +99,33 @@ VN_API uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config);
  *
  * The second line is needed because VN_ConfigFile_Release frees the iterator in the field. */
 VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config);
+
+/** The next category of the walk, as a new handle, which the caller frees with
+ * VN_ConfigFileCategory_Release; null past the last category and before
+ * VN_ConfigFile_GetFirstCategory. */
 VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetNextCategory(VN_ConfigFile* config);
 
-/* A new handle for the category with exactly this name ("" is the unnamed one), freed with
+/** A new handle for the category with exactly this name ("" is the unnamed one), freed with
  * VN_ConfigFileCategory_Release; null when there is none. */
 VN_NODISCARD VN_API VN_ConfigFileCategory* VN_ConfigFile_GetCategory(VN_ConfigFile* config,
                                                                      const char* name);
 
-/* Frees the handle of a private configuration and its category cursor.
+/** Frees the handle of a private configuration and its category cursor.
  * Compat: the categories stay allocated, because callers hold category handles and entries. */
 VN_API void VN_ConfigFile_Release(VN_ConfigFile* config);
 
-/* The number of entries. */
+/** The number of entries. */
 VN_API uint32_t VN_ConfigFileCategory_GetEntryCount(VN_ConfigFileCategory* category);
 
-/* Walk the entries in the order of the file; null past the last. The text belongs to the
- * configuration. A new handle is positioned past its entries: start with GetFirstEntry. */
+/** Starts a walk over the entries in the order of the file: the first entry, or null when there is
+ * none. The text belongs to the configuration. */
 VN_API const char* VN_ConfigFileCategory_GetFirstEntry(VN_ConfigFileCategory* category);
+
+/** The next entry of the walk; null past the last. The text belongs to the configuration. A new
+ * handle is positioned past its entries: start with VN_ConfigFileCategory_GetFirstEntry. */
 VN_API const char* VN_ConfigFileCategory_GetNextEntry(VN_ConfigFileCategory* category);
 
-/* Frees the handle; the entries stay. */
+/** Frees the handle; the entries stay. */
 VN_API void VN_ConfigFileCategory_Release(VN_ConfigFileCategory* category);
 
 VN_END_DECLS

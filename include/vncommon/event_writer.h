@@ -1,4 +1,5 @@
-/* Event writer: builds an event, a sequence or a dictionary from typed values and renders it as
+/** @file
+ * Event writer: builds an event, a sequence or a dictionary from typed values and renders it as
  * one string.
  *
  *     VN_EventWriter* tick = VN_EventWriter_ctor(VN_EventKind_Event, "Tick");
@@ -10,6 +11,7 @@
  *     VN_EventWriter_dtor(tick);
  *
  * The text, without any blanks:
+ *
  *     integer      signed decimal
  *     string       "content"; see escaping below
  *     character    the byte between double quotes, never escaped
@@ -20,12 +22,13 @@
  *     dictionary   {key:value,key:value}
  *     event        name(field,field); nothing at all without a name
  *     unformatted  the text unchanged
+ *
  * Values may be nested. An `any` is an event named any, with the unquoted name of the value's type
  * and the value: any(integer,5). An `optional` is an event named optional, with the value or
  * nothing: optional("x"), optional().
  *
  * Escaping. A string is escaped only if it has a backslash or a double quote: each of these gets a
- * backslash before it, a tab becomes \t and a newline \n.
+ * backslash before it, a tab becomes `\t` and a newline `\n`.
  * Compat: a string with neither is written unchanged, also its tabs and newlines; readers of the
  * format rely on it.
  *
@@ -51,36 +54,37 @@
 
 VN_BEGIN_DECLS
 
-/* The kinds of values and of writers; the numbers are part of the interface. */
+/** The kinds of values and of writers; the numbers are part of the interface. */
 enum {
-    VN_EventKind_Integer = 0,     /* signed 64-bit */
-    VN_EventKind_String = 1,      /* owned, NUL-terminated text */
-    VN_EventKind_Character = 2,   /* the low byte of the payload */
-    VN_EventKind_Float = 3,       /* the bits of a double */
-    VN_EventKind_Decimal = 4,     /* decimal64 in BID encoding */
-    VN_EventKind_Boolean = 5,     /* true when the payload's low byte is not 0 */
-    VN_EventKind_Sequence = 6,    /* owned child writer */
-    VN_EventKind_Dictionary = 7,  /* owned child writer */
-    VN_EventKind_Event = 8,       /* owned child writer */
-    VN_EventKind_Unformatted = 9, /* owned, NUL-terminated text */
-    VN_EventKind_Wrapper = 10     /* the writers of any and optional; as a value, renders nothing */
+    VN_EventKind_Integer = 0,     /**< signed 64-bit */
+    VN_EventKind_String = 1,      /**< owned, NUL-terminated text */
+    VN_EventKind_Character = 2,   /**< the low byte of the payload */
+    VN_EventKind_Float = 3,       /**< the bits of a double */
+    VN_EventKind_Decimal = 4,     /**< decimal64 in BID encoding */
+    VN_EventKind_Boolean = 5,     /**< true when the payload's low byte is not 0 */
+    VN_EventKind_Sequence = 6,    /**< owned child writer */
+    VN_EventKind_Dictionary = 7,  /**< owned child writer */
+    VN_EventKind_Event = 8,       /**< owned child writer */
+    VN_EventKind_Unformatted = 9, /**< owned, NUL-terminated text */
+    VN_EventKind_Wrapper = 10 /**< the writers of any and optional; as a value, renders nothing */
 };
 
-/* A value as the writers' Vectors hold it, one heap block per value. */
+/** A value as the writers' Vectors hold it, one heap block per value. */
 typedef struct VN_EventValue {
-    void* payload; /* one word, interpreted according to kind */
+    void* payload; /**< one word, interpreted according to kind */
     uint32_t kind;
 } VN_EventValue;
 
 typedef struct VN_EventWriter VN_EventWriter;
 
-/* Each writer has pointers to the operations, so that a caller that has only the record can use
- * them: writer->addInt(writer, 5). Callers may read the fields; only the operations change them. */
+/** Each writer has pointers to the operations, so that a caller that has only the record can use
+ * them: `writer->addInt(writer, 5)`. Callers may read the fields; only the operations change them.
+ */
 struct VN_EventWriter {
-    uint32_t kind;  /* 6, 7 or 8; 10 for the wrappers of any and optional */
-    char* name;     /* owned type name of an event, or null */
-    Vector* keys;   /* of VN_EventValue*; a dictionary's keys, else empty */
-    Vector* values; /* of VN_EventValue*; fields, elements or the dictionary's values */
+    uint32_t kind;  /**< 6, 7 or 8; 10 for the wrappers of any and optional */
+    char* name;     /**< owned type name of an event, or null */
+    Vector* keys;   /**< of VN_EventValue*; a dictionary's keys, else empty */
+    Vector* values; /**< of VN_EventValue*; fields, elements or the dictionary's values */
 
     void (*addInt)(VN_EventWriter* writer, int64_t value);
     void (*addString)(VN_EventWriter* writer, const char* text);
@@ -99,86 +103,106 @@ struct VN_EventWriter {
     void (*addAnyType)(VN_EventWriter* writer, const char* text);
 };
 
-/* A new writer of kind 6, 7 or 8, destroyed by VN_EventWriter_dtor or with the writer that it is
+/** A new writer of kind 6, 7 or 8, destroyed by VN_EventWriter_dtor or with the writer that it is
  * added to. The name is copied; it is the type name of an event and may be null for the others. */
 VN_NODISCARD VN_API VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name);
 
-/* Frees the writer and everything that it owns, also child writers. Null does nothing. */
+/** Frees the writer and everything that it owns, also child writers. Null does nothing. */
 VN_API void VN_EventWriter_dtor(VN_EventWriter* writer);
 
-/* Adding a value: an event's next field, a sequence's next element. Texts are copied. addBoolean
- * keeps only the low byte of its argument, so that 256 is false; addChar keeps one byte too. */
+/** Adds an integer: an event's next field, or a sequence's next element. */
 VN_API void VN_EventWriter_addInt(VN_EventWriter* writer, int64_t value);
+
+/** Adds a string: an event's next field, or a sequence's next element. The text is copied. */
 VN_API void VN_EventWriter_addString(VN_EventWriter* writer, const char* text);
+
+/** Adds a character: an event's next field, or a sequence's next element. Keeps only the low byte
+ * of its argument. */
 VN_API void VN_EventWriter_addChar(VN_EventWriter* writer, int character);
+
+/** Adds a float: an event's next field, or a sequence's next element. */
 VN_API void VN_EventWriter_addFloat(VN_EventWriter* writer, double value);
+
+/** Adds a decimal value (numbers.h): an event's next field, or a sequence's next element. */
 VN_API void VN_EventWriter_addDecimal(VN_EventWriter* writer, uint64_t value);
+
+/** Adds a boolean: an event's next field, or a sequence's next element. Keeps only the low byte of
+ * its argument, so that 256 is false. */
 VN_API void VN_EventWriter_addBoolean(VN_EventWriter* writer, int value);
 
-/* Adds text that is written unchanged, without quotes. The two functions do the same. */
+/** Adds text that is written unchanged, without quotes. The text is copied. */
 VN_API void VN_EventWriter_addUnformatted(VN_EventWriter* writer, const char* text);
+
+/** Does the same as VN_EventWriter_addUnformatted. */
 VN_API void VN_EventWriter_addAnyType(VN_EventWriter* writer, const char* text);
 
-/* Adds a child, as a value of the child's own kind; the child now belongs to the writer. A null
+/** Adds a child, as a value of the child's own kind; the child now belongs to the writer. A null
  * child adds nothing. A child of kind 10 is neither rendered nor destroyed with its parent. */
 VN_API void VN_EventWriter_addRefValue(VN_EventWriter* writer, VN_EventWriter* child);
 
-/* The generic adds. The payload is the word of a VN_EventValue of that kind: a text, which is
- * copied (kinds 1 and 9); a child writer, which then belongs to the writer (6, 7 and 8); otherwise
- * the value itself, stored unchanged. A kind above 9 is stored and renders as nothing. */
+/** Adds a value of any kind. The payload is the word of a VN_EventValue of that kind: a text, which
+ * is copied (kinds 1 and 9); a child writer, which then belongs to the writer (6, 7 and 8);
+ * otherwise the value itself, stored unchanged. A kind above 9 is stored and renders as nothing. */
 VN_API void VN_EventWriter_addValue(VN_EventWriter* writer, uint32_t kind, void* payload);
 
-/* Adds a key and its value: a dictionary's next entry. */
+/** Adds a key and its value: a dictionary's next entry. The payloads are as for
+ * VN_EventWriter_addValue. */
 VN_API void VN_EventWriter_addDictValue(VN_EventWriter* writer, uint32_t keyKind, void* keyPayload,
                                         uint32_t valueKind, void* valuePayload);
 
-/* Adds an `any`: a value of kind 8 whose child is a kind-10 writer named "any". Unless kind is 10,
+/** Adds an `any`: a value of kind 8 whose child is a kind-10 writer named "any". Unless kind is 10,
  * the child holds the type's name as an unformatted value, and the value. The type's name is
+ *
  *     "integer", "string", "string", "float", "decimal", "boolean"    for kinds 0 to 5
  *     "string"                                                        for kind 9
  *     typeName                                                        for kinds 6 and 7
  *     the child's own name                                            for kind 8, but typeName if
  *         that name begins with "optional" or is missing
  *     "invalid"                                                       for kinds above 10
+ *
  * typeName is copied; null counts as empty. */
 VN_API void VN_EventWriter_addAny(VN_EventWriter* writer, uint32_t kind, void* payload,
                                   const char* typeName);
 
-/* Adds an `optional`: the same with the name "optional" and the value alone; empty for kind 10. */
+/** Adds an `optional`: as VN_EventWriter_addAny does, but with the name "optional" and the value
+ * alone; empty for kind 10. */
 VN_API void VN_EventWriter_addOptional(VN_EventWriter* writer, uint32_t kind, void* payload);
 
-/* Payload words of numbers, for the generic adds. */
+/** The payload word of an integer, for VN_EventWriter_addValue and its like. */
 static inline void* VN_EventPayload_ofInt(int64_t value) {
     void* payload;
     memcpy(&payload, &value, sizeof payload);
     return payload;
 }
 
+/** The payload word of a float, for VN_EventWriter_addValue and its like. */
 static inline void* VN_EventPayload_ofFloat(double value) {
     void* payload;
     memcpy(&payload, &value, sizeof payload);
     return payload;
 }
 
-/* Whether the value owns a child writer: kinds 6, 7 and 8. */
+/** Whether the value owns a child writer: kinds 6, 7 and 8. */
 VN_API bool VN_EventWriterIsReferenceType(const VN_EventValue* value) VN_PURE;
 
-/* The writer as text, released with free; "" for a writer whose own kind is not 6, 7 or 8. */
+/** The writer as text, released with free; "" for a writer whose own kind is not 6, 7 or 8. */
 VN_NODISCARD VN_API char* VN_EventWriter_toString(const VN_EventWriter* writer) VN_MALLOC;
 
-/* One value as text, released with free. */
+/** One value as text, released with free. */
 VN_NODISCARD VN_API char* valueToString(const VN_EventValue* value) VN_MALLOC;
 
-/* The two passes, for callers with their own buffer. Both interpret the payload according to the
- * argument kind, not to the value's own. Null and kinds above 9 count 0 and write nothing.
- *
- * The length of the value's text; UINT32_MAX if it is longer than that.
+/** The first of two passes for callers with their own buffer: the length of the value's text;
+ * UINT32_MAX if it is longer than that. The payload is interpreted according to the argument kind,
+ * not to the value's own. Null and kinds above 9 count 0.
  * Compat: a sequence or dictionary whose child is null counts 2, although only its opening bracket
  * is written; callers rely on the length. */
 VN_API uint32_t VN_EventWriter_strlen(const VN_EventValue* value, uint32_t kind);
 
-/* Writes the text at buffer[*position], without terminating it, and moves *position to its end. The
- * limit bounds what is written, not how far the position moves:
+/** The second pass: writes the text at buffer[*position], without terminating it, and moves
+ * *position to its end. The payload is interpreted according to the argument kind, not to the
+ * value's own. Null and kinds above 9 write nothing.
+ *
+ * The limit bounds what is written, not how far the position moves:
  *  - brackets, commas, colons and the characters of an escaped string are written, and move the
  *    position, only while it is below the limit;
  *  - numbers, characters, booleans and unescaped strings are cut so that they and a terminator,

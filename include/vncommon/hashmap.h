@@ -1,4 +1,5 @@
-/* HashMap: map from pointer-sized keys to pointer-sized values, with caller-supplied callbacks.
+/** @file
+ * HashMap: map from pointer-sized keys to pointer-sized values, with caller-supplied callbacks.
  *
  *     HashMap* prices = vn_HashMap_ctor(vn_String_hash, vn_String_compare, NULL, NULL, 1024, 0);
  *     HashMap* orders = vn_HashMap_ctor(NULL, NULL, NULL, NULL, 65536, 0);
@@ -38,53 +39,58 @@
 
 VN_BEGIN_DECLS
 
+/** A key and its value. */
 typedef struct HashMapEntry {
     void* key;
     void* value;
-    uint32_t hash;        /* of the key as it was added; rehashing uses it */
-    uint32_t bucketIndex; /* the entry's position inside its bucket */
+    uint32_t hash;        /**< of the key as it was added; rehashing uses it */
+    uint32_t bucketIndex; /**< the entry's position inside its bucket */
 } HashMapEntry;
 
-/* The hash of a key; the key's bucket is chosen by its low bits. Called at most three times per
+/** The hash of a key; the key's bucket is chosen by its low bits. Called at most three times per
  * add (twice when the buckets do not grow, once when the key is present already) and once per
  * lookup in a map that is not empty. Null: a hash of the word itself, in which every bit counts;
  * the record then holds a function of the library. */
 typedef uint32_t (*vn_HashMapHash)(const void* key);
-/* 0 when the stored key equals key. The entries of a bucket are compared in order. Null: a key
+
+/** 0 when the stored key equals key. The entries of a bucket are compared in order. Null: a key
  * equals only the same word; the record then holds a function of the library. */
 typedef int32_t (*vn_HashMapCompare)(const void* storedKey, const void* key);
-/* Fills key and value of a new entry, for example with copies. The stored key must equal the given
+
+/** Fills key and value of a new entry, for example with copies. The stored key must equal the given
  * one while it is in the map; the caller may also store it right after the add. Adding uses only
  * the given key, never the stored one. */
 typedef void (*vn_HashMapFill)(HashMapEntry* entry, void* key, void* value);
-/* Called with an entry that leaves the map; frees what fill made. Its result is what remove and
+
+/** Called with an entry that leaves the map; frees what fill made. Its result is what remove and
  * replace return, so one that frees should return null. */
 typedef void* (*vn_HashMapRelease)(HashMapEntry* entry);
 
-/* The fields may be read; only the functions below change them. The storage of a bucket belongs
+/** The fields may be read; only the functions below change them. The storage of a bucket belongs
  * to the map: no function that adds to or ends a Vector may be called on one. */
 typedef struct HashMap {
-    uint32_t count;         /* live entries */
-    uint32_t mask;          /* bucket count - 1; a key's bucket is hash & mask */
-    uint32_t initialSize;   /* as given at construction, at least 16 */
-    Vector* buckets;        /* mask + 1 Vectors of HashMapEntry* (initial capacity 8, no shrink) */
-    HashMapEntry* entries;  /* storage of all entries */
-    uint32_t entryCapacity; /* slots in entries */
-    uint32_t entryFill;     /* slots handed out, the holes of removed entries included */
-    bool shrink;            /* whether removals may shrink the buckets and the entry array */
-    uint8_t keyKind;        /* private: what is known of the keys */
+    uint32_t count;        /**< live entries */
+    uint32_t mask;         /**< bucket count - 1; a key's bucket is hash & mask */
+    uint32_t initialSize;  /**< as given at construction, at least 16 */
+    Vector* buckets;       /**< mask + 1 Vectors of HashMapEntry* (initial capacity 8, no shrink) */
+    HashMapEntry* entries; /**< storage of all entries */
+    uint32_t entryCapacity; /**< slots in entries */
+    uint32_t entryFill;     /**< slots handed out, the holes of removed entries included */
+    bool shrink;            /**< whether removals may shrink the buckets and the entry array */
+    uint8_t keyKind;        /**< private: what is known of the keys */
     vn_HashMapHash hash;
     vn_HashMapCompare compare;
-    vn_HashMapFill fill;       /* null: key and value are stored as given */
-    vn_HashMapRelease release; /* may be null */
+    vn_HashMapFill fill;       /**< null: key and value are stored as given */
+    vn_HashMapRelease release; /**< may be null */
 } HashMap;
 
+/** A position in a map. */
 typedef struct HashMapIterator {
     HashMap* map;
-    HashMapEntry* entry; /* null: past the end */
+    HashMapEntry* entry; /**< null: past the end */
 } HashMapIterator;
 
-/* A new map on the heap, ended by vn_HashMap_dtor. Each callback may be null. initialSize is the
+/** A new map on the heap, ended by vn_HashMap_dtor. Each callback may be null. initialSize is the
  * number of entries that have room, at least 16; the buckets double when that many are there. It
  * should be a power of two. Another size is accepted, but its mask has gaps: 20 gives 5 buckets
  * with mask 4, of which only 0 and 4 are ever used. shrink is a flag. */
@@ -92,69 +98,77 @@ VN_NODISCARD VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapComp
                                              vn_HashMapFill fill, vn_HashMapRelease release,
                                              uint32_t initialSize, int shrink);
 
-/* The same for the caller's record, ended by vn_HashMap_cleanup. */
+/** The same for the caller's record, ended by vn_HashMap_cleanup. */
 VN_API void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compare,
                             vn_HashMapFill fill, vn_HashMapRelease release, uint32_t initialSize,
                             int shrink);
 
-/* vn_HashMap_removeAll, then frees the storage. The record must not be used without a new init.
+/** vn_HashMap_removeAll, then frees the storage. The record must not be used without a new init.
  */
 VN_API void vn_HashMap_cleanup(HashMap* map);
 
-/* vn_HashMap_cleanup, then frees the record. */
+/** vn_HashMap_cleanup, then frees the record. */
 VN_API void vn_HashMap_dtor(HashMap* map);
 
-/* The number of entries. */
+/** The number of entries. */
 VN_API uint32_t vn_HashMap_size(const HashMap* map) VN_PURE;
 
-/* Adds key with value, unless the key is present: then nothing changes, and the value stays the old
- * one. This is no "put": vn_HashMap_replace is. add returns a new iterator on the new entry (on no
- * entry when the key was present), and a caller that does not end it with vn_HashMapIterator_dtor
- * leaks it; addQuick returns the entry itself, or null, and allocates no iterator. */
+/** Adds key with value, unless the key is present: then nothing changes, and the value stays the
+ * old one. This is no "put": vn_HashMap_replace is. Returns a new iterator on the new entry (on no
+ * entry when the key was present). A caller that does not end it with vn_HashMapIterator_dtor leaks
+ * it; vn_HashMap_addQuick allocates none. */
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value);
+
+/** Adds key with value, unless the key is present: then nothing changes, and the value stays the
+ * old one. Returns the new entry, or null when the key was present. Allocates no iterator. */
 VN_API HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value);
 
-/* vn_HashMap_remove, then adds key with value. Returns what remove returned. key must survive
+/** vn_HashMap_remove, then adds key with value. Returns what remove returned. key must survive
  * the release of the entry that it replaces. */
 VN_API void* vn_HashMap_replace(HashMap* map, void* key, void* value);
 
-/* Removes the key. Returns release(entry) when the key was present and release is set, otherwise
+/** Removes the key. Returns release(entry) when the key was present and release is set, otherwise
  * null: without a release callback the result does not show whether the key was present. */
 VN_API void* vn_HashMap_remove(HashMap* map, const void* key);
 
-/* Removes the key without calling release, and returns the entry that was removed, or null when
+/** Removes the key without calling release, and returns the entry that was removed, or null when
  * the key is absent. The entry stays readable until the next add or remove. */
 VN_API HashMapEntry* vn_HashMap_findValueAndRemove(HashMap* map, const void* key);
 
-/* Whether the key is present. */
+/** Whether the key is present. */
 VN_API bool vn_HashMap_exists(const HashMap* map, const void* key);
 
-/* A new iterator on the key's entry, ended by vn_HashMapIterator_dtor; null when absent. */
+/** A new iterator on the key's entry, ended by vn_HashMapIterator_dtor; null when absent. */
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_find(HashMap* map, const void* key);
 
-/* The key's value, or null when absent. */
+/** The key's value, or null when absent. */
 VN_API void* vn_HashMap_findValue(const HashMap* map, const void* key);
 
-/* A new iterator on the first or last entry in bucket order, ended by vn_HashMapIterator_dtor;
- * null when the map is empty. */
+/** A new iterator on the first entry in bucket order, ended by vn_HashMapIterator_dtor; null when
+ * the map is empty. */
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_first(HashMap* map);
+
+/** A new iterator on the last entry in bucket order, ended by vn_HashMapIterator_dtor; null when
+ * the map is empty. */
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_last(HashMap* map);
 
-/* Removes every entry, calling release (if set) on each: buckets in order, and in a bucket the
+/** Removes every entry, calling release (if set) on each: buckets in order, and in a bucket the
  * first entry, then the last, which moved into its place, and so on. With the shrink flag the
  * number of buckets halves.
  * Compat: slots of the entry array are not reused until it is rebuilt; callers rely on it. */
 VN_API void vn_HashMap_removeAll(HashMap* map);
 
-/* Forgets every entry without calling release; entry slots are handed out from the first again.
+/** Forgets every entry without calling release; entry slots are handed out from the first again.
  * With the shrink flag the number of buckets halves. */
 VN_API void vn_HashMap_clear(HashMap* map);
 
-/* Whether the iterator is on an entry; false for null. */
+/** Whether the iterator is on an entry; false for null. */
 VN_API bool vn_HashMapIterator_valid(const HashMapIterator* iterator) VN_PURE;
 
-/* Key and value of the entry; null when the iterator is not valid. */
+/** The key of the entry; null when the iterator is not valid. */
 VN_API void* vn_HashMapIterator_key(const HashMapIterator* iterator) VN_PURE;
+
+/** The value of the entry; null when the iterator is not valid. */
 VN_API void* vn_HashMapIterator_value(const HashMapIterator* iterator) VN_PURE;
 
 /* Inline bodies of these three functions, because a call costs more than the work. Their addresses
@@ -174,26 +188,31 @@ extern inline __attribute__((gnu_inline)) void* vn_HashMapIterator_value(
 }
 #endif
 
-/* Moves to the following or the preceding entry and returns true. When there is none, the
- * iterator is no longer valid and the result is false. Past the end, and on an empty map, the
- * result is false and nothing changes. */
+/** Moves to the following entry and returns true. When there is none, the iterator is no longer
+ * valid and the result is false. Past the end, and on an empty map, the result is false and nothing
+ * changes. */
 VN_API bool vn_HashMapIterator_next(HashMapIterator* iterator);
+
+/** Moves to the preceding entry and returns true. When there is none, the iterator is no longer
+ * valid and the result is false. Past the end, and on an empty map, the result is false and nothing
+ * changes. */
 VN_API bool vn_HashMapIterator_back(HashMapIterator* iterator);
 
-/* Frees the iterator; null is accepted. */
+/** Frees the iterator; null is accepted. */
 VN_API void vn_HashMapIterator_dtor(HashMapIterator* iterator);
 
-/* Callbacks for keys that are NUL-terminated strings (they take void pointers so that they fit
- * where a callback is expected).
- *
- * The hash is h = (h + c) * 0x9E3779B9 modulo 2^32 over the bytes c, from h = 0.
- * Compat: bytes from 128 up count as negative, because callers store hashes.
- * The comparison is strcmp. A map built with both compares the stored hashes first, and the
- * strings only when the hashes are equal. */
+/** The hash callback for keys that are NUL-terminated strings (it takes a void pointer so that it
+ * fits where a callback is expected): h = (h + c) * 0x9E3779B9 modulo 2^32 over the bytes c, from
+ * h = 0. A map built with this and vn_String_compare compares the stored hashes first, and the
+ * strings only when the hashes are equal.
+ * Compat: bytes from 128 up count as negative, because callers store hashes. */
 VN_API uint32_t vn_String_hash(const void* string) VN_PURE;
+
+/** The compare callback for keys that are NUL-terminated strings (it takes void pointers so that it
+ * fits where a callback is expected): strcmp. */
 VN_API int32_t vn_String_compare(const void* a, const void* b) VN_PURE;
 
-/* The smallest prime not below n; 0 when no prime of 64 bits is (n > 2^64 - 59). Takes time in
+/** The smallest prime not below n; 0 when no prime of 64 bits is (n > 2^64 - 59). Takes time in
  * proportion to the square root of n; measured: see docs/benchmarks.md. */
 VN_API uint64_t vn_nextPrime(uint64_t n) VN_CONST;
 

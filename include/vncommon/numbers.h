@@ -1,4 +1,5 @@
-/* Text of doubles and of decimal values.
+/** @file
+ * Text of doubles and of decimal values.
  *
  * Three formatters of a double: the shortest text that reads back to the same double, a fixed
  * number of places, a fixed number of significant digits with an exponent. All three round
@@ -25,9 +26,10 @@
 
 VN_BEGIN_DECLS
 
-/* --- Doubles to text ------------------------------------------------------------------------ */
+/** @name Doubles to text
+ * @{ */
 
-/* Writes the shortest text that reads back to x, and returns buf. buf must have room for 25 bytes,
+/** Writes the shortest text that reads back to x, and returns buf. buf must have room for 25 bytes,
  * the longest text with its terminator, because the function does not know its size.
  *
  * A NaN is "NaN", whatever its sign; the infinities are "Infinity" and "-Infinity"; -0.0 is "-0".
@@ -38,7 +40,7 @@ VN_BEGIN_DECLS
  */
 VN_API char* vn_g_fmt(char* buf, double x);
 
-/* Writes x with precision digits after the point: "1234.50" for 1234.5 and 2, "0.050" for 0.05
+/** Writes x with precision digits after the point: "1234.50" for 1234.5 and 2, "0.050" for 0.05
  * and 3, "2" for 2.5 and 0. Returns buf, or null when the text and its terminator do not fit into
  * size bytes. buf then holds the part that fits, without a terminator; for a NaN and for a size
  * below 2, it is unchanged.
@@ -49,7 +51,7 @@ VN_API char* vn_g_fmt(char* buf, double x);
  */
 VN_NODISCARD VN_API char* vn_g_fmt_fixed(char* buf, unsigned size, int precision, double x);
 
-/* Writes x with precision significant digits and an exponent: "1.23e+02" for 123.4 and 3, "1e+02"
+/** Writes x with precision significant digits and an exponent: "1.23e+02" for 123.4 and 3, "1e+02"
  * for 1. Returns buf or null as vn_g_fmt_fixed does.
  *
  * A precision above 100 counts as 100, one below 1 as 1.
@@ -57,15 +59,20 @@ VN_NODISCARD VN_API char* vn_g_fmt_fixed(char* buf, unsigned size, int precision
  * most "0." when it does not fit; callers rely on it.
  */
 VN_NODISCARD VN_API char* vn_g_fmt_scientific(char* buf, unsigned size, int precision, double x);
+/** @} */
 
-/* --- Text to double ------------------------------------------------------------------------- */
+/** @name Text to double
+ * @{ */
 
-/* Reads the number at the start of text, correctly rounded, and stores in *end (unless end is null)
- * where it stops. The text has optional blanks (space, \t \n \v \f \r), an optional sign, then
+/** Reads the number at the start of text, correctly rounded, and stores in *end (unless end is
+ * null) where it stops. The text has optional blanks (space, `\t \n \v \f \r`), an optional sign,
+ * then
+ *
  *     decimal digits with or without a point, and an exponent ("e" or "E");
  *     "0x" or "0X", hexadecimal digits with or without a point, and a binary exponent ("p");
  *     "inf" or "infinity" in any case;
  *     "nan" in any case, with or without hexadecimal digits in parentheses for its payload.
+ *
  * Text that starts with none of these gives 0, and *end is text itself.
  *
  * Overflow gives an infinity and underflow to zero gives zero, both with errno ERANGE. Otherwise
@@ -77,41 +84,60 @@ VN_NODISCARD VN_API char* vn_g_fmt_scientific(char* buf, unsigned size, int prec
  * Numbers of more than 2^28 characters may be read wrong.
  */
 VN_API double vn_strtod(const char* text, char** end);
+/** @} */
 
-/* --- Decimal values ------------------------------------------------------------------------- */
+/** @name Decimal values
+ * @{ */
 
-/* Writes sign (always), coefficient, "E" and signed exponent as they are stored: 1.5 held as 15 and
- * -1 is "+15E-1", held as 150 and -2 it is "+150E-2". Infinities are "+Inf" and "-Inf", NaNs "+NaN"
- * and "-NaN", signalling ones "+SNaN" and "-SNaN". At most 23 bytes with the terminator. */
+/** Writes sign (always), coefficient, "E" and signed exponent as they are stored: 1.5 held as 15
+ * and -1 is "+15E-1", held as 150 and -2 it is "+150E-2". Infinities are "+Inf" and "-Inf", NaNs
+ * "+NaN" and "-NaN", signalling ones "+SNaN" and "-SNaN". At most 23 bytes with the terminator. */
 VN_API void vn_dec_to_string(uint64_t d, char* out);
 
-/* Not 0 when d is a NaN (quiet or signalling), finite, or an infinity (of either sign). */
+/** Not 0 when d is a NaN (quiet or signalling). */
 VN_API int vn_dec_isnan(uint64_t d) VN_CONST;
+
+/** Not 0 when d is finite. */
 VN_API int vn_dec_isfinite(uint64_t d) VN_CONST;
+
+/** Not 0 when d is an infinity (of either sign). */
 VN_API int vn_dec_isinfinite(uint64_t d) VN_CONST;
 
-/* Positive infinity; the quiet NaN. */
+/** Positive infinity. */
 VN_API uint64_t VN_DEC_INFINITY(void) VN_CONST;
+
+/** The quiet NaN. */
 VN_API uint64_t VN_DEC_NAN(void);
+/** @} */
 
-/* --- What the conversion shares ------------------------------------------------------------- */
+/** @name What the conversion shares
+ * When the fast paths of the functions above do not apply, the general conversion uses big
+ * integers. One lock guards their free lists, another the cache of powers of five. The locks are
+ * not recursive; a thread that holds one must not convert numbers. In a child of fork() they are
+ * free, unless the forking thread itself holds them.
+ * @{ */
 
-/* When the fast paths of the functions above do not apply, the general conversion uses big
- * integers. One lock guards their free lists, another the cache of powers of five. Each operation
- * locks or unlocks one of them and returns the result of the mutex call, 0 on success. The locks
- * are not recursive; a thread that holds one must not convert numbers. In a child of fork() they
- * are free, unless the forking thread itself holds them.
- */
+/** Locks the free lists of the big integers. Returns the result of the mutex call, 0 on success. */
 VN_API int acquireBallocLock(void);
+
+/** Unlocks the free lists of the big integers. Returns the result of the mutex call, 0 on
+ * success. */
 VN_API int freeBallocLock(void);
+
+/** Locks the cache of powers of five. Returns the result of the mutex call, 0 on success. */
 VN_API int acquirep5Lock(void);
+
+/** Unlocks the cache of powers of five. Returns the result of the mutex call, 0 on success. */
 VN_API int freep5Lock(void);
 
-/* The calling thread's scratch area while the general conversion runs: the start of its unused
- * part, and the size of that part in units of eight bytes. Both are null outside conversions.
- * They are exported for debugging; do not set them. */
+/** The start of the unused part of the calling thread's scratch area while the general conversion
+ * runs; null outside conversions. Exported for debugging; do not set it. */
 extern VN_API vn_ThreadLocal dtoa_threadLocalMemNext;
+
+/** The size of that unused part in units of eight bytes; null outside conversions. Exported for
+ * debugging; do not set it. */
 extern VN_API vn_ThreadLocal dtoa_threadLocalMemLeft;
+/** @} */
 
 VN_END_DECLS
 

@@ -1,4 +1,5 @@
-/* Descriptions of the processor and of the Linux distribution, one line each, for logs and
+/** @file
+ * Descriptions of the processor and of the Linux distribution, one line each, for logs and
  * diagnostics; and two text helpers for reading the files that they come from.
  *
  * Ownership: both descriptions are made on the first call, kept for the life of the process and
@@ -16,9 +17,11 @@
 
 VN_BEGIN_DECLS
 
-/* The processor, from the first block of /proc/cpuinfo. On x86 and on ARM
+/** The processor, from the first block of /proc/cpuinfo. On x86 and on ARM
+ *
  *     vendor GenuineIntel family 6 model 85 stepping 4: Intel(R) Xeon(R) Platinum 8124M
  *     implementer code 0x41 achitecture 8 part code 0xd0c: (null)
+ *
  * Parts that the file does not have are left out, except the model name, which is then "(null)". A
  * file without any part gives " : (null)". At most 1023 bytes.
  * Compat: " achitecture " is misspelled; callers match the text.
@@ -27,27 +30,31 @@ VN_BEGIN_DECLS
  * failure.h. */
 VN_API const char* vn_getCPUDetails(void);
 
-/* The Linux distribution, from the first of these files that can be opened:
+/** The Linux distribution, from the first of these files that can be opened:
+ *
  *     /etc/os-release, /usr/lib/os-release    NAME without its last byte, a blank, VERSION
  *                                             without its first byte (see below)
  *     /etc/lsb-release                        the value of DISTRIB_DESCRIPTION
  *     /etc/redhat-release, /etc/SuSE-release  the first line
  *     /etc/debian_version                     "Debian " and the first line
+ *
  * or "Unknown Linux platform" if no file can be opened, if the file has no such value, or without
  * memory for the result.
  *
  * Values are copied as they are, with their quotes.
  * Compat: in os-release only NAME's closing and VERSION's opening quote are removed; callers expect
+ *
  *     "Debian GNU/Linux 12 (bookworm)"    with both quotes, for the usual quoted values
+ *
  * and an unquoted value loses its last or first byte. Reading stops at the VERSION line, so a NAME
  * after it is ignored. */
 VN_API const char* vn_getFullPlatformName(void);
 
-/* The value of a line "key: value": two bytes after its first colon, or the line's terminator
+/** The value of a line "key: value": two bytes after its first colon, or the line's terminator
  * if there is no colon or the line ends before. Never null, never beyond the terminator. */
 VN_API const char* find_colon(const char* line) VN_PURE VN_RETURNS_NONNULL;
 
-/* Cuts text at its first line feed: writes the terminator there, or (again) at the text's end
+/** Cuts text at its first line feed: writes the terminator there, or (again) at the text's end
  * if there is none. Returns the index of that terminator, the new length. */
 VN_API size_t strip_linebreak(char* text);
 

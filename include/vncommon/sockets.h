@@ -1,4 +1,5 @@
-/* Sockets: a small blocking TCP layer over IPv4.
+/** @file
+ * Sockets: a small blocking TCP layer over IPv4.
  *
  * Ordinary network failures are not fatal: every operation that can fail returns null on success
  * and otherwise a newly allocated message text, which the caller shows or logs and frees with
@@ -8,7 +9,9 @@
  *
  * The application must handle SIGPIPE: writing to a connection that the peer has closed raises it,
  * and by default it ends the process. A server should therefore start with
+ *
  *     signal(SIGPIPE, SIG_IGN);
+ *
  * and then gets the failure as a text ("Broken pipe").
  *
  * Limits: IPv4 only, the first address of a name only, no time-out while connecting, and ports are
@@ -25,18 +28,20 @@
 
 VN_BEGIN_DECLS
 
-/* Nothing to set up or clean up on this platform; the first returns 0. */
+/** Returns 0: there is nothing to set up on this platform. */
 VN_API int vn_socketInit(void);
+
+/** Does nothing: there is nothing to clean up on this platform. */
 VN_API void vn_socketCleanup(void);
 
-/* Connects to host (a dotted address, or a name whose first IPv4 address is taken; null means
+/** Connects to host (a dotted address, or a name whose first IPv4 address is taken; null means
  * "127.0.0.1") and port. On success *fd is the caller's, to be closed with vn_socketClose.
  * Failures: "Failed to resolve hostname." (also without memory for the answer), "Failed to create
  * network socket.", "Failed to connect to host." The system's reason for the last one is only
- * logged, as "connect: %s\n" at DEBUG. */
+ * logged, as `"connect: %s\n"` at DEBUG. */
 VN_NODISCARD VN_API char* vn_socketConnect(const char* host, int port, int* fd) VN_MALLOC;
 
-/* Listens on all local addresses with SO_REUSEADDR and a backlog of 20. Port 0 lets the system
+/** Listens on all local addresses with SO_REUSEADDR and a backlog of 20. Port 0 lets the system
  * choose one (see getsockname). Failures: "Failed to create listening socket.", "Failed to set
  * SO_REUSEADDR option.", "Failed to bind listening socket.", "Failed to listen on listening
  * socket."; the socket made is closed.
@@ -47,33 +52,36 @@ VN_NODISCARD VN_API char* vn_socketConnect(const char* host, int port, int* fd) 
  * vn_socketAccept, which sets 20 again; the other calls take these descriptors. */
 VN_NODISCARD VN_API char* vn_createListeningSocket(int port, int* fd) VN_MALLOC;
 
-/* Takes the next connection; it times out after 10 seconds without progress in either direction.
+/** Takes the next connection; it times out after 10 seconds without progress in either direction.
  * Failures: "The accept() call failed", and "Failed to listen on listening socket." when the
  * descriptor cannot listen.
  * Compat: in the second case THE DESCRIPTOR IS CLOSED; callers that loop on accept rely on it.
- * If a time-out cannot be set the connection is still returned, and "Failed to set SO_RCVTIMEO
- * option: %s" (or SO_SNDTIMEO) is logged as a warning. */
+ * If a time-out cannot be set the connection is still returned, and
+ * `"Failed to set SO_RCVTIMEO option: %s"` (or SO_SNDTIMEO) is logged as a warning. */
 VN_NODISCARD VN_API char* vn_socketAccept(int listeningFd, int* fd) VN_MALLOC;
 
-/* Receives once, up to *length bytes; on success *length is the count received, at least 1.
+/** Receives once, up to *length bytes; on success *length is the count received, at least 1.
  * "Network connection lost." when the peer has closed, and for a *length of 0, which looks the
  * same.
  * Compat: an interrupted receive is a failure and not retried, so that a signal can end a wait. */
 VN_NODISCARD VN_API char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer) VN_MALLOC;
 
-/* Appends the next line to the string buffer (which must be initialised), without its line feed
+/** Appends the next line to the string buffer (which must be initialised), without its line feed
  * and without any carriage return. There is no limit on its length. Failures as for
  * vn_socketReadBuffer; what was read of the line by then stays in the buffer. One system call
  * per byte. */
 VN_NODISCARD VN_API char* vn_socketReadLine(int fd, CStringBuffer* line) VN_MALLOC;
 
-/* Sends everything, in as many pieces as it takes; not retried on interruption. An empty text
- * sends once with length 0. */
+/** Sends the whole text, without its terminator, in as many pieces as it takes; not retried on
+ * interruption. An empty text sends once with length 0. */
 VN_NODISCARD VN_API char* vn_socketWrite(int fd, const char* text) VN_MALLOC;
+
+/** Sends length bytes, in as many pieces as it takes; not retried on interruption. A length of 0
+ * sends once. */
 VN_NODISCARD VN_API char* vn_socketWriteBuffer(int fd, unsigned length,
                                                const uint8_t* buffer) VN_MALLOC;
 
-/* The result of close(). */
+/** Closes the descriptor. Returns the result of close(). */
 VN_API int vn_socketClose(int fd);
 
 VN_END_DECLS

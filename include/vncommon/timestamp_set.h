@@ -1,4 +1,5 @@
-/* Timestamp sets: the times at which one event passed each numbered stage of processing.
+/** @file
+ * Timestamp sets: the times at which one event passed each numbered stage of processing.
  *
  * Sets and their entries are created and destroyed for every event, so both come from object pools
  * instead of the heap: one pool per processor that the process may use (vn_numberOfCPUs,
@@ -12,8 +13,9 @@
  * are exported under their own names. The order of the table is part of the interface.
  *
  * Times are seconds since 1970-01-01 UTC on the wall clock, with microseconds, as a double.
- * When the clock cannot be read, the warning "VN_TimestampSet_getRelativeTime(): gettimeofday()
- * failed, errno = %ld" is logged (log.h) and the time is 0.0.
+ * When the clock cannot be read, the warning
+ * `"VN_TimestampSet_getRelativeTime(): gettimeofday() failed, errno = %ld"` is logged (log.h) and
+ * the time is 0.0.
  *
  * Compat: replace and find match stages by their low 32 bits only, because compiled clients look
  * stages up by 32-bit numbers. The text shows all 64 bits.
@@ -47,6 +49,7 @@
 
 VN_BEGIN_DECLS
 
+/** The time at which an event passed a stage. */
 typedef struct TimeStamp {
     uint64_t stage;
     double time;
@@ -54,6 +57,7 @@ typedef struct TimeStamp {
 
 typedef struct VN_TimestampSet VN_TimestampSet;
 
+/** The operations of a set, in the order that is part of the interface. */
 typedef struct VN_TimestampSetFunctionTable {
     void (*addNow)(VN_TimestampSet* set, uint64_t stage);
     void (*addTime)(VN_TimestampSet* set, uint64_t stage, double time);
@@ -66,57 +70,67 @@ typedef struct VN_TimestampSetFunctionTable {
     char* (*toString)(VN_TimestampSet* set);
 } VN_TimestampSetFunctionTable;
 
+/** A set. */
 struct VN_TimestampSet {
-    Vector* entries; /* of TimeStamp*, in the order added */
+    Vector* entries; /**< of TimeStamp*, in the order added */
     const VN_TimestampSetFunctionTable* functions;
 };
 
-/* The one table that every set points to. */
+/** The one table that every set points to. */
 VN_API extern const VN_TimestampSetFunctionTable VN_TimestampSetFunctions;
 
-/* An empty set; the caller destroys it with VN_TimestampSet_dtor. */
+/** An empty set; the caller destroys it with VN_TimestampSet_dtor. */
 VN_NODISCARD VN_API VN_TimestampSet* VN_TimestampSet_ctor(void);
 
-/* A new set with the same entries in the same order, duplicates included. */
+/** A new set with the same entries in the same order, duplicates included. */
 VN_NODISCARD VN_API VN_TimestampSet* VN_TimestampSet_copy(VN_TimestampSet* set);
 
-/* Destroys a set with all its entries; null is ignored. */
+/** Destroys a set with all its entries; null is ignored. */
 VN_API void VN_TimestampSet_dtor(VN_TimestampSet* set);
 
-/* Appends an entry with the current, or the given, time. Stages may repeat. */
+/** Appends an entry with the current time. Stages may repeat. */
 VN_API void VN_TimestampSet_addNow(VN_TimestampSet* set, uint64_t stage);
+
+/** Appends an entry with the given time. Stages may repeat. */
 VN_API void VN_TimestampSet_addTime(VN_TimestampSet* set, uint64_t stage, double time);
 
-/* Sets the time of the first entry of that stage to the given, or the current, time. Returns the
- * entry, which belongs to the set, or null when there is none; then nothing is added, and the clock
- * is not read. */
+/** Sets the time of the first entry of that stage to the given time. Returns the entry, which
+ * belongs to the set, or null when there is none; then nothing is added. */
 VN_API TimeStamp* VN_TimestampSet_replace(VN_TimestampSet* set, uint64_t stage, double time);
+
+/** Sets the time of the first entry of that stage to the current time. Returns the entry, which
+ * belongs to the set, or null when there is none; then nothing is added, and the clock is not
+ * read. */
 VN_API TimeStamp* VN_TimestampSet_replaceWithNow(VN_TimestampSet* set, uint64_t stage);
 
-/* The time of the first entry of that stage, or 0.0; the second function also removes the entry.
- * The other entries keep their order. */
+/** The time of the first entry of that stage, or 0.0. */
 VN_API double VN_TimestampSet_findTime(VN_TimestampSet* set, uint64_t stage);
+
+/** The time of the first entry of that stage, which is removed, or 0.0. The other entries keep
+ * their order. */
 VN_API double VN_TimestampSet_findTimeAndRemove(VN_TimestampSet* set, uint64_t stage);
 
-/* Removes the earliest-added entry and stores it in *stage and *time; false if the set is empty. */
+/** Removes the earliest-added entry and stores it in *stage and *time; false if the set is empty.
+ */
 VN_API bool VN_TimestampSet_getNextStampAndRemove(VN_TimestampSet* set, uint64_t* stage,
                                                   double* time);
 
+/** The number of entries. */
 VN_API uint32_t VN_TimestampSet_getSize(VN_TimestampSet* set) VN_PURE;
 
-/* "{1:1700000000.250000, 2:1700000000.500000}": each stage once, at its first entry, in the order
+/** "{1:1700000000.250000, 2:1700000000.500000}": each stage once, at its first entry, in the order
  * added; "{}" for an empty set, "{NULL}" for a null one. The caller frees it with vn_free. */
 VN_NODISCARD VN_API char* VN_TimestampSet_toString(VN_TimestampSet* set) VN_MALLOC;
 
-/* The current time, as the entries carry it. */
+/** The current time, as the entries carry it. */
 VN_API double VN_TimestampSet_getRelativeTime(void);
 
-/* If the stage of entry is not yet a key of printed, appends entry as "%lu:%f, " (stage, time) and
- * adds the key. The map's hash and compare must take the stage itself as the key. */
+/** If the stage of entry is not yet a key of printed, appends entry as `"%lu:%f, "` (stage, time)
+ * and adds the key. The map's hash and compare must take the stage itself as the key. */
 VN_API void VectorElement_toString(TimeStamp* entry, CStringBuffer* text, HashMap* printed);
 
-/* The JNI wall clock for Java callers: VN_TimestampSet_getRelativeTime(). Declared without jni.h: a
- * jdouble is a double, and the two pointers are not used.
+/** The JNI wall clock for Java callers: VN_TimestampSet_getRelativeTime(). Declared without jni.h:
+ * a jdouble is a double, and the two pointers are not used.
  * Compat: the result is in seconds despite the name, which compiled classes call. */
 VN_API double Java_com_vantrel_util_CommonNativeMethods_getMicroTime(void* environment,
                                                                      void* object);

@@ -1,4 +1,5 @@
-/* Vector: growable array of pointer-sized elements with optional callbacks.
+/** @file
+ * Vector: growable array of pointer-sized elements with optional callbacks.
  *
  * An element is a pointer or an integer of a pointer's width; the Vector never looks inside.
  * Growth doubles, so adding is amortised constant time. Removing does not keep the order: the
@@ -27,64 +28,66 @@
 
 VN_BEGIN_DECLS
 
-/* 0 when element equals key (convention 6). */
+/** 0 when element equals key (convention 6). */
 typedef int32_t (*vn_VectorCompare)(const void* element, const void* key);
 
-/* Returns what vn_Vector_add stores instead of its argument, usually a copy. */
+/** Returns what vn_Vector_add stores instead of its argument, usually a copy. */
 typedef void* (*vn_VectorOnAdd)(void* element);
 
-/* Called with an element that leaves the Vector, usually to release it. vn_Vector_remove and
+/** Called with an element that leaves the Vector, usually to release it. vn_Vector_remove and
  * vn_Vector_set return its result, so one that frees the element should return null. */
 typedef void* (*vn_VectorOnRemove)(void* element);
 
-/* The fields may be read at any time: slots 0 to size - 1 of data are the elements, as
+/** The fields may be read at any time: slots 0 to size - 1 of data are the elements, as
  * vn_Vector_get returns them. Only the operations below change them. */
 typedef struct Vector {
-    uint32_t size;              /* elements in use */
-    uint32_t capacity;          /* element slots in data */
-    uint32_t initialCapacity;   /* as given at construction; the floor for shrinking */
-    bool shrink;                /* whether emptying and removing may shrink the storage */
-    void** data;                /* null when capacity is 0 */
-    vn_VectorCompare compare;   /* may be null if find is never used */
-    vn_VectorOnAdd onAdd;       /* may be null */
-    vn_VectorOnRemove onRemove; /* may be null */
+    uint32_t size;              /**< elements in use */
+    uint32_t capacity;          /**< element slots in data */
+    uint32_t initialCapacity;   /**< as given at construction; the floor for shrinking */
+    bool shrink;                /**< whether emptying and removing may shrink the storage */
+    void** data;                /**< null when capacity is 0 */
+    vn_VectorCompare compare;   /**< may be null if find is never used */
+    vn_VectorOnAdd onAdd;       /**< may be null */
+    vn_VectorOnRemove onRemove; /**< may be null */
 } Vector;
 
-/* A new, empty Vector on the heap, ended by vn_Vector_dtor. initialCapacity elements fit before it
+/** A new, empty Vector on the heap, ended by vn_Vector_dtor. initialCapacity elements fit before it
  * has to grow; with 0 there is no storage until the first add. A shrink other than 0 lets the
  * storage shrink again (see vn_Vector_remove and vn_Vector_clear). */
 VN_NODISCARD VN_API Vector* vn_Vector_ctor(vn_VectorCompare compare, vn_VectorOnAdd onAdd,
                                            vn_VectorOnRemove onRemove, uint32_t initialCapacity,
                                            int shrink);
 
-/* The same for the caller's record, ended by vn_Vector_cleanup. */
+/** The same for the caller's record, ended by vn_Vector_cleanup. */
 VN_API void vn_Vector_init(Vector* vector, vn_VectorCompare compare, vn_VectorOnAdd onAdd,
                            vn_VectorOnRemove onRemove, uint32_t initialCapacity, int shrink);
 
-/* vn_Vector_removeAll, then frees the storage but not the record, which must not be used again
+/** vn_Vector_removeAll, then frees the storage but not the record, which must not be used again
  * without vn_Vector_init. */
 VN_API void vn_Vector_cleanup(Vector* vector);
 
-/* vn_Vector_cleanup, then frees the record. */
+/** vn_Vector_cleanup, then frees the record. */
 VN_API void vn_Vector_dtor(Vector* vector);
 
-/* The number of elements, and whether it is 0. */
+/** The number of elements. */
 VN_API uint32_t vn_Vector_size(const Vector* vector) VN_PURE;
+
+/** Whether the number of elements is 0. */
 VN_API bool vn_Vector_empty(const Vector* vector) VN_PURE;
 
-/* Stores onAdd(element), or element itself without onAdd, at the end; returns its index, always
+/** Stores onAdd(element), or element itself without onAdd, at the end; returns its index, always
  * the old size. A full Vector doubles its capacity first (from 0 to 1); the new slots are zero. */
 VN_API uint32_t vn_Vector_add(Vector* vector, void* element);
 
-/* The element, or null when index >= size. */
+/** The element, or null when index >= size. */
 VN_API void* vn_Vector_get(const Vector* vector, uint32_t index) VN_PURE;
 
-/* Replaces the element at index. Returns onRemove(old), or old itself without onRemove; null, and
+/** Replaces the element at index. Returns onRemove(old), or old itself without onRemove; null, and
  * nothing changes, when index >= size.
  * Compat: onAdd is not called; callers rely on it. */
 VN_API void* vn_Vector_set(Vector* vector, uint32_t index, void* element);
 
-/* Takes the element at index out and moves the last one into its place: removing index 0 from
+/** Takes the element at index out and moves the last one into its place: removing index 0 from
  * [a, b, c] leaves [c, b]. Returns onRemove(element), or element itself without onRemove; null,
  * and nothing changes, when index >= size.
  *
@@ -96,15 +99,15 @@ VN_API void* vn_Vector_set(Vector* vector, uint32_t index, void* element);
  * rely on these figures. */
 VN_API void* vn_Vector_remove(Vector* vector, uint32_t index);
 
-/* True and the index of the first element for which compare(element, key) is 0; otherwise false,
+/** True and the index of the first element for which compare(element, key) is 0; otherwise false,
  * and *index keeps its value. Linear; an empty Vector calls nothing. */
 VN_API bool vn_Vector_find(const Vector* vector, const void* key, uint32_t* index);
 
-/* Empties the Vector after calling onRemove, if set, on each element from index 0 up; the results
+/** Empties the Vector after calling onRemove, if set, on each element from index 0 up; the results
  * are ignored. With shrink set, a capacity above the initial one goes back to it. */
 VN_API void vn_Vector_removeAll(Vector* vector);
 
-/* The same without calling onRemove: the elements remain the caller's. */
+/** The same without calling onRemove: the elements remain the caller's. */
 VN_API void vn_Vector_clear(Vector* vector);
 
 VN_END_DECLS

@@ -1,4 +1,5 @@
-/* The version of the library: of these headers, and of the library that is loaded.
+/** @file
+ * The version of the library: of these headers, and of the library that is loaded.
  *
  * The three numbers below are the only place that defines it; the build reads them from here.
  * Versions follow semantic versioning. The major number is the SONAME's: it changes when a program
@@ -18,24 +19,24 @@ VN_BEGIN_DECLS
 #define VN_VERSION_MINOR 1
 #define VN_VERSION_PATCH 0
 
-/* A version as one number; a later version has a larger number: 10203 for 1.2.3. */
+/** A version as one number; a later version has a larger number: 10203 for 1.2.3. */
 #define VN_VERSION_NUMBER_OF(major, minor, patch) ((major)*10000 + (minor)*100 + (patch))
 
-/* The version of these headers as such a number. */
+/** The version of these headers as such a number. */
 #define VN_VERSION_NUMBER VN_VERSION_NUMBER_OF(VN_VERSION_MAJOR, VN_VERSION_MINOR, VN_VERSION_PATCH)
 
-/* Whether these headers are of that version or a later one. Can be used in #if. */
+/** Whether these headers are of that version or a later one. Can be used in `#if`. */
 #define VN_VERSION_AT_LEAST(major, minor, patch) \
     (VN_VERSION_NUMBER >= VN_VERSION_NUMBER_OF(major, minor, patch))
 
-/* VN_VERSION_STRING: the version of these headers as a literal, "1.2.3". The other two macros are
+/** VN_VERSION_STRING: the version of these headers as a literal, "1.2.3". The other two macros are
  * helpers for it. */
 #define VN_VERSION_LITERAL(number) #number
 #define VN_VERSION_TEXT(major, minor, patch) \
     VN_VERSION_LITERAL(major) "." VN_VERSION_LITERAL(minor) "." VN_VERSION_LITERAL(patch)
 #define VN_VERSION_STRING VN_VERSION_TEXT(VN_VERSION_MAJOR, VN_VERSION_MINOR, VN_VERSION_PATCH)
 
-/* The version of the library that is loaded, "1.2.3"; it may be later than VN_VERSION_STRING, with
+/** The version of the library that is loaded, "1.2.3"; it may be later than VN_VERSION_STRING, with
  * which the caller was compiled. Static text: do not free it. Any thread, also in a signal handler.
  * Since 1.1. */
 VN_API const char* vn_version(void);

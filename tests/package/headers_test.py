@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that every public header compiles alone and without a warning, with every installed
 compiler: the C headers as C11 and C++17, the C++ header as C++17 and C++20. Also checks that
-vncommon.h includes all C headers."""
+vncommon.h includes all C headers, and that every exported name has its own description."""
 import argparse
 import concurrent.futures
 import os
@@ -15,14 +15,26 @@ import support
 OPTIONS = None
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror",
             "-fsyntax-only"]
+CLANG_WARNINGS = ["-Wdocumentation"]   # only clang has it
 
 
 def complaints(compiler, language, standard, header):
     """Includes the header twice, to test its include guard."""
-    command = [compiler, "-x", language, standard, f"-I{OPTIONS.include}", *WARNINGS, "-"]
+    warnings = WARNINGS + (CLANG_WARNINGS if "clang" in os.path.realpath(compiler) else [])
+    command = [compiler, "-x", language, standard, f"-I{OPTIONS.include}", *warnings, "-"]
     done = subprocess.run(command, input=f"#include <vncommon/{header}>\n" * 2, text=True,
                           capture_output=True, check=False)
     return f"{compiler} {standard} {header}:\n{done.stderr}" if done.returncode != 0 else ""
+
+
+def undescribed(text):
+    """The exported declarations without a comment for Doxygen directly above them."""
+    lines = text.split("\n")
+    for number, line in enumerate(lines):
+        if re.match(r"((extern|VN_NODISCARD) )?VN_API\b", line):
+            comment = "\n".join(lines[:number]).rpartition("/*")[2]
+            if not comment.startswith("* ") or not comment.endswith("*/") or "@{" in comment:
+                yield line
 
 
 class Headers(unittest.TestCase):
@@ -49,6 +61,19 @@ class Headers(unittest.TestCase):
     def test_a_wrong_header_is_noticed(self):
         compiler = support.present(OPTIONS.compilers)[0]
         self.assertIn("no_such.h", complaints(compiler, "c", "-std=c11", "no_such.h"))
+
+    def test_every_export_is_described(self):
+        found = [f"{name}: {line}" for name in self.headers
+                 for line in undescribed((OPTIONS.include / "vncommon" / name).read_text())]
+        self.assertEqual(found, [], "\n".join(found))
+
+    def test_an_export_without_description_is_noticed(self):
+        described = "/** One. */\nVN_API void one(void);\n"
+        self.assertEqual(list(undescribed(described)), [])
+        for text in ["VN_API int two(void);", "\nVN_API int two(void);",
+                     "/* Two. */\nVN_API int two(void);",
+                     "/** @name Two\n * @{ */\nVN_API int two(void);"]:
+            self.assertEqual(list(undescribed(described + text)), ["VN_API int two(void);"])
 
     def test_the_common_header_includes_all(self):
         text = (OPTIONS.include / "vncommon/vncommon.h").read_text()
