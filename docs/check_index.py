@@ -63,7 +63,7 @@ def found_by(site, typed):
     """The names that the search shows for what was typed."""
     search = site / "search"
     letters = re.search(r'0: "(.*?)"', (search / "searchdata.js").read_text(encoding="utf-8"))[1]
-    wanted = re.escape(re.sub(r"[^a-z0-9]", lambda c: f"_{ord(c[0]):02x}", typed.lower()))
+    wanted = re.escape(make_site.key(typed))
     letter = letters.find(typed[0].lower())
     if letter < 0:
         return []

@@ -6,6 +6,7 @@ the same pages under the same titles. Runs Doxygen. Then leads the links of page
 pages of these headers, and adds to the index of the search, in which Doxygen finds a name by its
 beginning only: HashMap_add finds vn_HashMap_addQuick, too.
 """
+import html
 import pathlib
 import re
 import subprocess
@@ -85,7 +86,13 @@ def link_headers(output):
 
 # '_' and ' ' in a name, as the index writes them.
 SEPARATOR = re.compile(r"_5f|_20")
-ENTRY = re.compile(r"^  \['(?P<name>.*)_\d+',(?P<links>\[.*\])\],?$", re.M)
+ENTRY = re.compile(r"^  \['(?P<name>.*)_\d+',(?P<links>\['(?P<shown>.*?)',.*\])\],?$", re.M)
+
+
+def key(typed):
+    """What a reader types, as the search looks it up."""
+    return re.sub(r"[\x01-\x7f]", lambda c: c[0] if c[0].isalnum() else f"_{ord(c[0]):02x}",
+                  typed.lower())
 
 
 def later_words(name):
@@ -93,21 +100,26 @@ def later_words(name):
     return [name[at.end():] for at in SEPARATOR.finditer(name) if name[at.end():]]
 
 
+def add(entries, name, links):
+    known = entries.get(name[0])   # None: the search opens no file for that letter
+    if known is not None and not any(other.startswith(name) and leads_to == links
+                                     for other, leads_to in known):
+        known.append((name, links))
+
+
 def add_words(search):
-    """Adds an entry to the index for every later word of a name, and drops those for *.md."""
+    """Adds entries to the index for every later word of a name, and for every title as it is shown:
+    Doxygen 1.9.4 has none of the former, 1.9.8 leaves out the punctuation of titles. Drops the
+    entries for *.md, which would lead to a list of the names in the page, not to the page."""
     letters = re.search(r'0: "(.*?)"', (search / "searchdata.js").read_text(encoding="utf-8"))[1]
     files = {letter: search / f"all_{number:x}.js" for number, letter in enumerate(letters)}
-    # Doxygen's entry for the file of a page would lead to a list of its names, not to the page.
-    entries = {letter: [(each["name"], each["links"])
-                        for each in ENTRY.finditer(file.read_text(encoding="utf-8"))
-                        if not each["name"].endswith("_2emd")]
-               for letter, file in files.items()}
-    for name, links in [each for some in entries.values() for each in some]:
-        for word in later_words(name):
-            # Doxygen 1.9.8 has these entries for titles already; 1.9.4 has none.
-            if word[0] in entries and not any(known.startswith(word) and leads_to == links
-                                              for known, leads_to in entries[word[0]]):
-                entries[word[0]].append((word, links))
+    found = {letter: [each.groupdict() for each in ENTRY.finditer(file.read_text(encoding="utf-8"))
+                      if not each["name"].endswith("_2emd")] for letter, file in files.items()}
+    entries = {letter: [(each["name"], each["links"]) for each in some]
+               for letter, some in found.items()}
+    for each in [each for some in found.values() for each in some]:
+        for name in [key(html.unescape(each["shown"])), *later_words(each["name"])]:
+            add(entries, name, each["links"])
     for letter, file in files.items():
         lines = [f"  ['{name}_{number}',{links}]"
                  for number, (name, links) in enumerate(sorted(entries[letter]))]

@@ -2,9 +2,9 @@
 """Writes manual pages of section 3 out of the public headers: man_pages.py HEADERS VERSION OUTPUT.
 
 Each header becomes one page, vncommon_NAME(3), with the header's own comments and declarations;
-each function gets a page that leads there. Of Doxygen's markup the headers use @file, groups (@name,
-@{, @}), comments after a declaration (/**<), `code`, and code that is indented by four. Inline bodies
-are left out, with the plain comment above them."""
+each function gets a page that leads there. Of Doxygen's markup the headers use @file, groups
+(@name, @{, @}), comments after a declaration (/**<), `code`, and code that is indented by four.
+Inline bodies are left out, with the plain comment above them."""
 import pathlib
 import re
 import sys

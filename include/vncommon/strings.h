@@ -51,10 +51,10 @@ VN_API void vn_rtrim(char* text);
  *
  *     " & ' < >    by    &quot; &amp; &apos; &lt; &gt;
  *
- * and the control characters 1 to 31, which XML cannot hold, become a percent sign and two lowercase
- * hexadecimal digits. Tab, line feed, carriage return and all bytes from 127 up are copied
- * unchanged. `%` is not escaped, so the result cannot always be converted back. Null when there is no
- * memory. The block may be larger than its text. */
+ * and the control characters 1 to 31, which XML cannot hold, become a percent sign and two
+ * lowercase hexadecimal digits. Tab, line feed, carriage return and all bytes from 127 up are
+ * copied unchanged. `%` is not escaped, so the result cannot always be converted back. Null when
+ * there is no memory. The block may be larger than its text. */
 VN_NODISCARD VN_API char* vn_xmlEscapeString(const char* text) VN_MALLOC;
 
 /** 1 for exactly "true", "t", "yes", "y" and "1", in upper or lower case; 0 for every other text
