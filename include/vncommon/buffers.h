@@ -59,7 +59,8 @@ VN_API char* vn_strbufAppendStringN(CStringBuffer* buffer, const char* text, uin
 /** Appends character as one byte. */
 VN_API void vn_strbufAppendChar(CStringBuffer* buffer, int character);
 
-/** Appends the string of another buffer (up to its first NUL). Returns as AppendString does. */
+/** Appends the string of another buffer (up to its first NUL). Returns as
+ * vn_strbufAppendString does. */
 VN_API char* vn_strbufAppendBuf(CStringBuffer* buffer, const CStringBuffer* other);
 
 /** Appends the formatted arguments, of any length. A null format appends "null", an empty one
@@ -69,8 +70,8 @@ VN_API char* vn_strbufAppendBuf(CStringBuffer* buffer, const CStringBuffer* othe
  * vn_checkError(1, "vn_strbufAppendFormat: vsnprintf"); callers rely on it. */
 VN_API void vn_strbufAppendFormat(CStringBuffer* buffer, const char* format, ...) VN_PRINTF(2, 3);
 
-/** The same for an argument list, with a fixed limit. The list must not be used again. Makes room
- * for 10000 characters and writes at most 9999 of them.
+/** vn_strbufAppendFormat for an argument list, with a fixed limit. The list must not be used again.
+ * Makes room for 10000 characters and writes at most 9999 of them.
  * Compat: two results are odd; callers rely on them:
  *  - an empty result adds 10000 to size and sets the byte at index 10000 of the block (not of the
  *    appended part) to 0; the added bytes are NUL bytes;
@@ -80,14 +81,25 @@ VN_API void vn_strbufAppendFormat(CStringBuffer* buffer, const char* format, ...
 VN_API void vn_strbufAppendVA(CStringBuffer* buffer, const char* format, va_list arguments)
     VN_PRINTF(2, 0);
 
-/** Appends text with escapes: newline as `\n`, carriage return as `\r`, `"` as `\"`, `\` as `\\`.
- * All other bytes are copied, tabs and control characters included. Grows as for twice the length.
+/** Appends text with escapes; all bytes but these are copied, tabs and control characters included.
+ * Grows as for twice the length.
+ *
+ *     newline            \n
+ *     carriage return    \r
+ *     "                  \"
+ *     \                  \\
  */
 VN_API void vn_strbufAppendStringEscape(CStringBuffer* buffer, const char* text);
 
-/** Appends text for a reader that removes escapes twice: newline as `\n`, carriage return as
- * `\r`, `"` as `\"`, but a semicolon as `\\;` and a backslash as `\\\\`. Grows as for four times
- * the length. */
+/** Appends text with escapes for a reader that removes escapes twice; all bytes but these are
+ * copied. Grows as for four times the length.
+ *
+ *     newline            \n
+ *     carriage return    \r
+ *     "                  \"
+ *     ;                  \\;
+ *     \                  \\\\
+ */
 VN_API void vn_strbufAppendStringEscapeSemiColon(CStringBuffer* buffer, const char* text);
 
 /** Appends the contents of a file. The buffer grows as if it were read in steps of 100 bytes. Null
@@ -139,8 +151,8 @@ typedef struct CByteBuffer {
     uint8_t* data;     /**< the block */
 } CByteBuffer;
 
-/** No bytes in a block of initialCapacity bytes (0: 20), into which nothing is written. Returns the
- * block. */
+/** An empty buffer with a block of initialCapacity bytes (0: 20), into which nothing is written.
+ * Returns the block. */
 VN_API uint8_t* vn_bytebufInit(CByteBuffer* buffer, uint64_t initialCapacity);
 
 /** Frees the block when freeData is not 0. With 0 the block stays and belongs to the caller, who

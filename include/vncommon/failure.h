@@ -43,12 +43,12 @@ VN_API void vn_checkError(int code, const char* description);
  */
 VN_API void vn_strerror(char* buffer, size_t size, int errnum);
 
-/** Aborts if pointer is null, with this line on standard error:
+/** Aborts if pointer is null, with the line below on standard error. The out-of-memory callback is
+ * not called: it belongs to vn_outOfMemory alone.
  *
  *     "Fatal error: malloc or similar returned null - this suggests the process has run out of
  *     memory\n"
- *
- * The out-of-memory callback is not called: it belongs to vn_outOfMemory alone. */
+ */
 VN_API void vn_checkMemory(void* pointer);
 
 /** malloc() with the check of vn_checkMemory: the result is never null. A size of 0 is passed on

@@ -69,7 +69,7 @@
  * logging continues with the next line. If the system accepts only a part (a disk that becomes
  * full, a pipe that is nearly full), the line is cut there, and the next line follows without a
  * newline in between. SIGPIPE and SIGXFSZ are not blocked; their default action ends the process.
- * The calls that write lines do not change errno, and `%m` in a format is the caller's errno. A
+ * The calls that write lines do not change errno, and `"%m"` in a format is the caller's errno. A
  * thread is not cancelled in the middle of a line.
  *
  * Memory: a logger's memory comes from vn_malloc, so running out of it ends the process
@@ -116,7 +116,7 @@ typedef struct FileLogger {
  * on SIGHUP. */
 VN_NODISCARD VN_API FileLogger* FileLogger_ctor(void);
 
-/** The same for the caller's record, ended by FileLogger_cleanup. */
+/** FileLogger_ctor for the caller's record, ended by FileLogger_cleanup. */
 VN_API void FileLogger_init(FileLogger* logger);
 
 /** Releases the names, the mutex if it is the logger's own, and the descriptor, which is closed
@@ -237,7 +237,8 @@ VN_API void FileLogger_DoLog(FileLogger* logger, uint32_t level, const char* for
 /** FileLogger_DoLog with a threshold that the environment may replace for this line: if the
  * variable is set, its first letter decides. T, D, I, W, E, F, C and O in either case mean TRACE to
  * OFF, an upper-case A means CRIT (alert). Any other value, or a null environmentName, keeps the
- * logger's threshold. Compat: a lower-case a has no meaning; callers rely on it. */
+ * logger's threshold.
+ * Compat: a lower-case a has no meaning; callers rely on it. */
 VN_API void FileLogger_DoLog_cat(FileLogger* logger, const char* environmentName, uint32_t level,
                                  const char* format, va_list arguments) VN_PRINTF(4, 0);
 /** @} */

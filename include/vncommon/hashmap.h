@@ -98,7 +98,7 @@ VN_NODISCARD VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapComp
                                              vn_HashMapFill fill, vn_HashMapRelease release,
                                              uint32_t initialSize, int shrink);
 
-/** The same for the caller's record, ended by vn_HashMap_cleanup. */
+/** vn_HashMap_ctor for the caller's record, ended by vn_HashMap_cleanup. */
 VN_API void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compare,
                             vn_HashMapFill fill, vn_HashMapRelease release, uint32_t initialSize,
                             int shrink);

@@ -17,20 +17,22 @@
 
 VN_BEGIN_DECLS
 
-/** The processor, from the first block of /proc/cpuinfo. On x86 and on ARM
+/** The processor, from the first block of /proc/cpuinfo, in at most 1023 bytes. For example, on x86
+ * and on ARM:
  *
  *     vendor GenuineIntel family 6 model 85 stepping 4: Intel(R) Xeon(R) Platinum 8124M
  *     implementer code 0x41 achitecture 8 part code 0xd0c: (null)
  *
  * Parts that the file does not have are left out, except the model name, which is then "(null)". A
- * file without any part gives " : (null)". At most 1023 bytes.
- * Compat: " achitecture " is misspelled; callers match the text.
- * If the file cannot be opened, "FAIL: " and the system's error go to standard error (as perror
- * writes them) and the result is "Unknown CPU". Exhausted memory ends the process as in
- * failure.h. */
+ * file without any part gives " : (null)". If the file cannot be opened, "FAIL: " and the system's
+ * error go to standard error (as perror writes them) and the result is "Unknown CPU". Exhausted
+ * memory ends the process as in failure.h.
+ * Compat: " achitecture " is misspelled; callers match the text. */
 VN_API const char* vn_getCPUDetails(void);
 
-/** The Linux distribution, from the first of these files that can be opened:
+/** The Linux distribution, from the first of these files that can be opened; "Unknown Linux
+ * platform" if no file can be opened, if the file has no such value, or without memory for the
+ * result.
  *
  *     /etc/os-release, /usr/lib/os-release    NAME without its last byte, a blank, VERSION
  *                                             without its first byte (see below)
@@ -38,16 +40,11 @@ VN_API const char* vn_getCPUDetails(void);
  *     /etc/redhat-release, /etc/SuSE-release  the first line
  *     /etc/debian_version                     "Debian " and the first line
  *
- * or "Unknown Linux platform" if no file can be opened, if the file has no such value, or without
- * memory for the result.
- *
- * Values are copied as they are, with their quotes.
- * Compat: in os-release only NAME's closing and VERSION's opening quote are removed; callers expect
- *
- *     "Debian GNU/Linux 12 (bookworm)"    with both quotes, for the usual quoted values
- *
- * and an unquoted value loses its last or first byte. Reading stops at the VERSION line, so a NAME
- * after it is ignored. */
+ * Values are copied as they are, with their quotes. Reading of os-release stops at the VERSION
+ * line, so a NAME after it is ignored.
+ * Compat: in os-release only NAME's closing and VERSION's opening quote are removed, so the usual
+ * quoted values give `"Debian GNU/Linux 12 (bookworm)"` with both quotes, and an unquoted value
+ * loses its last or first byte; callers expect it. */
 VN_API const char* vn_getFullPlatformName(void);
 
 /** The value of a line "key: value": two bytes after its first colon, or the line's terminator

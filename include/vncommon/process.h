@@ -31,8 +31,8 @@ VN_BEGIN_DECLS
  * @{ */
 
 /** The name of the effective user, new. Where the user database has no entry (or cannot be
- * read): the number of the user, as `%d` prints it; "unknown" where the system does not report how
- * large an entry may be; null without memory.
+ * read): the number of the user, as `"%d"` prints it; "unknown" where the system does not report
+ * how large an entry may be; null without memory.
  * Compat: converted with vn_UTF8ToCstr, not its inverse; callers rely on it. On a UTF-8 locale both
  * give the same text. */
 VN_NODISCARD VN_API char* vn_getUTF8UserName(void) VN_MALLOC;

@@ -47,14 +47,11 @@ VN_API char* vn_uint32ToFixedHexChar8(char* output, uint32_t value);
  * byte as a signed value, is true. Null does nothing. For Unicode see vn_rTrimUTF8 (utf8.h). */
 VN_API void vn_rtrim(char* text);
 
-/** A new text for use in XML, released with free or vn_free. Five characters are replaced,
- *
- *     " & ' < >    by    &quot; &amp; &apos; &lt; &gt;
- *
- * and the control characters 1 to 31, which XML cannot hold, become a percent sign and two
- * lowercase hexadecimal digits. Tab, line feed, carriage return and all bytes from 127 up are
- * copied unchanged. `%` is not escaped, so the result cannot always be converted back. Null when
- * there is no memory. The block may be larger than its text. */
+/** A new text for use in XML, released with free or vn_free: " & ' < > become the entities quot,
+ * amp, apos, lt and gt, and the control characters 1 to 31, which XML cannot hold, become a percent
+ * sign and two lowercase hexadecimal digits. Tab, line feed, carriage return and all bytes from 127
+ * up are copied unchanged. The percent sign is not escaped, so the result cannot always be
+ * converted back. Null when there is no memory. The block may be larger than its text. */
 VN_NODISCARD VN_API char* vn_xmlEscapeString(const char* text) VN_MALLOC;
 
 /** 1 for exactly "true", "t", "yes", "y" and "1", in upper or lower case; 0 for every other text

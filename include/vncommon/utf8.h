@@ -37,7 +37,7 @@ VN_API const char* vn_getCodepage(void);
  * Cost: opening two converters, then linear; measured: see docs/benchmarks.md. */
 VN_NODISCARD VN_API char* vn_CstrToUTF8(const char* text) VN_MALLOC VN_NONNULL;
 
-/** The same, for an argument of the command line, which is in the code page too. */
+/** vn_CstrToUTF8 for an argument of the command line, which is in the code page too. */
 VN_NODISCARD VN_API char* vn_cmdlineToUTF8(const char* argument) VN_MALLOC VN_NONNULL;
 
 /** A new text: the input, which is UTF-8, converted to the code page. The result is a copy of the

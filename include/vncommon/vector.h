@@ -58,7 +58,7 @@ VN_NODISCARD VN_API Vector* vn_Vector_ctor(vn_VectorCompare compare, vn_VectorOn
                                            vn_VectorOnRemove onRemove, uint32_t initialCapacity,
                                            int shrink);
 
-/** The same for the caller's record, ended by vn_Vector_cleanup. */
+/** vn_Vector_ctor for the caller's record, ended by vn_Vector_cleanup. */
 VN_API void vn_Vector_init(Vector* vector, vn_VectorCompare compare, vn_VectorOnAdd onAdd,
                            vn_VectorOnRemove onRemove, uint32_t initialCapacity, int shrink);
 
@@ -107,7 +107,7 @@ VN_API bool vn_Vector_find(const Vector* vector, const void* key, uint32_t* inde
  * are ignored. With shrink set, a capacity above the initial one goes back to it. */
 VN_API void vn_Vector_removeAll(Vector* vector);
 
-/** The same without calling onRemove: the elements remain the caller's. */
+/** vn_Vector_removeAll without calling onRemove: the elements remain the caller's. */
 VN_API void vn_Vector_clear(Vector* vector);
 
 VN_END_DECLS

@@ -3,7 +3,7 @@
 #ifndef VNCOMMON_VNCOMMON_H
 #define VNCOMMON_VNCOMMON_H
 
-/** From the foundations up, which the formatter would sort. */
+/* From the foundations up, which the formatter would sort. */
 /* clang-format off */
 #include <vncommon/version.h>
 #include <vncommon/failure.h>
