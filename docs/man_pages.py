@@ -26,16 +26,18 @@ def escaped(line):
 
 
 def running_text(lines):
-    """A comment as paragraphs; lines indented by four and more are shown as they stand."""
-    code = False
+    """A comment as paragraphs; code (indented by four, after an empty line) is shown as it is."""
+    code, above = False, ""
     for line in lines:
-        literal = line.startswith("    ") or (code and not line.strip())
+        literal = (code or not above) and (line.startswith("    ") or (code and not line))
         if literal != code:
             yield ".RS\n.nf" if literal else ".fi\n.RE"
             code = literal
-        if not literal and OWN_LINE.match(line.strip()):
+        end_of_list = above.startswith(" ") and not line.startswith(" ")
+        if line and not literal and (end_of_list or OWN_LINE.match(line.strip())):
             yield ".br"
-        yield escaped(line.strip() if not literal else line[4:]) if line.strip() else ".PP"
+        yield escaped(line[4:] if literal else line.strip()) if line else ".PP"
+        above = line
     if code:
         yield ".fi\n.RE"
 
