@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the manual page of a header made up here holds, and that no markup of ours is left in any."""
+"""The manual page of a made-up header, and that no markup is left in any page."""
 import pathlib
 import unittest
 
@@ -74,7 +74,7 @@ class Page(unittest.TestCase):
             text = header.read_text(encoding="utf-8")
             if "VN_END_DECLS\n" in text and header.stem != "api":
                 page = man_pages.page(header.stem, text, "1.0")
-                for mark in ("/**", "@{", "@}", "@name", "@file", "VN_API", "VN_PURE", "gnu_inline"):
+                for mark in ("/**", "@{", "@}", "@name", "@file", "VN_API", "VN_PURE", "_inline"):
                     self.assertNotIn(mark, page, header.name)
 
 
