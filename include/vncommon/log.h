@@ -30,8 +30,8 @@ VN_API int VN_LogSetup(uint32_t level, const char* name, int truncate, int nameI
  * terminal. */
 VN_API int VN_LogSetFilename(const char* name, int truncate, int nameIsUTF8);
 
-/** Moves the logger to an open descriptor, as FileLogger_SetFD; returns whether it is a terminal.
- */
+/** Moves the logger to an open descriptor, as FileLogger_SetFD; returns whether it is a
+ * terminal. */
 VN_API int VN_LogSetFD(int descriptor);
 
 /** Opens the logger's file again, as FileLogger_ReOpen. */

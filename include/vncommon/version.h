@@ -29,11 +29,12 @@ VN_BEGIN_DECLS
 #define VN_VERSION_AT_LEAST(major, minor, patch) \
     (VN_VERSION_NUMBER >= VN_VERSION_NUMBER_OF(major, minor, patch))
 
-/** VN_VERSION_STRING: the version of these headers as a literal, "1.2.3". The other two macros are
- * helpers for it. */
+/* Helpers for VN_VERSION_STRING. */
 #define VN_VERSION_LITERAL(number) #number
 #define VN_VERSION_TEXT(major, minor, patch) \
     VN_VERSION_LITERAL(major) "." VN_VERSION_LITERAL(minor) "." VN_VERSION_LITERAL(patch)
+
+/** The version of these headers as a literal, "1.2.3". */
 #define VN_VERSION_STRING VN_VERSION_TEXT(VN_VERSION_MAJOR, VN_VERSION_MINOR, VN_VERSION_PATCH)
 
 /** The version of the library that is loaded, "1.2.3"; it may be later than VN_VERSION_STRING, with
