@@ -13,8 +13,7 @@
 
 #include "containers/hashmap_storage.h"
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
 constexpr uint32_t smallestSize = 16;
@@ -22,11 +21,11 @@ constexpr uint32_t entriesPerBucket = 4;
 constexpr uint32_t smallestMask = smallestSize / entriesPerBucket - 1;
 constexpr uint32_t entryStep = 1024;  // the entry array doubles up to this size, then grows by it
 
-// ---- Keys that are words: the defaults for null callbacks
+// ---- Plain keys, the defaults for null callbacks: integers or pointers, compared by value
 
-// Every bit of the word affects the low bits of the hash, which choose the bucket. Without the mask
+// Every bit of the key affects the low bits of the hash, which choose the bucket. Without the mask
 // before the multiplication, the multiples of some numbers would fill only a few buckets.
-uint32_t hashWord(const void* key) {
+uint32_t hashPlainKey(const void* key) {
     __extension__ using Product = unsigned __int128;
     constexpr uint64_t mask = 0x243F6A8885A308D3;
     const Product product = Product{reinterpret_cast<uintptr_t>(key) ^ mask} * 0x9E3779B97F4A7C15U;
@@ -34,7 +33,7 @@ uint32_t hashWord(const void* key) {
     return static_cast<uint32_t>(folded >> 32 ^ folded);
 }
 
-int32_t compareWords(const void* a, const void* b) {
+int32_t comparePlainKeys(const void* a, const void* b) {
     return a == b ? 0 : 1;
 }
 
@@ -42,18 +41,18 @@ int32_t compareWords(const void* a, const void* b) {
 enum KeyKind : uint8_t {
     unknownKeys,
     stringKeys,  // equal keys have equal hashes
-    wordKeys     // the same, and keys are stored as given and compared by value
+    plainKeys    // the same, and keys are stored as given and compared by value
 };
 
 KeyKind kindOfKeys(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill) {
     if (hash == nullptr && compare == nullptr && fill == nullptr) {
-        return wordKeys;
+        return plainKeys;
     }
     return hash == vn_String_hash && compare == vn_String_compare ? stringKeys : unknownKeys;
 }
 
 uint32_t hashOf(const HashMap* map, const void* key) {
-    return map->keyKind == wordKeys ? hashWord(key) : map->hash(key);
+    return map->keyKind == plainKeys ? hashPlainKey(key) : map->hash(key);
 }
 
 // ---- The number of buckets
@@ -129,7 +128,7 @@ void shrinkEntries(HashMap* map) {
 
 template <KeyKind kind>
 bool isEntryOf(const HashMapEntry* entry, const HashMap* map, const void* key, uint32_t hash) {
-    if constexpr (kind == wordKeys) {
+    if constexpr (kind == plainKeys) {
         return entry->key == key;
     } else if constexpr (kind == stringKeys) {
         return entry->hash == hash && vn_String_compare(entry->key, key) == 0;
@@ -169,7 +168,7 @@ template <KeyKind kind>
     return nullptr;
 }
 
-// Not inlined, like hashAndFind, so that lookups of words need not save registers for calls.
+// Not inlined, like hashAndFind, so that lookups of plain keys need not save registers for calls.
 [[gnu::noinline]] HashMapEntry* findWithCalls(const HashMap* map, uint32_t hash, const void* key) {
     return map->keyKind == stringKeys ? findByTag<stringKeys>(map, hash, key)
                                       : findInWholeBucket<unknownKeys>(map, hash, key);
@@ -177,8 +176,8 @@ template <KeyKind kind>
 
 // The entry of the key with this hash, or null.
 HashMapEntry* findHashed(const HashMap* map, uint32_t hash, const void* key) {
-    return map->keyKind == wordKeys ? findByTag<wordKeys>(map, hash, key)
-                                    : findWithCalls(map, hash, key);
+    return map->keyKind == plainKeys ? findByTag<plainKeys>(map, hash, key)
+                                     : findWithCalls(map, hash, key);
 }
 
 // Compat: an empty map does not call the hash callback; programs count the calls.
@@ -187,8 +186,8 @@ HashMapEntry* findHashed(const HashMap* map, uint32_t hash, const void* key) {
 }
 
 HashMapEntry* findEntry(const HashMap* map, const void* key) {
-    return map->keyKind == wordKeys ? findByTag<wordKeys>(map, hashWord(key), key)
-                                    : hashAndFind(map, key);
+    return map->keyKind == plainKeys ? findByTag<plainKeys>(map, hashPlainKey(key), key)
+                                     : hashAndFind(map, key);
 }
 
 // ---- Adding and removing
@@ -317,6 +316,9 @@ bool moveTo(HashMapIterator* iterator, HashMapEntry* entry) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 // ---- Construction
 
@@ -332,8 +334,8 @@ void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compar
                      int shrink) {
     const uint32_t size = std::max(initialSize, smallestSize);
     map->keyKind = kindOfKeys(hash, compare, fill);
-    map->hash = hash != nullptr ? hash : hashWord;
-    map->compare = compare != nullptr ? compare : compareWords;
+    map->hash = hash != nullptr ? hash : hashPlainKey;
+    map->compare = compare != nullptr ? compare : comparePlainKeys;
     map->fill = fill;
     map->release = release;
     map->shrink = shrink != 0;

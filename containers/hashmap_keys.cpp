@@ -8,6 +8,7 @@
 #include <emmintrin.h>
 #endif
 
+namespace vncommon {
 namespace {
 
 constexpr uint32_t multiplier = 0x9E3779B9;
@@ -92,6 +93,9 @@ uint32_t addSixteenBytes(uint32_t hash, const signed char* bytes) {
 #endif
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 uint32_t vn_String_hash(const void* string) {
     const auto* bytes = static_cast<const signed char*>(string);

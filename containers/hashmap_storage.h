@@ -129,7 +129,7 @@ inline void freeBuckets(const Buckets& buckets) {
 }
 
 // Moves a bucket's entries from the shared block to its own block, which Vector can then grow.
-inline void leaveFirstSlots(const Buckets& buckets, uint32_t index) {
+inline void moveToOwnBlock(const Buckets& buckets, uint32_t index) {
     Vector& bucket = buckets.records[index];
     auto** block = static_cast<void**>(calloc(size_t{2} * bucketSlots, sizeof(void*)));
     std::copy_n(bucket.data, bucketSlots, block);
@@ -141,7 +141,7 @@ inline void leaveFirstSlots(const Buckets& buckets, uint32_t index) {
 inline void append(const Buckets& buckets, uint32_t index, HashMapEntry* entry) {
     Vector& bucket = buckets.records[index];
     if (bucket.size == bucketSlots && hasFirstSlots(bucket)) [[unlikely]] {
-        leaveFirstSlots(buckets, index);
+        moveToOwnBlock(buckets, index);
     }
     entry->bucketIndex = vn_Vector_add(&bucket, entry);
     if (hasFirstSlots(bucket)) {

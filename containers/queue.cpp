@@ -16,8 +16,7 @@
 #include "platform/check_error.h"
 #include "platform/thread_annotations.h"
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
 constexpr LockRole queueLock;
@@ -35,7 +34,7 @@ void pause(int times) {
 // The mutex is held only briefly, so a thread that finds it locked pauses and retries before it
 // sleeps. Meanwhile the holder can process many elements and needs no system call to wake this
 // thread.
-bool takesSoon(vn_Mutex* mutex) {
+bool lockBriefly(vn_Mutex* mutex) {
     constexpr int tries = 4;
     for (int i = 0; i < tries; ++i) {
         if (pthread_mutex_trylock(mutex) == 0) {
@@ -50,7 +49,7 @@ bool takesSoon(vn_Mutex* mutex) {
 class VN_SCOPED_CAPABILITY RingLock {
   public:
     explicit RingLock(vn_qtsQueue* queue) VN_ACQUIRE(queueLock) : mutex_(&queue->lock) {
-        if (!takesSoon(mutex_)) {
+        if (!lockBriefly(mutex_)) {
             checkError(pthread_mutex_lock(mutex_), "pthread_mutex_lock");
         }
     }
@@ -140,7 +139,7 @@ void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
 // Whether the thread got a unit after a short wait without sleeping. A sleeping thread must be
 // woken with a system call. The pauses let the other threads work: a thread that takes every
 // element at once slows them down.
-bool takesUnitSoon(vn_Semaphore* available) {
+bool takeUnitBriefly(vn_Semaphore* available) {
     constexpr int tries = 5;
     for (int i = 0; i < tries; ++i) {
         if (!vn_Semaphore_trywait(available)) {
@@ -168,7 +167,7 @@ int addNewest(vn_qtsQueue* queue, const vn_qtsElement* element) {
 }
 
 // Adds as many as fit and returns their number.
-uint32_t addAsRoomAllows(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
+uint32_t addAsManyAsFit(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
     const RingLock lock(queue);
     const uint64_t needed = uint64_t{queue->count} + n;
     if (needed > queue->capacity) {
@@ -180,6 +179,9 @@ uint32_t addAsRoomAllows(vn_qtsQueue* queue, const vn_qtsElement* elements, uint
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 void vn_qtsInit(vn_qtsQueue* queue, uint32_t maxSize) {
     // Zeros represent a free mutex and an empty semaphore, in case the calls below fail.
@@ -210,7 +212,7 @@ int vn_qtsAdd(vn_qtsQueue* queue, const vn_qtsElement* element) {
 }
 
 uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) {
-    const uint32_t taken = addAsRoomAllows(queue, elements, n);
+    const uint32_t taken = addAsManyAsFit(queue, elements, n);
     for (uint32_t i = 0; i < taken; ++i) {
         vn_Semaphore_post(&queue->available);
     }
@@ -219,7 +221,7 @@ uint32_t vn_qtsAddBatch(vn_qtsQueue* queue, const vn_qtsElement* elements, uint3
 
 void vn_qtsRemove(vn_qtsQueue* queue, vn_qtsElement* out) {
     const int before = errno;  // the wait changes errno
-    if (!takesUnitSoon(&queue->available)) {
+    if (!takeUnitBriefly(&queue->available)) {
         vn_Semaphore_wait(&queue->available);
     }
     takeOldest(queue, out);

@@ -1,12 +1,14 @@
 // Vector: growable array of pointer-sized elements.
 // Invariants: size <= capacity; slots 0 .. size-1 hold the elements; data is null if capacity is 0.
-#include <vncommon/failure.h>
 #include <vncommon/vector.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
 
+#include <vncommon/failure.h>
+
+namespace vncommon {
 namespace {
 
 // The allocation is never smaller than 8 slots, so that the first doublings need no new block.
@@ -114,6 +116,9 @@ void removeEach(const Vector* vector) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 Vector* vn_Vector_ctor(vn_VectorCompare compare, vn_VectorOnAdd onAdd, vn_VectorOnRemove onRemove,
                        uint32_t initialCapacity, int shrink) {

@@ -10,6 +10,8 @@
 // Fork: see fork_safe_mutex.h. A pool that another thread had locked is empty in the child, because
 // its stacks may be half changed; its contents leak there. glibc 2.36: fork() leaves malloc usable
 // in the child.
+#include <vncommon/timestamp_set.h>
+
 #include <sys/time.h>
 
 #include <algorithm>
@@ -22,23 +24,22 @@
 #include <vncommon/discovery.h>
 #include <vncommon/failure.h>
 #include <vncommon/log.h>
-#include <vncommon/timestamp_set.h>
 
 #include "platform/float_environment.h"
 #include "platform/fork_handlers.h"
 #include "platform/fork_safe_mutex.h"
 
-using vncommon::ForkSafeLock;
-using vncommon::inDefaultFloatMode;
-
+namespace vncommon {
 namespace {
 
+// NOLINTBEGIN(readability-identifier-naming): established names
 constexpr uint32_t TS_POOL_SIZE = 32;    // free sets that a pool keeps
 constexpr uint32_t TSE_POOL_SIZE = 128;  // free entries that a pool keeps
-constexpr int mostPools = 4096;          // bounds a wrong VN_ASSUME_CPUS: a pool has 1.3 KiB
-constexpr uint32_t entriesAtFirst = 8;   // room in a new set
+// NOLINTEND(readability-identifier-naming)
+constexpr int mostPools = 4096;         // bounds a wrong VN_ASSUME_CPUS: a pool has 1.3 KiB
+constexpr uint32_t entriesAtFirst = 8;  // room in a new set
 
-constexpr vncommon::LockRole poolLock;
+constexpr LockRole poolLock;
 
 // Free objects, last in, first out. A pooled set's Vector is empty. No two pools share a cache
 // line, because their threads change the start and the end of a pool often.
@@ -47,9 +48,10 @@ struct alignas(64) Pool {
     TimeStamp* entries[TSE_POOL_SIZE] VN_GUARDED_BY(poolLock);
     uint32_t setCount VN_GUARDED_BY(poolLock);
     uint32_t entryCount VN_GUARDED_BY(poolLock);
-    vncommon::ForkSafeMutex mutex;
+    ForkSafeMutex mutex;
 };
 
+// NOLINTNEXTLINE(readability-identifier-naming): established name
 int32_t integer_compare(const void* element, const void* key) {
     const auto stageOf = [](const void* entry) {
         return static_cast<uint32_t>(static_cast<const TimeStamp*>(entry)->stage);
@@ -72,12 +74,12 @@ void freeSet(VN_TimestampSet* set) {
 // The pool of the calling thread, counted from 1; 0 until the thread has its counted id, which
 // never changes. Saves each stamp a call and a division. Static TLS, because access to any other
 // needs a call and may allocate.
-__attribute__((tls_model("initial-exec"))) thread_local uint32_t poolNumber = 0;
+[[gnu::tls_model("initial-exec")]] thread_local uint32_t poolNumber = 0;
 
 // All the pools of the process, from load to unload.
-class VN_TimestampSet_Pools {
+class TimestampPools {
   public:
-    VN_TimestampSet_Pools() {
+    TimestampPools() {
         if (getenv("VN_OBJECTPOOL_DISABLED") == nullptr) {
             setCapacity_ = TS_POOL_SIZE;
             entryCapacity_ = TSE_POOL_SIZE;
@@ -97,7 +99,7 @@ class VN_TimestampSet_Pools {
         pools_ = pools;
     }
 
-    ~VN_TimestampSet_Pools() {
+    ~TimestampPools() {
         Pool* pools = pools_;
         pools_ = nullptr;
         if (pools == nullptr) {
@@ -144,9 +146,9 @@ class VN_TimestampSet_Pools {
     uint32_t entryCapacity_ = 0;
 };
 
-VN_TimestampSet_Pools VN_TimestampSet_Global;
-const vncommon::ForkHandlers forkHandlers(nullptr, nullptr,
-                                          [] { VN_TimestampSet_Global.freeInChild(); });
+// NOLINTNEXTLINE(readability-identifier-naming): established name
+TimestampPools VN_TimestampSet_Global;
+const ForkHandlers forkHandlers(nullptr, nullptr, [] { VN_TimestampSet_Global.freeInChild(); });
 
 TimeStamp* takeEntry() {
     if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
@@ -263,6 +265,9 @@ void cutSeparator(CStringBuffer* text) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 const VN_TimestampSetFunctionTable VN_TimestampSetFunctions = {
     VN_TimestampSet_addNow,

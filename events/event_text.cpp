@@ -19,9 +19,7 @@
 #include "events/event_walk.h"
 #include "text/numbers/double_text.h"
 
-using vncommon::Decimal;
-using vncommon::Walk;
-
+namespace vncommon {
 namespace {
 
 // Enough for any number: an integer has up to 20 bytes, a float 24, a decimal 22, plus a
@@ -49,11 +47,11 @@ constexpr bool anyByteIs(uint64_t bytes, char c) {
     return ((zeroWhereEqual - ones) & ~zeroWhereEqual & (ones << 7)) != 0;
 }
 
-bool asksForEscapes(uint64_t bytes) {
+bool anyNeedsEscape(uint64_t bytes) {
     return anyByteIs(bytes, '"') || anyByteIs(bytes, '\\');
 }
 
-bool asksForEscapes(char c) {
+bool needsEscape(char c) {
     return c == '"' || c == '\\';
 }
 
@@ -67,11 +65,11 @@ bool copyUnescaped(char* to, std::string_view text) {
         uint64_t bytes;
         memcpy(&bytes, text.data() + offset, width);
         memcpy(to + offset, &bytes, width);
-        return !asksForEscapes(bytes);
+        return !anyNeedsEscape(bytes);
     };
     if (text.size() < width) {
         for (const char c : text) {
-            if (asksForEscapes(c)) {
+            if (needsEscape(c)) {
                 return false;
             }
             *to++ = c;
@@ -100,7 +98,7 @@ char* writeNumber(char* area, int64_t value) {
 }
 
 char* writeNumber(char* area, double value) {
-    return vncommon::writeShortest(area, value);
+    return writeShortest(area, value);
 }
 
 char* writeNumber(char* area, Decimal value) {
@@ -131,43 +129,44 @@ std::string_view booleanText(bool value) {
 
 class Length {
   public:
-    uint64_t total() const { return count; }
+    uint64_t total() const { return count_; }
 
-    void single(char) { ++count; }
+    void single(char) { ++count_; }
     // Compat: counts the closing bracket, which is never written; callers rely on the length.
-    void absentWriter() { ++count; }
+    void absentWriter() { ++count_; }
     template <typename Number>
     void number(Number value) {
         add(NumberText(value).text());
     }
-    void character(char) { count += 3; }
+    void character(char) { count_ += 3; }
     void boolean(bool value) { add(booleanText(value)); }
     void unformatted(std::string_view text) { add(text); }
     void name(std::string_view text) { add(text); }
     void string(std::string_view text) {
         add(text);
-        count += 2;
+        count_ += 2;
         if (needsEscapes(text)) {
-            count += static_cast<uint64_t>(std::count_if(
+            count_ += static_cast<uint64_t>(std::count_if(
                 text.begin(), text.end(), [](char c) { return escapeLetter(c) != 0; }));
         }
     }
 
   private:
-    void add(std::string_view text) { count += text.size(); }
+    void add(std::string_view text) { count_ += text.size(); }
 
-    uint64_t count = 0;
+    uint64_t count_ = 0;
 };
 
 class BoundedText {
   public:
-    BoundedText(char* target, int start, int end) : buffer(target), position(start), limit(end) {}
+    BoundedText(char* target, int start, int end)
+        : buffer_(target), position_(start), limit_(end) {}
 
-    int reached() const { return static_cast<int>(std::min<int64_t>(position, INT_MAX)); }
+    int reached() const { return static_cast<int>(std::min<int64_t>(position_, INT_MAX)); }
 
     void single(char c) {
-        if (position < limit) {
-            buffer[position++] = c;
+        if (position_ < limit_) {
+            buffer_[position_++] = c;
         }
     }
     void absentWriter() {}
@@ -183,15 +182,15 @@ class BoundedText {
     void character(char c) { piece({"\"", {&c, 1}, "\""}, room()); }
     void boolean(bool value) { piece({booleanText(value)}, room()); }
     void unformatted(std::string_view text) {
-        if (position < limit) {
-            piece({text}, limit - position);
+        if (position_ < limit_) {
+            piece({text}, limit_ - position_);
         }
     }
     void name(std::string_view text) {
         const auto length = static_cast<int64_t>(text.size());
-        if (position - limit < length + 1) {
-            memcpy(buffer + position, text.data(), text.size());
-            position += length;
+        if (position_ - limit_ < length + 1) {
+            memcpy(buffer_ + position_, text.data(), text.size());
+            position_ += length;
         }
     }
     void string(std::string_view text) {
@@ -211,12 +210,12 @@ class BoundedText {
 
   private:
     // The room up to the limit, plus one byte for a terminator.
-    int64_t room() const { return limit - position + 1; }
+    int64_t room() const { return limit_ - position_ + 1; }
 
     // Writes as much as fits in the budget with a terminator. The position moves by the whole
     // length.
     void piece(std::initializer_list<std::string_view> parts, int64_t budget) {
-        char* at = buffer + position;
+        char* at = buffer_ + position_;
         for (const std::string_view part : parts) {
             const auto length = static_cast<int64_t>(part.size());
             if (budget > 1) {
@@ -225,16 +224,16 @@ class BoundedText {
                 at += written;
                 budget -= written;
             }
-            position += length;
+            position_ += length;
         }
         if (budget > 0) {
             *at = '\0';
         }
     }
 
-    char* buffer;
-    int64_t position;
-    int64_t limit;
+    char* buffer_;
+    int64_t position_;
+    int64_t limit_;
 };
 
 class GrowingText {
@@ -250,23 +249,23 @@ class GrowingText {
     // raise it less.
     char* take() {
         single('\0');
-        const auto size = static_cast<size_t>(at - begin);
-        if (begin == usual) {
-            return static_cast<char*>(memcpy(malloc(size), begin, size));
+        const auto size = static_cast<size_t>(at_ - begin_);
+        if (begin_ == usual_) {
+            return static_cast<char*>(memcpy(malloc(size), begin_, size));
         }
-        const bool filled = static_cast<size_t>(end - at) <= size / 3;
-        return filled ? begin : static_cast<char*>(realloc(begin, size));
+        const bool filled = static_cast<size_t>(end_ - at_) <= size / 3;
+        return filled ? begin_ : static_cast<char*>(realloc(begin_, size));
     }
 
     void single(char c) {
         reserve(1);
-        *at++ = c;
+        *at_++ = c;
     }
     void absentWriter() {}
     template <typename Number>
     void number(Number value) {
         reserve(numberSize);
-        at = writeNumber(at, value);
+        at_ = writeNumber(at_, value);
     }
     void character(char c) {
         reserve(3);
@@ -282,9 +281,9 @@ class GrowingText {
     void name(std::string_view text) { unformatted(text); }
     void string(std::string_view text) {
         reserve(text.size() + 2);
-        *at = '"';
-        if (copyUnescaped(at + 1, text)) {
-            at += text.size() + 1;
+        *at_ = '"';
+        if (copyUnescaped(at_ + 1, text)) {
+            at_ += text.size() + 1;
             put('"');
         } else {
             escaped(text);
@@ -292,15 +291,15 @@ class GrowingText {
     }
 
   private:
-    void put(char c) { *at++ = c; }
+    void put(char c) { *at_++ = c; }
     void put(std::string_view text) {
-        memcpy(at, text.data(), text.size());
-        at += text.size();
+        memcpy(at_, text.data(), text.size());
+        at_ += text.size();
     }
 
     void escaped(std::string_view text) {
         reserve(2 * text.size() + 2);
-        char* to = at;  // a local: the member would be loaded and stored for every byte
+        char* to = at_;  // a local: the member would be loaded and stored for every byte
         *to++ = '"';
         for (const char c : text) {
             const char letter = escapeLetter(c);
@@ -309,11 +308,11 @@ class GrowingText {
             *to++ = letter != 0 ? letter : c;
         }
         *to++ = '"';
-        at = to;
+        at_ = to;
     }
 
     void reserve(size_t size) {
-        if (static_cast<size_t>(end - at) < size) [[unlikely]] {
+        if (static_cast<size_t>(end_ - at_) < size) [[unlikely]] {
             grow(size);
         }
     }
@@ -322,22 +321,22 @@ class GrowingText {
     // block is at the end of the heap. Doubling would often exceed the free memory that the C
     // library keeps there; the end of the heap would be returned and mapped again for every text.
     [[gnu::noinline]] void grow(size_t size) {
-        const auto used = static_cast<size_t>(at - begin);
-        const auto capacity = static_cast<size_t>(end - begin);
+        const auto used = static_cast<size_t>(at_ - begin_);
+        const auto capacity = static_cast<size_t>(end_ - begin_);
         const size_t larger = std::max(capacity + capacity / 4, used + size);
-        if (begin == usual) {
-            begin = static_cast<char*>(memcpy(malloc(larger), usual, used));
+        if (begin_ == usual_) {
+            begin_ = static_cast<char*>(memcpy(malloc(larger), usual_, used));
         } else {
-            begin = static_cast<char*>(realloc(begin, larger));
+            begin_ = static_cast<char*>(realloc(begin_, larger));
         }
-        at = begin + used;
-        end = begin + larger;
+        at_ = begin_ + used;
+        end_ = begin_ + larger;
     }
 
-    char usual[4096];  // enough for most events, so that their block is allocated once
-    char* begin = usual;
-    char* at = usual;
-    char* end = usual + sizeof usual;
+    char usual_[4096];  // enough for most events, so that their block is allocated once
+    char* begin_ = usual_;
+    char* at_ = usual_;
+    char* end_ = usual_ + sizeof usual_;
 };
 
 char* rendered(const VN_EventValue& value) {
@@ -347,6 +346,9 @@ char* rendered(const VN_EventValue& value) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 uint32_t VN_EventWriter_strlen(const VN_EventValue* value, uint32_t kind) {
     Length length;

@@ -90,22 +90,22 @@ class Walk {
   private:
     // Writes a value, or only the beginning if it contains other values.
     void write(const VN_EventValue& value, uint32_t kind) {
-        const auto word = std::bit_cast<uint64_t>(value.payload);
+        const auto bits = std::bit_cast<uint64_t>(value.payload);
         const auto* text = static_cast<const char*>(value.payload);
         const auto* child = static_cast<const VN_EventWriter*>(value.payload);
         switch (kind) {
             case VN_EventKind_Integer:
-                return out_.number(static_cast<int64_t>(word));
+                return out_.number(static_cast<int64_t>(bits));
             case VN_EventKind_String:
                 return out_.string(text != nullptr ? text : "");
             case VN_EventKind_Character:
-                return out_.character(static_cast<char>(word));
+                return out_.character(static_cast<char>(bits));
             case VN_EventKind_Float:
-                return out_.number(std::bit_cast<double>(word));
+                return out_.number(std::bit_cast<double>(bits));
             case VN_EventKind_Decimal:
-                return out_.number(Decimal{word});
+                return out_.number(Decimal{bits});
             case VN_EventKind_Boolean:
-                return out_.boolean((word & 0xFF) != 0);
+                return out_.boolean((bits & 0xFF) != 0);
             case VN_EventKind_Sequence:
                 return begin('[', child, kind);
             case VN_EventKind_Dictionary:

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iterator>
 
+namespace vncommon {
 namespace {
 
 bool holdsText(uint32_t kind) {
@@ -21,7 +22,7 @@ bool holdsWriter(uint32_t kind) {
            kind == VN_EventKind_Event;
 }
 
-void* word(uint64_t value) {
+void* toPayload(uint64_t value) {
     return std::bit_cast<void*>(value);
 }
 
@@ -146,6 +147,9 @@ void releaseValues(Vector* values, VN_EventWriter*& waiting) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name) {
     char* ownName;
@@ -175,7 +179,7 @@ void VN_EventWriter_dtor(VN_EventWriter* writer) {
 }
 
 void VN_EventWriter_addInt(VN_EventWriter* writer, int64_t value) {
-    append(writer->values, VN_EventKind_Integer, word(static_cast<uint64_t>(value)));
+    append(writer->values, VN_EventKind_Integer, toPayload(static_cast<uint64_t>(value)));
 }
 
 void VN_EventWriter_addString(VN_EventWriter* writer, const char* text) {
@@ -183,19 +187,20 @@ void VN_EventWriter_addString(VN_EventWriter* writer, const char* text) {
 }
 
 void VN_EventWriter_addChar(VN_EventWriter* writer, int character) {
-    append(writer->values, VN_EventKind_Character, word(static_cast<unsigned char>(character)));
+    append(writer->values, VN_EventKind_Character,
+           toPayload(static_cast<unsigned char>(character)));
 }
 
 void VN_EventWriter_addFloat(VN_EventWriter* writer, double value) {
-    append(writer->values, VN_EventKind_Float, word(std::bit_cast<uint64_t>(value)));
+    append(writer->values, VN_EventKind_Float, toPayload(std::bit_cast<uint64_t>(value)));
 }
 
 void VN_EventWriter_addDecimal(VN_EventWriter* writer, uint64_t value) {
-    append(writer->values, VN_EventKind_Decimal, word(value));
+    append(writer->values, VN_EventKind_Decimal, toPayload(value));
 }
 
 void VN_EventWriter_addBoolean(VN_EventWriter* writer, int value) {
-    append(writer->values, VN_EventKind_Boolean, word(static_cast<unsigned char>(value)));
+    append(writer->values, VN_EventKind_Boolean, toPayload(static_cast<unsigned char>(value)));
 }
 
 void VN_EventWriter_addUnformatted(VN_EventWriter* writer, const char* text) {

@@ -31,17 +31,17 @@ inline bool isWasteful(uint64_t capacity, uint64_t size) {
 // source may be inside it.
 class ReplacedBlock {
   public:
-    explicit ReplacedBlock(void* replaced) : block(replaced) {}
+    explicit ReplacedBlock(void* replaced) : block_(replaced) {}
     ~ReplacedBlock() {
-        if (block != nullptr) [[unlikely]] {
-            vn_free(block);
+        if (block_ != nullptr) [[unlikely]] {
+            vn_free(block_);
         }
     }
     ReplacedBlock(const ReplacedBlock&) = delete;
     ReplacedBlock& operator=(const ReplacedBlock&) = delete;
 
   private:
-    void* block;
+    void* block_;
 };
 
 // Moves the buffer to a block with room for need characters and returns the previous block. Not

@@ -1,10 +1,11 @@
 // The byte buffer. As in the string buffer, an outgrown block lives until its source is copied.
+#include <vncommon/buffers.h>
+
 #include <cstring>
 
 #include "text/buffers/buffer_growth.h"
 
-using vncommon::ReplacedBlock;
-
+namespace vncommon {
 namespace {
 
 // Moves the buffer to a new block of the given capacity, with the contents at offset. Returns the
@@ -21,23 +22,26 @@ namespace {
 
 // Makes room for length more bytes; the contents of a new block begin at offset.
 ReplacedBlock reserve(CByteBuffer* buffer, uint64_t length, uint64_t offset = 0) {
-    const uint64_t need = vncommon::addSizes(buffer->size, length);
+    const uint64_t need = addSizes(buffer->size, length);
     if (need <= buffer->capacity) [[likely]] {
         return ReplacedBlock(nullptr);
     }
-    return ReplacedBlock(moveToBlock(buffer, vncommon::grownCapacity(need), offset));
+    return ReplacedBlock(moveToBlock(buffer, grownCapacity(need), offset));
 }
 
-bool liesIn(const CByteBuffer* buffer, const uint8_t* pointer) {
+bool isInside(const CByteBuffer* buffer, const uint8_t* pointer) {
     const auto block = reinterpret_cast<uintptr_t>(buffer->data);
     return reinterpret_cast<uintptr_t>(pointer) - block < buffer->size;
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 uint8_t* vn_bytebufInit(CByteBuffer* buffer, uint64_t initialCapacity) {
     buffer->size = 0;
-    buffer->capacity = initialCapacity != 0 ? initialCapacity : vncommon::defaultCapacity;
+    buffer->capacity = initialCapacity != 0 ? initialCapacity : defaultCapacity;
     buffer->data = static_cast<uint8_t*>(vn_malloc(buffer->capacity));
     return buffer->data;
 }
@@ -71,8 +75,8 @@ uint8_t* vn_bytebufAppendBytes(CByteBuffer* buffer, const void* bytes, uint64_t 
 uint64_t vn_bytebufAppendByte(CByteBuffer* buffer, int byte) {
     const uint64_t index = buffer->size;
     if (index >= buffer->capacity) [[unlikely]] {
-        const uint64_t need = vncommon::addSizes(index, 1);
-        vn_free(moveToBlock(buffer, vncommon::grownCapacity(need), 0));
+        const uint64_t need = addSizes(index, 1);
+        vn_free(moveToBlock(buffer, grownCapacity(need), 0));
     }
     buffer->data[index] = static_cast<uint8_t>(byte);
     buffer->size = index + 1;
@@ -87,7 +91,7 @@ void vn_bytebufInsertBytesAtStart(CByteBuffer* buffer, const void* bytes, uint64
     const uint8_t* block = buffer->data;
     const ReplacedBlock replaced = reserve(buffer, length, length);
     if (buffer->data == block) {  // did not grow: the contents must still be moved
-        if (liesIn(buffer, source)) {
+        if (isInside(buffer, source)) {
             source += length;
         }
         memmove(buffer->data + length, buffer->data, buffer->size);
@@ -101,7 +105,7 @@ void vn_bytebufTruncate(CByteBuffer* buffer, uint64_t newSize) {
         return;
     }
     buffer->size = newSize;
-    if (vncommon::isWasteful(buffer->capacity, newSize)) {
+    if (isWasteful(buffer->capacity, newSize)) {
         vn_free(moveToBlock(buffer, newSize * 2, 0));
     }
 }

@@ -1,5 +1,7 @@
 // The string buffer. Every append measures its source, makes room, and only then copies. An
 // outgrown block is freed after the copy, so that a source may be inside the buffer itself.
+#include <vncommon/buffers.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -9,9 +11,7 @@
 
 #include "text/buffers/buffer_growth.h"
 
-using vncommon::ReplacedBlock;
-using vncommon::reserve;
-
+namespace vncommon {
 namespace {
 
 constexpr uint64_t formatLimit = 10000;  // of vn_strbufAppendVA, terminator included
@@ -119,13 +119,17 @@ void appendStream(CStringBuffer* buffer, FILE* file) {
 
 }  // namespace
 
-char* vncommon::growString(CStringBuffer* buffer, uint64_t need) {
+char* growString(CStringBuffer* buffer, uint64_t need) {
     return moveToBlock(buffer, grownCapacity(need));
 }
 
+}  // namespace vncommon
+
+using namespace vncommon;
+
 char* vn_strbufInit(CStringBuffer* buffer, uint64_t initialCapacity) {
     buffer->size = 0;
-    buffer->capacity = initialCapacity != 0 ? initialCapacity : vncommon::defaultCapacity;
+    buffer->capacity = initialCapacity != 0 ? initialCapacity : defaultCapacity;
     buffer->data = static_cast<char*>(vn_malloc(buffer->capacity));
     buffer->data[0] = '\0';
     return buffer->data;
@@ -224,8 +228,8 @@ void vn_strbufTruncate(CStringBuffer* buffer, uint64_t newSize) {
     if (newSize < buffer->capacity) {  // false after a vn_strbufAppendVA that was too long
         buffer->data[newSize] = '\0';
     }
-    if (vncommon::isWasteful(buffer->capacity, newSize)) {
-        vn_free(moveToBlock(buffer, std::max(newSize * 2, vncommon::defaultCapacity)));
+    if (isWasteful(buffer->capacity, newSize)) {
+        vn_free(moveToBlock(buffer, std::max(newSize * 2, defaultCapacity)));
     }
 }
 

@@ -1,4 +1,6 @@
 // The escaping appends of the string buffer. Text that needs no escape is copied in blocks.
+#include <vncommon/buffers.h>
+
 #include <array>
 #include <bit>
 #include <cstring>
@@ -9,6 +11,7 @@
 #include <emmintrin.h>
 #endif
 
+namespace vncommon {
 namespace {
 
 // The text that is written for one byte.
@@ -104,7 +107,7 @@ struct Escaper {
             text = "null";
         }
         const uint64_t length = strlen(text);
-        const vncommon::ReplacedBlock replaced = vncommon::reserve(buffer, width * length);
+        const ReplacedBlock replaced = reserve(buffer, width * length);
         char* end = escape(buffer->data + buffer->size, text, text + length);
         *end = '\0';
         buffer->size = static_cast<uint64_t>(end - buffer->data);
@@ -112,6 +115,9 @@ struct Escaper {
 };
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 void vn_strbufAppendStringEscape(CStringBuffer* buffer, const char* text) {
     Escaper<plainTranslations, 2>::append(buffer, text);

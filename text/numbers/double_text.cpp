@@ -16,8 +16,7 @@
 #include "text/numbers/short_decimal.h"
 #include "text/numbers/standard_digits.h"
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
 char* putSign(char* at, double x) {
@@ -153,9 +152,13 @@ char* formatScientificZero(char* buf, unsigned size, int count) {
 
 }  // namespace
 
-char* vncommon::writeShortest(char* buf, double x) {
+char* writeShortest(char* buf, double x) {
     return inDefaultFloatMode<formatShortest>(buf, x);
 }
+
+}  // namespace vncommon
+
+using namespace vncommon;
 
 char* vn_g_fmt(char* buf, double x) {
     writeShortest(buf, x);

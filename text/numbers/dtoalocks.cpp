@@ -17,6 +17,7 @@
 vn_ThreadLocal dtoa_threadLocalMemNext = PTHREAD_KEYS_MAX;
 vn_ThreadLocal dtoa_threadLocalMemLeft = PTHREAD_KEYS_MAX;
 
+namespace vncommon {
 namespace {
 
 DtoaMutex ballocLock;  // the free lists of big-integer blocks
@@ -35,7 +36,7 @@ struct ScratchSlots {
     }
 } scratchSlots;
 
-const vncommon::ForkHandlers forkHandlers(nullptr, nullptr, [] {
+const ForkHandlers forkHandlers(nullptr, nullptr, [] {
     if (ballocLock.freeInChild()) {
         emptyFreeLists();
     }
@@ -43,6 +44,9 @@ const vncommon::ForkHandlers forkHandlers(nullptr, nullptr, [] {
 });
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 int acquireBallocLock(void) {
     return ballocLock.lock();

@@ -18,11 +18,12 @@
 #include "text/numbers/dtoalocks.h"
 #include "text/numbers/netlib/include/reent.h"
 
+namespace vncommon {
 namespace {
 
 constexpr int sizeClasses = 16;
 
-constexpr vncommon::LockRole freeListsLock;
+constexpr LockRole freeListsLock;
 
 bool lockFreeLists() VN_TRY_ACQUIRE(true, freeListsLock) VN_NO_THREAD_SAFETY_ANALYSIS {
     return acquireBallocLock() == 0;
@@ -59,7 +60,7 @@ size_t blockSize(int k) {
 // From the thread's scratch area, or null when the rest of the area is too small.
 // Calls the pthread functions directly: at exit a conversion may run after the slots are destroyed.
 // It then uses the heap instead of reporting a failed call.
-_Bigint* carve(int k) {
+_Bigint* takeFromScratchArea(int k) {
     const size_t units = (blockSize(k) + 7) / 8;
     const auto left = reinterpret_cast<size_t>(pthread_getspecific(dtoa_threadLocalMemLeft));
     if (units > left) {
@@ -93,16 +94,20 @@ void emptyFreeLists() VN_NO_THREAD_SAFETY_ANALYSIS {
     }
 }
 
+}  // namespace vncommon
+
+using namespace vncommon;
+
 _Bigint* _Balloc(_reent*, int k) {
-    _Bigint* block = carve(k);
-    const bool carved = block != nullptr;
-    if (!carved) {
+    _Bigint* block = takeFromScratchArea(k);
+    const bool inScratchArea = block != nullptr;
+    if (!inScratchArea) {
         block = takeFromFreeList(k);
     }
     if (block == nullptr) {
         block = static_cast<_Bigint*>(vn_malloc(blockSize(k)));
     }
-    block->_carved = carved;
+    block->_carved = inScratchArea;
     block->_k = k;
     block->_maxwds = 1 << k;
     block->_sign = block->_wds = 0;
@@ -122,6 +127,7 @@ void _Bfree(_reent*, _Bigint* block) {
     unlockFreeLists();
 }
 
+namespace vncommon {
 namespace {
 
 // 5^4 and its squares up to 5^1024, more than a double needs. Each is computed on first use outside
@@ -156,6 +162,7 @@ _Bigint* cachedPower(_reent* context, int i, _Bigint* previous) {
 }
 
 }  // namespace
+}  // namespace vncommon
 
 // Returns b times 5^k; consumes b.
 _Bigint* __pow5mult(_reent* context, _Bigint* b, int k) {

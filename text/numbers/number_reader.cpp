@@ -12,8 +12,7 @@
 #include "text/numbers/netlib_conversion.h"
 #include "text/numbers/powers_of_ten.h"
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
 bool isDigit(char c) {
@@ -112,6 +111,9 @@ const char* readDecimal(const char* text, double& value) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 double vn_strtod(const char* text, char** end) {
     return inDefaultFloatMode<readNumber>(text, end);

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace vncommon {
 namespace {
 
 constexpr char hexDigits[] = "0123456789abcdef";
@@ -86,7 +87,7 @@ Parsed parseDecimal(const char* digits, uint64_t maximum) {
     return {value, at, at == digits ? EINVAL : 0};
 }
 
-uint64_t deliver(const Parsed& parsed, const char** end, int32_t* error) {
+uint64_t storeResult(const Parsed& parsed, const char** end, int32_t* error) {
     if (error) {
         *error = parsed.error;
     }
@@ -147,8 +148,8 @@ const Escape& escapeOf(char c) {
 constexpr ptrdiff_t blockSize = 16;
 
 bool isPlainBlock(const char* bytes) {
-    using Bytes = uint8_t __attribute__((vector_size(blockSize)));
-    using Words = uint64_t __attribute__((vector_size(blockSize)));
+    using Bytes [[gnu::vector_size(blockSize)]] = uint8_t;
+    using Words [[gnu::vector_size(blockSize)]] = uint64_t;
     Bytes block;
     std::memcpy(&block, bytes, sizeof block);
     const auto special = reinterpret_cast<Words>((block < 32) | (block == '"') | (block == '&') |
@@ -195,24 +196,27 @@ char* writeEscaped(char* output, const char* text, const char* end) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 int64_t vn_char8ToInt64(const char* text, const char** end, int32_t* error) {
     text = skipBlanks(text);
     if (hasHexPrefix(text)) {
-        return static_cast<int64_t>(deliver(parseHex(text + 2), end, error));
+        return static_cast<int64_t>(storeResult(parseHex(text + 2), end, error));
     }
     if (*text == '-') {
         const auto limit = static_cast<uint64_t>(INT64_MAX) + 1;
-        return static_cast<int64_t>(-deliver(parseDecimal(text + 1, limit), end, error));
+        return static_cast<int64_t>(-storeResult(parseDecimal(text + 1, limit), end, error));
     }
-    return static_cast<int64_t>(deliver(parseDecimal(text, INT64_MAX), end, error));
+    return static_cast<int64_t>(storeResult(parseDecimal(text, INT64_MAX), end, error));
 }
 
 uint64_t vn_char8ToUInt64(const char* text, const char** end, int32_t* error) {
     text = skipBlanks(text);
     text += *text == '+';
-    return deliver(hasHexPrefix(text) ? parseHex(text + 2) : parseDecimal(text, UINT64_MAX), end,
-                   error);
+    return storeResult(hasHexPrefix(text) ? parseHex(text + 2) : parseDecimal(text, UINT64_MAX),
+                       end, error);
 }
 
 char* vn_uint32ToFixedHexChar8(char* output, uint32_t value) {
@@ -249,8 +253,8 @@ char* vn_xmlEscapeString(const char* text) {
 
 int vn_parseToBool(const char* text) {
     if (text) {
-        for (const char* word : {"true", "t", "yes", "y", "1"}) {
-            if (strcasecmp(text, word) == 0) {
+        for (const char* accepted : {"true", "t", "yes", "y", "1"}) {
+            if (strcasecmp(text, accepted) == 0) {
                 return 1;
             }
         }

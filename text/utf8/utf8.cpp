@@ -8,6 +8,7 @@
 
 #include "text/utf8/utf8_kernel.h"
 
+namespace vncommon {
 namespace {
 
 constexpr uint8_t notALead = 7;
@@ -28,6 +29,7 @@ constexpr std::array<uint8_t, 256> makeLengths() {
     return lengths;
 }
 
+// NOLINTNEXTLINE(readability-identifier-naming): established name
 constexpr std::array<uint8_t, 256> utf8_length = makeLengths();
 
 uint8_t lengthAt(const char* text) {
@@ -59,7 +61,7 @@ int countLeads(const char* text, size_t size) {
         const char* const blockEnd = text + std::min(blockSize, static_cast<size_t>(end - text));
         uint8_t inBlock = 0;
         for (; text != blockEnd; ++text) {
-            inBlock = static_cast<uint8_t>(inBlock + !vncommon::isContinuation(*text));
+            inBlock = static_cast<uint8_t>(inBlock + !isContinuation(*text));
         }
         count += inBlock;
     }
@@ -73,14 +75,14 @@ int countLeads(const char* text, size_t size) {
 Counted countStretch(const char* text, size_t size) {
     constexpr size_t smallest = 64;
     const char* const end = text + size;
-    if (vncommon::isAsciiBytes(text, size)) {
+    if (isAsciiBytes(text, size)) {
         return {end, static_cast<int>(size)};
     }
     if (size < smallest) {
         return countByTable(text, end);
     }
-    const size_t whole = vncommon::wholeCharacters(text, size);
-    if (vncommon::isUtf8Bytes(text, whole)) {
+    const size_t whole = wholeCharacters(text, size);
+    if (isUtf8Bytes(text, whole)) {
         return {text + whole, countLeads(text, whole)};
     }
     const Counted first = countStretch(text, size / 2);  // ends at most 3 bytes after the half
@@ -92,6 +94,9 @@ Counted countStretch(const char* text, size_t size) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 int vn_hasUTF8BOM(const char* text) {
     return text[0] == utf8Bom[0] && text[1] == utf8Bom[1] && text[2] == utf8Bom[2];
@@ -116,7 +121,7 @@ int vn_UTF8Length(const char* text) {
         if (isInvalid(text)) {
             return 0;
         }
-        const auto [next, characters] = countStretch(text, strnlen(text, vncommon::stretchSize));
+        const auto [next, characters] = countStretch(text, strnlen(text, stretchSize));
         text = next;
         count += characters;
     }
@@ -126,7 +131,7 @@ int vn_UTF8Length(const char* text) {
 int vn_UTF8CountChars(const char* start, const char* end) {
     int count = 0;
     while (start < end && !isInvalid(start)) {
-        const size_t size = std::min(vncommon::stretchSize, static_cast<size_t>(end - start));
+        const size_t size = std::min(stretchSize, static_cast<size_t>(end - start));
         const auto [next, characters] = countStretch(start, size);
         start = next;
         count += characters;

@@ -15,6 +15,7 @@
 
 #include "text/utf8/icu_call.h"
 
+namespace vncommon {
 namespace {
 
 struct FreeDeleter {
@@ -55,20 +56,20 @@ void stopAtErrors(UConverter* converter, UErrorCode& status) {
 }
 
 // From one code page to another; null is ICU's default.
-class Conversion {
+class CodePageConverter {
   public:
-    Conversion(const char* to, const char* from) {
-        const vncommon::IcuCall call;
+    CodePageConverter(const char* to, const char* from) {
+        const IcuCall call;
         source_ = ucnv_open(from, &status_);
         target_ = ucnv_open(to, &status_);
     }
-    ~Conversion() {
-        const vncommon::IcuCall call;
+    ~CodePageConverter() {
+        const IcuCall call;
         ucnv_close(source_);
         ucnv_close(target_);
     }
-    Conversion(const Conversion&) = delete;
-    Conversion& operator=(const Conversion&) = delete;
+    CodePageConverter(const CodePageConverter&) = delete;
+    CodePageConverter& operator=(const CodePageConverter&) = delete;
 
     // Makes the conversion fail at a character that the target lacks, instead of replacing it.
     void makeStrict() {
@@ -101,21 +102,21 @@ class Conversion {
 };
 
 MallocBlock<char> toUTF8(const char* text, size_t length) {
-    Conversion conversion("UTF-8", vn_getCodepage());
-    return conversion.convert(text, length, 4 * length + 8);
+    CodePageConverter converter("UTF-8", vn_getCodepage());
+    return converter.convert(text, length, 4 * length + 8);
 }
 
 MallocBlock<char> toCodepage(const char* text, size_t length) {
-    Conversion conversion(vn_getCodepage(), "UTF-8");
-    conversion.makeStrict();
-    return conversion.convert(text, length, length + 2);
+    CodePageConverter converter(vn_getCodepage(), "UTF-8");
+    converter.makeStrict();
+    return converter.convert(text, length, length + 2);
 }
 
 // ICU initialises its tables at the first comparison.
 std::atomic<bool> tablesAreSetUp{false};
 
 void setTablesUp() {
-    const vncommon::IcuCall call;
+    const IcuCall call;
     UErrorCode status = U_ZERO_ERROR;
     unorm_compare(u"\u00C4", -1, u"\u00E4", -1, U_COMPARE_IGNORE_CASE, &status);
     tablesAreSetUp.store(true, std::memory_order_release);
@@ -139,6 +140,9 @@ bool isConvertible(size_t length) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 const char* vn_getCodepage() {
     if (!checkedCodepage.load(std::memory_order_acquire)) {

@@ -6,6 +6,7 @@
 
 #include "text/utf8/utf8_vector_kernel.h"
 
+namespace vncommon {
 namespace {
 
 struct Avx2 {
@@ -44,5 +45,7 @@ struct Avx2 {
 
 }  // namespace
 
-constinit const vncommon::Utf8Kernel vncommon::utf8KernelAvx2 = makeKernel<Avx2>();
+constinit const Utf8Kernel utf8KernelAvx2 = makeKernel<Avx2>();
+
+}  // namespace vncommon
 #endif

@@ -6,6 +6,7 @@
 
 #include "text/utf8/utf8_vector_kernel.h"
 
+namespace vncommon {
 namespace {
 
 struct Ssse3 {
@@ -40,5 +41,7 @@ struct Ssse3 {
 
 }  // namespace
 
-constinit const vncommon::Utf8Kernel vncommon::utf8KernelSsse3 = makeKernel<Ssse3>();
+constinit const Utf8Kernel utf8KernelSsse3 = makeKernel<Ssse3>();
+
+}  // namespace vncommon
 #endif

@@ -7,12 +7,8 @@
 
 #include "text/utf8/utf8_kernel.h"
 
+namespace vncommon {
 namespace {
-
-using vncommon::isAsciiBytes;
-using vncommon::isUtf8Bytes;
-using vncommon::stretchSize;
-using vncommon::Utf8Kernel;
 
 constexpr uint8_t invalidLead = 7;
 
@@ -33,10 +29,12 @@ constexpr std::array<uint8_t, 256> makeSequenceTypes() {
     return types;
 }
 
+// NOLINTNEXTLINE(readability-identifier-naming): established name
 constexpr std::array<uint8_t, 256> utf8_sequenceType = makeSequenceTypes();
 
 // Lowest and highest value of each continuation byte, by class.
 // Compat: ED is in class 3, so encoded surrogates are valid; callers rely on it.
+// NOLINTNEXTLINE(readability-identifier-naming): established name
 constexpr uint8_t utf8_validMin[][4] = {{},
                                         {0x80},
                                         {0xA0, 0x80},
@@ -44,6 +42,7 @@ constexpr uint8_t utf8_validMin[][4] = {{},
                                         {0x90, 0x80, 0x80},
                                         {0x80, 0x80, 0x80},
                                         {0x80, 0x80, 0x80}};
+// NOLINTNEXTLINE(readability-identifier-naming): established name
 constexpr uint8_t utf8_validMax[][4] = {{},
                                         {0xBF},
                                         {0xBF, 0xBF},
@@ -106,36 +105,40 @@ constinit Utf8Kernel chosenKernel = plainKernel;
 [[gnu::constructor]] void chooseKernel() {
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx2")) {
-        chosenKernel = vncommon::utf8KernelAvx2;
+        chosenKernel = utf8KernelAvx2;
     } else if (__builtin_cpu_supports("ssse3")) {
-        chosenKernel = vncommon::utf8KernelSsse3;
+        chosenKernel = utf8KernelSsse3;
     }
 }
 #endif
 
 }  // namespace
 
-const Utf8Kernel vncommon::utf8KernelPlain = plainKernel;
+const Utf8Kernel utf8KernelPlain = plainKernel;
 
-bool vncommon::isAsciiBytes(const char* bytes, size_t size) {
+bool isAsciiBytes(const char* bytes, size_t size) {
     const auto* data = reinterpret_cast<const uint8_t*>(bytes);
     return size < chosenKernel.asciiMinimum ? isAsciiPlain(data, size)
                                             : chosenKernel.isAscii(data, size);
 }
 
-bool vncommon::isUtf8Bytes(const char* bytes, size_t size) {
+bool isUtf8Bytes(const char* bytes, size_t size) {
     const auto* data = reinterpret_cast<const uint8_t*>(bytes);
     return size < chosenKernel.utf8Minimum ? isUtf8Plain(data, size)
                                            : chosenKernel.isUtf8(data, size);
 }
 
-size_t vncommon::wholeCharacters(const char* text, size_t size) {
+size_t wholeCharacters(const char* text, size_t size) {
     size_t start = size;
     while (start > size - 4 && isContinuation(text[start - 1])) {
         --start;
     }
     return static_cast<uint8_t>(text[start - 1]) < 0x80 ? start : start - 1;
 }
+
+}  // namespace vncommon
+
+using namespace vncommon;
 
 int vn_isAscii(const char* text) {
     for (;;) {
@@ -155,7 +158,7 @@ int vn_isUTF8(const char* text) {
         size_t size = strnlen(text, stretchSize);
         const bool last = size < stretchSize;
         if (!isAsciiBytes(text, size)) {
-            size = last ? size : vncommon::wholeCharacters(text, size);
+            size = last ? size : wholeCharacters(text, size);
             if (!isUtf8Bytes(text, size)) {
                 return 0;
             }

@@ -16,6 +16,7 @@
 
 #include "text/utf8/utf8_kernel.h"
 
+namespace vncommon {
 namespace {
 
 struct PairFault {
@@ -85,7 +86,7 @@ class Validator {
             bytes += width;
         }
         validator.takeLast(end);
-        return Isa::isZero(validator._faults) && !endsInsideCharacter(end);
+        return Isa::isZero(validator.faults_) && !endsInsideCharacter(end);
     }
 
   private:
@@ -98,8 +99,8 @@ class Validator {
         const Vector c = Isa::load(bytes + 2 * width);
         const Vector d = Isa::load(bytes + 3 * width);
         if (Isa::isAscii(Isa::either(Isa::either(a, b), Isa::either(c, d))) &&
-            Isa::isAscii(_previous)) {
-            _previous = d;
+            Isa::isAscii(previous_)) {
+            previous_ = d;
             return;
         }
         take(a);
@@ -109,10 +110,10 @@ class Validator {
     }
 
     void take(Vector input) {
-        addFaults(Isa::template shiftedBy<3>(_previous, input),
-                  Isa::template shiftedBy<2>(_previous, input),
-                  Isa::template shiftedBy<1>(_previous, input), input);
-        _previous = input;
+        addFaults(Isa::template shiftedBy<3>(previous_, input),
+                  Isa::template shiftedBy<2>(previous_, input),
+                  Isa::template shiftedBy<1>(previous_, input), input);
+        previous_ = input;
     }
 
     // The last full vector of the text. It may overlap bytes that are checked already.
@@ -136,11 +137,11 @@ class Validator {
         // a lead of four (F0 and up) three positions before.
         const Vector awaited = Isa::either(Isa::subtractToZero(before2, 0xE0 - 0x80),
                                            Isa::subtractToZero(before3, 0xF0 - 0x80));
-        _faults = Isa::either(_faults, Isa::differ(Isa::topBits(awaited), pair));
+        faults_ = Isa::either(faults_, Isa::differ(Isa::topBits(awaited), pair));
     }
 
-    Vector _previous = Isa::zero();
-    Vector _faults = Isa::zero();
+    Vector previous_ = Isa::zero();
+    Vector faults_ = Isa::zero();
 };
 
 // size is at least that of a vector.
@@ -163,11 +164,12 @@ bool hasNoTopBit(const uint8_t* bytes, size_t size) {
 }
 
 template <class Isa>
-constexpr vncommon::Utf8Kernel makeKernel() {
+constexpr Utf8Kernel makeKernel() {
     return {hasNoTopBit<Isa>, sizeof(typename Isa::Vector), Validator<Isa>::run,
             Validator<Isa>::minimum};
 }
 
 }  // namespace
+}  // namespace vncommon
 
 #endif

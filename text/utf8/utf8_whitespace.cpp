@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+namespace vncommon {
 namespace {
 
 // Compat: U+0085 is not white space; callers rely on it.
@@ -81,6 +82,9 @@ constexpr auto reverseWSTables = makeMachine<36>(Reading::backwards);
 static_assert(leadsToEveryState(forwardWSTables) && leadsToEveryState(reverseWSTables));
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 const char* vn_skipSpacesUTF8(const char* text) {
     const char* character = text;
