@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "containers/hashmap_storage.h"
+#include "platform/assertion.h"
 
 namespace vncommon {
 namespace {
@@ -41,7 +42,8 @@ int32_t comparePlainKeys(const void* a, const void* b) {
 enum KeyKind : uint8_t {
     unknownKeys,
     stringKeys,  // equal keys have equal hashes
-    plainKeys    // the same, and keys are stored as given and compared by value
+    plainKeys,   // the same, and keys are stored as given and compared by value
+    endedKeys    // after cleanup, in builds with assertions
 };
 
 KeyKind kindOfKeys(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFill fill) {
@@ -53,6 +55,24 @@ KeyKind kindOfKeys(vn_HashMapHash hash, vn_HashMapCompare compare, vn_HashMapFil
 
 uint32_t hashOf(const HashMap* map, const void* key) {
     return map->keyKind == plainKeys ? hashPlainKey(key) : map->hash(key);
+}
+
+// Also while a callback runs.
+[[maybe_unused]] bool isInUse(const HashMap* map) {
+    return map->keyKind < endedKeys && map->buckets != nullptr && map->entries != nullptr;
+}
+
+// Between operations.
+[[maybe_unused]] bool isValid(const HashMap* map) {
+    return isInUse(map) && map->mask >= smallestMask && map->initialSize >= smallestSize &&
+           map->count <= map->entryFill && map->entryFill <= map->entryCapacity &&
+           map->count / entriesPerBucket <= map->mask;
+}
+
+void markEnded([[maybe_unused]] HashMap* map) {
+#if defined(VN_ASSERTIONS)
+    map->keyKind = endedKeys;
+#endif
 }
 
 // ---- The number of buckets
@@ -100,6 +120,7 @@ void rebuildEntries(HashMap* map, uint32_t capacity) {
             slots[k] = &fresh[fill++];
         }
     }
+    VN_ASSERT(fill <= capacity && fill <= map->count);
     free(map->entries);
     map->entries = fresh;
     map->entryCapacity = capacity;
@@ -186,6 +207,7 @@ HashMapEntry* findHashed(const HashMap* map, uint32_t hash, const void* key) {
 }
 
 HashMapEntry* findEntry(const HashMap* map, const void* key) {
+    VN_ASSERT(isInUse(map));
     return map->keyKind == plainKeys ? findByTag<plainKeys>(map, hashPlainKey(key), key)
                                      : hashAndFind(map, key);
 }
@@ -222,6 +244,7 @@ void fillEntry(const HashMap* map, HashMapEntry* entry, void* key, void* value) 
 
 // Unlinks the key's entry; null when the key is absent.
 HashMapEntry* takeOut(HashMap* map, const void* key) {
+    VN_ASSERT(isValid(map));
     if (map->count == 0) {
         return nullptr;
     }
@@ -236,10 +259,12 @@ HashMapEntry* takeOut(HashMap* map, const void* key) {
 }
 
 void countRemoval(HashMap* map) {
+    VN_ASSERT(map->count > 0);
     --map->count;
     if (map->count <= map->mask) {
         shrinkBuckets(map);
     }
+    VN_ASSERT(isValid(map));
 }
 
 // ---- Iterating
@@ -292,8 +317,15 @@ HashMapEntry* lastEntryBelow(const HashMap* map, uint32_t index) {
     return nullptr;
 }
 
+// Whether the entry is in the slot that it names: false if the map has changed since.
+[[maybe_unused]] bool isInSlot(const HashMap* map, uint32_t bucket, const HashMapEntry* entry) {
+    const Slots slots = slotsOf(bucketsOf(map), bucket);
+    return entry->bucketIndex < slots.size && slots.first[entry->bucketIndex] == entry;
+}
+
 HashMapEntry* entryAfter(const HashMap* map, const HashMapEntry* entry) {
     const uint32_t bucket = entry->hash & map->mask;
+    VN_ASSERT(isInSlot(map, bucket, entry));
     const uint32_t next = entry->bucketIndex + 1;
     const Slots slots = slotsOf(bucketsOf(map), bucket);
     return next < slots.size ? slots.first[next] : firstEntryFrom(map, bucket + 1);
@@ -301,6 +333,7 @@ HashMapEntry* entryAfter(const HashMap* map, const HashMapEntry* entry) {
 
 HashMapEntry* entryBefore(const HashMap* map, const HashMapEntry* entry) {
     const uint32_t bucket = entry->hash & map->mask;
+    VN_ASSERT(isInSlot(map, bucket, entry));
     const uint32_t position = entry->bucketIndex;
     return position > 0 ? slotsOf(bucketsOf(map), bucket).first[position - 1]
                         : lastEntryBelow(map, bucket);
@@ -347,12 +380,14 @@ void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compar
     map->entryCapacity = size;
     map->entryFill = 0;
     map->count = 0;
+    VN_ASSERT(isValid(map));
 }
 
 void vn_HashMap_cleanup(HashMap* map) {
     vn_HashMap_removeAll(map);
     freeBuckets(bucketsOf(map));
     free(map->entries);
+    markEnded(map);
 }
 
 void vn_HashMap_dtor(HashMap* map) {
@@ -361,6 +396,7 @@ void vn_HashMap_dtor(HashMap* map) {
 }
 
 uint32_t vn_HashMap_size(const HashMap* map) {
+    VN_ASSERT(isInUse(map));
     return map->count;
 }
 
@@ -371,6 +407,7 @@ HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value) {
 }
 
 HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
+    VN_ASSERT(isValid(map));
     const uint32_t hash = hashOf(map, key);
     prefetchForChange(map, hash, false);
     uint32_t index = hash & map->mask;
@@ -393,6 +430,7 @@ HashMapEntry* vn_HashMap_addQuick(HashMap* map, void* key, void* value) {
         map->keyKind = unknownKeys;
     }
     append(bucketsOf(map), index, entry);
+    VN_ASSERT(isValid(map));
     return entry;
 }
 
@@ -424,6 +462,7 @@ HashMapEntry* vn_HashMap_findValueAndRemove(HashMap* map, const void* key) {
 }
 
 void vn_HashMap_removeAll(HashMap* map) {
+    VN_ASSERT(isValid(map));
     for (uint32_t i = 0; map->count > 0 && i <= map->mask; ++i) {
         Vector& bucket = map->buckets[i];
         while (bucket.size > 0) {
@@ -439,6 +478,7 @@ void vn_HashMap_removeAll(HashMap* map) {
 }
 
 void vn_HashMap_clear(HashMap* map) {
+    VN_ASSERT(isValid(map));
     for (uint32_t i = 0; i <= map->mask; ++i) {
         vn_Vector_clear(&map->buckets[i]);
         if (hasFirstSlots(map->buckets[i])) {
@@ -469,11 +509,13 @@ void* vn_HashMap_findValue(const HashMap* map, const void* key) {
 // ---- Iterating
 
 HashMapIterator* vn_HashMap_first(HashMap* map) {
+    VN_ASSERT(isInUse(map));
     HashMapEntry* entry = firstEntryFrom(map, 0);
     return entry != nullptr ? makeIterator(map, entry) : nullptr;
 }
 
 HashMapIterator* vn_HashMap_last(HashMap* map) {
+    VN_ASSERT(isInUse(map));
     HashMapEntry* entry = lastEntryBelow(map, map->mask + 1);
     return entry != nullptr ? makeIterator(map, entry) : nullptr;
 }

@@ -8,6 +8,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 namespace {
 
@@ -17,6 +19,7 @@ constexpr uint64_t largestPrime = 18446744073709551557U;  // the largest prime b
 
 // For candidates of the form 6k - 1 and 6k + 1, which 2 and 3 do not divide.
 bool isPrime(uint64_t candidate) {
+    VN_ASSERT(candidate >= 5 && candidate % 2 != 0 && candidate % 3 != 0);
     for (uint64_t divisor = 5; divisor <= candidate / divisor; divisor += 6) {
         if (candidate % divisor == 0 || candidate % (divisor + 2) == 0) {
             return false;

@@ -16,6 +16,8 @@
 #include <bit>
 #include <cstdlib>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 
 constexpr uint32_t bucketSlots = 8;
@@ -51,6 +53,7 @@ inline SlotBits matches(Tags tags, Tags tag) {
 
 // The lowest of these slots, and the slots without it.
 inline uint32_t firstOf(SlotBits slots) {
+    VN_ASSERT(slots != 0 && (slots & ~everyTopBit) == 0);
     return static_cast<uint32_t>(std::countr_zero(slots)) / 8;
 }
 inline SlotBits withoutFirst(SlotBits slots) {
@@ -59,6 +62,7 @@ inline SlotBits withoutFirst(SlotBits slots) {
 
 // How many slots are used. Not for outgrown buckets.
 inline uint32_t usedSlots(Tags tags) {
+    VN_ASSERT(tags != outgrown);
     return bucketSlots - static_cast<uint32_t>(std::countl_zero(tags)) / 8;
 }
 
@@ -88,6 +92,14 @@ inline Tags& tagsOf(const Buckets& buckets, size_t index) {
 
 inline bool hasFirstSlots(const Vector& bucket) {
     return bucket.capacity == bucketSlots;
+}
+
+// Whether the tags of a bucket fit its record.
+inline bool hasFittingTags(const Buckets& buckets, size_t index) {
+    const Vector& bucket = buckets.records[index];
+    const Tags tags = tagsOf(buckets, index);
+    return hasFirstSlots(bucket) ? tags != outgrown && usedSlots(tags) == bucket.size
+                                 : tags == outgrown;
 }
 
 struct Slots {
@@ -131,6 +143,7 @@ inline void freeBuckets(const Buckets& buckets) {
 // Moves a bucket's entries from the shared block to its own block, which Vector can then grow.
 inline void moveToOwnBlock(const Buckets& buckets, uint32_t index) {
     Vector& bucket = buckets.records[index];
+    VN_ASSERT(hasFirstSlots(bucket) && bucket.size == bucketSlots);
     auto** block = static_cast<void**>(calloc(size_t{2} * bucketSlots, sizeof(void*)));
     std::copy_n(bucket.data, bucketSlots, block);
     bucket.data = block;
@@ -147,12 +160,14 @@ inline void append(const Buckets& buckets, uint32_t index, HashMapEntry* entry) 
     if (hasFirstSlots(bucket)) {
         setTag(tagsOf(buckets, index), entry->bucketIndex, tagOf(entry->hash));
     }
+    VN_ASSERT(hasFittingTags(buckets, index));
 }
 
 // Takes the entry out of its bucket; the bucket's last entry moves into its place. Branch-free:
 // also correct when the entry is the last one.
 inline void unlink(const Buckets& buckets, uint32_t index, const HashMapEntry* entry) {
     Vector& bucket = buckets.records[index];
+    VN_ASSERT(entry->bucketIndex < bucket.size && bucket.data[entry->bucketIndex] == entry);
     auto* last = static_cast<HashMapEntry*>(bucket.data[--bucket.size]);
     bucket.data[entry->bucketIndex] = last;
     if (hasFirstSlots(bucket)) {
@@ -161,6 +176,7 @@ inline void unlink(const Buckets& buckets, uint32_t index, const HashMapEntry* e
         setTag(tags, bucket.size, 0);
     }
     last->bucketIndex = entry->bucketIndex;
+    VN_ASSERT(hasFittingTags(buckets, index));
 }
 
 }  // namespace vncommon

@@ -13,6 +13,7 @@
 
 #include <vncommon/failure.h>
 
+#include "platform/assertion.h"
 #include "platform/check_error.h"
 #include "platform/thread_annotations.h"
 
@@ -20,6 +21,21 @@ namespace vncommon {
 namespace {
 
 constexpr LockRole queueLock;
+
+// The record between operations; the lock is held, or no other thread uses the queue. Destruction
+// leaves a capacity of 0 in builds with assertions.
+[[maybe_unused]] bool isValid(const vn_qtsQueue* queue) {
+    return queue->capacity > 0 && queue->slots != nullptr && queue->count <= queue->capacity &&
+           (queue->maxSize == 0 || queue->capacity <= queue->maxSize) &&
+           queue->head < queue->capacity &&
+           queue->tail == (uint64_t{queue->head} + queue->count) % queue->capacity;
+}
+
+void markEnded([[maybe_unused]] vn_qtsQueue* queue) {
+#if defined(VN_ASSERTIONS)
+    queue->capacity = 0;
+#endif
+}
 
 void pause(int times) {
     for (int i = 0; i < times; ++i) {
@@ -45,20 +61,24 @@ bool lockBriefly(vn_Mutex* mutex) {
     return false;
 }
 
-// Holds the queue's mutex while it exists.
+// Holds the queue's mutex while it exists. The ring is valid when that begins and ends.
 class VN_SCOPED_CAPABILITY RingLock {
   public:
-    explicit RingLock(vn_qtsQueue* queue) VN_ACQUIRE(queueLock) : mutex_(&queue->lock) {
-        if (!lockBriefly(mutex_)) {
-            checkError(pthread_mutex_lock(mutex_), "pthread_mutex_lock");
+    explicit RingLock(vn_qtsQueue* queue) VN_ACQUIRE(queueLock) : queue_(queue) {
+        if (!lockBriefly(&queue_->lock)) {
+            checkError(pthread_mutex_lock(&queue_->lock), "pthread_mutex_lock");
         }
+        VN_ASSERT(isValid(queue_));
     }
-    ~RingLock() VN_RELEASE() { checkError(pthread_mutex_unlock(mutex_), "pthread_mutex_unlock"); }
+    ~RingLock() VN_RELEASE() {
+        VN_ASSERT(isValid(queue_));
+        checkError(pthread_mutex_unlock(&queue_->lock), "pthread_mutex_unlock");
+    }
     RingLock(const RingLock&) = delete;
     RingLock& operator=(const RingLock&) = delete;
 
   private:
-    vn_Mutex* mutex_;
+    vn_qtsQueue* queue_;
 };
 
 void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
@@ -79,6 +99,7 @@ void copyInOrder(vn_qtsElement* to, const vn_qtsQueue* queue) VN_REQUIRES(queueL
 
 // Moves the elements, in queue order, to the start of the new ring.
 void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) VN_REQUIRES(queueLock) {
+    VN_ASSERT(queue->count < capacity);
     vn_qtsElement* slots = makeSlots(capacity);
     copyInOrder(slots, queue);
     free(queue->slots);
@@ -118,6 +139,7 @@ uint32_t next(const vn_qtsQueue* queue, uint32_t slot) VN_REQUIRES(queueLock) {
 }
 
 void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) VN_REQUIRES(queueLock) {
+    VN_ASSERT(n <= queue->capacity - queue->count);
     const uint32_t beforeWrap = std::min(n, queue->capacity - queue->tail);
     copyElements(queue->slots + queue->tail, elements, beforeWrap);
     copyElements(queue->slots, elements + beforeWrap, n - beforeWrap);
@@ -128,6 +150,7 @@ void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) VN_RE
 // The caller has taken a unit of the semaphore, so the ring holds an element for it.
 void takeOldest(vn_qtsQueue* queue, vn_qtsElement* out) {
     const RingLock lock(queue);
+    VN_ASSERT(queue->count > 0);
     --queue->count;
     *out = queue->slots[queue->head];
     queue->head = next(queue, queue->head);
@@ -195,10 +218,13 @@ void vn_qtsInit(vn_qtsQueue* queue, uint32_t maxSize) {
     queue->maxSize = maxSize;
     queue->capacity = 1;
     queue->slots = makeSlots(queue->capacity);
+    VN_ASSERT(isValid(queue));
 }
 
 void vn_qtsDestroy(vn_qtsQueue* queue) {
+    VN_ASSERT(isValid(queue));
     free(queue->slots);
+    markEnded(queue);
     vn_Semaphore_destroy(&queue->available);
     vn_Mutex_destroy(&queue->lock);
 }

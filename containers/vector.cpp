@@ -8,11 +8,29 @@
 
 #include <vncommon/failure.h>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 namespace {
 
 // The allocation is never smaller than 8 slots, so that the first doublings need no new block.
 constexpr uint32_t smallestBlock = 8;
+
+// In builds with assertions, the data of a Vector after its cleanup. The record's other fields keep
+// their values, as callers may expect.
+constexpr uintptr_t endedData = 0xE27DE27DE27DE27D;
+
+[[maybe_unused]] bool isValid(const Vector* vector) {
+    return vector->size <= vector->capacity &&
+           (vector->data == nullptr) == (vector->capacity == 0) &&
+           reinterpret_cast<uintptr_t>(vector->data) != endedData;
+}
+
+void markEnded([[maybe_unused]] Vector* vector) {
+#if defined(VN_ASSERTIONS)
+    vector->data = reinterpret_cast<void**>(endedData);
+#endif
+}
 
 // In slots. glibc 2.36: malloc takes blocks up to this size from a per-thread cache; realloc does
 // not use that cache.
@@ -26,6 +44,7 @@ void** allocateSlots(uint32_t capacity) {
 // Moves the elements to a block of the given capacity and frees the old block. Large blocks use
 // realloc, which may grow the block in place without a copy.
 void** resizedBlock(const Vector* vector, uint32_t capacity) {
+    VN_ASSERT(vector->size <= capacity && capacity > 0);
     if (vector->data != nullptr && std::max(vector->capacity, capacity) <= smallestBlock) {
         return vector->data;
     }
@@ -47,6 +66,7 @@ void changeCapacity(Vector* vector, uint32_t capacity) {
         std::fill(vector->data + vector->size, vector->data + capacity, nullptr);
     }
     vector->capacity = capacity;
+    VN_ASSERT(isValid(vector));
 }
 
 // Doubling stops at the largest 32-bit count, so that the capacity cannot overflow. A Vector of
@@ -106,6 +126,7 @@ void removeEach(const Vector* vector) {
     if (vector->onAdd != nullptr) {
         element = vector->onAdd(element);
     }
+    VN_ASSERT(vector->size < vector->capacity);
     vector->data[vector->size] = element;  // NOLINT(clang-analyzer-core.NullDereference): has grown
     return vector->size++;
 }
@@ -137,12 +158,15 @@ void vn_Vector_init(Vector* vector, vn_VectorCompare compare, vn_VectorOnAdd onA
     vector->compare = compare;
     vector->onAdd = onAdd;
     vector->onRemove = onRemove;
+    VN_ASSERT(isValid(vector));
 }
 
 void vn_Vector_cleanup(Vector* vector) {
+    VN_ASSERT(isValid(vector));
     removeEach(vector);
     vector->size = 0;
     free(vector->data);
+    markEnded(vector);
 }
 
 void vn_Vector_dtor(Vector* vector) {
@@ -151,14 +175,17 @@ void vn_Vector_dtor(Vector* vector) {
 }
 
 uint32_t vn_Vector_size(const Vector* vector) {
+    VN_ASSERT(isValid(vector));
     return vector->size;
 }
 
 bool vn_Vector_empty(const Vector* vector) {
+    VN_ASSERT(isValid(vector));
     return vector->size == 0;
 }
 
 uint32_t vn_Vector_add(Vector* vector, void* element) {
+    VN_ASSERT(isValid(vector));
     if (vector->size == vector->capacity || vector->onAdd != nullptr) [[unlikely]] {
         return addWithGrowthOrHook(vector, element);
     }
@@ -167,10 +194,12 @@ uint32_t vn_Vector_add(Vector* vector, void* element) {
 }
 
 void* vn_Vector_get(const Vector* vector, uint32_t index) {
+    VN_ASSERT(isValid(vector));
     return index < vector->size ? vector->data[index] : nullptr;
 }
 
 void* vn_Vector_set(Vector* vector, uint32_t index, void* element) {
+    VN_ASSERT(isValid(vector));
     if (index >= vector->size) [[unlikely]] {
         return nullptr;
     }
@@ -180,6 +209,7 @@ void* vn_Vector_set(Vector* vector, uint32_t index, void* element) {
 }
 
 void* vn_Vector_remove(Vector* vector, uint32_t index) {
+    VN_ASSERT(isValid(vector));
     if (index >= vector->size) [[unlikely]] {
         return nullptr;
     }
@@ -192,6 +222,7 @@ void* vn_Vector_remove(Vector* vector, uint32_t index) {
 }
 
 bool vn_Vector_find(const Vector* vector, const void* key, uint32_t* index) {
+    VN_ASSERT(isValid(vector));
     for (uint32_t i = 0; i < vector->size; ++i) {
         if (vector->compare(vector->data[i], key) == 0) {
             *index = i;
@@ -202,11 +233,13 @@ bool vn_Vector_find(const Vector* vector, const void* key, uint32_t* index) {
 }
 
 void vn_Vector_removeAll(Vector* vector) {
+    VN_ASSERT(isValid(vector));
     removeEach(vector);
     vn_Vector_clear(vector);
 }
 
 void vn_Vector_clear(Vector* vector) {
+    VN_ASSERT(isValid(vector));
     vector->size = 0;
     if (vector->shrink && vector->capacity > vector->initialCapacity) {
         changeCapacity(vector, vector->initialCapacity);

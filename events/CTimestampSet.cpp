@@ -25,6 +25,7 @@
 #include <vncommon/failure.h>
 #include <vncommon/log.h>
 
+#include "platform/assertion.h"
 #include "platform/float_environment.h"
 #include "platform/fork_handlers.h"
 #include "platform/fork_safe_mutex.h"
@@ -32,12 +33,10 @@
 namespace vncommon {
 namespace {
 
-// NOLINTBEGIN(readability-identifier-naming): established names
 constexpr uint32_t TS_POOL_SIZE = 32;    // free sets that a pool keeps
 constexpr uint32_t TSE_POOL_SIZE = 128;  // free entries that a pool keeps
-// NOLINTEND(readability-identifier-naming)
-constexpr int mostPools = 4096;         // bounds a wrong VN_ASSUME_CPUS: a pool has 1.3 KiB
-constexpr uint32_t entriesAtFirst = 8;  // room in a new set
+constexpr int mostPools = 4096;          // bounds a wrong VN_ASSUME_CPUS: a pool has 1.3 KiB
+constexpr uint32_t entriesAtFirst = 8;   // room in a new set
 
 constexpr LockRole poolLock;
 
@@ -51,7 +50,6 @@ struct alignas(64) Pool {
     ForkSafeMutex mutex;
 };
 
-// NOLINTNEXTLINE(readability-identifier-naming): established name
 int32_t integer_compare(const void* element, const void* key) {
     const auto stageOf = [](const void* entry) {
         return static_cast<uint32_t>(static_cast<const TimeStamp*>(entry)->stage);
@@ -63,6 +61,26 @@ VN_TimestampSet* newSet() {
     auto* set = static_cast<VN_TimestampSet*>(vn_malloc(sizeof(VN_TimestampSet)));
     set->entries = vn_Vector_ctor(integer_compare, nullptr, nullptr, entriesAtFirst, 0);
     set->functions = &VN_TimestampSetFunctions;
+    return set;
+}
+
+// A set between operations. In builds with assertions, the Vector of a pooled set has no compare,
+// so that a use after the destruction is recognised.
+[[maybe_unused]] bool isInUse(const VN_TimestampSet* set) {
+    return set->functions != nullptr && set->entries->compare != nullptr;
+}
+
+void markPooled([[maybe_unused]] const VN_TimestampSet* set) {
+#if defined(VN_ASSERTIONS)
+    set->entries->compare = nullptr;
+#endif
+}
+
+VN_TimestampSet* reused(VN_TimestampSet* set) {
+    VN_ASSERT(!isInUse(set) && vn_Vector_empty(set->entries));
+#if defined(VN_ASSERTIONS)
+    set->entries->compare = integer_compare;
+#endif
     return set;
 }
 
@@ -92,6 +110,7 @@ class TimestampPools {
         }
         void* aligned = block_;
         std::align(alignof(Pool), count_ * sizeof(Pool), aligned, space);
+        VN_ASSERT(space >= count_ * sizeof(Pool));
         auto* pools = static_cast<Pool*>(aligned);
         for (uint64_t i = 0; i < count_; ++i) {
             vn_Mutex_init(&(new (&pools[i]) Pool())->mutex.mutex);
@@ -121,6 +140,7 @@ class TimestampPools {
         if (poolNumber == 0) [[unlikely]] {
             poolNumber = static_cast<uint32_t>(vn_getCountedThreadId() % count_) + 1;
         }
+        VN_ASSERT(poolNumber <= count_);
         return &pools_[poolNumber - 1];
     }
 
@@ -138,6 +158,10 @@ class TimestampPools {
     uint32_t setCapacity() const { return setCapacity_; }
     uint32_t entryCapacity() const { return entryCapacity_; }
 
+    bool isValid(const Pool& pool) const VN_REQUIRES(poolLock) {
+        return pool.setCount <= setCapacity_ && pool.entryCount <= entryCapacity_;
+    }
+
   private:
     void* block_ = nullptr;
     Pool* pools_ = nullptr;
@@ -146,13 +170,13 @@ class TimestampPools {
     uint32_t entryCapacity_ = 0;
 };
 
-// NOLINTNEXTLINE(readability-identifier-naming): established name
 TimestampPools VN_TimestampSet_Global;
 const ForkHandlers forkHandlers(nullptr, nullptr, [] { VN_TimestampSet_Global.freeInChild(); });
 
 TimeStamp* takeEntry() {
     if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
         const ForkSafeLock lock(pool->mutex, poolLock);
+        VN_ASSERT(VN_TimestampSet_Global.isValid(*pool));
         if (pool->entryCount > 0) {
             return pool->entries[--pool->entryCount];
         }
@@ -161,6 +185,7 @@ TimeStamp* takeEntry() {
 }
 
 void add(VN_TimestampSet* set, TimeStamp stamp) {
+    VN_ASSERT(isInUse(set));
     TimeStamp* entry = takeEntry();
     *entry = stamp;
     vn_Vector_add(set->entries, entry);
@@ -171,11 +196,13 @@ TimeStamp** entriesOf(const VN_TimestampSet* set) {
 }
 
 void recycleInto(Pool& pool, TimeStamp** entries, uint32_t count) VN_REQUIRES(poolLock) {
+    VN_ASSERT(VN_TimestampSet_Global.isValid(pool));
     const uint32_t room = VN_TimestampSet_Global.entryCapacity() - pool.entryCount;
     const uint32_t kept = std::min(count, room);
     std::copy_n(entries, kept, pool.entries + pool.entryCount);
     pool.entryCount += kept;
     std::for_each(entries + kept, entries + count, free);
+    VN_ASSERT(VN_TimestampSet_Global.isValid(pool));
 }
 
 void recycle(TimeStamp* entry) {
@@ -200,10 +227,13 @@ bool recycleSet(VN_TimestampSet* set) {
     recycleInto(*pool, entriesOf(set), set->entries->size);
     vn_Vector_clear(set->entries);
     pool->sets[pool->setCount++] = set;
+    markPooled(set);
+    VN_ASSERT(VN_TimestampSet_Global.isValid(*pool));
     return true;
 }
 
 bool findStage(const VN_TimestampSet* set, uint64_t stage, uint32_t* index) {
+    VN_ASSERT(isInUse(set));
     const TimeStamp key = {stage, 0.0};
     return vn_Vector_find(set->entries, &key, index);
 }
@@ -211,6 +241,7 @@ bool findStage(const VN_TimestampSet* set, uint64_t stage, uint32_t* index) {
 // Unlike vn_Vector_remove, keeps the order: the entry at position 0 must be the earliest-added.
 void removeInOrder(VN_TimestampSet* set, uint32_t index) {
     Vector* entries = set->entries;
+    VN_ASSERT(index < entries->size);
     TimeStamp* entry = entriesOf(set)[index];
     memmove(entries->data + index, entries->data + index + 1,
             (entries->size - index - 1) * sizeof(void*));
@@ -284,14 +315,16 @@ const VN_TimestampSetFunctionTable VN_TimestampSetFunctions = {
 VN_TimestampSet* VN_TimestampSet_ctor(void) {
     if (Pool* pool = VN_TimestampSet_Global.ofThisThread()) {
         const ForkSafeLock lock(pool->mutex, poolLock);
+        VN_ASSERT(VN_TimestampSet_Global.isValid(*pool));
         if (pool->setCount > 0) {
-            return pool->sets[--pool->setCount];
+            return reused(pool->sets[--pool->setCount]);
         }
     }
     return newSet();
 }
 
 VN_TimestampSet* VN_TimestampSet_copy(VN_TimestampSet* set) {
+    VN_ASSERT(isInUse(set));
     VN_TimestampSet* copy = VN_TimestampSet_ctor();
     for (uint32_t i = 0; i < set->entries->size; ++i) {
         const TimeStamp* entry = entriesOf(set)[i];
@@ -301,7 +334,11 @@ VN_TimestampSet* VN_TimestampSet_copy(VN_TimestampSet* set) {
 }
 
 void VN_TimestampSet_dtor(VN_TimestampSet* set) {
-    if (set == nullptr || recycleSet(set)) {
+    if (set == nullptr) {
+        return;
+    }
+    VN_ASSERT(isInUse(set));
+    if (recycleSet(set)) {
         return;
     }
     std::for_each_n(entriesOf(set), set->entries->size, recycle);
@@ -352,6 +389,7 @@ double VN_TimestampSet_findTimeAndRemove(VN_TimestampSet* set, uint64_t stage) {
 }
 
 bool VN_TimestampSet_getNextStampAndRemove(VN_TimestampSet* set, uint64_t* stage, double* time) {
+    VN_ASSERT(isInUse(set));
     if (vn_Vector_empty(set->entries)) {
         return false;
     }
@@ -363,6 +401,7 @@ bool VN_TimestampSet_getNextStampAndRemove(VN_TimestampSet* set, uint64_t* stage
 }
 
 uint32_t VN_TimestampSet_getSize(VN_TimestampSet* set) {
+    VN_ASSERT(isInUse(set));
     return vn_Vector_size(set->entries);
 }
 
@@ -373,6 +412,7 @@ char* VN_TimestampSet_toString(VN_TimestampSet* set) {
     if (set == nullptr || set->entries == nullptr) {
         vn_strbufAppendString(&text, "NULL ");
     } else {
+        VN_ASSERT(isInUse(set));
         printEntries(set, &text);
     }
     cutSeparator(&text);

@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "events/event_walk.h"
+#include "platform/assertion.h"
 #include "text/numbers/double_text.h"
 
 namespace vncommon {
@@ -110,7 +111,9 @@ char* writeNumber(char* area, Decimal value) {
 class NumberText {
   public:
     template <typename Number>
-    explicit NumberText(Number value) : end_(writeNumber(area_, value)) {}
+    explicit NumberText(Number value) : end_(writeNumber(area_, value)) {
+        VN_ASSERT(end_ > area_ && end_ < area_ + numberSize);
+    }
     NumberText(const NumberText&) = delete;
     NumberText& operator=(const NumberText&) = delete;
 
@@ -249,6 +252,7 @@ class GrowingText {
     // raise it less.
     char* take() {
         single('\0');
+        VN_ASSERT(begin_ < at_ && at_ <= end_);
         const auto size = static_cast<size_t>(at_ - begin_);
         if (begin_ == usual_) {
             return static_cast<char*>(memcpy(malloc(size), begin_, size));
@@ -266,6 +270,7 @@ class GrowingText {
     void number(Number value) {
         reserve(numberSize);
         at_ = writeNumber(at_, value);
+        VN_ASSERT(at_ <= end_);
     }
     void character(char c) {
         reserve(3);
@@ -291,8 +296,12 @@ class GrowingText {
     }
 
   private:
-    void put(char c) { *at_++ = c; }
+    void put(char c) {
+        VN_ASSERT(at_ < end_);
+        *at_++ = c;
+    }
     void put(std::string_view text) {
+        VN_ASSERT(text.size() <= static_cast<size_t>(end_ - at_));
         memcpy(at_, text.data(), text.size());
         at_ += text.size();
     }
@@ -308,6 +317,7 @@ class GrowingText {
             *to++ = letter != 0 ? letter : c;
         }
         *to++ = '"';
+        VN_ASSERT(to <= end_);
         at_ = to;
     }
 
@@ -331,6 +341,7 @@ class GrowingText {
         }
         at_ = begin_ + used;
         end_ = begin_ + larger;
+        VN_ASSERT(size <= static_cast<size_t>(end_ - at_));
     }
 
     char usual_[4096];  // enough for most events, so that their block is allocated once
@@ -360,6 +371,7 @@ void VN_EventWriter_buildString(const VN_EventValue* value, uint32_t kind, char*
                                 int* position, int limit) {
     BoundedText text(buffer, *position, limit);
     Walk<BoundedText>(text).render(value, kind);
+    VN_ASSERT(text.reached() >= *position);
     *position = text.reached();
 }
 

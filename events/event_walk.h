@@ -17,6 +17,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 
 // A decimal64 in BID encoding.
@@ -49,10 +51,17 @@ class OpenWriters {
         if (depth_ == capacity_) {
             grow();
         }
+        VN_ASSERT(depth_ < capacity_);
         entries_[depth_++] = {writer, 0, kind};
     }
-    void pop() { --depth_; }
-    OpenWriter& innermost() { return entries_[depth_ - 1]; }
+    void pop() {
+        VN_ASSERT(depth_ > 0);
+        --depth_;
+    }
+    OpenWriter& innermost() {
+        VN_ASSERT(depth_ > 0 && depth_ <= capacity_);
+        return entries_[depth_ - 1];
+    }
     size_t size() const { return depth_; }
 
   private:
@@ -124,6 +133,7 @@ class Walk {
         if (writer == nullptr) {
             out_.absentWriter();
         } else {
+            VN_ASSERT(writer->values != nullptr);
             open_.push(writer, kind);
         }
     }
@@ -151,6 +161,7 @@ class Walk {
     void resumeList(OpenWriter& list, char bracket) {
         const size_t depth = open_.size();
         const Vector& values = *list.writer->values;
+        VN_ASSERT(list.step <= values.size);
         while (list.step < values.size) {
             if (list.step > 0) {
                 out_.single(',');
@@ -167,6 +178,7 @@ class Walk {
         const size_t depth = open_.size();
         const Vector& keys = *dictionary.writer->keys;
         const Vector& values = *dictionary.writer->values;
+        VN_ASSERT(dictionary.step <= uint64_t{2} * values.size);
         while (dictionary.step / 2 < values.size) {
             const uint64_t entry = dictionary.step / 2;
             const bool isKey = dictionary.step++ % 2 == 0;

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 namespace {
 
@@ -20,6 +22,23 @@ bool holdsText(uint32_t kind) {
 bool holdsWriter(uint32_t kind) {
     return kind == VN_EventKind_Sequence || kind == VN_EventKind_Dictionary ||
            kind == VN_EventKind_Event;
+}
+
+[[maybe_unused]] bool isValid(const VN_EventWriter* writer) {
+    return writer->keys != nullptr && writer->values != nullptr && writer->toString != nullptr;
+}
+
+// In builds with assertions, a writer that waits for its destruction has no operation toString. So
+// a child that was added twice is recognised.
+void markEnded([[maybe_unused]] VN_EventWriter* writer) {
+#if defined(VN_ASSERTIONS)
+    writer->toString = nullptr;
+#endif
+}
+
+Vector* valuesOf(VN_EventWriter* writer) {
+    VN_ASSERT(isValid(writer));
+    return writer->values;
 }
 
 void* toPayload(uint64_t value) {
@@ -100,7 +119,7 @@ constexpr VN_EventWriter operations = {
 
 VN_EventWriter* appendWrapper(VN_EventWriter* writer, const char* name) {
     VN_EventWriter* wrapper = VN_EventWriter_ctor(VN_EventKind_Wrapper, name);
-    append(writer->values, VN_EventKind_Event, wrapper);
+    append(valuesOf(writer), VN_EventKind_Event, wrapper);
     return wrapper;
 }
 
@@ -135,6 +154,8 @@ void releaseValues(Vector* values, VN_EventWriter*& waiting) {
         auto* value = static_cast<VN_EventValue*>(values->data[i]);
         if (value != nullptr && holdsWriter(value->kind) && value->payload != nullptr) {
             auto* child = static_cast<VN_EventWriter*>(value->payload);
+            VN_ASSERT(isValid(child));
+            markEnded(child);
             releaseText(child, child->name);
             child->name = reinterpret_cast<char*>(waiting);
             waiting = child;
@@ -159,6 +180,7 @@ VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name) {
     writer->name = ownName;
     writer->keys = newValues();
     writer->values = newValues();
+    VN_ASSERT(isValid(writer));
     return writer;
 }
 
@@ -166,6 +188,8 @@ void VN_EventWriter_dtor(VN_EventWriter* writer) {
     if (writer == nullptr) {
         return;
     }
+    VN_ASSERT(isValid(writer));
+    markEnded(writer);
     releaseText(writer, writer->name);
     writer->name = nullptr;
     VN_EventWriter* waiting = writer;
@@ -179,32 +203,32 @@ void VN_EventWriter_dtor(VN_EventWriter* writer) {
 }
 
 void VN_EventWriter_addInt(VN_EventWriter* writer, int64_t value) {
-    append(writer->values, VN_EventKind_Integer, toPayload(static_cast<uint64_t>(value)));
+    append(valuesOf(writer), VN_EventKind_Integer, toPayload(static_cast<uint64_t>(value)));
 }
 
 void VN_EventWriter_addString(VN_EventWriter* writer, const char* text) {
-    appendText(writer->values, VN_EventKind_String, text);
+    appendText(valuesOf(writer), VN_EventKind_String, text);
 }
 
 void VN_EventWriter_addChar(VN_EventWriter* writer, int character) {
-    append(writer->values, VN_EventKind_Character,
+    append(valuesOf(writer), VN_EventKind_Character,
            toPayload(static_cast<unsigned char>(character)));
 }
 
 void VN_EventWriter_addFloat(VN_EventWriter* writer, double value) {
-    append(writer->values, VN_EventKind_Float, toPayload(std::bit_cast<uint64_t>(value)));
+    append(valuesOf(writer), VN_EventKind_Float, toPayload(std::bit_cast<uint64_t>(value)));
 }
 
 void VN_EventWriter_addDecimal(VN_EventWriter* writer, uint64_t value) {
-    append(writer->values, VN_EventKind_Decimal, toPayload(value));
+    append(valuesOf(writer), VN_EventKind_Decimal, toPayload(value));
 }
 
 void VN_EventWriter_addBoolean(VN_EventWriter* writer, int value) {
-    append(writer->values, VN_EventKind_Boolean, toPayload(static_cast<unsigned char>(value)));
+    append(valuesOf(writer), VN_EventKind_Boolean, toPayload(static_cast<unsigned char>(value)));
 }
 
 void VN_EventWriter_addUnformatted(VN_EventWriter* writer, const char* text) {
-    appendText(writer->values, VN_EventKind_Unformatted, text);
+    appendText(valuesOf(writer), VN_EventKind_Unformatted, text);
 }
 
 void VN_EventWriter_addAnyType(VN_EventWriter* writer, const char* text) {
@@ -213,16 +237,18 @@ void VN_EventWriter_addAnyType(VN_EventWriter* writer, const char* text) {
 
 void VN_EventWriter_addRefValue(VN_EventWriter* writer, VN_EventWriter* child) {
     if (child != nullptr) {
-        append(writer->values, child->kind, child);
+        VN_ASSERT(child != writer && isValid(child));
+        append(valuesOf(writer), child->kind, child);
     }
 }
 
 void VN_EventWriter_addValue(VN_EventWriter* writer, uint32_t kind, void* payload) {
-    appendCopy(writer->values, kind, payload);
+    appendCopy(valuesOf(writer), kind, payload);
 }
 
 void VN_EventWriter_addDictValue(VN_EventWriter* writer, uint32_t keyKind, void* keyPayload,
                                  uint32_t valueKind, void* valuePayload) {
+    VN_ASSERT(isValid(writer));
     appendCopy(writer->keys, keyKind, keyPayload);
     appendCopy(writer->values, valueKind, valuePayload);
 }
@@ -232,14 +258,14 @@ void VN_EventWriter_addAny(VN_EventWriter* writer, uint32_t kind, void* payload,
     VN_EventWriter* wrapper = appendWrapper(writer, "any");
     if (kind != VN_EventKind_Wrapper) {
         VN_EventWriter_addUnformatted(wrapper, typeNameInAny(kind, payload, typeName));
-        appendCopy(wrapper->values, kind, payload);
+        appendCopy(valuesOf(wrapper), kind, payload);
     }
 }
 
 void VN_EventWriter_addOptional(VN_EventWriter* writer, uint32_t kind, void* payload) {
     VN_EventWriter* wrapper = appendWrapper(writer, "optional");
     if (kind != VN_EventKind_Wrapper) {
-        appendCopy(wrapper->values, kind, payload);
+        appendCopy(valuesOf(wrapper), kind, payload);
     }
 }
 

@@ -5,6 +5,8 @@
 #include <vncommon/buffers.h>
 #include <vncommon/failure.h>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 
 constexpr uint64_t defaultCapacity = 20;
@@ -16,6 +18,27 @@ inline uint64_t addSizes(uint64_t a, uint64_t b) {
         vn_checkMemory(nullptr);
     }
     return sum;
+}
+
+// The record between operations. The size may exceed the capacity: see vn_strbufAppendVA.
+[[maybe_unused]] inline bool isValid(const CStringBuffer* buffer) {
+    return buffer->data != nullptr && buffer->capacity > 0;
+}
+[[maybe_unused]] inline bool isValid(const CByteBuffer* buffer) {
+    return buffer->data != nullptr && buffer->size <= buffer->capacity;
+}
+
+// After an append.
+[[maybe_unused]] inline bool isTerminated(const CStringBuffer* buffer) {
+    return buffer->size < buffer->capacity && buffer->data[buffer->size] == '\0';
+}
+
+// After the block is freed. In builds with assertions, a later use of the record is recognised.
+template <typename Buffer>
+void markEnded([[maybe_unused]] Buffer* buffer) {
+#if defined(VN_ASSERTIONS)
+    buffer->data = nullptr;
+#endif
 }
 
 inline uint64_t grownCapacity(uint64_t need) {

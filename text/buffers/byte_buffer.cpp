@@ -12,6 +12,7 @@ namespace {
 // previous block.
 [[gnu::cold, gnu::noinline]] uint8_t* moveToBlock(CByteBuffer* buffer, uint64_t capacity,
                                                   uint64_t offset) {
+    VN_ASSERT(buffer->size <= capacity && offset <= capacity - buffer->size);
     auto* block = static_cast<uint8_t*>(vn_malloc(capacity));
     memcpy(block + offset, buffer->data, buffer->size);
     uint8_t* replaced = buffer->data;
@@ -22,6 +23,7 @@ namespace {
 
 // Makes room for length more bytes; the contents of a new block begin at offset.
 ReplacedBlock reserve(CByteBuffer* buffer, uint64_t length, uint64_t offset = 0) {
+    VN_ASSERT(isValid(buffer));
     const uint64_t need = addSizes(buffer->size, length);
     if (need <= buffer->capacity) [[likely]] {
         return ReplacedBlock(nullptr);
@@ -47,8 +49,10 @@ uint8_t* vn_bytebufInit(CByteBuffer* buffer, uint64_t initialCapacity) {
 }
 
 void vn_bytebufDestroy(CByteBuffer* buffer, int freeData) {
+    VN_ASSERT(isValid(buffer));
     if (freeData != 0) {
         vn_free(buffer->data);
+        markEnded(buffer);
     }
 }
 
@@ -69,10 +73,12 @@ uint8_t* vn_bytebufAppendBytes(CByteBuffer* buffer, const void* bytes, uint64_t 
         memcpy(start, bytes, length);
     }
     buffer->size += length;
+    VN_ASSERT(isValid(buffer));
     return start;
 }
 
 uint64_t vn_bytebufAppendByte(CByteBuffer* buffer, int byte) {
+    VN_ASSERT(isValid(buffer));
     const uint64_t index = buffer->size;
     if (index >= buffer->capacity) [[unlikely]] {
         const uint64_t need = addSizes(index, 1);
@@ -98,9 +104,11 @@ void vn_bytebufInsertBytesAtStart(CByteBuffer* buffer, const void* bytes, uint64
     }
     memcpy(buffer->data, source, length);
     buffer->size += length;
+    VN_ASSERT(isValid(buffer));
 }
 
 void vn_bytebufTruncate(CByteBuffer* buffer, uint64_t newSize) {
+    VN_ASSERT(isValid(buffer));
     if (buffer->size <= newSize) {
         return;
     }
@@ -111,9 +119,11 @@ void vn_bytebufTruncate(CByteBuffer* buffer, uint64_t newSize) {
 }
 
 uint64_t vn_bytebufGetSize(const CByteBuffer* buffer) {
+    VN_ASSERT(isValid(buffer));
     return buffer->size;
 }
 
 uint8_t* vn_bytebufGetBytes(const CByteBuffer* buffer) {
+    VN_ASSERT(isValid(buffer));
     return buffer->data;
 }

@@ -26,6 +26,7 @@ void copyString(char* block, const CStringBuffer* buffer) {
 
 // Returns the previous block, which the caller frees.
 char* moveToBlock(CStringBuffer* buffer, uint64_t capacity) {
+    VN_ASSERT(isValid(buffer) && buffer->size < capacity);
     auto* block = static_cast<char*>(vn_malloc(capacity));
     copyString(block, buffer);
     char* replaced = buffer->data;
@@ -35,11 +36,13 @@ char* moveToBlock(CStringBuffer* buffer, uint64_t capacity) {
 }
 
 char* append(CStringBuffer* buffer, const char* text, uint64_t length) {
+    VN_ASSERT(isValid(buffer));
     const ReplacedBlock replaced = reserve(buffer, length);
     char* start = buffer->data + buffer->size;
     memcpy(start, text, length);
     start[length] = '\0';
     buffer->size += length;
+    VN_ASSERT(isTerminated(buffer));
     return start;
 }
 
@@ -79,6 +82,7 @@ void appendFormat(CStringBuffer* buffer, const char* format, va_list arguments) 
 // Compat: an empty result of vn_strbufAppendVA changes the buffer; the header describes how.
 // The room is reserved already.
 void appendEmptyResult(CStringBuffer* buffer) {
+    VN_ASSERT(formatLimit < buffer->capacity - buffer->size);
     memset(buffer->data + buffer->size, 0, formatLimit + 1);
     buffer->size += formatLimit;
     buffer->data[formatLimit] = '\0';
@@ -92,6 +96,7 @@ void appendLimitedResult(CStringBuffer* buffer, const char* text, uint64_t lengt
     char* start = buffer->data + buffer->size;
     memmove(start, text, written);
     const uint64_t room = buffer->capacity - buffer->size;
+    VN_ASSERT(formatLimit < room);
     memset(start + written, 0, std::min(length + 1, room) - written);
     buffer->size += length;
 }
@@ -114,6 +119,7 @@ void appendStream(CStringBuffer* buffer, FILE* file) {
         char* start = buffer->data + buffer->size;
         buffer->size += fread(start, 1, room - room % fileStep, file);
         buffer->data[buffer->size] = '\0';
+        VN_ASSERT(isTerminated(buffer));
     }
 }
 
@@ -132,12 +138,15 @@ char* vn_strbufInit(CStringBuffer* buffer, uint64_t initialCapacity) {
     buffer->capacity = initialCapacity != 0 ? initialCapacity : defaultCapacity;
     buffer->data = static_cast<char*>(vn_malloc(buffer->capacity));
     buffer->data[0] = '\0';
+    VN_ASSERT(isValid(buffer) && isTerminated(buffer));
     return buffer->data;
 }
 
 void vn_strbufDestroy(CStringBuffer* buffer, int freeData) {
+    VN_ASSERT(isValid(buffer));
     if (freeData != 0) {
         vn_free(buffer->data);
+        markEnded(buffer);
     }
 }
 
@@ -159,10 +168,12 @@ char* vn_strbufAppendStringN(CStringBuffer* buffer, const char* text, uint64_t l
     memcpy(start, text, present);
     memset(start + present, 0, length + 1 - present);
     buffer->size += length;
+    VN_ASSERT(isTerminated(buffer));
     return buffer->data;
 }
 
 void vn_strbufAppendChar(CStringBuffer* buffer, int character) {
+    VN_ASSERT(isValid(buffer));
     const uint64_t size = buffer->size;
     if (size >= buffer->capacity - 1) [[unlikely]] {
         return growAndAppendChar(buffer, character);
@@ -171,6 +182,7 @@ void vn_strbufAppendChar(CStringBuffer* buffer, int character) {
     buffer->size = size + 1;
     end[0] = static_cast<char>(character);
     end[1] = '\0';
+    VN_ASSERT(isTerminated(buffer));
 }
 
 char* vn_strbufAppendBuf(CStringBuffer* buffer, const CStringBuffer* other) {
@@ -221,6 +233,7 @@ char* vn_strbufAppendFile(CStringBuffer* buffer, const char* path) {
 }
 
 void vn_strbufTruncate(CStringBuffer* buffer, uint64_t newSize) {
+    VN_ASSERT(isValid(buffer));
     if (buffer->size <= newSize) {
         return;
     }
@@ -234,9 +247,11 @@ void vn_strbufTruncate(CStringBuffer* buffer, uint64_t newSize) {
 }
 
 char* vn_strbufGetString(const CStringBuffer* buffer) {
+    VN_ASSERT(isValid(buffer));
     return buffer->data;
 }
 
 uint64_t vn_strbufGetSize(const CStringBuffer* buffer) {
+    VN_ASSERT(isValid(buffer));
     return buffer->size;
 }

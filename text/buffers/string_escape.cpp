@@ -107,10 +107,12 @@ struct Escaper {
             text = "null";
         }
         const uint64_t length = strlen(text);
+        VN_ASSERT(isValid(buffer));
         const ReplacedBlock replaced = reserve(buffer, width * length);
         char* end = escape(buffer->data + buffer->size, text, text + length);
         *end = '\0';
         buffer->size = static_cast<uint64_t>(end - buffer->data);
+        VN_ASSERT(isTerminated(buffer));
     }
 };
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/assertion.h"
 #include "text/numbers/digits.h"
 
 namespace vncommon {
@@ -24,6 +25,7 @@ inline char* putZeros(char* at, int count) {
 // "e", the sign, two or three digits.
 inline char* putExponent(char* at, int exponent) {
     const int magnitude = std::abs(exponent);
+    VN_ASSERT(magnitude < 1000);
     *at++ = 'e';
     *at++ = exponent < 0 ? '-' : '+';
     if (magnitude >= 100) {
@@ -35,6 +37,7 @@ inline char* putExponent(char* at, int exponent) {
 }
 
 inline void moveGap(const Digits& digits, int to) {
+    VN_ASSERT(isValid(digits) && to >= 0 && to <= digits.length);
     char* const from = digits.text + digits.gap;
     if (to > digits.gap) {
         memmove(from, from + 1, static_cast<size_t>(to - digits.gap));
@@ -57,6 +60,7 @@ inline char* putPoint(const Digits& digits, int before) {
 // "ddd.ddd", or "ddd000" where the digits end before the point. At least one digit, which may be
 // a zero, is before the point.
 inline char* layOutFixed(const Digits& digits) {
+    VN_ASSERT(digits.point > 0);
     const int before = std::min(digits.point, digits.length);
     return putZeros(putPoint(digits, before), digits.point - before);
 }
@@ -68,6 +72,7 @@ inline char* layOutScientific(const Digits& digits) {
 
 // ".000ddd": no zero before the point.
 inline char* layOutBelowOne(const Digits& digits) {
+    VN_ASSERT(digits.point <= 0);
     moveGap(digits, 0);
     const int zeros = -digits.point;
     char* const first = digits.text + 1 + zeros;

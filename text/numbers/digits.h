@@ -22,6 +22,10 @@ struct Digits {
     int point;
 };
 
+[[maybe_unused]] inline bool isValid(const Digits& digits) {
+    return digits.text != nullptr && digits.gap >= 0 && digits.gap <= digits.length;
+}
+
 }  // namespace vncommon
 
 #endif

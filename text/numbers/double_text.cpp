@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/assertion.h"
 #include "platform/float_environment.h"
 #include "text/numbers/digit_layout.h"
 #include "text/numbers/netlib_conversion.h"
@@ -35,6 +36,7 @@ char* putNamed(char* at, double x) {
 char* finish(char* buf, unsigned size, char* whole, char* end) {
     *end++ = '\0';
     const auto length = static_cast<size_t>(end - whole);
+    VN_ASSERT(whole == buf ? length <= size : length <= digitAreaSize);
     if (whole != buf) [[unlikely]] {
         memcpy(buf, whole, std::min<size_t>(length, size));
     }
@@ -92,6 +94,7 @@ char* formatFixedByNetlib(char* buf, unsigned size, int places, double x) {
     if (digits.length > 0) {
         return finish(buf, size, area, layOutFixed(digits));
     }
+    VN_ASSERT(digits.point > 0);
     const size_t length = static_cast<size_t>(text - area) + static_cast<size_t>(digits.point);
     memset(putSign(buf, x), '0', std::min<size_t>(length, size) - static_cast<size_t>(text - area));
     if (length >= size) {

@@ -14,6 +14,7 @@
 #include <vncommon/failure.h>
 #include <vncommon/numbers.h>
 
+#include "platform/assertion.h"
 #include "platform/thread_annotations.h"
 #include "text/numbers/dtoalocks.h"
 #include "text/numbers/netlib/include/reent.h"
@@ -54,7 +55,17 @@ struct FreeLists {
 constinit FreeLists freeLists{};
 
 size_t blockSize(int k) {
+    VN_ASSERT(k >= 0);
     return offsetof(_Bigint, _x) + (sizeof(__ULong) << k);
+}
+
+// The size class of a block in a free list, in builds with assertions.
+constexpr int freedClass = -1;
+
+void markFreed([[maybe_unused]] _Bigint* block) {
+#if defined(VN_ASSERTIONS)
+    block->_k = freedClass;
+#endif
 }
 
 // From the thread's scratch area, or null when the rest of the area is too small.
@@ -67,6 +78,7 @@ _Bigint* takeFromScratchArea(int k) {
         return nullptr;
     }
     auto* next = static_cast<uint64_t*>(pthread_getspecific(dtoa_threadLocalMemNext));
+    VN_ASSERT(next != nullptr);
     const bool taken =
         pthread_setspecific(dtoa_threadLocalMemLeft, reinterpret_cast<void*>(left - units)) == 0 &&
         pthread_setspecific(dtoa_threadLocalMemNext, next + units) == 0;
@@ -79,6 +91,7 @@ _Bigint* takeFromFreeList(int k) {
     }
     _Bigint* block = freeLists.first[k];
     if (block != nullptr) {
+        VN_ASSERT(block->_k == freedClass);
         freeLists.first[k] = block->_next;
     }
     unlockFreeLists();
@@ -118,12 +131,14 @@ void _Bfree(_reent*, _Bigint* block) {
     if (block == nullptr || block->_carved) {
         return;
     }
+    VN_ASSERT(block->_k >= 0 && block->_wds <= block->_maxwds);
     if (block->_k >= sizeClasses || !lockFreeLists()) {
         free(block);
         return;
     }
     block->_next = freeLists.first[block->_k];
     freeLists.first[block->_k] = block;
+    markFreed(block);
     unlockFreeLists();
 }
 
@@ -145,6 +160,7 @@ constinit CachedPower powersOfFive[cachedPowers]{};
 
 // 5^(4 * 2^i); previous is the power before, null for i = 0.
 _Bigint* cachedPower(_reent* context, int i, _Bigint* previous) {
+    VN_ASSERT((i == 0) == (previous == nullptr));
     CachedPower& cached = powersOfFive[i];
     if (cached.ready.load(std::memory_order_acquire)) {
         return cached.get();
@@ -152,6 +168,7 @@ _Bigint* cachedPower(_reent* context, int i, _Bigint* previous) {
     _Bigint* power = i == 0 ? __i2b(context, 625) : __multiply(context, previous, previous);
     acquirep5Lock();
     if (!cached.ready.load(std::memory_order_relaxed)) {
+        VN_ASSERT(blockSize(power->_k) <= largestPower);
         memcpy(cached.block, power, blockSize(power->_k));
         cached.get()->_carved = true;
         cached.ready.store(true, std::memory_order_release);
@@ -166,6 +183,7 @@ _Bigint* cachedPower(_reent* context, int i, _Bigint* previous) {
 
 // Returns b times 5^k; consumes b.
 _Bigint* __pow5mult(_reent* context, _Bigint* b, int k) {
+    VN_ASSERT(k >= 0);
     constexpr int smallPowers[] = {1, 5, 25, 125};
     if ((k & 3) != 0) {
         b = __multadd(context, b, smallPowers[k & 3], 0);

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstdint>
 
+#include "platform/assertion.h"
 #include "text/numbers/powers_of_ten.h"
 
 namespace vncommon {
@@ -19,6 +20,8 @@ inline bool scaleExactly(double x, int places, uint64_t& scaled) {
     constexpr int fractionBits = 52;
     constexpr int productBits = fractionBits + 1 + 64;
     constexpr uint64_t hiddenBit = uint64_t{1} << fractionBits;
+
+    VN_ASSERT(places >= 0 && places <= mostScaledPlaces);
 
     // |x| is mantissa / 2^shift.
     const auto bits = std::bit_cast<uint64_t>(x);
@@ -38,6 +41,7 @@ inline bool scaleExactly(double x, int places, uint64_t& scaled) {
         product = product >> far | (rest ? 1 : 0);
         shift -= far;
     }
+    VN_ASSERT(shift >= 1 && shift <= 63);
     product += uint64_t{1} << (shift - 1);  // one half
     const auto low = static_cast<uint64_t>(product);
     const auto high = static_cast<uint64_t>(product >> 64);

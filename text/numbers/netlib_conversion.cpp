@@ -10,6 +10,7 @@
 
 #include <vncommon/numbers.h>
 
+#include "platform/assertion.h"
 #include "text/numbers/netlib/include/reent.h"
 
 namespace vncommon {
@@ -55,6 +56,7 @@ static_assert(mostIntegerDigits + largestPrecision + sizeof "-." <= digitAreaSiz
 }  // namespace
 
 Digits convertToDigits(double x, DigitMode mode, int precision, char* room) {
+    VN_ASSERT(mode == DigitMode::shortest || precision <= largestPrecision);
     Conversion conversion(room);
     // netlib adds to the precision without a check; this value is low enough and cannot overflow.
     const int asked = std::max(precision, -mostIntegerDigits - 2);
@@ -64,6 +66,7 @@ Digits convertToDigits(double x, DigitMode mode, int precision, char* room) {
     const char* text =
         _dtoa_r(conversion.context(), x, static_cast<int>(mode), asked, &point, &sign, &end);
     auto length = static_cast<int>(end - text);
+    VN_ASSERT(length >= 0 && static_cast<size_t>(length) < digitAreaSize);
     // A tie of an integer that is rounded down leaves trailing zeros: 205 to two digits is "20".
     while (length > 1 && text[length - 1] == '0') {
         --length;
@@ -72,6 +75,7 @@ Digits convertToDigits(double x, DigitMode mode, int precision, char* room) {
         point = -std::max(precision, -INT_MAX);
     }
     memmove(room, text, static_cast<size_t>(length));  // "0" is constant text, not in room
+    VN_ASSERT(length <= 1 || room[0] != '0');
     return {room, length, length, point};
 }
 

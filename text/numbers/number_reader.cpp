@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/assertion.h"
 #include "platform/float_environment.h"
 #include "text/numbers/netlib_conversion.h"
 #include "text/numbers/powers_of_ten.h"
@@ -43,6 +44,7 @@ const char* readShort(const char* text, double& value) {
     if (count == 0 || count > 15 || (*end | 0x20) == 'e') {
         return nullptr;
     }
+    VN_ASSERT(static_cast<size_t>(places) < powersOfTen.size());
     value =
         static_cast<double>(digits) / static_cast<double>(powersOfTen[static_cast<size_t>(places)]);
     return end;
@@ -104,6 +106,7 @@ const char* readDecimal(const char* text, double& value) {
     if (stop == nullptr) {
         return readDouble(text, end);
     }
+    VN_ASSERT(stop > at);
     if (end != nullptr) {
         *end = const_cast<char*>(stop);
     }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/assertion.h"
 #include "text/numbers/digits.h"
 #include "text/numbers/exact_scaling.h"
 
@@ -33,6 +34,7 @@ void writeDigits(char* at, Unsigned value, int count) {
     for (; count >= 2; count -= 2, value /= 100) {
         memcpy(at + count - 2, &digitPairs[2 * (value % 100)], 2);
     }
+    VN_ASSERT(count == 1 ? value < 10 : value == 0);
     if (count == 1) {
         *at = static_cast<char>('0' + value % 10);
     }
@@ -50,6 +52,7 @@ inline bool scaledDigits(double x, int places, char* room, Digits& digits) {
     const int before = writeInteger(room, scaled / scale);
     writeDigits(room + before + 1, scaled % scale, places);
     digits = {room, before + places, before, before};
+    VN_ASSERT(isValid(digits) && before > 0);
     return true;
 }
 

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/assertion.h"
 #include "text/numbers/digits.h"
 #include "text/numbers/scaled_digits.h"
 
@@ -87,6 +88,7 @@ inline bool shortDecimalDigits(double x, char* room, Digits& digits) {
     while (digits.text[digits.length] == '0') {
         --digits.length;
     }
+    VN_ASSERT(digits.length >= before && digits.length > 0);
     return true;
 }
 

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 namespace {
 
@@ -88,6 +90,7 @@ Parsed parseDecimal(const char* digits, uint64_t maximum) {
 }
 
 uint64_t storeResult(const Parsed& parsed, const char** end, int32_t* error) {
+    VN_ASSERT(parsed.error == 0 || parsed.value == 0);
     if (error) {
         *error = parsed.error;
     }
@@ -174,6 +177,7 @@ size_t measureExtra(const char* text, const char* end) {
 // The output has at least as much room as there is text left. So while eight bytes of text are
 // left, all eight bytes of an escape's record are written, without a branch.
 char* writeEscaped(char* output, const char* text, const char* end) {
+    VN_ASSERT(text <= end);
     while (end - text >= blockSize) {
         if (isPlainBlock(text)) {
             std::memcpy(output, text, blockSize);
@@ -244,9 +248,12 @@ void vn_rtrim(char* text) {
 char* vn_xmlEscapeString(const char* text) {
     const size_t size = std::strlen(text);
     const char* const end = text + size;
-    auto* const block = static_cast<char*>(std::malloc(size + 2 * measureExtra(text, end) + 1));
+    const size_t blockBytes = size + 2 * measureExtra(text, end) + 1;
+    auto* const block = static_cast<char*>(std::malloc(blockBytes));
     if (block) {
-        *writeEscaped(block, text, end) = '\0';
+        char* const terminator = writeEscaped(block, text, end);
+        VN_ASSERT(terminator < block + blockBytes);
+        *terminator = '\0';
     }
     return block;
 }

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "platform/assertion.h"
 #include "text/utf8/utf8_kernel.h"
 
 namespace vncommon {
@@ -29,7 +30,6 @@ constexpr std::array<uint8_t, 256> makeLengths() {
     return lengths;
 }
 
-// NOLINTNEXTLINE(readability-identifier-naming): established name
 constexpr std::array<uint8_t, 256> utf8_length = makeLengths();
 
 uint8_t lengthAt(const char* text) {
@@ -63,6 +63,7 @@ int countLeads(const char* text, size_t size) {
         for (; text != blockEnd; ++text) {
             inBlock = static_cast<uint8_t>(inBlock + !isContinuation(*text));
         }
+        VN_ASSERT(inBlock <= blockSize);
         count += inBlock;
     }
     return count;
@@ -86,6 +87,7 @@ Counted countStretch(const char* text, size_t size) {
         return {text + whole, countLeads(text, whole)};
     }
     const Counted first = countStretch(text, size / 2);  // ends at most 3 bytes after the half
+    VN_ASSERT(first.next >= text && first.next <= text + size / 2 + 3);
     if (isInvalid(first.next)) {
         return first;
     }
@@ -122,6 +124,7 @@ int vn_UTF8Length(const char* text) {
             return 0;
         }
         const auto [next, characters] = countStretch(text, strnlen(text, stretchSize));
+        VN_ASSERT(next > text);
         text = next;
         count += characters;
     }
@@ -133,6 +136,7 @@ int vn_UTF8CountChars(const char* start, const char* end) {
     while (start < end && !isInvalid(start)) {
         const size_t size = std::min(stretchSize, static_cast<size_t>(end - start));
         const auto [next, characters] = countStretch(start, size);
+        VN_ASSERT(next > start || isInvalid(next));
         start = next;
         count += characters;
     }

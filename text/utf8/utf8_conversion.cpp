@@ -13,6 +13,7 @@
 #include <memory>
 #include <utility>
 
+#include "platform/assertion.h"
 #include "text/utf8/icu_call.h"
 
 namespace vncommon {
@@ -91,6 +92,7 @@ class CodePageConverter {
         char* end = result.get();
         ucnv_convertEx(target_, source_, &end, end + capacity, &text, text + length, pivot,
                        &pivotSource, &pivotTarget, pivot + std::size(pivot), true, true, &status_);
+        VN_ASSERT(end >= result.get() && end <= result.get() + capacity);
         *end = '\0';
         return U_FAILURE(status_) ? nullptr : std::move(result);
     }
@@ -193,6 +195,7 @@ char* vn_getUTF8(const uint16_t* text) {
     if (status != U_BUFFER_OVERFLOW_ERROR) {
         return nullptr;
     }
+    VN_ASSERT(length > 0);
     MallocBlock<char> result = allocate<char>(static_cast<size_t>(length) + 1);
     status = U_ZERO_ERROR;
     u_strToUTF8(result.get(), length + 1, nullptr, source, -1, &status);
@@ -209,6 +212,7 @@ uint16_t* vn_getUTF16(const char* text) {
     if (status != U_BUFFER_OVERFLOW_ERROR) {
         return nullptr;
     }
+    VN_ASSERT(length > 0);
     MallocBlock<uint16_t> result = allocate<uint16_t>(static_cast<size_t>(length) + 1);
     status = U_ZERO_ERROR;
     u_strFromUTF8(reinterpret_cast<UChar*>(result.get()), length + 1, nullptr, text, -1, &status);

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 
+#include "platform/assertion.h"
 #include "text/utf8/utf8_kernel.h"
 
 namespace vncommon {
@@ -29,12 +30,10 @@ constexpr std::array<uint8_t, 256> makeSequenceTypes() {
     return types;
 }
 
-// NOLINTNEXTLINE(readability-identifier-naming): established name
 constexpr std::array<uint8_t, 256> utf8_sequenceType = makeSequenceTypes();
 
 // Lowest and highest value of each continuation byte, by class.
 // Compat: ED is in class 3, so encoded surrogates are valid; callers rely on it.
-// NOLINTNEXTLINE(readability-identifier-naming): established name
 constexpr uint8_t utf8_validMin[][4] = {{},
                                         {0x80},
                                         {0xA0, 0x80},
@@ -42,7 +41,6 @@ constexpr uint8_t utf8_validMin[][4] = {{},
                                         {0x90, 0x80, 0x80},
                                         {0x80, 0x80, 0x80},
                                         {0x80, 0x80, 0x80}};
-// NOLINTNEXTLINE(readability-identifier-naming): established name
 constexpr uint8_t utf8_validMax[][4] = {{},
                                         {0xBF},
                                         {0xBF, 0xBF},
@@ -61,6 +59,7 @@ Word load(const uint8_t* bytes) {
 // The last word overlaps the one before if size is not a multiple of the word size.
 template <class Word>
 bool isAsciiByWords(const uint8_t* bytes, size_t size) {
+    VN_ASSERT(size >= sizeof(Word));
     const uint8_t* const last = bytes + size - sizeof(Word);
     Word any = load<Word>(last);
     for (; bytes < last; bytes += sizeof(Word)) {
@@ -86,6 +85,7 @@ bool isUtf8Plain(const uint8_t* bytes, size_t size) {
         if (type == invalidLead) {
             return false;
         }
+        VN_ASSERT(type < std::size(utf8_validMin));
         for (size_t i = 0; utf8_validMin[type][i] != 0; ++i, ++bytes) {
             if (bytes == end || *bytes < utf8_validMin[type][i] ||
                 *bytes > utf8_validMax[type][i]) {
@@ -129,6 +129,7 @@ bool isUtf8Bytes(const char* bytes, size_t size) {
 }
 
 size_t wholeCharacters(const char* text, size_t size) {
+    VN_ASSERT(size >= 4);
     size_t start = size;
     while (start > size - 4 && isContinuation(text[start - 1])) {
         --start;

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/assertion.h"
 #include "text/utf8/utf8_kernel.h"
 
 namespace vncommon {
@@ -75,6 +76,7 @@ class Validator {
     static constexpr size_t minimum = sizeof(Vector) + 3;
 
     static bool run(const uint8_t* bytes, size_t size) {
+        VN_ASSERT(size >= minimum);
         Validator validator;
         const uint8_t* const end = bytes + size;
         while (end - bytes >= 4 * width) {
@@ -148,6 +150,7 @@ class Validator {
 template <class Isa>
 bool hasNoTopBit(const uint8_t* bytes, size_t size) {
     constexpr ptrdiff_t width = sizeof(typename Isa::Vector);
+    VN_ASSERT(size >= sizeof(typename Isa::Vector));
     const uint8_t* const last = bytes + size - width;
     for (; last - bytes >= 4 * width; bytes += 4 * width) {
         if (!Isa::isAscii(Isa::either(

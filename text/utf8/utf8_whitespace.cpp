@@ -6,6 +6,8 @@
 #include <array>
 #include <cstring>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 namespace {
 
@@ -90,6 +92,7 @@ const char* vn_skipSpacesUTF8(const char* text) {
     const char* character = text;
     State state = start;
     for (;;) {
+        VN_ASSERT(state != complete && state < forwardWSTables.size());
         state = forwardWSTables[state][static_cast<uint8_t>(*text)];
         if (state == start) {
             return character;
@@ -107,6 +110,7 @@ const char* vn_rTrimUTF8(const char* text) {
     const char* at = end;
     State state = start;
     while (at != text) {
+        VN_ASSERT(state != complete && state < reverseWSTables.size());
         state = reverseWSTables[state][static_cast<uint8_t>(*--at)];
         if (state == start) {
             return end;
