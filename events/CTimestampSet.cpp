@@ -226,8 +226,8 @@ bool recycleSet(VN_TimestampSet* set) {
     }
     recycleInto(*pool, entriesOf(set), set->entries->size);
     vn_Vector_clear(set->entries);
-    pool->sets[pool->setCount++] = set;
     markPooled(set);
+    pool->sets[pool->setCount++] = set;
     VN_ASSERT(VN_TimestampSet_Global.isValid(*pool));
     return true;
 }
