@@ -440,6 +440,14 @@ extern "C" ssize_t interposed_getline(char** line, size_t* size, FILE* stream) {
 VN_CALL(int, vsnprintf, EILSEQ, plain,
         (char* text, size_t size, const char* format, va_list arguments),
         (text, size, format, arguments), VN_ERRNO(-1))
+// What vsnprintf becomes with _FORTIFY_SOURCE.
+extern "C" int interposed___vsnprintf_chk(char* text, size_t size, int flag, size_t room,
+                                          const char* format, va_list arguments)
+    VN_STANDS_FOR(__vsnprintf_chk);
+extern "C" int interposed___vsnprintf_chk(char* text, size_t size, int, size_t, const char* format,
+                                          va_list arguments) {
+    return interposed_vsnprintf(text, size, format, arguments);
+}
 
 // Sockets.
 VN_SYSTEM_CALL(socket, EACCES, takesDescriptor, (int domain, int type, int protocol),

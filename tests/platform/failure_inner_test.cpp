@@ -27,6 +27,8 @@ extern "C" {
 int __real___xpg_strerror_r(int errnum, char* buffer, size_t size);
 int __wrap___xpg_strerror_r(int errnum, char* buffer, size_t size);
 int __wrap_snprintf(char* buffer, size_t size, const char* format, ...);
+int __wrap___snprintf_chk(char* buffer, size_t size, int flag, size_t room, const char* format,
+                          ...);
 char* __real_strdup(const char* text);
 char* __wrap_strdup(const char* text);
 void* __real_malloc(size_t size);
@@ -37,6 +39,18 @@ int __wrap___xpg_strerror_r(int errnum, char* buffer, size_t size) {
 }
 
 int __wrap_snprintf(char* buffer, size_t size, const char* format, ...) {
+    if (snprintfFails) {
+        return -5;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = vsnprintf(buffer, size, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+// What snprintf becomes with _FORTIFY_SOURCE.
+int __wrap___snprintf_chk(char* buffer, size_t size, int, size_t, const char* format, ...) {
     if (snprintfFails) {
         return -5;
     }

@@ -189,9 +189,14 @@ TEST(ForeignAllocator, FreesEverythingThatTheLibraryAllocates) {
 
 const std::string longText(5000, 'x');
 
+// Hides a format from the compiler, which warns that ISO C++ has no %m.
+[[gnu::noinline]] const char* hidden(const char* format) {
+    return format;
+}
+
 VN_CHILD(logsTheCallersErrno) {
     errno = EACCES;
-    VN_LogInfo("%s %m", longText.c_str());  // the line buffer grows
+    VN_LogInfo(hidden("%s %m"), longText.c_str());  // the line buffer grows
     return errno == EACCES ? 0 : 1;
 }
 
@@ -213,9 +218,9 @@ TEST(ForeignAllocator, DoesNotChangeTheErrnoOfAFormat) {
     CStringBuffer buffer;
     vn_strbufInit(&buffer, 0);
     errno = EACCES;
-    appendWithList(&buffer, "%m, ");  // both make the buffer grow
+    appendWithList(&buffer, hidden("%m, "));  // both make the buffer grow
     errno = EACCES;
-    vn_strbufAppendFormat(&buffer, "%s %m", longText.c_str());
+    vn_strbufAppendFormat(&buffer, hidden("%s %m"), longText.c_str());
     EXPECT_EQ(std::string(buffer.data, buffer.size),
               "Permission denied, " + longText + " Permission denied");
     vn_strbufDestroy(&buffer, 1);

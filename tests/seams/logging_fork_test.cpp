@@ -200,7 +200,9 @@ bool forksWhileTheLoggerIsMade() {
 }
 
 VN_CHILD(makesTheLoggerInManyProcesses) {
-    freopen("/dev/null", "w", stderr);
+    if (freopen("/dev/null", "w", stderr) == nullptr) {
+        return 1;
+    }
     const int processes = 150;
     for (int i = 0; i < processes; ++i) {
         const pid_t process = fork();
