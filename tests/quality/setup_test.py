@@ -29,7 +29,7 @@ class Machine(unittest.TestCase):
         self.top = pathlib.Path(temporary.name)
         self.tools = self.top / "bin"
         self.tools.mkdir()
-        for tool in ["bash", "cat", "env", "grep", "sed"]:
+        for tool in ["bash", "dirname", "env", "grep", "sed"]:
             (self.tools / tool).symlink_to(shutil.which(tool))
         self.tool("dpkg-query", QUERY)
         self.tool("apt-get", NOTE)
