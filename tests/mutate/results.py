@@ -1,10 +1,13 @@
 """docs/mutation.json: the selected mutations, and of each one that was run the newest verdict."""
 import datetime
 import json
-import subprocess
+import sys
 
 from families import ROOT
 from operators import digest
+
+sys.path.append(str(ROOT / "tests/quality"))
+from tree import commit  # noqa: E402
 
 RESULTS = ROOT / "docs/mutation.json"
 
@@ -30,16 +33,6 @@ def save(mutations, results, path=RESULTS):
 
 def today():
     return datetime.date.today().isoformat()
-
-
-def commit():
-    """The commit that is checked out, with + if the tree differs from it."""
-    def git(*arguments):
-        return subprocess.run(["git", *arguments], cwd=ROOT, check=True, capture_output=True,
-                              text=True).stdout.strip()
-    pages = [":!docs/mutation.*", ":!docs/proof.*"]   # written by the tools themselves
-    changed = git("status", "--porcelain", "--", ".", *pages)
-    return git("rev-parse", "--short=10", "HEAD") + ("+" if changed else "")
 
 
 def key_of(mutation, family, root=ROOT):

@@ -1,4 +1,4 @@
-"""Lists the project's own files."""
+"""Lists the project's own files, and their commit."""
 import pathlib
 import subprocess
 
@@ -17,3 +17,13 @@ def tracked_files():
 
 def code_files():
     return [path for path in tracked_files() if path.endswith((".c", ".cpp", ".h", ".hpp"))]
+
+
+def commit():
+    """The commit that is checked out, with + if the tree differs from it. The records that the
+    checks write themselves do not count."""
+    def git(*arguments):
+        return subprocess.run(["git", *arguments], cwd=SOURCE, check=True, capture_output=True,
+                              text=True).stdout.strip()
+    changed = git("status", "--porcelain", "--", ".", ":!docs/mutation.*", ":!docs/proof.*")
+    return git("rev-parse", "--short=10", "HEAD") + ("+" if changed else "")
