@@ -99,6 +99,16 @@ class Machine(unittest.TestCase):
             self.assertEqual(done.returncode, 1)
             self.assertIn(advice, done.stderr)
 
+    def test_an_architecture_without_packages_is_removed_again(self):
+        self.tool("dpkg", '#!/bin/bash\necho "dpkg $*" >> "$MACHINE/calls"\n')
+        for step in ["update", "install"]:
+            self.tool("apt-get", f'#!/bin/bash\n[[ " $* " != *" {step} "* ]]\n')
+            self.assertEqual(self.setup("--cross", "s390x").returncode, 1)
+            self.assertEqual(self.calls()[-1], "dpkg --remove-architecture s390x")
+        self.tool("apt-get", NOTE)
+        self.assertEqual(self.setup("--cross", "s390x").returncode, 0)
+        self.assertIn("libgmock-dev:s390x", self.calls()[-1])
+
     def test_an_unknown_argument(self):
         done = self.setup("--everything")
         self.assertEqual(done.returncode, 2)
