@@ -110,3 +110,9 @@ def release(text):
 def checks(text):
     """The names of the checks that ran."""
     return re.findall(r"^== (format|functions|tree|shell|python|tidy)$", text, re.M)
+
+
+def failed_checks(text):
+    """The names of the checks that failed."""
+    found = re.findall(r"^check: failed: ([\w ]+);", text, re.M)
+    return found[0].split() if found else []

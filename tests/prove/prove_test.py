@@ -71,6 +71,12 @@ class Parsing(unittest.TestCase):
         self.assertEqual(parse.checks(sample("check.txt")),
                          ["format", "functions", "tree", "shell", "python"])
 
+    def test_failed_checks(self):
+        failed = sample("check.txt").replace("check: all checks passed",
+                                             "check: failed: tree tidy; see the lines above")
+        self.assertEqual(parse.failed_checks(failed), ["tree", "tidy"])
+        self.assertEqual(parse.failed_checks(sample("check.txt")), [])
+
     def test_a_log_without_the_figure_is_an_error(self):
         for read in (parse.ctest, parse.faults, parse.fuzz, parse.soak, parse.googletest,
                      parse.bits, parse.cross, parse.release):

@@ -1,6 +1,7 @@
 """The stages of scripts/prove. A stage runs commands and returns rows: what, how much, result."""
 import collections
 import json
+import os
 import pathlib
 import subprocess
 import time
@@ -71,7 +72,8 @@ def faults(_):
 # ---- Long runs
 
 def fuzz(options):
-    done = run("fuzz", "scripts/fuzz", "--seconds", str(options.seconds), "--jobs", "2")
+    done = run("fuzz", "scripts/fuzz", "--seconds", str(options.seconds), "--jobs",
+               str(os.cpu_count()))
     rows = [row(target, "", verdict(passed), count=count)
             for target, count, passed in parse.fuzz(done.text)]
     if not rows:
@@ -207,7 +209,11 @@ def releases(_):
 
 def checks(_):
     done = run("checks", "scripts/check")
-    return [row("the tree", ", ".join(parse.checks(done.text)), verdict(done.status == 0))]
+    amount = ", ".join(parse.checks(done.text))
+    failed = parse.failed_checks(done.text)
+    if failed:
+        amount += f"; failed: {', '.join(failed)}"
+    return [row("the tree", amount, verdict(done.status == 0))]
 
 
 STAGES = [
