@@ -1,14 +1,16 @@
 // Reader of the per-user configuration file: finds it, reads it line by line and keeps the
 // entries in a HashMap from category name to Vector of text.
 #include <vncommon/config_file.h>
-#include <vncommon/failure.h>
-#include <vncommon/process.h>
-#include <vncommon/strings.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include <vncommon/failure.h>
+#include <vncommon/process.h>
+#include <vncommon/strings.h>
+
+namespace vncommon {
 namespace {
 
 constexpr char defaultName[] = ".vantrel.conf";
@@ -67,8 +69,8 @@ OpenFile openFirst(const char* fileName) {
 class WritableLines {
   public:
     explicit WritableLines(FILE* source)
-        : stream(source), buffer(static_cast<char*>(vn_malloc(initialCapacity + 1))) {}
-    ~WritableLines() { vn_free(buffer); }
+        : stream_(source), buffer_(static_cast<char*>(vn_malloc(initialCapacity + 1))) {}
+    ~WritableLines() { vn_free(buffer_); }
     WritableLines(const WritableLines&) = delete;
     WritableLines& operator=(const WritableLines&) = delete;
 
@@ -76,54 +78,54 @@ class WritableLines {
     // but must restore it. If reading fails, the part of the last line that was read is dropped,
     // and nothing more is read.
     char* next(char** end) {
-        size_t searched = begin;
+        size_t searched = begin_;
         for (;;) {
-            void* feed = memchr(buffer + searched, '\n', filled - searched);
+            void* feed = memchr(buffer_ + searched, '\n', filled_ - searched);
             if (feed != nullptr) {
                 *end = static_cast<char*>(feed) + 1;
-                return take(*end);
+                return takeLine(*end);
             }
-            const size_t seen = filled - begin;
-            if (ferror(stream) != 0 || !refill()) {
+            const size_t seen = filled_ - begin_;
+            if (ferror(stream_) != 0 || !refill()) {
                 break;
             }
-            searched = begin + seen;
+            searched = begin_ + seen;
         }
-        if (begin == filled || ferror(stream) != 0) {
+        if (begin_ == filled_ || ferror(stream_) != 0) {
             return nullptr;
         }
-        *end = buffer + filled;
-        return take(*end);
+        *end = buffer_ + filled_;
+        return takeLine(*end);
     }
 
   private:
-    char* take(const char* end) {
-        char* line = buffer + begin;
-        begin = static_cast<size_t>(end - buffer);
+    char* takeLine(const char* end) {
+        char* line = buffer_ + begin_;
+        begin_ = static_cast<size_t>(end - buffer_);
         return line;
     }
 
     // Moves the unfinished line to the front, makes room if it fills the buffer, and reads on.
     bool refill() {
-        memmove(buffer, buffer + begin, filled - begin);
-        filled -= begin;
-        begin = 0;
-        if (filled == capacity) {
-            capacity *= 2;
-            buffer = static_cast<char*>(vn_realloc(buffer, capacity + 1));
+        memmove(buffer_, buffer_ + begin_, filled_ - begin_);
+        filled_ -= begin_;
+        begin_ = 0;
+        if (filled_ == capacity_) {
+            capacity_ *= 2;
+            buffer_ = static_cast<char*>(vn_realloc(buffer_, capacity_ + 1));
         }
-        const size_t count = fread(buffer + filled, 1, capacity - filled, stream);
-        filled += count;
-        buffer[filled] = '\0';
+        const size_t count = fread(buffer_ + filled_, 1, capacity_ - filled_, stream_);
+        filled_ += count;
+        buffer_[filled_] = '\0';
         return count > 0;
     }
 
     static constexpr size_t initialCapacity = size_t{64} * 1024;
-    FILE* stream;
-    char* buffer;
-    size_t capacity = initialCapacity;
-    size_t begin = 0;   // start of the bytes that were not returned yet
-    size_t filled = 0;  // end of the bytes that were read
+    FILE* stream_;
+    char* buffer_;
+    size_t capacity_ = initialCapacity;
+    size_t begin_ = 0;   // start of the bytes that were not returned yet
+    size_t filled_ = 0;  // end of the bytes that were read
 };
 
 // ---- Lines
@@ -162,10 +164,10 @@ void addEntry(Vector* category, char* line, char* end) {
     if (entryEnd == line) {
         return;
     }
-    const char behind = *entryEnd;
+    const char savedByte = *entryEnd;
     *entryEnd = '\0';
     vn_Vector_add(category, line);
-    *entryEnd = behind;
+    *entryEnd = savedByte;
 }
 
 // Cuts the line down to the category's name.
@@ -203,7 +205,7 @@ void* removeCategory(HashMapEntry* entry) {
 }
 
 // The category with that name; created if there is none yet.
-Vector* needCategory(HashMap* categories, const char* name) {
+Vector* findOrCreateCategory(HashMap* categories, const char* name) {
     auto* category = static_cast<Vector*>(vn_HashMap_findValue(categories, name));
     if (category == nullptr) {
         category = vn_Vector_ctor(vn_String_compare, insertEntry, removeEntry, 0, 1);
@@ -213,14 +215,14 @@ Vector* needCategory(HashMap* categories, const char* name) {
 }
 
 void readLines(FILE* stream, HashMap* categories) {
-    Vector* current = needCategory(categories, unnamedCategory);
+    Vector* current = findOrCreateCategory(categories, unnamedCategory);
     WritableLines lines(stream);
     char* end;
     while (char* line = lines.next(&end)) {
         if (*line == '[') {
-            const char behind = *end;
-            current = needCategory(categories, categoryName(line, end));
-            *end = behind;
+            const char savedByte = *end;
+            current = findOrCreateCategory(categories, categoryName(line, end));
+            *end = savedByte;
         } else if (*line != '#') {
             addEntry(current, line, end);
         }
@@ -254,6 +256,9 @@ const char* entryAtCursor(const VN_ConfigFileCategory* category) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out) {
     if (out == nullptr && Static_ConfigFile != nullptr) {

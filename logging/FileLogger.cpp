@@ -9,8 +9,7 @@
 #include "logging/registry.h"
 #include "logging/shared_field.h"
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
 constexpr int initialBufferSize = 1024;
@@ -21,6 +20,9 @@ void releaseMutex(vn_Mutex* mutex) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 FileLogger* FileLogger_ctor(void) {
     auto* logger = static_cast<FileLogger*>(vn_malloc(sizeof(FileLogger)));

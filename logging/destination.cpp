@@ -33,8 +33,8 @@ void freeNames(const Names& names) {
 
 Names exchangeNames(FileLogger* logger, const Names& names) VN_REQUIRES(loggerMutex) {
     const Names before = {logger->fileName, logger->utf8FileName};
-    publishField(logger->fileName, names.fileName);
-    publishField(logger->utf8FileName, names.utf8FileName);
+    storePointer(logger->fileName, names.fileName);
+    storePointer(logger->utf8FileName, names.utf8FileName);
     return before;
 }
 
@@ -48,7 +48,7 @@ struct NamedFile {
     bool reportsFailure;
 };
 
-NamedFile describeFile(const char* name, int truncate, bool nameIsUTF8) {
+NamedFile prepareFile(const char* name, int truncate, bool nameIsUTF8) {
     NamedFile file;
     file.shownName = name == nullptr ? "(null)" : name;
     file.names.fileName = vn_strdup(file.shownName);
@@ -62,12 +62,12 @@ NamedFile describeFile(const char* name, int truncate, bool nameIsUTF8) {
     return file;
 }
 
-bool makeRoom(FileLogger* logger, int error) {
+bool lockAndMakeRoom(FileLogger* logger, int error) {
     const RegistryLock lock;
     return makeRoomForDescriptor(logger, error);
 }
 
-Opened openFile(FileLogger* logger, const NamedFile& file) {
+OpenResult openFile(FileLogger* logger, const NamedFile& file) {
     if (file.plan->stream >= 0) {
         return {-1, 0};
     }
@@ -75,7 +75,7 @@ Opened openFile(FileLogger* logger, const NamedFile& file) {
         return {-1, EFAULT};
     }
     int descriptor = openLogFile(file.path, file.flags);
-    if (descriptor < 0 && makeRoom(logger, errno)) {
+    if (descriptor < 0 && lockAndMakeRoom(logger, errno)) {
         descriptor = openLogFile(file.path, file.flags);
     }
     return {descriptor, errno};
@@ -90,7 +90,8 @@ void reportFailure(const NamedFile& file, int error) {
 
 // Changes the destination. Returns false, without a change, if all loggers were reopened since the
 // file was opened, because the file may have been renamed.
-bool tryToChangeOver(FileLogger* logger, NamedFile& file, const Opened& opened, uint64_t count) {
+bool tryToChangeDestination(FileLogger* logger, NamedFile& file, const OpenResult& opened,
+                            uint64_t count) {
     const RegistryLock lock;
     if (reopeningCount() != count) {
         return false;
@@ -100,18 +101,18 @@ bool tryToChangeOver(FileLogger* logger, NamedFile& file, const Opened& opened, 
     if (!failed) {
         file.names = exchangeNames(logger, file.names);
     }
-    closeLeftDescriptor(file.plan);
+    closeDuplicate(file.plan);
     file.plan = exchangePlan(logger, file.plan);
     return true;
 }
 
-int changeOver(FileLogger* logger, NamedFile file) {
+int changeDestination(FileLogger* logger, NamedFile file) {
     const int stream = file.plan->stream;
-    Opened opened;
+    OpenResult opened;
     for (;;) {
         const uint64_t count = reopeningCount();
         opened = openFile(logger, file);
-        if (tryToChangeOver(logger, file, opened, count)) {
+        if (tryToChangeDestination(logger, file, opened, count)) {
             break;
         }
         if (opened.descriptor >= 0) {
@@ -132,7 +133,7 @@ int changeOver(FileLogger* logger, NamedFile file) {
 using namespace vncommon;
 
 int FileLogger_SetFilename(FileLogger* logger, const char* name, int truncate, int nameIsUTF8) {
-    return changeOver(logger, describeFile(name, truncate, nameIsUTF8 != 0));
+    return changeDestination(logger, prepareFile(name, truncate, nameIsUTF8 != 0));
 }
 
 int FileLogger_SetFD(FileLogger* logger, int descriptor) {
@@ -152,7 +153,7 @@ int FileLogger_SetFD(FileLogger* logger, int descriptor) {
 }
 
 void FileLogger_ReOpen(FileLogger* logger) {
-    const char* current = readField(logger->utf8FileName);
+    const char* current = loadPointer(logger->utf8FileName);
     if (current == nullptr) {
         return;
     }
@@ -166,9 +167,9 @@ int FileLogger_GetFD(const FileLogger* logger) {
 }
 
 const char* FileLogger_GetFileName(const FileLogger* logger) {
-    return readField(logger->fileName);
+    return loadPointer(logger->fileName);
 }
 
 const char* FileLogger_GetUTF8FileName(const FileLogger* logger) {
-    return readField(logger->utf8FileName);
+    return loadPointer(logger->utf8FileName);
 }

@@ -7,8 +7,7 @@
 
 #include <vncommon/file_logger.h>
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
 // Names by level from 0 to 9, then again from 1 to 9. Lines use the first part,
@@ -52,39 +51,43 @@ constexpr char inUpperCase(char c) {
 }
 
 // ASCII only, in every locale: in a Turkish locale, strcasecmp() does not match i with I.
-bool isWord(std::string_view text, std::string_view word) {
+bool matchesWord(std::string_view text, std::string_view word) {
     return std::equal(text.begin(), text.end(), word.begin(), word.end(),
                       [](char a, char b) { return inUpperCase(a) == b; });
 }
 
-struct Word {
+struct LevelWord {
     const char* text;
     uint32_t level;
 };
 
 // Compat: forced lines have no word, so that no word sets a threshold of 2.
-constexpr Word words[] = {{"TRACE", levelTrace},   {"DEBUG", levelDebug}, {"INFO", levelInfo},
-                          {"WARN", levelWarning},  {"ERROR", levelError}, {"FATAL", levelFatal},
-                          {"CRIT", levelCritical}, {"OFF", levelOff}};
+constexpr LevelWord levelWords[] = {
+    {"TRACE", levelTrace}, {"DEBUG", levelDebug}, {"INFO", levelInfo},     {"WARN", levelWarning},
+    {"ERROR", levelError}, {"FATAL", levelFatal}, {"CRIT", levelCritical}, {"OFF", levelOff}};
 
 }  // namespace
 
-const LevelLabel& vncommon::levelLabel(uint32_t level) {
+const LevelLabel& levelLabel(uint32_t level) {
     return labels[level < nameCount ? level : uint32_t{levelNone}];
 }
 
-uint32_t vncommon::levelOverride(const char* value) {
+uint32_t levelOverride(const char* value) {
     return charToLevelMap[static_cast<unsigned char>(*value)];
 }
+
+}  // namespace vncommon
+
+using namespace vncommon;
 
 uint32_t FileLogger_StringToLogLevel(const char* word) {
     if (word == nullptr) {
         return levelNone;
     }
-    const auto* found = std::find_if(std::begin(words), std::end(words), [word](const Word& known) {
-        return isWord(word, known.text);
-    });
-    return found == std::end(words) ? uint32_t{levelNone} : found->level;
+    const auto* found =
+        std::find_if(std::begin(levelWords), std::end(levelWords),
+                     [word](const LevelWord& known) { return matchesWord(word, known.text); });
+    return found == std::end(levelWords) ? uint32_t{levelNone} : found->level;
 }
 
 const char* FileLogger_LogLevelToString(uint32_t level) {

@@ -1,4 +1,6 @@
 // Writing lines: threshold, head, message, one write().
+#include "logging/line.h"
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,14 +16,12 @@
 #include <vncommon/utf8.h>
 
 #include "logging/levels.h"
-#include "logging/line.h"
 #include "logging/quick_format.h"
 #include "platform/cancellation.h"
 #include "platform/local_time.h"
 #include "platform/mutex_lock.h"
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
 constexpr int margin = 3;  // after the message: newline, terminator and one byte to spare
@@ -73,7 +73,7 @@ bool growBuffer(FileLogger* logger, int head, int messageLength) VN_REQUIRES(lin
     memcpy(larger, logger->buffer, static_cast<size_t>(head));
     char* before = logger->buffer;
     // Before the size, so that a child forked between the two has enough room.
-    publishField(logger->buffer, larger);
+    storePointer(logger->buffer, larger);
     storeField(logger->bufferSize, static_cast<int>(size));
     free(before);
     return true;
@@ -94,12 +94,12 @@ int putFormatted(FileLogger* logger, int head, const char* format, va_list argum
     }
     const int callersErrno = errno;
     for (;;) {
-        va_list once;
-        va_copy(once, arguments);
+        va_list copy;
+        va_copy(copy, arguments);
         errno = callersErrno;  // for %m: growBuffer may have changed it
         const int length = vsnprintf(logger->buffer + head,
-                                     static_cast<size_t>(logger->bufferSize - head), format, once);
-        va_end(once);
+                                     static_cast<size_t>(logger->bufferSize - head), format, copy);
+        va_end(copy);
         if (length <= roomForMessage(logger, head)) [[likely]] {
             return length;
         }
@@ -169,14 +169,17 @@ uint32_t thresholdFor(const FileLogger* logger, const char* environmentName) {
 
 }  // namespace
 
-void vncommon::writeLine(FileLogger* logger, uint32_t level, const char* format,
-                         va_list arguments) {
+void writeLine(FileLogger* logger, uint32_t level, const char* format, va_list arguments) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const CancellationDisabled noCancellation;
     const MutexLock lock(logger->mutex, lineLock);
     composeAndWrite(logger, now, level, format, arguments);
 }
+
+}  // namespace vncommon
+
+using namespace vncommon;
 
 // The eight operations, by name and level.
 #define VN_LOG_OPERATION(operation, level)                        \

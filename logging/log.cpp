@@ -11,8 +11,7 @@
 #include "logging/line.h"
 #include "logging/reopening.h"
 
-using namespace vncommon;
-
+namespace vncommon {
 namespace {
 
 // Null until the first call; never destroyed.
@@ -20,7 +19,7 @@ std::atomic<FileLogger*> logger{nullptr};
 
 enum class Destination { standardError, chosenNext };
 
-void discard(FileLogger* created) {
+void destroyUnpublished(FileLogger* created) {
     char* buffer = created->buffer;  // FileLogger_dtor does not free it
     FileLogger_dtor(created);
     vn_free(buffer);
@@ -41,7 +40,7 @@ void discard(FileLogger* created) {
     if (logger.compare_exchange_strong(current, created)) {
         current = created;
     } else {
-        discard(created);
+        destroyUnpublished(created);
     }
     errno = callersErrno;  // "%m" in the first line
     return current;
@@ -54,6 +53,9 @@ FileLogger* ensureLogger(uint32_t level = levelInfo,
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 int VN_LogSetup(uint32_t level, const char* name, int truncate, int nameIsUTF8) {
     FileLogger* current = ensureLogger(level, Destination::chosenNext);

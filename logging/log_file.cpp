@@ -13,7 +13,7 @@ namespace {
 
 constexpr mode_t permissions = 0644;
 
-void letProgramsInherit(int descriptor) {
+void clearCloseOnExec(int descriptor) {
     fcntl(descriptor, F_SETFD, 0);
 }
 
@@ -54,7 +54,7 @@ void adoptDescriptor(FileLogger* logger, int opened) {
         close(opened);
         return;
     }
-    letProgramsInherit(opened);
+    clearCloseOnExec(opened);
     storeField(logger->fd, opened);
     if (owned) {  // dup2() failed, for instance because RLIMIT_NOFILE was lowered
         close(old);

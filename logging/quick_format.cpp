@@ -13,6 +13,7 @@
 #include "text/numbers/digit_layout.h"
 #include "text/numbers/scaled_digits.h"
 
+namespace vncommon {
 namespace {
 
 struct Conversion {
@@ -67,32 +68,32 @@ Conversion parseConversion(const char*& at) {
 // Writes the message. Text that does not fit is not written; length() then returns -1.
 class Output {
   public:
-    Output(char* room, int size) : start(room), at(room), end(room + size) {}
+    Output(char* room, int size) : start_(room), end_(room), limit_(room + size) {}
 
     void put(std::string_view text) {
-        if (char* to = take(text.size())) {
+        if (char* to = reserve(text.size())) {
             memcpy(to, text.data(), text.size());
         }
     }
     void fill(char c, size_t count) {
-        if (char* to = take(count)) {
+        if (char* to = reserve(count)) {
             memset(to, c, count);
         }
     }
-    int length() const { return fits ? static_cast<int>(at - start) : -1; }
+    int length() const { return fits_ ? static_cast<int>(end_ - start_) : -1; }
 
   private:
-    char* take(size_t count) {
-        fits = fits && count <= static_cast<size_t>(end - at);
-        char* before = at;
-        at += fits ? count : 0;
-        return fits ? before : nullptr;
+    char* reserve(size_t count) {
+        fits_ = fits_ && count <= static_cast<size_t>(limit_ - end_);
+        char* to = end_;
+        end_ += fits_ ? count : 0;
+        return fits_ ? to : nullptr;
     }
 
-    char* start;
-    char* at;
-    char* end;
-    bool fits = true;
+    char* start_;
+    char* end_;    // of the message so far
+    char* limit_;  // of the room
+    bool fits_ = true;
 };
 
 void putField(Output& out, const Conversion& conversion, std::string_view sign,
@@ -163,11 +164,11 @@ bool putDouble(Output& out, const Conversion& conversion, double value) {
         return false;
     }
     char text[32];  // 22 bytes and the places
-    vncommon::Digits digits;
-    if (!vncommon::scaledDigits(value, places, text, digits)) {
+    Digits digits;
+    if (!scaledDigits(value, places, text, digits)) {
         return false;
     }
-    const char* end = vncommon::layOutFixed(digits);
+    const char* end = layOutFixed(digits);
     putField(out, conversion, std::signbit(value) ? "-" : "",
              {text, static_cast<size_t>(end - text)});
     return true;
@@ -200,7 +201,7 @@ bool putArgument(Output& out, const Conversion& conversion, va_list& arguments) 
     }
 }
 
-bool putAll(Output& out, const char* format, va_list& arguments) {
+bool putFormat(Output& out, const char* format, va_list& arguments) {
     const char* at = format;
     for (;;) {
         const char* percent = strchrnul(at, '%');
@@ -220,11 +221,13 @@ bool putAll(Output& out, const char* format, va_list& arguments) {
 
 }  // namespace
 
-int vncommon::quickFormat(char* room, int size, const char* format, va_list arguments) {
-    va_list own;
-    va_copy(own, arguments);
+int quickFormat(char* room, int size, const char* format, va_list arguments) {
+    va_list copy;
+    va_copy(copy, arguments);
     Output out(room, size);
-    const bool done = putAll(out, format, own);
-    va_end(own);
+    const bool done = putFormat(out, format, copy);
+    va_end(copy);
     return done ? out.length() : -1;
 }
+
+}  // namespace vncommon

@@ -62,7 +62,7 @@ void reopenAll() VN_REQUIRES(loggerMutex) {
 // Also checks the note after unlocking: a handler that found the lock held just before relies on
 // it. Both sides write first and then read, in one total order, so at least one of them sees the
 // other.
-void release() VN_RELEASE(loggerMutex) VN_NO_THREAD_SAFETY_ANALYSIS {
+void unlockAndReopen() VN_RELEASE(loggerMutex) VN_NO_THREAD_SAFETY_ANALYSIS {
     do {
         while (reopeningDue.exchange(false)) {
             reopenAll();
@@ -82,7 +82,7 @@ void release() VN_RELEASE(loggerMutex) VN_NO_THREAD_SAFETY_ANALYSIS {
 void afterForkInParent() VN_NO_THREAD_SAFETY_ANALYSIS {
     if (loggerMutex.endFork()) {
         const CancellationDisabled noCancellation;
-        release();
+        unlockAndReopen();
     }
 }
 
@@ -109,7 +109,7 @@ void afterForkInChild() VN_NO_THREAD_SAFETY_ANALYSIS {
         freeAfterFork(registrationAt(i)->logger);
     }
     const CancellationDisabled noCancellation;
-    release();
+    unlockAndReopen();
 }
 
 // Registered at load. POSIX: prepare handlers run in reverse order of registration, so libraries
@@ -183,7 +183,7 @@ RegistryLock::RegistryLock() {
 }
 
 RegistryLock::~RegistryLock() {
-    release();
+    unlockAndReopen();
 }
 
 void registerLogger(FileLogger* logger) {
@@ -220,11 +220,11 @@ bool inForkedChild() {
     return forkedChild.load();
 }
 
-void reopenAllOrLeaveNote() VN_NO_THREAD_SAFETY_ANALYSIS {
+void reopenAllOrDefer() VN_NO_THREAD_SAFETY_ANALYSIS {
     reopeningDue.store(true);
     if (loggerMutex.tryLock()) {
         const CancellationDisabled noCancellation;
-        release();
+        unlockAndReopen();
     }
 }
 

@@ -59,7 +59,7 @@ uint64_t reopeningCount();
 bool inForkedChild();
 
 // Reopens every logger now, or leaves that to the thread that holds the lock. Async-signal-safe.
-void reopenAllOrLeaveNote();
+void reopenAllOrDefer();
 
 }  // namespace vncommon
 

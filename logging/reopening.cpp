@@ -43,7 +43,7 @@ void writeReport(const ReopenPlan* plan, int error) {
 
 void swapName(char*& field, char*& name) {
     char* before = field;
-    publishField(field, name);
+    storePointer(field, name);
     name = before;
 }
 
@@ -70,7 +70,7 @@ void fallBack(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     if (owned && dup2(STDERR_FILENO, old) < 0) {
         close(old);
     } else if (owned) {
-        plan->leftDescriptor = old;
+        plan->duplicateDescriptor = old;
     }
 }
 
@@ -81,7 +81,7 @@ void rememberFailure(FileLogger* logger, int failure) {
     }
 }
 
-Opened openPlanned(FileLogger* logger, const ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
+OpenResult openPlanned(FileLogger* logger, const ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     int descriptor = openLogFile(plan->path, 0);
     if (descriptor < 0 && makeRoomForDescriptor(logger, errno)) {
         descriptor = openLogFile(plan->path, 0);
@@ -108,7 +108,7 @@ ReopenPlan* makeReopenPlan(const char* fileName, const char* utf8FileName) {
     for (char*& name : plan->fallBackNames) {
         name = vn_strdup(standardErrorName);
     }
-    plan->leftDescriptor = -1;
+    plan->duplicateDescriptor = -1;
     plan->report = makeReport(utf8FileName, plan->reportLength);
     return plan;
 }
@@ -117,7 +117,7 @@ void destroyReopenPlan(ReopenPlan* plan) {
     if (plan == nullptr) {
         return;
     }
-    closeLeftDescriptor(plan);
+    closeDuplicate(plan);
     for (char* text : {plan->path, plan->nextFileName, plan->fallBackNames[0],
                        plan->fallBackNames[1], plan->report}) {
         vn_free(text);
@@ -125,14 +125,14 @@ void destroyReopenPlan(ReopenPlan* plan) {
     vn_free(plan);
 }
 
-void closeLeftDescriptor(ReopenPlan* plan) {
-    if (plan->leftDescriptor >= 0) {
-        close(plan->leftDescriptor);
-        plan->leftDescriptor = -1;
+void closeDuplicate(ReopenPlan* plan) {
+    if (plan->duplicateDescriptor >= 0) {
+        close(plan->duplicateDescriptor);
+        plan->duplicateDescriptor = -1;
     }
 }
 
-void followPlan(FileLogger* logger, ReopenPlan* plan, Opened opened, int openFailure) {
+void followPlan(FileLogger* logger, ReopenPlan* plan, OpenResult opened, int openFailure) {
     if (plan->stream >= 0) {
         useStream(logger, plan->stream);
     } else if (opened.descriptor < 0) {
@@ -149,7 +149,7 @@ void reopen(FileLogger* logger, ReopenPlan* plan) {
         useStream(logger, plan->stream);
         return;
     }
-    const Opened opened = openPlanned(logger, plan);
+    const OpenResult opened = openPlanned(logger, plan);
     followPlan(logger, plan, opened, 1);
     if (opened.descriptor < 0) {
         writeReport(plan, opened.error);

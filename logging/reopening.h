@@ -20,13 +20,13 @@ constexpr char standardOutputName[] = "stdout";
 int standardStream(const char* name);
 
 struct ReopenPlan {
-    int stream;              // the standard stream to use, or -1 to open path
-    char* path;              // in the locale's code page
-    char* nextFileName;      // the file name after a reopening; then the previous one
-    bool renames;            // whether nextFileName differs and is still to be used
-    char* fallBackNames[2];  // both names after a failure; then the previous ones
-    int leftDescriptor;      // kept open after a failure, see fallBack(); -1 for none
-    char* report;            // "Unable to open logfile \"%s\": ", with room for the error's text
+    int stream;               // the standard stream to use, or -1 to open path
+    char* path;               // in the locale's code page
+    char* nextFileName;       // the file name after a reopening; then the previous one
+    bool renames;             // whether nextFileName differs and is still to be used
+    char* fallBackNames[2];   // both names after a failure; then the previous ones
+    int duplicateDescriptor;  // kept open after a failure, see fallBack(); -1 for none
+    char* report;             // "Unable to open logfile \"%s\": ", with room for the error's text
     size_t reportLength;
 };
 
@@ -38,17 +38,17 @@ ReopenPlan* makeReopenPlan(const char* fileName, const char* utf8FileName);
 void destroyReopenPlan(ReopenPlan* plan);
 
 // Closes the descriptor that a failure left open. No thread may still be writing to it.
-void closeLeftDescriptor(ReopenPlan* plan);
+void closeDuplicate(ReopenPlan* plan);
 
 // The result of an open(): a descriptor, or -1 and the errno value.
-struct Opened {
+struct OpenResult {
     int descriptor;
     int error;
 };
 
 // Moves the logger to the plan's destination: to its standard stream, to the descriptor that was
 // opened for it, or, if that failed, to standard error with this openFailure. Async-signal-safe.
-void followPlan(FileLogger* logger, ReopenPlan* plan, Opened opened, int openFailure)
+void followPlan(FileLogger* logger, ReopenPlan* plan, OpenResult opened, int openFailure)
     VN_REQUIRES(loggerMutex);
 
 // FileLogger_ReOpen for the SIGHUP handler. Async-signal-safe; changes errno.

@@ -18,12 +18,12 @@ void storeField(T& field, T value) {
 
 // Acquire and release: a reader of a pointer must see the text that it points to.
 template <typename T>
-T* readField(T* const& field) {
+T* loadPointer(T* const& field) {
     return __atomic_load_n(&field, __ATOMIC_ACQUIRE);
 }
 
 template <typename T>
-void publishField(T*& field, T* value) {
+void storePointer(T*& field, T* value) {
     __atomic_store_n(&field, value, __ATOMIC_RELEASE);
 }
 

@@ -77,7 +77,7 @@ void passOn(int signal, siginfo_t* info, void* context) {
 // left with longjmp() and passingFrame is stale.)
 
 // Static TLS, because access to any other may allocate.
-__attribute__((tls_model("initial-exec"))) thread_local const void* passingFrame = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local const void* passingFrame = nullptr;
 
 bool comesBack(const void* frame, const void* context) {
     const bool isInside = passingFrame != nullptr && frame < passingFrame;
@@ -87,7 +87,7 @@ bool comesBack(const void* frame, const void* context) {
 
 void sighupHandler(int signal, siginfo_t* info, void* context) {
     const int errnoBefore = errno;
-    reopenAllOrLeaveNote();
+    reopenAllOrDefer();
     errno = errnoBefore;
     const void* frame = __builtin_frame_address(0);
     if (signal != SIGHUP || comesBack(frame, context)) {
@@ -104,7 +104,7 @@ bool isOurs(const struct sigaction& action) {
 }
 
 // Calls sigaction() and saves the disposition that it returns.
-int change(const struct sigaction* to) {
+int exchangeDisposition(const struct sigaction* to) {
     struct sigaction before;
     const int result = sigaction(SIGHUP, to, &before);
     if (result == 0 && !isOurs(before)) {
@@ -122,17 +122,17 @@ int installHandler() {
     ours.sa_sigaction = sighupHandler;
     ours.sa_flags = SA_SIGINFO;
     sigemptyset(&ours.sa_mask);
-    const int result = change(nullptr);
-    return result != 0 ? result : change(&ours);
+    const int result = exchangeDisposition(nullptr);
+    return result != 0 ? result : exchangeDisposition(&ours);
 }
 
 void pinLibrary() {
     if (inForkedChild()) {
         return;
     }
-    Dl_info here;
-    if (dladdr(reinterpret_cast<void*>(sighupHandler), &here) != 0) {
-        dlopen(here.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+    Dl_info library;
+    if (dladdr(reinterpret_cast<void*>(sighupHandler), &library) != 0) {
+        dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
     }
 }
 

@@ -6,6 +6,8 @@
 //
 // Fork: the counter changes in one store, so it is valid at any moment. The child does not reuse
 // numbers that the parent has counted, also those of threads that the child does not have.
+#include <vncommon/threads.h>
+
 #include <limits.h>
 #include <signal.h>
 #include <time.h>
@@ -16,12 +18,12 @@
 #include <cstdlib>
 
 #include <vncommon/maths.h>
-#include <vncommon/threads.h>
 
 #include "platform/check_error.h"
 #include "platform/fork_handlers.h"
 #include "platform/fork_safe_mutex.h"
 
+namespace vncommon {
 namespace {
 
 std::atomic<bool> initDone{false};
@@ -36,8 +38,8 @@ struct ThreadStart {
 // Invalid before the static initialiser below and after its destructor, so that we never touch a
 // key that may belong to other code. Then every call returns a new number.
 vn_ThreadLocal threadCounterId = PTHREAD_KEYS_MAX;
-vncommon::ForkSafeMutex threadCounterIdMutex;
-constexpr vncommon::LockRole counterLock;
+ForkSafeMutex threadCounterIdMutex;
+constexpr LockRole counterLock;
 uint64_t threadCounter VN_GUARDED_BY(counterLock) = 0;  // the last number assigned
 
 // Lives from load to unload of the library, and counted thread ids work for that time.
@@ -57,8 +59,7 @@ struct CPlatformThread_Hook {
 // The first of our static initialisers, because later ones may request thread numbers.
 [[gnu::init_priority(101)]] CPlatformThread_Hook hook_instance;
 
-const vncommon::ForkHandlers forkHandlers(nullptr, nullptr,
-                                          [] { threadCounterIdMutex.freeInChild(); });
+const ForkHandlers forkHandlers(nullptr, nullptr, [] { threadCounterIdMutex.freeInChild(); });
 
 void requireInitialisation() {
     if (!initDone) {
@@ -87,7 +88,7 @@ void* threadMain(void* argument) {
 }
 
 [[gnu::noinline]] uint64_t numberThisThread() {
-    const vncommon::ForkSafeLock lock(threadCounterIdMutex, counterLock);
+    const ForkSafeLock lock(threadCounterIdMutex, counterLock);
     const uint64_t number = ++threadCounter;
     vn_ThreadLocal_set(&threadCounterId, reinterpret_cast<void*>(number));
     return number;
@@ -101,6 +102,9 @@ timespec toTimespec(uint64_t milliseconds) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 void vn_threadInit(void) {
     initDone = true;

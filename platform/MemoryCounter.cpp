@@ -36,24 +36,24 @@ bool MemoryDiagnostics::checkEnabled() {
 
 }  // namespace memorycounter
 
-using memorycounter::MemoryDiagnostics;
+using namespace memorycounter;
 
 int checkMemoryTrackingEnabled(void) {
     return MemoryDiagnostics::checkEnabled() ? 1 : 0;
 }
 
 void countMemoryAllocated(size_t bytes) {
-    if (memorycounter::isEnabled()) {
-        memorycounter::counter.fetch_add(static_cast<int64_t>(bytes));
+    if (isEnabled()) {
+        counter.fetch_add(static_cast<int64_t>(bytes));
     }
 }
 
 void countMemoryFreed(size_t bytes) {
-    if (memorycounter::isEnabled()) {
-        memorycounter::counter.fetch_sub(static_cast<int64_t>(bytes));
+    if (isEnabled()) {
+        counter.fetch_sub(static_cast<int64_t>(bytes));
     }
 }
 
 int64_t getMallocMemoryAllocated(void) {
-    return memorycounter::counter.load(std::memory_order_relaxed);
+    return counter.load(std::memory_order_relaxed);
 }

@@ -4,6 +4,8 @@
 
 #include <vncommon/failure.h>
 
+namespace vncommon {
+
 // Ends the process after a fatal message. Flushes standard error first, because the program may
 // have given it a buffer, and abort() discards buffers.
 [[noreturn]] void flushAndAbort();
@@ -27,5 +29,7 @@ inline void checkError(int code, const char* systemCall) {
         reportFailedCall(code, systemCall);
     }
 }
+
+}  // namespace vncommon
 
 #endif

@@ -1,4 +1,6 @@
 // The one-line description of the processor.
+#include "platform/machine_description.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -7,8 +9,8 @@
 #include <vncommon/failure.h>
 
 #include "platform/line_reader.h"
-#include "platform/machine_description.h"
 
+namespace vncommon {
 namespace {
 
 std::atomic<const char*> result_static{nullptr};
@@ -65,7 +67,7 @@ const Rule* findRule(const char* line) {
     return nullptr;
 }
 
-void readDetails(vncommon::LineReader& cpuinfo, CpuDetails& details) {
+void readDetails(LineReader& cpuinfo, CpuDetails& details) {
     char line[1024];
     while (cpuinfo.next(line)) {
         const Rule* rule = findRule(line);
@@ -89,7 +91,7 @@ const char* modelNameText(const Detail& modelName) {
 
 }  // namespace
 
-char* vncommon::describeCpu(const char* cpuinfoFile) {
+char* describeCpu(const char* cpuinfoFile) {
     LineReader cpuinfo(cpuinfoFile);
     if (!cpuinfo.isOpen()) {
         perror("FAIL");
@@ -105,7 +107,7 @@ char* vncommon::describeCpu(const char* cpuinfoFile) {
     return vn_strdup(text);
 }
 
-const char* vncommon::remember(std::atomic<const char*>& cache, char* found, const char* unknown) {
+const char* cacheText(std::atomic<const char*>& cache, char* found, const char* unknown) {
     const char* text = found != nullptr ? found : unknown;
     const char* earlier = nullptr;
     if (cache.compare_exchange_strong(earlier, text, std::memory_order_acq_rel)) {
@@ -115,12 +117,16 @@ const char* vncommon::remember(std::atomic<const char*>& cache, char* found, con
     return earlier;
 }
 
+}  // namespace vncommon
+
+using namespace vncommon;
+
 const char* vn_getCPUDetails(void) {
     const char* known = result_static.load(std::memory_order_acquire);
     if (known != nullptr) {
         return known;
     }
-    return vncommon::remember(result_static, vncommon::describeCpu("/proc/cpuinfo"), "Unknown CPU");
+    return cacheText(result_static, describeCpu("/proc/cpuinfo"), "Unknown CPU");
 }
 
 const char* find_colon(const char* line) {

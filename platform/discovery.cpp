@@ -15,18 +15,16 @@
 
 #include "platform/float_environment.h"
 #include "platform/line_reader.h"
-#include "platform/text.h"
+#include "platform/owned_text.h"
 
+namespace vncommon {
 namespace {
-
-using vncommon::join;
-using vncommon::Text;
 
 constexpr double unlimitedCpus = DBL_MAX;
 constexpr int64_t unlimitedBytes = INT64_MAX;
 constexpr double mebibytesPerByte = 0x1p-20;
 
-std::atomic<int> numCpus{vncommon::unknownCpus};
+std::atomic<int> numCpus{unknownCpus};
 
 struct CloseFile {
     void operator()(FILE* file) const { fclose(file); }
@@ -145,8 +143,6 @@ void stripTrailingLineFeeds(char* text) {
 
 }  // namespace
 
-namespace vncommon {
-
 int physicalCpus(std::atomic<int>& cache, const char* cpuinfoFile) {
     const int known = cache.load(std::memory_order_relaxed);
     if (known != unknownCpus) {
@@ -196,8 +192,10 @@ double residentSetSize(const char* statmFile) {
 
 }  // namespace vncommon
 
+using namespace vncommon;
+
 int vn_getPhysicalCPUs(void) {
-    return vncommon::physicalCpus(numCpus, "/proc/cpuinfo");
+    return physicalCpus(numCpus, "/proc/cpuinfo");
 }
 
 double vn_availableCPUs(void) {
@@ -213,11 +211,11 @@ int vn_numberOfCPUs(void) {
 }
 
 double vn_availableCPUsCGroupsV1(const char* dir) {
-    return vncommon::inDefaultFloatMode<cpusOfVersion1>(dir);
+    return inDefaultFloatMode<cpusOfVersion1>(dir);
 }
 
 double vn_availableCPUsCGroupsV2(const char* dir) {
-    return vncommon::inDefaultFloatMode<cpusOfVersion2>(dir);
+    return inDefaultFloatMode<cpusOfVersion2>(dir);
 }
 
 double vn_physicalMemory(void) {
@@ -254,11 +252,11 @@ int64_t vn_physicalMemoryCGroupsV2(const char* dir, int64_t physicalBytes) {
 }
 
 double vn_vmSize(void) {
-    return vncommon::vmSize("/proc/self/status");
+    return vmSize("/proc/self/status");
 }
 
 double vn_residentSetSize(void) {
-    return vncommon::residentSetSize("/proc/self/statm");
+    return residentSetSize("/proc/self/statm");
 }
 
 char* vn_getCGroupProcessControllerDir(const char* root, const char* selfFile,

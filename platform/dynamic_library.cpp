@@ -7,8 +7,7 @@
 
 #include "platform/system_text.h"
 
-using vncommon::SystemText;
-
+namespace vncommon {
 namespace {
 
 char* lastLibraryError() {
@@ -24,6 +23,9 @@ void* openLibrary(const char* path, const SystemText& name, int flags) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 char* vn_loadLibraryUTF8(void** handle, const char* path) {
     const SystemText name(path);

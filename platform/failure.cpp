@@ -26,6 +26,7 @@
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's name
 extern "C" int __xpg_strerror_r(int errnum, char* buffer, size_t size);
 
+namespace vncommon {
 namespace {
 
 std::atomic<vn_OutOfMemoryCallBack> outOfMemoryCallBack{nullptr};
@@ -126,6 +127,10 @@ void reportFailedCall(int code, const char* systemCall) {
         vn_outOfMemory();
     }
 }
+
+}  // namespace vncommon
+
+using namespace vncommon;
 
 void vn_checkError(int code, const char* description) {
     if (code == 0) {

@@ -11,8 +11,7 @@
 
 #include "platform/system_text.h"
 
-using vncommon::SystemText;
-
+namespace vncommon {
 namespace {
 
 // Whether there is no name to pass to the system, whose declarations forbid null. Then sets errno:
@@ -25,6 +24,9 @@ bool isMissing(const SystemText& name, const char* path) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) {
     mode_t mode = 0;

@@ -10,35 +10,35 @@
 
 namespace vncommon {
 
-LineReader::LineReader(const char* path) : descriptor(open(path, O_RDONLY | O_CLOEXEC)) {}
+LineReader::LineReader(const char* path) : descriptor_(open(path, O_RDONLY | O_CLOEXEC)) {}
 
 LineReader::~LineReader() {
     if (isOpen()) {
-        close(descriptor);
+        close(descriptor_);
     }
 }
 
 bool LineReader::fill() {
     ssize_t count;
     do {
-        count = read(descriptor, chunk, sizeof chunk);
+        count = read(descriptor_, chunk_, sizeof chunk_);
     } while (count < 0 && errno == EINTR);
-    begin = 0;
-    end = count > 0 ? static_cast<size_t>(count) : 0;
-    return end > 0;
+    begin_ = 0;
+    end_ = count > 0 ? static_cast<size_t>(count) : 0;
+    return end_ > 0;
 }
 
 bool LineReader::next(char* piece, size_t size) {
     size_t length = 0;
     bool complete = false;
-    while (!complete && length + 1 < size && (begin < end || fill())) {
-        size_t count = std::min(end - begin, size - 1 - length);
-        if (const void* lineFeed = memchr(chunk + begin, '\n', count)) {
-            count = static_cast<size_t>(static_cast<const char*>(lineFeed) - (chunk + begin)) + 1;
+    while (!complete && length + 1 < size && (begin_ < end_ || fill())) {
+        size_t count = std::min(end_ - begin_, size - 1 - length);
+        if (const void* lineFeed = memchr(chunk_ + begin_, '\n', count)) {
+            count = static_cast<size_t>(static_cast<const char*>(lineFeed) - (chunk_ + begin_)) + 1;
             complete = true;
         }
-        memcpy(piece + length, chunk + begin, count);
-        begin += count;
+        memcpy(piece + length, chunk_ + begin_, count);
+        begin_ += count;
         length += count;
     }
     piece[length] = '\0';
@@ -46,17 +46,17 @@ bool LineReader::next(char* piece, size_t size) {
 }
 
 bool LineReader::atSpace() const {
-    return isspace(static_cast<unsigned char>(chunk[begin])) != 0;
+    return isspace(static_cast<unsigned char>(chunk_[begin_])) != 0;
 }
 
 bool LineReader::nextField(char* field, size_t size) {
-    while ((begin < end || fill()) && atSpace()) {
-        ++begin;
+    while ((begin_ < end_ || fill()) && atSpace()) {
+        ++begin_;
     }
     size_t length = 0;
-    for (; (begin < end || fill()) && !atSpace(); ++begin) {
+    for (; (begin_ < end_ || fill()) && !atSpace(); ++begin_) {
         if (length + 1 < size) {
-            field[length++] = chunk[begin];
+            field[length++] = chunk_[begin_];
         }
     }
     field[length] = '\0';

@@ -14,7 +14,7 @@ class LineReader {
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
 
-    bool isOpen() const { return descriptor >= 0; }
+    bool isOpen() const { return descriptor_ >= 0; }
 
     // The next line with its line feed, or the next size - 1 bytes of a longer one, terminated.
     // False at the end of the file, on an error and when the file is not open. size is at least 2.
@@ -38,10 +38,10 @@ class LineReader {
     bool fill();
     bool atSpace() const;
 
-    int descriptor;
-    size_t begin = 0;  // the unread bytes are chunk[begin, end)
-    size_t end = 0;
-    char chunk[1024];
+    int descriptor_;
+    size_t begin_ = 0;  // the unread bytes are chunk_[begin_, end_)
+    size_t end_ = 0;
+    char chunk_[1024];
 };
 
 }  // namespace vncommon

@@ -18,7 +18,7 @@ char* describePlatform(const char* root);
 
 // Caches found, or the constant unknown when found is null, and returns it. If another thread has
 // already cached a text, frees found and returns that text.
-const char* remember(std::atomic<const char*>& cache, char* found, const char* unknown);
+const char* cacheText(std::atomic<const char*>& cache, char* found, const char* unknown);
 
 }  // namespace vncommon
 

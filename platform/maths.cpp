@@ -10,8 +10,7 @@
 #include "platform/fdlibm/routines.h"
 #include "platform/float_environment.h"
 
-using vncommon::inDefaultFloatMode;
-
+namespace vncommon {
 namespace {
 
 constexpr int64_t lowest = std::numeric_limits<int64_t>::min();
@@ -62,6 +61,9 @@ int64_t toInteger(double x) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 double vn_pow(double x, double y) {
     return inDefaultFloatMode<__ieee754_pow>(x, y);

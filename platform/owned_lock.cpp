@@ -4,18 +4,17 @@
 
 #include "platform/cancellation.h"
 
+namespace vncommon {
 namespace {
 
 constexpr int triesBeforeSleeping = 100;
 
-void waitABit() {
+void sleepBriefly() {
     const timespec pause = {0, 20'000};
     nanosleep(&pause, nullptr);
 }
 
 }  // namespace
-
-namespace vncommon {
 
 static_assert(std::atomic<pthread_t>::is_always_lock_free, "used in signal handlers");
 
@@ -31,7 +30,7 @@ void OwnedLock::lock() VN_NO_THREAD_SAFETY_ANALYSIS {
     const CancellationDisabled noCancellation;  // nanosleep() is a cancellation point
     for (int tries = 0; !tryLock(); ++tries) {
         if (tries >= triesBeforeSleeping) {
-            waitABit();
+            sleepBriefly();
         }
     }
 }

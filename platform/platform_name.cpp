@@ -1,16 +1,14 @@
 // The one-line description of the Linux distribution, from the first release file that exists.
+#include "platform/machine_description.h"
+
 #include <cstdlib>
 #include <cstring>
 
 #include "platform/line_reader.h"
-#include "platform/machine_description.h"
-#include "platform/text.h"
+#include "platform/owned_text.h"
 
+namespace vncommon {
 namespace {
-
-using vncommon::join;
-using vncommon::LineReader;
-using vncommon::Text;
 
 std::atomic<const char*> fullPlatformName{nullptr};
 
@@ -84,7 +82,7 @@ constexpr ReleaseFile releaseFiles[] = {
 
 }  // namespace
 
-char* vncommon::describePlatform(const char* root) {
+char* describePlatform(const char* root) {
     for (const ReleaseFile& release : releaseFiles) {
         const Text path = join(root, release.path);
         if (path == nullptr) {
@@ -98,11 +96,14 @@ char* vncommon::describePlatform(const char* root) {
     return nullptr;
 }
 
+}  // namespace vncommon
+
+using namespace vncommon;
+
 const char* vn_getFullPlatformName(void) {
     const char* known = fullPlatformName.load(std::memory_order_acquire);
     if (known != nullptr) {
         return known;
     }
-    return vncommon::remember(fullPlatformName, vncommon::describePlatform(""),
-                              "Unknown Linux platform");
+    return cacheText(fullPlatformName, describePlatform(""), "Unknown Linux platform");
 }

@@ -11,6 +11,7 @@
 
 #include <vncommon/utf8.h>
 
+namespace vncommon {
 namespace {
 
 char* userNumber(uid_t user) {
@@ -34,11 +35,9 @@ size_t environmentSize() {
 }
 
 // The return addresses of the last traces. Compat: never cleared; see vn_stackTrace in the header.
-void* tracebuffer[vncommon::maximumTraceFrames];
+void* tracebuffer[maximumTraceFrames];
 
 }  // namespace
-
-namespace vncommon {
 
 char* userName(long recordSize, uid_t user) {
     if (recordSize == -1) {
@@ -66,8 +65,10 @@ int printedTraceFrames(void* const (&frames)[maximumTraceFrames]) {
 
 }  // namespace vncommon
 
+using namespace vncommon;
+
 char* vn_getUTF8UserName(void) {
-    return vncommon::userName(sysconf(_SC_GETPW_R_SIZE_MAX), geteuid());
+    return userName(sysconf(_SC_GETPW_R_SIZE_MAX), geteuid());
 }
 
 char* vn_getUTF8CurrentDirectory(void) {
@@ -129,8 +130,8 @@ bool vn_canStackTrace(void) {
 }
 
 void vn_stackTrace(int fd) {
-    backtrace(tracebuffer, vncommon::maximumTraceFrames);
-    backtrace_symbols_fd(tracebuffer, vncommon::printedTraceFrames(tracebuffer), fd);
+    backtrace(tracebuffer, maximumTraceFrames);
+    backtrace_symbols_fd(tracebuffer, printedTraceFrames(tracebuffer), fd);
 }
 
 void VN_dummyFunction(void) {}

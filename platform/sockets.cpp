@@ -15,8 +15,9 @@
 #include <vncommon/failure.h>
 #include <vncommon/log.h>
 
-#include "platform/text.h"
+#include "platform/owned_text.h"
 
+namespace vncommon {
 namespace {
 
 constexpr int backlog = 20;
@@ -56,7 +57,7 @@ sockaddr_in addressOf(in_addr_t host, int port) {
     return address;
 }
 
-bool takeFirst(const hostent* found, in_addr_t& address) {
+bool firstAddress(const hostent* found, in_addr_t& address) {
     if (found == nullptr || found->h_addrtype != AF_INET || found->h_addr_list[0] == nullptr) {
         return false;
     }
@@ -66,9 +67,9 @@ bool takeFirst(const hostent* found, in_addr_t& address) {
 
 // The re-entrant form, because concurrent look-ups must not share a result. The buffer must hold
 // every line of the hosts file, also those of other hosts, so its size has no fixed limit.
-bool lookUp(const char* host, in_addr_t& address) {
+bool resolveByName(const char* host, in_addr_t& address) {
     for (size_t size = 1024;; size *= 2) {
-        const vncommon::Text storage(static_cast<char*>(malloc(size)));
+        const Text storage(static_cast<char*>(malloc(size)));
         if (storage == nullptr) {
             return false;
         }
@@ -76,14 +77,14 @@ bool lookUp(const char* host, in_addr_t& address) {
         hostent* found = nullptr;
         int reason;
         if (gethostbyname_r(host, &entry, storage.get(), size, &found, &reason) != ERANGE) {
-            return takeFirst(found, address);
+            return firstAddress(found, address);
         }
     }
 }
 
 bool resolve(const char* host, in_addr_t& address) {
     address = inet_addr(host);
-    return address != INADDR_NONE || lookUp(host, address);
+    return address != INADDR_NONE || resolveByName(host, address);
 }
 
 void setTimeOut(int fd, int option, const char* warning) {
@@ -123,6 +124,9 @@ char* sendAll(int fd, const void* data, size_t length) {
 }
 
 }  // namespace
+}  // namespace vncommon
+
+using namespace vncommon;
 
 int vn_socketInit(void) {
     return 0;

@@ -1,4 +1,6 @@
 // Swap activity from the kernel's counters. The last reading is kept between calls.
+#include "platform/process_sources.h"
+
 #include <sys/time.h>
 
 #include <atomic>
@@ -7,8 +9,8 @@
 #include <cstring>
 
 #include "platform/float_environment.h"
-#include "platform/process_sources.h"
 
+namespace vncommon {
 namespace {
 
 // The last reading. Each value is atomic; concurrent calls may mix values of two readings.
@@ -54,8 +56,6 @@ int readCounters(FILE* file, uint64_t milliseconds) {
 
 }  // namespace
 
-namespace vncommon {
-
 int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate) {
     const auto now = static_cast<uint64_t>(vn_sys_time());
     // Read once: another thread may store a later time, and the difference below must be positive.
@@ -79,6 +79,8 @@ int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate) {
 
 }  // namespace vncommon
 
+using namespace vncommon;
+
 int vn_get_os_statistics(double* swapInRate, double* swapOutRate) {
-    return vncommon::swapRates("/proc/vmstat", swapInRate, swapOutRate);
+    return swapRates("/proc/vmstat", swapInRate, swapOutRate);
 }

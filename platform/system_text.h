@@ -13,19 +13,20 @@ namespace vncommon {
 // without memory. The destructor preserves errno, so that the result of the call stays readable.
 class SystemText {
   public:
-    explicit SystemText(const char* utf8) : text(utf8 != nullptr ? vn_UTF8ToCstr(utf8) : nullptr) {}
+    explicit SystemText(const char* utf8)
+        : text_(utf8 != nullptr ? vn_UTF8ToCstr(utf8) : nullptr) {}
     ~SystemText() {
         const int savedErrno = errno;
-        free(text);
+        free(text_);
         errno = savedErrno;
     }
     SystemText(const SystemText&) = delete;
     SystemText& operator=(const SystemText&) = delete;
 
-    const char* get() const { return text; }
+    const char* get() const { return text_; }
 
   private:
-    char* text;
+    char* text_;
 };
 
 }  // namespace vncommon

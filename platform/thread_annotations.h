@@ -1,5 +1,6 @@
 // Annotations that name the lock of each guarded field. clang with -Wthread-safety reports accesses
-// without the lock. For other compilers the macros are empty.
+// without the lock. For other compilers the macros are empty. GNU form: in the C++ form an
+// attribute after a declarator belongs to the type, where clang rejects these.
 //
 // The locks are pthread's, and most are fields of records that C programs see, so they cannot be
 // annotated. Instead, one LockRole represents all locks of a kind ("the lock of a pool"). So clang

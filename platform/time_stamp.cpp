@@ -1,26 +1,26 @@
 // The wall clock in milliseconds, and the text of a log line's time.
+#include "platform/process_sources.h"
+
 #include <sys/time.h>
 
 #include <cstring>
 #include <ctime>
 
 #include "platform/local_time.h"
-#include "platform/process_sources.h"
 
+namespace vncommon {
 namespace {
 
-constexpr size_t dateLength = vncommon::secondLength;  // the milliseconds follow
+constexpr size_t dateLength = secondLength;  // the milliseconds follow
 
 void refreshDate(vn_TimeStampCache* cache, int64_t second) {
     char date[80];  // fits any int in every field
-    vncommon::formatSecond(second, date, sizeof date);
+    formatSecond(second, date, sizeof date);
     memcpy(cache->text, date, dateLength);
     cache->lastSecond = second;
 }
 
 }  // namespace
-
-namespace vncommon {
 
 const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milliseconds) {
     if (second != cache->lastSecond || second == 0) [[unlikely]] {  // 0: maybe not set yet
@@ -35,6 +35,8 @@ const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milli
 }
 
 }  // namespace vncommon
+
+using namespace vncommon;
 
 int64_t vn_sys_time(void) {
     timeval now{};
@@ -51,5 +53,5 @@ void vn_timeStampDestroy(vn_TimeStampCache*) {}
 const char* vn_timeStampGet(vn_TimeStampCache* cache) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    return vncommon::timeStampAt(cache, now.tv_sec, static_cast<unsigned>(now.tv_nsec) / 1000000);
+    return timeStampAt(cache, now.tv_sec, static_cast<unsigned>(now.tv_nsec) / 1000000);
 }

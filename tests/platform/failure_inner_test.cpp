@@ -82,7 +82,7 @@ std::string reportOf(const std::string& call, const char* errnoText, const char*
 
 VN_CHILD(systemCall) {
     errno = ENOENT;
-    checkError(atoi(arguments[0].c_str()), arguments[1].c_str());
+    vncommon::checkError(atoi(arguments[0].c_str()), arguments[1].c_str());
     return 9;
 }
 

@@ -232,16 +232,16 @@ TEST(PlatformName, ComesFromTheFirstFileThereIs) {
 TEST(Remember, KeepsTheTextThatCameFirst) {
     std::atomic<const char*> cache{nullptr};
     const Text first(strdup("first"));
-    EXPECT_EQ(vncommon::remember(cache, first.get(), "unknown"), first.get());
+    EXPECT_EQ(vncommon::cacheText(cache, first.get(), "unknown"), first.get());
     // The second text is freed; a leak checker reports it otherwise.
-    EXPECT_EQ(vncommon::remember(cache, strdup("late"), "unknown"), first.get());
-    EXPECT_EQ(vncommon::remember(cache, nullptr, "unknown"), first.get());
+    EXPECT_EQ(vncommon::cacheText(cache, strdup("late"), "unknown"), first.get());
+    EXPECT_EQ(vncommon::cacheText(cache, nullptr, "unknown"), first.get());
 }
 
 TEST(Remember, KeepsTheUnknown) {
     std::atomic<const char*> cache{nullptr};
-    EXPECT_STREQ(vncommon::remember(cache, nullptr, "unknown"), "unknown");
-    EXPECT_STREQ(vncommon::remember(cache, strdup("late"), "other"), "unknown");
+    EXPECT_STREQ(vncommon::cacheText(cache, nullptr, "unknown"), "unknown");
+    EXPECT_STREQ(vncommon::cacheText(cache, strdup("late"), "other"), "unknown");
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Texts from the platform's malloc, for code that must not end the process when memory is
 // exhausted. The text is null then.
-#ifndef VN_PLATFORM_TEXT_H
-#define VN_PLATFORM_TEXT_H
+#ifndef VN_PLATFORM_OWNED_TEXT_H
+#define VN_PLATFORM_OWNED_TEXT_H
 
 #include <cstdio>
 #include <cstdlib>
