@@ -22,7 +22,7 @@ char* makeReport(const char* name, size_t& length) {
     constexpr char afterName[] = "\": ";
     length = strlen(beforeName) + strlen(name) + strlen(afterName);
     auto* report = static_cast<char*>(vn_malloc(length + errorTextRoom));
-    strcpy(stpcpy(stpcpy(report, beforeName), name), afterName);
+    stpcpy(stpcpy(stpcpy(report, beforeName), name), afterName);
     return report;
 }
 
