@@ -10,6 +10,8 @@
 #include <vncommon/process.h>
 #include <vncommon/strings.h>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 namespace {
 
@@ -38,6 +40,7 @@ OpenFile openNamed(char* name) {
 }
 
 OpenFile openInDirectory(const char* directory) {
+    VN_ASSERT(directory != nullptr);
     const size_t length = strlen(directory);
     auto* path = static_cast<char*>(vn_malloc(length + 1 + sizeof defaultName));
     memcpy(path, directory, length);
@@ -78,6 +81,7 @@ class WritableLines {
     // but must restore it. If reading fails, the part of the last line that was read is dropped,
     // and nothing more is read.
     char* next(char** end) {
+        VN_ASSERT(isValid());
         size_t searched = begin_;
         for (;;) {
             void* feed = memchr(buffer_ + searched, '\n', filled_ - searched);
@@ -99,9 +103,15 @@ class WritableLines {
     }
 
   private:
+    bool isValid() const {
+        return stream_ != nullptr && buffer_ != nullptr && begin_ <= filled_ &&
+               filled_ <= capacity_;
+    }
+
     char* takeLine(const char* end) {
         char* line = buffer_ + begin_;
         begin_ = static_cast<size_t>(end - buffer_);
+        VN_ASSERT(isValid() && line < end);
         return line;
     }
 
@@ -116,6 +126,7 @@ class WritableLines {
         }
         const size_t count = fread(buffer_ + filled_, 1, capacity_ - filled_, stream_);
         filled_ += count;
+        VN_ASSERT(isValid());
         buffer_[filled_] = '\0';
         return count > 0;
     }
@@ -152,6 +163,7 @@ char* resolveQuotes(char* from, const char* end) {
             *to++ = c;
         }
     }
+    VN_ASSERT(to <= from && from <= end);
     return to;
 }
 
@@ -164,6 +176,7 @@ void addEntry(Vector* category, char* line, char* end) {
     if (entryEnd == line) {
         return;
     }
+    VN_ASSERT(line < entryEnd && entryEnd <= end);
     const char savedByte = *entryEnd;
     *entryEnd = '\0';
     vn_Vector_add(category, line);
@@ -176,6 +189,7 @@ char* categoryName(char* line, char* end) {
     if (char* bracket = strchr(line, ']'); bracket != nullptr) {
         *bracket = '\0';
     }
+    VN_ASSERT(*line == '[');
     vn_rtrim(line);
     return line + 1;
 }
@@ -209,6 +223,7 @@ Vector* findOrCreateCategory(HashMap* categories, const char* name) {
     auto* category = static_cast<Vector*>(vn_HashMap_findValue(categories, name));
     if (category == nullptr) {
         category = vn_Vector_ctor(vn_String_compare, insertEntry, removeEntry, 0, 1);
+        VN_ASSERT(category != nullptr);
         vn_HashMap_addQuick(categories, const_cast<char*>(name), category);
     }
     return category;
@@ -233,14 +248,24 @@ void readLines(FILE* stream, HashMap* categories) {
 
 // Replaces the name of the last load; takes over the new one.
 void rememberName(char* name) {
+    VN_ASSERT(name != nullptr);
     vn_free(ConfigFileName);
     ConfigFileName = name;
+}
+
+[[maybe_unused]] bool isValid(const VN_ConfigFile* config) {
+    return config != nullptr && config->categories != nullptr;
+}
+
+[[maybe_unused]] bool isValid(const VN_ConfigFileCategory* category) {
+    return category != nullptr && category->entries != nullptr;
 }
 
 VN_ConfigFileCategory* makeCategory(Vector* entries, uint32_t cursor) {
     auto* category = static_cast<VN_ConfigFileCategory*>(vn_malloc(sizeof(VN_ConfigFileCategory)));
     category->entries = entries;
     category->cursor = cursor;
+    VN_ASSERT(isValid(category));
     return category;
 }
 
@@ -261,6 +286,7 @@ const char* entryAtCursor(const VN_ConfigFileCategory* category) {
 using namespace vncommon;
 
 const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out) {
+    VN_ASSERT(Static_ConfigFile == nullptr || ConfigFileName != nullptr);
     if (out == nullptr && Static_ConfigFile != nullptr) {
         return ConfigFileName;
     }
@@ -281,6 +307,7 @@ const char* VN_ConfigFile_Load(const char* fileName, VN_ConfigFile** out) {
     rememberName(file.name);
     config->categories =
         vn_HashMap_ctor(vn_String_hash, vn_String_compare, insertCategory, removeCategory, 0, 1);
+    VN_ASSERT(isValid(config));
     readLines(file.stream, config->categories);
     const bool complete = feof(file.stream) != 0;
     fclose(file.stream);
@@ -291,6 +318,7 @@ void VN_ConfigFile_Unload(void) {
     if (Static_ConfigFile == nullptr) {
         return;
     }
+    VN_ASSERT(isValid(Static_ConfigFile));
     vn_HashMap_dtor(Static_ConfigFile->categories);
     vn_free(Static_ConfigFile);  // Compat: the category cursor stays, callers may hold it
     Static_ConfigFile = nullptr;
@@ -305,20 +333,24 @@ VN_ConfigFile* VN_ConfigFile_Get(void) {
 }
 
 uint32_t VN_ConfigFile_GetCategoryCount(VN_ConfigFile* config) {
+    VN_ASSERT(isValid(config));
     return vn_HashMap_size(config->categories);
 }
 
 VN_ConfigFileCategory* VN_ConfigFile_GetFirstCategory(VN_ConfigFile* config) {
+    VN_ASSERT(isValid(config));
     // Compat: an earlier cursor is not destroyed, callers may hold it.
     config->iterator = vn_HashMap_first(config->categories);
     return categoryAtCursor(config);
 }
 
 VN_ConfigFileCategory* VN_ConfigFile_GetNextCategory(VN_ConfigFile* config) {
+    VN_ASSERT(isValid(config));
     return vn_HashMapIterator_next(config->iterator) ? categoryAtCursor(config) : nullptr;
 }
 
 VN_ConfigFileCategory* VN_ConfigFile_GetCategory(VN_ConfigFile* config, const char* name) {
+    VN_ASSERT(isValid(config));
     auto* entries = static_cast<Vector*>(vn_HashMap_findValue(config->categories, name));
     return entries != nullptr ? makeCategory(entries, vn_Vector_size(entries) - 1) : nullptr;
 }
@@ -329,15 +361,18 @@ void VN_ConfigFile_Release(VN_ConfigFile* config) {
 }
 
 uint32_t VN_ConfigFileCategory_GetEntryCount(VN_ConfigFileCategory* category) {
+    VN_ASSERT(isValid(category));
     return vn_Vector_size(category->entries);
 }
 
 const char* VN_ConfigFileCategory_GetFirstEntry(VN_ConfigFileCategory* category) {
+    VN_ASSERT(isValid(category));
     category->cursor = 0;
     return entryAtCursor(category);
 }
 
 const char* VN_ConfigFileCategory_GetNextEntry(VN_ConfigFileCategory* category) {
+    VN_ASSERT(isValid(category));
     ++category->cursor;
     return entryAtCursor(category);
 }

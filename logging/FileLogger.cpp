@@ -8,6 +8,7 @@
 #include "logging/levels.h"
 #include "logging/registry.h"
 #include "logging/shared_field.h"
+#include "platform/assertion.h"
 
 namespace vncommon {
 namespace {
@@ -17,6 +18,13 @@ constexpr int initialBufferSize = 1024;
 void releaseMutex(vn_Mutex* mutex) {
     vn_Mutex_destroy(mutex);
     vn_free(mutex);
+}
+
+// In builds with assertions, a later use of the record fails one of them.
+void markCleanedUp([[maybe_unused]] FileLogger* logger) {
+#if defined(VN_ASSERTIONS)
+    logger->mutex = nullptr;
+#endif
 }
 
 }  // namespace
@@ -40,10 +48,13 @@ void FileLogger_init(FileLogger* logger) {
     logger->fd = STDERR_FILENO;
     logger->buffer = static_cast<char*>(vn_malloc(initialBufferSize));
     logger->bufferSize = initialBufferSize;
+    VN_ASSERT(logger->mutex != nullptr && logger->buffer != nullptr);
     registerLogger(logger);
 }
 
 void FileLogger_cleanup(FileLogger* logger) {
+    VN_ASSERT(logger->mutex != nullptr);
+    VN_ASSERT(logger->ownsMutex == 0 || logger->ownsMutex == 1);
     unregisterLogger(logger);
     vn_free(logger->fileName);
     vn_free(logger->utf8FileName);
@@ -54,6 +65,7 @@ void FileLogger_cleanup(FileLogger* logger) {
         releaseMutex(logger->mutex);
     }
     // Compat: the buffer is not freed; callers free it.
+    markCleanedUp(logger);
 }
 
 void FileLogger_dtor(FileLogger* logger) {
@@ -62,6 +74,7 @@ void FileLogger_dtor(FileLogger* logger) {
 }
 
 void FileLogger_SetLogLevel(FileLogger* logger, uint32_t level) {
+    VN_ASSERT(logger->mutex != nullptr);
     vn_Mutex* mutex = logger->mutex;
     vn_Mutex_lock(mutex);
     storeField(logger->level, level);
@@ -73,10 +86,13 @@ uint32_t FileLogger_GetLogLevel(const FileLogger* logger) {
 }
 
 vn_Mutex* FileLogger_GetMutex(const FileLogger* logger) {
+    VN_ASSERT(logger->mutex != nullptr);
     return logger->mutex;
 }
 
 void FileLogger_SetMutex(FileLogger* logger, vn_Mutex* mutex) {
+    VN_ASSERT(logger->mutex != nullptr);
+    VN_ASSERT(mutex != nullptr);
     vn_Mutex* before = logger->mutex;
     logger->ownsMutex = 0;
     logger->mutex = mutex;

@@ -17,6 +17,7 @@
 #include "logging/registry.h"
 #include "logging/reopening.h"
 #include "logging/shared_field.h"
+#include "platform/assertion.h"
 
 namespace vncommon {
 namespace {
@@ -59,6 +60,7 @@ NamedFile prepareFile(const char* name, int truncate, bool nameIsUTF8) {
     file.path = nameIsUTF8 && name != nullptr ? file.plan->path : name;
     file.flags = truncate != 0 ? O_TRUNC : 0;
     file.reportsFailure = nameIsUTF8;
+    VN_ASSERT(file.names.fileName != nullptr && isValid(file.plan));
     return file;
 }
 
@@ -74,6 +76,7 @@ OpenResult openFile(FileLogger* logger, const NamedFile& file) {
     if (file.path == nullptr) {
         return {-1, EFAULT};
     }
+    VN_ASSERT(file.flags == 0 || file.flags == O_TRUNC);
     int descriptor = openLogFile(file.path, file.flags);
     if (descriptor < 0 && lockAndMakeRoom(logger, errno)) {
         descriptor = openLogFile(file.path, file.flags);
@@ -93,6 +96,7 @@ void reportFailure(const NamedFile& file, int error) {
 bool tryToChangeDestination(FileLogger* logger, NamedFile& file, const OpenResult& opened,
                             uint64_t count) {
     const RegistryLock lock;
+    VN_ASSERT(reopeningCount() >= count);
     if (reopeningCount() != count) {
         return false;
     }
@@ -103,6 +107,8 @@ bool tryToChangeDestination(FileLogger* logger, NamedFile& file, const OpenResul
     }
     closeDuplicate(file.plan);
     file.plan = exchangePlan(logger, file.plan);
+    VN_ASSERT(!failed || (logger->fd == STDERR_FILENO && logger->openFailure != 0));
+    VN_ASSERT((logger->fileName == nullptr) == (logger->utf8FileName == nullptr));
     return true;
 }
 

@@ -7,6 +7,8 @@
 
 #include <vncommon/file_logger.h>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 namespace {
 
@@ -73,6 +75,7 @@ const LevelLabel& levelLabel(uint32_t level) {
 }
 
 uint32_t levelOverride(const char* value) {
+    VN_ASSERT(value != nullptr);
     return charToLevelMap[static_cast<unsigned char>(*value)];
 }
 
@@ -92,5 +95,6 @@ uint32_t FileLogger_StringToLogLevel(const char* word) {
 
 const char* FileLogger_LogLevelToString(uint32_t level) {
     const bool known = level >= levelOff && level <= levelTrace;
+    VN_ASSERT(!known || secondRun + level - 1 < nameCount);
     return known ? priorityNames[secondRun + level - 1] : priorityNames[levelNone];
 }

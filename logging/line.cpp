@@ -17,6 +17,7 @@
 
 #include "logging/levels.h"
 #include "logging/quick_format.h"
+#include "platform/assertion.h"
 #include "platform/cancellation.h"
 #include "platform/local_time.h"
 #include "platform/mutex_lock.h"
@@ -24,9 +25,17 @@
 namespace vncommon {
 namespace {
 
+constexpr int smallestBuffer = 1024;
 constexpr int margin = 3;  // after the message: newline, terminator and one byte to spare
 
 constexpr LockRole lineLock;  // the logger's mutex: the buffer and the prefix in it
+
+[[maybe_unused]] bool isBufferValid(const FileLogger* logger) VN_REQUIRES(lineLock) {
+    const bool hasPrefix = logger->prefixTime != 0;
+    return logger->buffer != nullptr && logger->bufferSize >= smallestBuffer &&
+           logger->prefixLength >= (hasPrefix ? secondLength : 0) &&
+           logger->prefixLength < logger->bufferSize;
+}
 
 // Updates the date and time at the start of the buffer, at most once a second.
 void refreshPrefix(FileLogger* logger, time_t second) VN_REQUIRES(lineLock) {
@@ -37,12 +46,14 @@ void refreshPrefix(FileLogger* logger, time_t second) VN_REQUIRES(lineLock) {
     logger->prefixLength =
         formatSecond(second, logger->buffer, static_cast<size_t>(logger->bufferSize));
     logger->prefixTime = second;
+    VN_ASSERT(isBufferValid(logger));
 }
 
 // "%03d %-5s [%lu] - " without snprintf, which would dominate the cost of a short line; measured:
 // see docs/benchmarks.md.
 char* putHeader(char* to, int milliseconds, uint32_t level) {
     constexpr int longestThreadId = 20;
+    VN_ASSERT(milliseconds >= 0 && milliseconds <= 999);
     *to++ = static_cast<char>('0' + milliseconds / 100);
     *to++ = static_cast<char>('0' + milliseconds / 10 % 10);
     *to++ = static_cast<char>('0' + milliseconds % 10);
@@ -76,10 +87,12 @@ bool growBuffer(FileLogger* logger, int head, int messageLength) VN_REQUIRES(lin
     storePointer(logger->buffer, larger);
     storeField(logger->bufferSize, static_cast<int>(size));
     free(before);
+    VN_ASSERT(isBufferValid(logger) && logger->bufferSize >= needed);
     return true;
 }
 
 int roomForMessage(const FileLogger* logger, int head) VN_REQUIRES(lineLock) {
+    VN_ASSERT(head >= 0 && logger->bufferSize - head > margin);
     return logger->bufferSize - head - margin;
 }
 
@@ -147,6 +160,7 @@ void writeBuffer(const FileLogger* logger, int length) VN_REQUIRES(lineLock) {
 
 void composeAndWrite(FileLogger* logger, const timespec& now, uint32_t level, const char* format,
                      va_list arguments) VN_REQUIRES(lineLock) {
+    VN_ASSERT(isBufferValid(logger));
     int& error = errno;
     const int callersErrno = error;
     refreshPrefix(logger, now.tv_sec);
@@ -155,6 +169,7 @@ void composeAndWrite(FileLogger* logger, const timespec& now, uint32_t level, co
     const auto head = static_cast<int>(headEnd - logger->buffer);
     error = callersErrno;  // for %m
     const int length = head + putMessage(logger, head, format, arguments);
+    VN_ASSERT(length >= head && length + 1 < logger->bufferSize);
     logger->buffer[length] = '\n';
     logger->buffer[length + 1] = '\0';
     writeBuffer(logger, length + 1);

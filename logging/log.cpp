@@ -10,6 +10,7 @@
 #include "logging/levels.h"
 #include "logging/line.h"
 #include "logging/reopening.h"
+#include "platform/assertion.h"
 
 namespace vncommon {
 namespace {
@@ -42,6 +43,7 @@ void destroyUnpublished(FileLogger* created) {
     } else {
         destroyUnpublished(created);
     }
+    VN_ASSERT(current == logger.load());
     errno = callersErrno;  // "%m" in the first line
     return current;
 }

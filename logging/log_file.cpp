@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "logging/shared_field.h"
+#include "platform/assertion.h"
 
 namespace vncommon {
 namespace {
@@ -30,6 +31,7 @@ bool replaceDescriptor(int opened, int old) {
 }  // namespace
 
 int openLogFile(const char* path, int flags) {
+    VN_ASSERT(path != nullptr);
     int descriptor;
     do {
         descriptor = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | flags, permissions);
@@ -48,6 +50,8 @@ bool ownsDescriptor(const FileLogger* logger) {
 }
 
 void adoptDescriptor(FileLogger* logger, int opened) {
+    VN_ASSERT(loggerMutex.isHeldByCaller());
+    VN_ASSERT(opened >= 0);
     const bool owned = ownsDescriptor(logger);
     const int old = logger->fd;
     if (owned && replaceDescriptor(opened, old)) {
@@ -65,9 +69,11 @@ bool makeRoomForDescriptor(FileLogger* logger, int error) {
     if ((error != EMFILE && error != ENFILE) || !ownsDescriptor(logger)) {
         return false;
     }
+    VN_ASSERT(loggerMutex.isHeldByCaller());
     const int old = logger->fd;
     storeField(logger->fd, STDERR_FILENO);
     close(old);
+    VN_ASSERT(!ownsDescriptor(logger));
     return true;
 }
 

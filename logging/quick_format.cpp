@@ -10,6 +10,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "platform/assertion.h"
 #include "text/numbers/digit_layout.h"
 #include "text/numbers/scaled_digits.h"
 
@@ -33,6 +34,7 @@ int parseNumber(const char*& at) {
     while (*at >= '0' && *at <= '9' && number < largestNumber) {
         number = number * 10 + (*at++ - '0');
     }
+    VN_ASSERT(number < 10 * largestNumber);
     return number;
 }
 
@@ -84,6 +86,7 @@ class Output {
 
   private:
     char* reserve(size_t count) {
+        VN_ASSERT(start_ <= end_ && end_ <= limit_);
         fits_ = fits_ && count <= static_cast<size_t>(limit_ - end_);
         char* to = end_;
         end_ += fits_ ? count : 0;
@@ -169,6 +172,7 @@ bool putDouble(Output& out, const Conversion& conversion, double value) {
         return false;
     }
     const char* end = layOutFixed(digits);
+    VN_ASSERT(end > text && end <= std::end(text));
     putField(out, conversion, std::signbit(value) ? "-" : "",
              {text, static_cast<size_t>(end - text)});
     return true;
@@ -222,11 +226,13 @@ bool putFormat(Output& out, const char* format, va_list& arguments) {
 }  // namespace
 
 int quickFormat(char* room, int size, const char* format, va_list arguments) {
+    VN_ASSERT(size >= 0 && format != nullptr);
     va_list copy;
     va_copy(copy, arguments);
     Output out(room, size);
     const bool done = putFormat(out, format, copy);
     va_end(copy);
+    VN_ASSERT(out.length() <= size);
     return done ? out.length() : -1;
 }
 

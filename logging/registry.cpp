@@ -10,6 +10,8 @@
 
 #include "logging/reopening.h"
 #include "logging/sighup.h"
+#include "platform/alive_mark.h"
+#include "platform/assertion.h"
 #include "platform/fork_handlers.h"
 
 namespace vncommon {
@@ -21,6 +23,7 @@ namespace {
 struct Registration {
     FileLogger* logger;
     ReopenPlan* plan;  // null while the logger has no named destination
+    [[no_unique_address]] AliveMark mark{};
 };
 
 constexpr uint32_t initialCapacity = 3;
@@ -40,11 +43,15 @@ Vector* makeVector(uint32_t capacity) {
 }
 
 uint32_t loggerCount() VN_REQUIRES(loggerMutex) {
+    VN_ASSERT(loggerMutex.isHeldByCaller());
     return loggers == nullptr ? 0 : vn_Vector_size(loggers);
 }
 
 Registration* registrationAt(uint32_t index) VN_REQUIRES(loggerMutex) {
-    return static_cast<Registration*>(vn_Vector_get(loggers, index));
+    auto* registration = static_cast<Registration*>(vn_Vector_get(loggers, index));
+    VN_ASSERT(registration != nullptr && registration->mark.isSet());
+    VN_ASSERT(registration->logger != nullptr);
+    return registration;
 }
 
 // ---- The lock ----
@@ -63,6 +70,7 @@ void reopenAll() VN_REQUIRES(loggerMutex) {
 // it. Both sides write first and then read, in one total order, so at least one of them sees the
 // other.
 void unlockAndReopen() VN_RELEASE(loggerMutex) VN_NO_THREAD_SAFETY_ANALYSIS {
+    VN_ASSERT(loggerMutex.isHeldByCaller());
     do {
         while (reopeningDue.exchange(false)) {
             reopenAll();
@@ -143,7 +151,9 @@ void ensureRegistry() {
 
 bool addIfRoom(Registration* registration, uint32_t& capacity) {
     const RegistryLock lock;
+    VN_ASSERT(loggers != nullptr);
     capacity = loggers->capacity;
+    VN_ASSERT(capacity >= initialCapacity && vn_Vector_size(loggers) <= capacity);
     if (vn_Vector_size(loggers) == capacity) {
         return false;
     }
@@ -154,6 +164,7 @@ bool addIfRoom(Registration* registration, uint32_t& capacity) {
 // Allocates the larger storage before locking and frees the old one after unlocking. vn_Vector_add
 // would do both with the lock held.
 void growRegistry(uint32_t capacity) {
+    VN_ASSERT(capacity > initialCapacity);
     Vector* other = makeVector(capacity);
     {
         const RegistryLock lock;
@@ -161,6 +172,7 @@ void growRegistry(uint32_t capacity) {
             for (uint32_t i = 0; i < vn_Vector_size(loggers); ++i) {
                 vn_Vector_add(other, vn_Vector_get(loggers, i));
             }
+            VN_ASSERT(vn_Vector_size(other) == vn_Vector_size(loggers));
             std::swap(loggers, other);
         }
     }
@@ -189,7 +201,7 @@ RegistryLock::~RegistryLock() {
 void registerLogger(FileLogger* logger) {
     ensureRegistry();
     auto* registration = static_cast<Registration*>(vn_malloc(sizeof(Registration)));
-    *registration = {logger, nullptr};
+    *registration = {.logger = logger, .plan = nullptr};
     uint32_t capacity;
     while (!addIfRoom(registration, capacity)) {
         growRegistry(capacity * 2);
@@ -198,13 +210,18 @@ void registerLogger(FileLogger* logger) {
 
 void unregisterLogger(FileLogger* logger) {
     Registration* registration = removeRegistration(logger);
+    VN_ASSERT(registration != nullptr);
     if (registration != nullptr) {
+        VN_ASSERT(registration->mark.isSet() && registration->logger == logger);
         destroyReopenPlan(registration->plan);
+        registration->mark.clear();
         vn_free(registration);
     }
 }
 
 ReopenPlan* exchangePlan(FileLogger* logger, ReopenPlan* plan) {
+    VN_ASSERT(loggerMutex.isHeldByCaller());
+    VN_ASSERT(plan == nullptr || isValid(plan));
     uint32_t index;
     if (loggers == nullptr || !vn_Vector_find(loggers, logger, &index)) {
         return plan;

@@ -11,6 +11,7 @@
 
 #include "logging/log_file.h"
 #include "logging/shared_field.h"
+#include "platform/assertion.h"
 
 namespace vncommon {
 namespace {
@@ -34,6 +35,7 @@ void writeReport(const ReopenPlan* plan, int error) {
         description = "An unknown error occurred";
     }
     const size_t length = strnlen(description, errorTextRoom - 1);
+    VN_ASSERT(length > 0);
     char* end = plan->report + plan->reportLength;
     memcpy(end, description, length);
     end[length] = '\n';
@@ -67,6 +69,7 @@ void fallBack(FileLogger* logger, ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
     swapName(logger->fileName, plan->fallBackNames[0]);
     swapName(logger->utf8FileName, plan->fallBackNames[1]);
     plan->stream = STDERR_FILENO;
+    VN_ASSERT(plan->duplicateDescriptor == -1);
     if (owned && dup2(STDERR_FILENO, old) < 0) {
         close(old);
     } else if (owned) {
@@ -98,8 +101,16 @@ int standardStream(const char* name) {
     return strcmp(name, standardOutputName) == 0 ? STDOUT_FILENO : -1;
 }
 
+bool isValid(const ReopenPlan* plan) {
+    const bool isStream = plan->stream == STDOUT_FILENO || plan->stream == STDERR_FILENO;
+    return plan->mark.isSet() && (isStream || plan->stream == -1) && plan->path != nullptr &&
+           plan->nextFileName != nullptr && plan->report != nullptr && plan->reportLength > 0 &&
+           plan->duplicateDescriptor >= -1;
+}
+
 ReopenPlan* makeReopenPlan(const char* fileName, const char* utf8FileName) {
     auto* plan = static_cast<ReopenPlan*>(vn_malloc(sizeof(ReopenPlan)));
+    plan->mark = {};
     plan->stream = standardStream(fileName);
     plan->path = vn_UTF8ToCstr(utf8FileName);
     vn_checkMemory(plan->path);
@@ -110,6 +121,7 @@ ReopenPlan* makeReopenPlan(const char* fileName, const char* utf8FileName) {
     }
     plan->duplicateDescriptor = -1;
     plan->report = makeReport(utf8FileName, plan->reportLength);
+    VN_ASSERT(isValid(plan));
     return plan;
 }
 
@@ -117,7 +129,9 @@ void destroyReopenPlan(ReopenPlan* plan) {
     if (plan == nullptr) {
         return;
     }
+    VN_ASSERT(isValid(plan));
     closeDuplicate(plan);
+    plan->mark.clear();
     for (char* text : {plan->path, plan->nextFileName, plan->fallBackNames[0],
                        plan->fallBackNames[1], plan->report}) {
         vn_free(text);
@@ -133,6 +147,8 @@ void closeDuplicate(ReopenPlan* plan) {
 }
 
 void followPlan(FileLogger* logger, ReopenPlan* plan, OpenResult opened, int openFailure) {
+    VN_ASSERT(loggerMutex.isHeldByCaller());
+    VN_ASSERT(isValid(plan));
     if (plan->stream >= 0) {
         useStream(logger, plan->stream);
     } else if (opened.descriptor < 0) {
@@ -142,9 +158,13 @@ void followPlan(FileLogger* logger, ReopenPlan* plan, OpenResult opened, int ope
         adoptDescriptor(logger, opened.descriptor);
         storeField(logger->console, isTerminal(logger->fd));
     }
+    VN_ASSERT(isValid(plan));
+    VN_ASSERT(logger->fd >= 0);
 }
 
 void reopen(FileLogger* logger, ReopenPlan* plan) {
+    VN_ASSERT(loggerMutex.isHeldByCaller());
+    VN_ASSERT(isValid(plan));
     if (plan->stream >= 0) {
         useStream(logger, plan->stream);
         return;

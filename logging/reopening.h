@@ -10,6 +10,7 @@
 #include <vncommon/file_logger.h>
 
 #include "logging/registry.h"
+#include "platform/alive_mark.h"
 
 namespace vncommon {
 
@@ -28,7 +29,11 @@ struct ReopenPlan {
     int duplicateDescriptor;  // kept open after a failure, see fallBack(); -1 for none
     char* report;             // "Unable to open logfile \"%s\": ", with room for the error's text
     size_t reportLength;
+    [[no_unique_address]] AliveMark mark{};
 };
+
+// The invariant of a plan, for assertions.
+bool isValid(const ReopenPlan* plan);
 
 // The plan for a logger with these names: the name until it is reopened, and the name in UTF-8.
 // Ends the process when there is no memory.

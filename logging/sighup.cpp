@@ -19,6 +19,8 @@
 
 #include <vncommon/file_logger.h>
 
+#include "platform/assertion.h"
+
 struct sigaction prevsighup;
 
 namespace vncommon {
@@ -105,6 +107,7 @@ bool isOurs(const struct sigaction& action) {
 
 // Calls sigaction() and saves the disposition that it returns.
 int exchangeDisposition(const struct sigaction* to) {
+    VN_ASSERT(loggerMutex.isHeldByCaller());
     struct sigaction before;
     const int result = sigaction(SIGHUP, to, &before);
     if (result == 0 && !isOurs(before)) {

@@ -19,6 +19,8 @@
 
 #include <vncommon/maths.h>
 
+#include "platform/alive_mark.h"
+#include "platform/assertion.h"
 #include "platform/check_error.h"
 #include "platform/fork_handlers.h"
 #include "platform/fork_safe_mutex.h"
@@ -33,6 +35,7 @@ std::atomic<bool> initDone{false};
 struct ThreadStart {
     vn_ThreadFunction function;
     void* argument;
+    [[no_unique_address]] AliveMark mark{};
 };
 
 // Invalid before the static initialiser below and after its destructor, so that we never touch a
@@ -79,8 +82,11 @@ void blockSignalsForMainThread() {
 }
 
 void* threadMain(void* argument) {
-    const ThreadStart start = *static_cast<ThreadStart*>(argument);
-    free(argument);
+    auto* given = static_cast<ThreadStart*>(argument);
+    const ThreadStart start = *given;
+    VN_ASSERT(start.mark.isSet());
+    given->mark.clear();
+    free(given);
     blockSignalsForMainThread();
     vn_SetFPUControlWord();
     start.function(start.argument);
@@ -90,6 +96,7 @@ void* threadMain(void* argument) {
 [[gnu::noinline]] uint64_t numberThisThread() {
     const ForkSafeLock lock(threadCounterIdMutex, counterLock);
     const uint64_t number = ++threadCounter;
+    VN_ASSERT(number != 0);  // 0 is an empty slot
     vn_ThreadLocal_set(&threadCounterId, reinterpret_cast<void*>(number));
     return number;
 }
@@ -98,6 +105,7 @@ timespec toTimespec(uint64_t milliseconds) {
     timespec time;
     time.tv_sec = static_cast<time_t>(milliseconds / 1000);
     time.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    VN_ASSERT(time.tv_nsec >= 0 && time.tv_nsec < 1'000'000'000);
     return time;
 }
 
@@ -111,18 +119,22 @@ void vn_threadInit(void) {
 }
 
 void vn_Mutex_init(vn_Mutex* mutex) {
+    VN_ASSERT(mutex != nullptr);
     checkError(pthread_mutex_init(mutex, nullptr), "pthread_mutex_init");
 }
 
 void vn_Mutex_destroy(vn_Mutex* mutex) {
+    VN_ASSERT(mutex != nullptr);
     checkError(pthread_mutex_destroy(mutex), "pthread_mutex_destroy");
 }
 
 void vn_Mutex_lock(vn_Mutex* mutex) {
+    VN_ASSERT(mutex != nullptr);
     checkError(pthread_mutex_lock(mutex), "pthread_mutex_lock");
 }
 
 void vn_Mutex_unlock(vn_Mutex* mutex) {
+    VN_ASSERT(mutex != nullptr);
     checkError(pthread_mutex_unlock(mutex), "pthread_mutex_unlock");
 }
 
@@ -132,10 +144,12 @@ void vn_Condition_init(vn_Condition* condition) {
 }
 
 void vn_Condition_destroy(vn_Condition* condition) {
+    VN_ASSERT(condition != nullptr);
     checkError(pthread_cond_destroy(condition), "pthread_cond_destroy");
 }
 
 void vn_Condition_wait(vn_Condition* condition, vn_Mutex* mutex) {
+    VN_ASSERT(condition != nullptr && mutex != nullptr);
     checkError(pthread_cond_wait(condition, mutex), "pthread_cond_wait");
 }
 
@@ -145,10 +159,12 @@ bool vn_Condition_timedwait(vn_Condition* condition, vn_Mutex* mutex, uint64_t d
 }
 
 void vn_Condition_signal(vn_Condition* condition) {
+    VN_ASSERT(condition != nullptr);
     checkError(pthread_cond_signal(condition), "pthread_cond_signal");
 }
 
 void vn_Condition_broadcast(vn_Condition* condition) {
+    VN_ASSERT(condition != nullptr);
     checkError(pthread_cond_broadcast(condition), "pthread_cond_broadcast");
 }
 
@@ -158,14 +174,17 @@ void vn_Semaphore_init(vn_Semaphore* semaphore, uint32_t initialCount) {
 }
 
 void vn_Semaphore_destroy(vn_Semaphore* semaphore) {
+    VN_ASSERT(semaphore != nullptr);
     checkError(sem_destroy(semaphore), "sem_destroy");
 }
 
 void vn_Semaphore_post(vn_Semaphore* semaphore) {
+    VN_ASSERT(semaphore != nullptr);
     checkError(sem_post(semaphore), "sem_post");
 }
 
 void vn_Semaphore_wait(vn_Semaphore* semaphore) {
+    VN_ASSERT(semaphore != nullptr);
     while (sem_wait(semaphore) != 0) {
         if (errno != EINTR) {
             checkError(-1, "sem_wait");
@@ -174,6 +193,7 @@ void vn_Semaphore_wait(vn_Semaphore* semaphore) {
 }
 
 bool vn_Semaphore_trywait(vn_Semaphore* semaphore) {
+    VN_ASSERT(semaphore != nullptr);
     return sem_trywait(semaphore) != 0;
 }
 
@@ -182,6 +202,7 @@ vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool det
     auto* start = static_cast<ThreadStart*>(malloc(sizeof(ThreadStart)));
     requireInitialisation();
     vn_checkMemory(start);
+    VN_ASSERT(function != nullptr);
     *start = {function, argument};
 
     pthread_attr_t attributes{};  // all zero: usable defaults if the call below fails
@@ -217,6 +238,7 @@ void vn_sleep(uint32_t milliseconds) {
 }
 
 void vn_ThreadLocal_init(vn_ThreadLocal* slot, void (*destructor)(void* value)) {
+    VN_ASSERT(slot != nullptr);
     checkError(pthread_key_create(slot, destructor), "pthread_key_create");
 }
 
@@ -225,6 +247,7 @@ void vn_ThreadLocal_destroy(vn_ThreadLocal* slot) {
 }
 
 void* vn_ThreadLocal_get(vn_ThreadLocal* slot) {
+    VN_ASSERT(slot != nullptr);
     return pthread_getspecific(*slot);
 }
 

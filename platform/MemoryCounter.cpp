@@ -4,6 +4,8 @@
 
 #include <vncommon/failure.h>
 
+#include "platform/assertion.h"
+
 namespace memorycounter {
 
 // True from load, so that counts made before the first checkEnabled() are kept.
@@ -31,6 +33,7 @@ bool MemoryDiagnostics::checkEnabled() {
         enabled().store(getenv("VN_TRACKMEMORY") != nullptr, std::memory_order_relaxed);
         performedCheck.store(true, std::memory_order_release);
     }
+    VN_ASSERT(performedCheck.load(std::memory_order_relaxed));
     return isEnabled();
 }
 

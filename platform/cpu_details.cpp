@@ -8,6 +8,7 @@
 
 #include <vncommon/failure.h>
 
+#include "platform/assertion.h"
 #include "platform/line_reader.h"
 
 namespace vncommon {
@@ -109,10 +110,12 @@ char* describeCpu(const char* cpuinfoFile) {
 
 const char* cacheText(std::atomic<const char*>& cache, char* found, const char* unknown) {
     const char* text = found != nullptr ? found : unknown;
+    VN_ASSERT(text != nullptr);
     const char* earlier = nullptr;
     if (cache.compare_exchange_strong(earlier, text, std::memory_order_acq_rel)) {
         return text;
     }
+    VN_ASSERT(earlier != nullptr && earlier != found);
     free(found);
     return earlier;
 }
@@ -130,6 +133,7 @@ const char* vn_getCPUDetails(void) {
 }
 
 const char* find_colon(const char* line) {
+    VN_ASSERT(line != nullptr);
     const char* colon = strchr(line, ':');
     if (colon == nullptr) {
         return line + strlen(line);
@@ -138,6 +142,7 @@ const char* find_colon(const char* line) {
 }
 
 size_t strip_linebreak(char* text) {
+    VN_ASSERT(text != nullptr);
     const size_t length = strcspn(text, "\n");
     text[length] = '\0';
     return length;

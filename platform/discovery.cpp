@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/assertion.h"
 #include "platform/float_environment.h"
 #include "platform/line_reader.h"
 #include "platform/owned_text.h"
@@ -107,6 +108,7 @@ bool listHolds(const char* line, size_t length, size_t& offset, const char* cont
         }
         found |= offset - item == controllerLength &&
                  strncmp(line + item, controller, controllerLength) == 0;
+        VN_ASSERT(offset <= length);
         if (offset == length || line[offset] == ':') {
             return found;
         }
@@ -129,6 +131,7 @@ Text findGroupPath(const char* selfFile, const char* controller) {
         offset = vn_findProcCGroupPathOffset(line, static_cast<size_t>(length), controller,
                                              strlen(controller));
     }
+    VN_ASSERT(offset < 0 || offset <= length);
     Text path(offset < 0 ? nullptr : strdup(line + offset));
     free(line);
     return path;
@@ -159,6 +162,7 @@ int physicalCpus(std::atomic<int>& cache, const char* cpuinfoFile) {
             count += startsWith(line, "processor") ? 1 : 0;
         }
     }
+    VN_ASSERT(count >= 0);
     cache.store(count, std::memory_order_relaxed);
     return count;
 }
@@ -203,6 +207,7 @@ double vn_availableCPUs(void) {
     const double version1 = vn_availableCPUsCGroupsV1(ownControllerDir("cpu").get());
     const double version2 = vn_availableCPUsCGroupsV2(ownControllerDir("").get());
     available = version1 < available ? version1 : available;
+    VN_ASSERT(available >= 0);
     return version2 < available ? version2 : available;
 }
 
@@ -223,6 +228,7 @@ double vn_physicalMemory(void) {
     const int64_t version1 = vn_physicalMemoryCGroupsV1(ownControllerDir("memory").get(), physical);
     const int64_t version2 = vn_physicalMemoryCGroupsV2(ownControllerDir("").get(), physical);
     const int64_t bytes = std::min(std::min(version1, version2), physical);
+    VN_ASSERT(bytes <= physical);
     return static_cast<double>(bytes) * mebibytesPerByte;
 }
 

@@ -5,6 +5,7 @@
 
 #include <vncommon/process.h>
 
+#include "platform/assertion.h"
 #include "platform/system_text.h"
 
 namespace vncommon {
@@ -28,6 +29,7 @@ void* openLibrary(const char* path, const SystemText& name, int flags) {
 using namespace vncommon;
 
 char* vn_loadLibraryUTF8(void** handle, const char* path) {
+    VN_ASSERT(handle != nullptr);
     const SystemText name(path);
     *handle = openLibrary(path, name, RTLD_NOW);
     return *handle != nullptr ? nullptr : lastLibraryError();
@@ -41,6 +43,7 @@ char* vn_unloadLibrary(void* handle) {
 }
 
 char* vn_findLibrarySymbol(void** symbol, void* handle, const char* name) {
+    VN_ASSERT(symbol != nullptr && name != nullptr);
     *symbol = dlsym(handle, name);
     return *symbol != nullptr ? nullptr : lastLibraryError();
 }

@@ -19,6 +19,7 @@
 
 #include <vncommon/discovery.h>
 
+#include "platform/assertion.h"
 #include "platform/cancellation.h"
 
 // glibc: the XSI form of strerror_r under its internal name. Compilers define _GNU_SOURCE for C++,
@@ -96,6 +97,7 @@ void logMemoryOnce() {
         writeMemoryUse();
         memoryLogged = true;
     }
+    VN_ASSERT(logMemory);
 }
 
 char* warnOfNullText() {
@@ -116,6 +118,8 @@ void flushAndAbort() {
 }
 
 void reportFailedCall(int code, const char* systemCall) {
+    VN_ASSERT(code != 0);
+    VN_ASSERT(systemCall != nullptr);
     const ErrorTexts texts(code);
     {
         const vncommon::CancellationDisabled noCancellation;  // the caller may hold a lock
@@ -169,6 +173,7 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
         fputs("Fatal error: error message buffer too small\n", stderr);
         flushAndAbort();
     }
+    VN_ASSERT(buffer[length] == '\0');
 }
 
 void vn_checkMemory(void* pointer) {
@@ -185,12 +190,14 @@ void vn_checkMemory(void* pointer) {
 void* vn_malloc(size_t size) {
     void* block = malloc(size);
     vn_checkMemory(block);
+    VN_ASSERT(block != nullptr);
     return block;
 }
 
 void* vn_realloc(void* pointer, size_t size) {
     void* block = realloc(pointer, size);
     vn_checkMemory(block);
+    VN_ASSERT(block != nullptr);
     return block;
 }
 

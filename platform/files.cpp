@@ -9,6 +9,7 @@
 #include <vncommon/failure.h>
 #include <vncommon/process.h>
 
+#include "platform/assertion.h"
 #include "platform/system_text.h"
 
 namespace vncommon {
@@ -36,6 +37,7 @@ char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) {
         mode = va_arg(arguments, mode_t);
         va_end(arguments);
     }
+    VN_ASSERT(fd != nullptr);
     const SystemText name(path);
     *fd = isMissing(name, path) ? -1 : open(name.get(), flags, mode);
     if (*fd != -1) {

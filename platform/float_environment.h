@@ -21,6 +21,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 
 #if defined(__x86_64__)
@@ -110,6 +112,7 @@ template <typename Result, typename... Arguments>
     Result (*function)(Arguments...), std::type_identity_t<Arguments>... arguments) {
     Result (*volatile const unknown)(Arguments...) = function;
     const DefaultFloatMode mode;
+    VN_ASSERT(isDefaultFloatMode());
     return unknown(arguments...);
 }
 

@@ -6,12 +6,15 @@
 
 #include <pthread.h>
 
+#include "platform/assertion.h"
 #include "platform/check_error.h"
 
 namespace vncommon {
 
 struct ForkHandlers {
     ForkHandlers(void (*prepare)(), void (*inParent)(), void (*inChild)()) {
+        VN_ASSERT(inChild != nullptr);
+        VN_ASSERT((prepare == nullptr) == (inParent == nullptr));
         checkError(pthread_atfork(prepare, inParent, inChild), "pthread_atfork");
     }
 };

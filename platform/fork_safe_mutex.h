@@ -21,6 +21,7 @@
 
 #include <vncommon/threads.h>
 
+#include "platform/assertion.h"
 #include "platform/check_error.h"
 #include "platform/thread_annotations.h"
 
@@ -33,6 +34,7 @@ struct ForkSafeMutex {
 
     // lock() and unlock() return what the pthread calls return.
     int lock() {
+        VN_ASSERT(holder.load(std::memory_order_relaxed) != pthread_self());
         const int result = pthread_mutex_lock(&mutex);
         holder.store(pthread_self(), std::memory_order_relaxed);
         // The fork handler runs on the holder's own thread, so only the compiler must keep the
@@ -42,6 +44,7 @@ struct ForkSafeMutex {
     }
 
     int unlock() {
+        VN_ASSERT(holder.load(std::memory_order_relaxed) == pthread_self());
         std::atomic_signal_fence(std::memory_order_seq_cst);
         holder.store({}, std::memory_order_relaxed);
         return pthread_mutex_unlock(&mutex);

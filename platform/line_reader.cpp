@@ -8,14 +8,23 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 
 LineReader::LineReader(const char* path) : descriptor_(open(path, O_RDONLY | O_CLOEXEC)) {}
 
 LineReader::~LineReader() {
+    VN_ASSERT(isValid());
+    mark_.clear();
     if (isOpen()) {
         close(descriptor_);
     }
+}
+
+// The invariant, for assertions.
+bool LineReader::isValid() const {
+    return mark_.isSet() && begin_ <= end_ && end_ <= sizeof chunk_ && (isOpen() || end_ == 0);
 }
 
 bool LineReader::fill() {
@@ -29,6 +38,8 @@ bool LineReader::fill() {
 }
 
 bool LineReader::next(char* piece, size_t size) {
+    VN_ASSERT(isValid());
+    VN_ASSERT(size >= 2);
     size_t length = 0;
     bool complete = false;
     while (!complete && length + 1 < size && (begin_ < end_ || fill())) {
@@ -41,15 +52,20 @@ bool LineReader::next(char* piece, size_t size) {
         begin_ += count;
         length += count;
     }
+    VN_ASSERT(isValid());
+    VN_ASSERT(length < size);
     piece[length] = '\0';
     return length > 0;
 }
 
 bool LineReader::atSpace() const {
+    VN_ASSERT(begin_ < end_);
     return isspace(static_cast<unsigned char>(chunk_[begin_])) != 0;
 }
 
 bool LineReader::nextField(char* field, size_t size) {
+    VN_ASSERT(isValid());
+    VN_ASSERT(size >= 1);
     while ((begin_ < end_ || fill()) && atSpace()) {
         ++begin_;
     }
@@ -59,6 +75,8 @@ bool LineReader::nextField(char* field, size_t size) {
             field[length++] = chunk_[begin_];
         }
     }
+    VN_ASSERT(isValid());
+    VN_ASSERT(length < size);
     field[length] = '\0';
     return length > 0;
 }

@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+#include "platform/alive_mark.h"
+
 namespace vncommon {
 
 class LineReader {
@@ -35,6 +37,7 @@ class LineReader {
     }
 
   private:
+    bool isValid() const;
     bool fill();
     bool atSpace() const;
 
@@ -42,6 +45,7 @@ class LineReader {
     size_t begin_ = 0;  // the unread bytes are chunk_[begin_, end_)
     size_t end_ = 0;
     char chunk_[1024];
+    [[no_unique_address]] AliveMark mark_;
 };
 
 }  // namespace vncommon

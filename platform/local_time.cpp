@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "platform/assertion.h"
 #include "platform/fork_handlers.h"
 #include "platform/owned_lock.h"
 
@@ -34,6 +35,7 @@ tm localTime(time_t second) {
 }
 
 char* putTwoDigits(char* to, int number) {
+    VN_ASSERT(number >= 0 && number <= 99);
     to[0] = static_cast<char>('0' + number / 10);
     to[1] = static_cast<char>('0' + number % 10);
     return to + 2;
@@ -60,6 +62,7 @@ void putSecond(const tm& local, int year, int second, char* to) {
 
 int formatSecond(time_t second, char* to, size_t size) {
     const tm local = localTime(second);
+    VN_ASSERT(local.tm_mon >= 0 && local.tm_mon < 12);
     const int year = local.tm_year + 1900;
     const int shownSecond = local.tm_sec < 60 ? local.tm_sec : 60;
     if (year >= 1000 && year <= 9999 && size > secondLength) [[likely]] {

@@ -5,6 +5,7 @@
 
 #include <vncommon/threads.h>
 
+#include "platform/assertion.h"
 #include "platform/check_error.h"
 #include "platform/thread_annotations.h"
 
@@ -14,6 +15,7 @@ class VN_SCOPED_CAPABILITY MutexLock {
   public:
     MutexLock(vn_Mutex* mutex, [[maybe_unused]] const LockRole& role) VN_ACQUIRE(role)
         : mutex_(mutex) {
+        VN_ASSERT(mutex != nullptr);
         checkError(pthread_mutex_lock(mutex_), "pthread_mutex_lock");
     }
     ~MutexLock() VN_RELEASE() { checkError(pthread_mutex_unlock(mutex_), "pthread_mutex_unlock"); }

@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "platform/assertion.h"
 #include "platform/cancellation.h"
 
 namespace vncommon {
@@ -23,7 +24,12 @@ bool OwnedLock::tryLock() {
     return owner_.compare_exchange_strong(expected, pthread_self());
 }
 
+bool OwnedLock::isHeldByCaller() const {
+    return owner_.load(std::memory_order_relaxed) == pthread_self();
+}
+
 void OwnedLock::lock() VN_NO_THREAD_SAFETY_ANALYSIS {
+    VN_ASSERT(!isHeldByCaller());
     if (tryLock()) [[likely]] {
         return;
     }
@@ -36,6 +42,8 @@ void OwnedLock::lock() VN_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 void OwnedLock::unlock() {
+    VN_ASSERT(isHeldByCaller());
+    VN_ASSERT(nestedForks_ == 0);
     owner_.store(nobody);
 }
 
@@ -45,9 +53,12 @@ void OwnedLock::prepareFork() VN_NO_THREAD_SAFETY_ANALYSIS {
     } else {
         lock();
     }
+    VN_ASSERT(isHeldByCaller());
 }
 
 bool OwnedLock::endFork() {
+    VN_ASSERT(isHeldByCaller());
+    VN_ASSERT(nestedForks_ >= 0);
     if (nestedForks_ == 0) {
         return true;
     }

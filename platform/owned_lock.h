@@ -33,6 +33,9 @@ class VN_CAPABILITY("mutex") OwnedLock {
 
     void unlock() VN_RELEASE();
 
+    // Async-signal-safe.
+    bool isHeldByCaller() const;
+
     // For fork handlers. prepareFork() acquires the lock unless the forking thread is the owner.
     // endFork() runs in parent and child and returns whether the lock must now be released: false
     // when another fork() of this thread, or the interrupted code, still needs it.

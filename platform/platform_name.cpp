@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/assertion.h"
 #include "platform/line_reader.h"
 #include "platform/owned_text.h"
 
@@ -40,6 +41,7 @@ Text fromOsRelease(LineReader& file) {
     Line line;
     while (nextLine(file, line)) {
         if (const char* value = valueOf(line, "NAME")) {
+            VN_ASSERT(*value != '\0');
             name.reset(strndup(value, strlen(value) - 1));
         } else if (const char* version = valueOf(line, "VERSION")) {
             const Text start = name != nullptr ? join(name.get(), " ") : nullptr;

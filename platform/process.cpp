@@ -11,6 +11,8 @@
 
 #include <vncommon/utf8.h>
 
+#include "platform/assertion.h"
+
 namespace vncommon {
 namespace {
 
@@ -114,6 +116,7 @@ char** vn_getEnvironUTF8(void) {
             return nullptr;
         }
     }
+    VN_ASSERT(count == 0 || copy[count - 1] != nullptr);
     copy[count] = nullptr;
     return copy;
 }

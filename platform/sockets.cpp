@@ -15,6 +15,7 @@
 #include <vncommon/failure.h>
 #include <vncommon/log.h>
 
+#include "platform/assertion.h"
 #include "platform/owned_text.h"
 
 namespace vncommon {
@@ -61,6 +62,7 @@ bool firstAddress(const hostent* found, in_addr_t& address) {
     if (found == nullptr || found->h_addrtype != AF_INET || found->h_addr_list[0] == nullptr) {
         return false;
     }
+    VN_ASSERT(found->h_length == sizeof address);
     memcpy(&address, found->h_addr_list[0], sizeof address);
     return true;
 }
@@ -100,6 +102,7 @@ char* receive(int fd, void* buffer, size_t size, ssize_t& count) {
         errno = 0;
         count = recv(fd, buffer, size, 0);
         if (count > 0) {
+            VN_ASSERT(static_cast<size_t>(count) <= size);
             return nullptr;
         }
         if (count < 0) {
@@ -119,6 +122,7 @@ char* sendAll(int fd, const void* data, size_t length) {
             return systemFailure();
         }
         sent += static_cast<size_t>(count);
+        VN_ASSERT(sent <= length);
     } while (sent < length);
     return nullptr;
 }
@@ -135,6 +139,7 @@ int vn_socketInit(void) {
 void vn_socketCleanup(void) {}
 
 char* vn_socketConnect(const char* host, int port, int* fd) {
+    VN_ASSERT(fd != nullptr);
     in_addr_t hostAddress;
     if (!resolve(host != nullptr ? host : "127.0.0.1", hostAddress)) {
         return vn_strdup("Failed to resolve hostname.");
@@ -153,6 +158,7 @@ char* vn_socketConnect(const char* host, int port, int* fd) {
 }
 
 char* vn_createListeningSocket(int port, int* fd) {
+    VN_ASSERT(fd != nullptr);
     const int listener = socket(AF_INET, SOCK_STREAM, 0);
     if (listener < 0) {
         return vn_strdup("Failed to create listening socket.");
@@ -173,6 +179,7 @@ char* vn_createListeningSocket(int port, int* fd) {
 }
 
 char* vn_socketAccept(int listeningFd, int* fd) {
+    VN_ASSERT(fd != nullptr);
     if (listen(listeningFd, backlog) != 0) {
         return closeAndFail(listeningFd, "Failed to listen on listening socket.");
     }
@@ -187,6 +194,7 @@ char* vn_socketAccept(int listeningFd, int* fd) {
 }
 
 char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer) {
+    VN_ASSERT(length != nullptr);
     ssize_t count;
     char* failure = receive(fd, buffer, *length, count);
     if (failure == nullptr) {
@@ -196,6 +204,7 @@ char* vn_socketReadBuffer(int fd, unsigned* length, uint8_t* buffer) {
 }
 
 char* vn_socketReadLine(int fd, CStringBuffer* line) {
+    VN_ASSERT(line != nullptr);
     for (;;) {
         char byte;
         ssize_t count;
@@ -212,6 +221,7 @@ char* vn_socketReadLine(int fd, CStringBuffer* line) {
 }
 
 char* vn_socketWrite(int fd, const char* text) {
+    VN_ASSERT(text != nullptr);
     return sendAll(fd, text, strlen(text));
 }
 

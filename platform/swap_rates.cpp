@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/assertion.h"
 #include "platform/float_environment.h"
 
 namespace vncommon {
@@ -72,6 +73,8 @@ int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate) {
             return result;
         }
     }
+    VN_ASSERT(swapInRate != nullptr && swapOutRate != nullptr);
+    VN_ASSERT(lastOSStatTime != 0);
     *swapInRate = lastSwapInRate;
     *swapOutRate = lastSwapOutRate;
     return 0;

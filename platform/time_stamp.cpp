@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/assertion.h"
 #include "platform/local_time.h"
 
 namespace vncommon {
@@ -15,7 +16,8 @@ constexpr size_t dateLength = secondLength;  // the milliseconds follow
 
 void refreshDate(vn_TimeStampCache* cache, int64_t second) {
     char date[80];  // fits any int in every field
-    formatSecond(second, date, sizeof date);
+    [[maybe_unused]] const int length = formatSecond(second, date, sizeof date);
+    VN_ASSERT(length >= secondLength);
     memcpy(cache->text, date, dateLength);
     cache->lastSecond = second;
 }
@@ -23,6 +25,8 @@ void refreshDate(vn_TimeStampCache* cache, int64_t second) {
 }  // namespace
 
 const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milliseconds) {
+    VN_ASSERT(cache != nullptr);
+    VN_ASSERT(milliseconds < 1000);
     if (second != cache->lastSecond || second == 0) [[unlikely]] {  // 0: maybe not set yet
         refreshDate(cache, second);
     }
@@ -31,6 +35,8 @@ const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milli
     digits[1] = static_cast<char>('0' + milliseconds / 10 % 10);
     digits[2] = static_cast<char>('0' + milliseconds % 10);
     digits[3] = '\0';
+    VN_ASSERT(digits + 4 <= cache->text + sizeof cache->text);
+    VN_ASSERT(cache->lastSecond == second);
     return cache->text;
 }
 
