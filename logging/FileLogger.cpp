@@ -64,8 +64,8 @@ void FileLogger_cleanup(FileLogger* logger) {
     if (logger->ownsMutex != 0) {
         releaseMutex(logger->mutex);
     }
-    // Compat: the buffer is not freed; callers free it.
     markCleanedUp(logger);
+    // Compat: the buffer is not freed; callers free it.
 }
 
 void FileLogger_dtor(FileLogger* logger) {
