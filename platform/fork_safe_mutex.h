@@ -34,7 +34,6 @@ struct ForkSafeMutex {
 
     // lock() and unlock() return what the pthread calls return.
     int lock() {
-        VN_ASSERT(holder.load(std::memory_order_relaxed) != pthread_self());
         const int result = pthread_mutex_lock(&mutex);
         holder.store(pthread_self(), std::memory_order_relaxed);
         // The fork handler runs on the holder's own thread, so only the compiler must keep the

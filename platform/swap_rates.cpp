@@ -74,7 +74,6 @@ int swapRates(const char* vmstatPath, double* swapInRate, double* swapOutRate) {
         }
     }
     VN_ASSERT(swapInRate != nullptr && swapOutRate != nullptr);
-    VN_ASSERT(lastOSStatTime != 0);
     *swapInRate = lastSwapInRate;
     *swapOutRate = lastSwapOutRate;
     return 0;
