@@ -141,7 +141,9 @@ void pinLibrary() {
 
 }  // namespace vncommon
 
+using namespace vncommon;
+
 int FileLogger_reinstallSignalHandler(void) {
-    const vncommon::RegistryLock lock;
-    return vncommon::installHandler();
+    const RegistryLock lock;
+    return installHandler();
 }
