@@ -212,7 +212,7 @@ double vn_availableCPUs(void) {
 }
 
 int vn_numberOfCPUs(void) {
-    return vncommon::inDefaultFloatMode<roundedUp>(vn_availableCPUs());
+    return inDefaultFloatMode<roundedUp>(vn_availableCPUs());
 }
 
 double vn_availableCPUsCGroupsV1(const char* dir) {

@@ -62,7 +62,7 @@ struct ErrorTexts {
 
 // For the out-of-memory path: one write(), no buffered stream. A failure is ignored.
 void writeToStandardError(const char* text, size_t length) {
-    const vncommon::CancellationDisabled noCancellation;
+    const CancellationDisabled noCancellation;
     [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, text, length);
 }
 
@@ -122,7 +122,7 @@ void reportFailedCall(int code, const char* systemCall) {
     VN_ASSERT(systemCall != nullptr);
     const ErrorTexts texts(code);
     {
-        const vncommon::CancellationDisabled noCancellation;  // the caller may hold a lock
+        const CancellationDisabled noCancellation;  // the caller may hold a lock
         fprintf(stderr, "Fatal error: System call %s failed\n", systemCall);
         texts.print();
     }

@@ -31,7 +31,7 @@ constexpr int malformedLine = 9;
 void countPages(const char* digits, uint64_t milliseconds, std::atomic<uint64_t>& lastCount,
                 std::atomic<double>& lastRate) {
     const auto count = static_cast<uint64_t>(strtoll(digits, nullptr, 10));
-    lastRate = vncommon::inDefaultFloatMode<perSecond>(count - lastCount, milliseconds);
+    lastRate = inDefaultFloatMode<perSecond>(count - lastCount, milliseconds);
     lastCount = count;
 }
 
