@@ -52,8 +52,9 @@ bool ownsDescriptor(const FileLogger* logger) {
 void adoptDescriptor(FileLogger* logger, int opened) {
     VN_ASSERT(loggerMutex.isHeldByCaller());
     VN_ASSERT(opened >= 0);
-    const bool owned = ownsDescriptor(logger);
     const int old = logger->fd;
+    // If the program closed the logger's descriptor, open() may have returned the same number.
+    const bool owned = ownsDescriptor(logger) && opened != old;
     if (owned && replaceDescriptor(opened, old)) {
         close(opened);
         return;

@@ -706,6 +706,19 @@ TEST(FileLogger, FallsBackToStandardError) {
     EXPECT_EQ(lines[3], "Unable to open logfile \"/no/such/loud\": No such file or directory");
 }
 
+// A program that becomes a daemon may close every descriptor. The file then gets the same number.
+TEST(FileLogger, ReOpenRepairsAClosedDescriptor) {
+    const TestDirectory directory;
+    TestLogger logger(directory.file("log"));
+    const int descriptor = FileLogger_GetFD(logger);
+    close(descriptor);
+    FileLogger_ReOpen(logger);
+    EXPECT_EQ(FileLogger_GetFD(logger), descriptor);
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), 0);
+    FileLogger_LogInfo(logger, "goes on");
+    EXPECT_NE(contentsOf(directory.file("log")).find("goes on\n"), std::string::npos);
+}
+
 TEST(FileLogger, ReOpenFollowsTheName) {
     const TestDirectory directory;
     const std::string file = directory.file("log");

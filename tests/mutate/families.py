@@ -28,7 +28,7 @@ SUBJECTS = {
     "platform/fork_handlers.h": "platform/fork",
     "platform/fork_safe_mutex.h": "platform/fork",
     "platform/system_text.h": "platform/platform",
-    "platform/text.h": "platform/platform",
+    "platform/owned_text.h": "platform/platform",
     "events/CTimestampSet.cpp": "events/timestamp_set",
     "events/event_text.cpp": "events/event_writer",
     "events/event_walk.h": "events/event_writer",
