@@ -41,12 +41,13 @@ def minutes_of(stage, rows):
 def execute(stage, arguments):
     """The stage's rows, stamped. One that cannot be read is a failure, too."""
     began = time.monotonic()
+    stamp = record.stamp()   # the commit may change during a long stage
     try:
         found = stage.run(arguments)
     except (OSError, ValueError) as error:
         print(f"prove: {stage.name} failed: {error}; see build/prove", file=sys.stderr)
         found = [{"what": stage.about, "amount": "", "result": FAILED}]
-    common = {**record.stamp(), "minutes": max(1, round((time.monotonic() - began) / 60))}
+    common = {**stamp, "minutes": max(1, round((time.monotonic() - began) / 60))}
     return [{"stage": stage.name, **row, **common} for row in found]
 
 
@@ -66,7 +67,7 @@ def main():
         for row in new:
             print(f"    {row['what']}: {page.amount(row)}: {row['result']}", flush=True)
         failed += [row for row in new if row["result"] == FAILED]
-        rows = record.replace(rows, stage.name, new)
+        rows = record.replace(record.load(), stage.name, new)   # another run may have added rows
         record.save(rows)
         page.write(rows)
     page.write(rows)
