@@ -65,6 +65,7 @@ inline bool shortDecimalDigits(double x, char* room, Digits& digits) {
         return false;
     }
     // Whole numbers and prices: all digits fit in one word.
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): the division below rejects a wrong candidate
     const auto hundredths = static_cast<int64_t>(magnitude * 100 + 0.5);
     if (magnitude < 1e6 && static_cast<double>(hundredths) / 100 == magnitude) {
         digits = priceDigits(static_cast<uint32_t>(hundredths), room);
