@@ -5,13 +5,13 @@ import pairs
 import times
 
 INTRODUCTION = """\
-Our calls beside those of the best general libraries, which are in the same program and do the same
-work. `scripts/bench` measures everything again and writes this page, its charts and the data they
-come from (`docs/benchmarks/raw`).
+Our calls compared with those of the best general libraries. All run in the same program and do the
+same work. `scripts/bench` repeats the measurements and writes this page, its charts and their data
+(`docs/benchmarks/raw`).
 
-In the charts the first bar of each group, in colour, is ours. All bars of a chart have one axis.
-The tables below have every benchmark, and the section *Where a peer is faster* names what is slower
-than a peer, and why.
+In the charts, our bar is the first of each group and in colour. All bars of a chart share one axis.
+The tables below have every benchmark. The section *Where a peer is faster* lists the rows in which a
+peer needs less time, with the reasons.
 """
 
 QUICK = """\
@@ -30,11 +30,10 @@ same code differ by. {count} of {compared} rows with a peer are named here.
 METHOD = """\
 - A time is the median of several repetitions, {repetitions} of them, each of {min_time} s or more;
   the repetitions of all the benchmarks in a program are shuffled, so that noise is spread evenly.
-- It is the processor time of the thread; with several threads, and where threads are started, it
-  is the wall clock. On a machine that others use as well such rows say little; the ratios of the
-  rest are more reliable than the times.
-- Ratio: our time over that of the best peer, so below 1 is faster. The floor is the least that the
-  work can cost, with the ratio to it.
+- It is the processor time of the thread. With several threads, and where threads are started, it is
+  the wall clock; on a shared machine such rows are unreliable. Ratios are more reliable than times.
+- Ratio: our time over that of the best peer, so below 1 is faster. The floor is the
+  minimum cost of the work, with the ratio to it.
 - ± is the coefficient of variation of our repetitions.
 """
 
