@@ -648,7 +648,7 @@ class Patience(ServerTest):
             pass
         start = time.monotonic()
         while not self.dropped(server):  # other clients are still served
-            self.assertLess(time.monotonic() - start, 40)
+            self.assertLess(time.monotonic() - start, 150, "it was never dropped")
             client = self.connect(server)
             self.assertEqual(client.ask(record(2).rstrip()).encode(), event(2))
             client.close()
