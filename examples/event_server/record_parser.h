@@ -1,8 +1,8 @@
 // Reads a record from a line of text.
 //
 // A line holds fields of the form key=value, separated by tabs. A key is 1 to 64 characters of A-Z
-// a-z 0-9 _ . - and occurs once in a line. In a value \n, \r, \t and \\ stand for a line feed, a
-// carriage return, a tab and a backslash. These keys have a type:
+// a-z 0-9 _ . - and occurs once in a line. In a value \n, \r, \t and \\ mean line feed,
+// carriage return, tab and backslash. These keys have a type:
 //     name         text; must be there
 //     version      text
 //     size         integer, not negative, in KiB; decimal or hexadecimal with 0x

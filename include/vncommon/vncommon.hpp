@@ -755,7 +755,7 @@ class config {
     /** Reads file_name, or the first file that exists in the usual places. Returns nothing when no
      *  file could be opened; the process-wide configuration is then dropped, as in C. Also returns
      *  nothing when reading failed (a directory, for instance); what was read before then stays
-     *  allocated, because C does not tell the two apart. */
+     *  allocated, because both are a null result in C. */
     static std::optional<config> load(const char* file_name = nullptr) noexcept {
         VN_ConfigFile* loaded = nullptr;
         if (VN_ConfigFile_Load(file_name, &loaded) == nullptr) {

@@ -11,11 +11,15 @@ in the last place, and the manifest shows that all builds return the same bits."
 import argparse
 import decimal
 import math
+import pathlib
 import re
 import struct
 import subprocess
 import sys
 import unicodedata
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "text/numbers"))
+from numbers_oracle import shortest  # noqa: E402
 
 decimal.getcontext().prec = 1300
 decimal.getcontext().Emin = -100000
@@ -136,28 +140,6 @@ def named(x):
     if math.isnan(x):
         return "NaN"
     return "-Infinity" if x < 0 else "Infinity"
-
-
-def shortest(x):
-    """Lays out the digits of repr()."""
-    if not math.isfinite(x):
-        return named(x)
-    sign = "-" if math.copysign(1, x) < 0 else ""
-    _, digits, power = decimal.Decimal(repr(abs(x))).as_tuple()
-    text = "".join(map(str, digits))
-    point = len(text) + power
-    text = text.rstrip("0")
-    if not text:
-        return sign + "0"
-    count = len(text)
-    if point < -3 or point > count + 5:
-        tail = "." + text[1:] if count > 1 else ""
-        return f"{sign}{text[0]}{tail}e{point - 1:+03d}"
-    if point <= 0:
-        return sign + "." + "0" * -point + text
-    if point >= count:
-        return sign + text + "0" * (point - count)
-    return sign + text[:point] + "." + text[point:]
 
 
 def fixed(x, places, size):

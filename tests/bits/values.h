@@ -2,20 +2,17 @@
 #ifndef VN_TESTS_BITS_VALUES_H
 #define VN_TESTS_BITS_VALUES_H
 
+#include <bit>
 #include <cstring>
 
 #include "groups.h"
 
 inline double fromBits(uint64_t bits) {
-    double x;
-    memcpy(&x, &bits, sizeof x);
-    return x;
+    return std::bit_cast<double>(bits);
 }
 
 inline uint64_t toBits(double x) {
-    uint64_t bits;
-    memcpy(&bits, &x, sizeof bits);
-    return bits;
+    return std::bit_cast<uint64_t>(x);
 }
 
 inline std::string hex(uint64_t value, int digits = 16) {

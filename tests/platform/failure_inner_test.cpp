@@ -20,6 +20,10 @@ bool strdupFails = false;
 bool mallocFails = false;
 size_t lastMallocSize = 0;
 
+int formatOrFail(char* buffer, size_t size, const char* format, va_list arguments) {
+    return snprintfFails ? -5 : vsnprintf(buffer, size, format, arguments);
+}
+
 }  // namespace
 
 extern "C" {
@@ -39,24 +43,18 @@ int __wrap___xpg_strerror_r(int errnum, char* buffer, size_t size) {
 }
 
 int __wrap_snprintf(char* buffer, size_t size, const char* format, ...) {
-    if (snprintfFails) {
-        return -5;
-    }
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(buffer, size, format, arguments);
+    const int length = formatOrFail(buffer, size, format, arguments);
     va_end(arguments);
     return length;
 }
 
 // What snprintf becomes with _FORTIFY_SOURCE.
 int __wrap___snprintf_chk(char* buffer, size_t size, int, size_t, const char* format, ...) {
-    if (snprintfFails) {
-        return -5;
-    }
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(buffer, size, format, arguments);
+    const int length = formatOrFail(buffer, size, format, arguments);
     va_end(arguments);
     return length;
 }

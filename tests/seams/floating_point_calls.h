@@ -8,6 +8,7 @@
 
 #include <math.h>  // signgam
 
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -24,15 +25,11 @@
 namespace floatingPoint {
 
 inline uint64_t bitsOf(double x) {
-    uint64_t bits;
-    memcpy(&bits, &x, sizeof bits);
-    return bits;
+    return std::bit_cast<uint64_t>(x);
 }
 
 inline double fromBits(uint64_t bits) {
-    double x;
-    memcpy(&x, &bits, sizeof x);
-    return x;
+    return std::bit_cast<double>(bits);
 }
 
 // --- Results -----------------------------------------------------------------------------------

@@ -2,6 +2,7 @@
 #ifndef VN_TESTS_TEXT_NUMBERS_NUMBERS_SAMPLES_H
 #define VN_TESTS_TEXT_NUMBERS_NUMBERS_SAMPLES_H
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -18,15 +19,11 @@ inline uint64_t below(Random& random, uint64_t bound) {
 }
 
 inline double fromBits(uint64_t bits) {
-    double x;
-    memcpy(&x, &bits, sizeof x);
-    return x;
+    return std::bit_cast<double>(bits);
 }
 
 inline uint64_t toBits(double x) {
-    uint64_t bits;
-    memcpy(&bits, &x, sizeof bits);
-    return bits;
+    return std::bit_cast<uint64_t>(x);
 }
 
 inline void addWithNeighbours(std::vector<double>& samples, double x) {
