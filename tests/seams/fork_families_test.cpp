@@ -374,6 +374,7 @@ class Hammers {
         void (*call)() = family.hammer;
         for (int i = 0; i < hammers; ++i) {
             threads_.emplace_back([this, call, &family] {
+                --calling_;  // the start of a thread uses the heap, too
                 while (!over_) {
                     if (mayCall()) {
                         call != nullptr ? call() : static_cast<void>(family.call());
@@ -413,7 +414,7 @@ class Hammers {
 
     std::atomic<bool> over_{false};
     std::atomic<bool> held_{false};
-    std::atomic<int> calling_{0};
+    std::atomic<int> calling_{hammers};  // threads that start, or are in a call
     std::vector<std::thread> threads_;
 };
 
