@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "events/event_values.h"
 #include "platform/assertion.h"
 
 namespace vncommon {
@@ -45,18 +46,30 @@ void* toPayload(uint64_t value) {
     return std::bit_cast<void*>(value);
 }
 
-// Allocates a block for an owner, followed by a copy of the text: allocation is most of the cost of
-// a value, and this needs one instead of two. Sets copy to the copied text; null stays null.
+// Allocates a block for an owner, followed by room for a text of this length, which is already
+// terminated: allocation is most of the cost of a value, and this needs one instead of two.
 template <typename Owner>
-Owner* allocateWithText(const char* text, char*& copy) {
+Owner* allocateWithRoom(size_t length, char*& room) {
+    auto* owner = static_cast<Owner*>(malloc(sizeof(Owner) + length + 1));
+    room = reinterpret_cast<char*>(owner + 1);
+    room[length] = '\0';
+    return owner;
+}
+
+// The same with a copy of the text; null stays null.
+template <typename Owner>
+Owner* allocateWithText(const char* text, size_t length, char*& copy) {
     if (text == nullptr) {
         copy = nullptr;
         return static_cast<Owner*>(malloc(sizeof(Owner)));
     }
-    const size_t size = strlen(text) + 1;
-    auto* owner = static_cast<Owner*>(malloc(sizeof(Owner) + size));
-    copy = static_cast<char*>(memcpy(owner + 1, text, size));
+    auto* owner = allocateWithRoom<Owner>(length, copy);
+    memcpy(copy, text, length);
     return owner;
+}
+
+size_t lengthOf(const char* text) {
+    return text != nullptr ? strlen(text) : 0;
 }
 
 // Frees a text that is not in its owner's block, because the caller has replaced ours.
@@ -79,7 +92,7 @@ void append(Vector* vector, uint32_t kind, void* payload) {
 
 void appendText(Vector* vector, uint32_t kind, const char* text) {
     char* copy;
-    auto* value = allocateWithText<VN_EventValue>(text, copy);
+    auto* value = allocateWithText<VN_EventValue>(text, lengthOf(text), copy);
     append(vector, value, kind, copy);
 }
 
@@ -168,13 +181,10 @@ void releaseValues(Vector* values, VN_EventWriter*& waiting) {
 }
 
 }  // namespace
-}  // namespace vncommon
 
-using namespace vncommon;
-
-VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name) {
+VN_EventWriter* newWriter(uint32_t kind, const char* name, size_t length) {
     char* ownName;
-    auto* writer = allocateWithText<VN_EventWriter>(name, ownName);
+    auto* writer = allocateWithText<VN_EventWriter>(name, length, ownName);
     *writer = operations;
     writer->kind = kind;
     writer->name = ownName;
@@ -182,6 +192,27 @@ VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name) {
     writer->values = newValues();
     VN_ASSERT(isValid(writer));
     return writer;
+}
+
+void appendValue(Vector* vector, const VN_EventValue& value) {
+    VN_ASSERT(!holdsText(value.kind));
+    append(vector, value.kind, value.payload);
+}
+
+char* appendRoom(Vector* vector, uint32_t kind, size_t length) {
+    VN_ASSERT(holdsText(kind));
+    char* room;
+    auto* value = allocateWithRoom<VN_EventValue>(length, room);
+    append(vector, value, kind, room);
+    return room;
+}
+
+}  // namespace vncommon
+
+using namespace vncommon;
+
+VN_EventWriter* VN_EventWriter_ctor(uint32_t kind, const char* name) {
+    return newWriter(kind, name, lengthOf(name));
 }
 
 void VN_EventWriter_dtor(VN_EventWriter* writer) {

@@ -24,6 +24,7 @@
 #include <vncommon/file_logger.h>
 #include <vncommon/log.h>
 #include <vncommon/event_writer.h>
+#include <vncommon/event_reader.h>
 #include <vncommon/timestamp_set.h>
 /* clang-format on */
 

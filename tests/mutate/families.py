@@ -31,6 +31,7 @@ SUBJECTS = {
     "platform/owned_text.h": "platform/platform",
     "events/CTimestampSet.cpp": "events/timestamp_set",
     "events/event_text.cpp": "events/event_writer",
+    "events/event_values.h": "events/event_writer",
     "events/event_walk.h": "events/event_writer",
 }
 # Family -> tests from elsewhere, or without a source of their name.

@@ -1,0 +1,156 @@
+#include "events/event_tokens.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include <vncommon/numbers.h>
+
+#include "platform/assertion.h"
+#include "text/numbers/decimal_text.h"
+
+namespace vncommon {
+namespace {
+
+constexpr size_t longestNumber = 24;
+
+VN_EventValue valueOf(uint32_t kind, uint64_t bits) {
+    return {std::bit_cast<void*>(bits), kind};
+}
+
+VN_EventValue asInteger(const char* word) {
+    int64_t value = 0;
+    std::from_chars(word, word + strlen(word), value);
+    return valueOf(VN_EventKind_Integer, static_cast<uint64_t>(value));
+}
+
+VN_EventValue asFloat(const char* word) {
+    const int before = errno;
+    const double value = vn_strtod(word, nullptr);
+    errno = before;
+    return valueOf(VN_EventKind_Float, std::bit_cast<uint64_t>(value));
+}
+
+VN_EventValue asDecimal(const char* word) {
+    return valueOf(VN_EventKind_Decimal, readDecimal(word));
+}
+
+VN_EventValue asBoolean(const char* word) {
+    return valueOf(VN_EventKind_Boolean, *word == 't' ? 1 : 0);
+}
+
+bool isWrittenAs(const VN_EventValue& value, std::string_view word) {
+    constexpr int limit = 32;
+    static_assert(limit > longestNumber);
+    char text[limit + longestNumber];
+    int length = 0;
+    VN_EventWriter_buildString(&value, value.kind, text, &length, limit);
+    VN_ASSERT(length <= limit);
+    return word == std::string_view(text, static_cast<size_t>(length));
+}
+
+// The byte that is written as a backslash and this letter; 0 if there is none.
+char unescaped(char letter) {
+    switch (letter) {
+        case '"':
+        case '\\':
+            return letter;
+        case 't':
+            return '\t';
+        case 'n':
+            return '\n';
+        default:
+            return '\0';
+    }
+}
+
+}  // namespace
+
+bool findScalar(std::string_view word, VN_EventValue& value) {
+    constexpr std::string_view firstBytes = "0123456789-+.INtf";
+    if (word.empty() || word.size() > longestNumber ||
+        firstBytes.find(word.front()) == std::string_view::npos) {
+        return false;
+    }
+    char terminated[longestNumber + 1];
+    *std::copy(word.begin(), word.end(), terminated) = '\0';
+    for (const auto candidate : {asInteger, asFloat, asDecimal, asBoolean}) {
+        value = candidate(terminated);
+        if (isWrittenAs(value, word)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+StringScan::StringScan(std::string_view text, size_t openingQuote)
+    : text_(text), begin_(openingQuote + 1), at_(begin_) {
+    VN_ASSERT(openingQuote < text.size() && text[openingQuote] == '"');
+    while (error_ == nullptr && !closed_) {
+        step();
+    }
+}
+
+void StringScan::copyContent(char* to) const {
+    VN_ASSERT(error_ == nullptr);
+    for (size_t i = begin_; i < at_; ++i) {
+        *to++ = text_[i] == '\\' ? unescaped(text_[++i]) : text_[i];
+    }
+}
+
+void StringScan::step() {
+    if (at_ == text_.size()) {
+        return fail(unexpectedEnd, at_);
+    }
+    switch (text_[at_]) {
+        case '"':
+            return close();
+        case '\0':
+            return fail(zeroByte, at_);
+        case '\\':
+            return escape();
+        case '\t':
+        case '\n':
+            firstPlain_ = std::min(firstPlain_, at_);
+            break;
+        default:
+            break;
+    }
+    ++at_;
+}
+
+void StringScan::escape() {
+    if (at_ + 1 == text_.size()) {
+        return fail(unexpectedEnd, at_ + 1);
+    }
+    const char letter = text_[at_ + 1];
+    if (unescaped(letter) == '\0') {
+        return fail("unknown escape", at_);
+    }
+    if (unescaped(letter) == letter) {
+        needsEscapes_ = true;
+    } else {
+        firstEscaped_ = std::min(firstEscaped_, at_);
+    }
+    ++escapes_;
+    at_ += 2;
+}
+
+// The writer escapes tabs and line feeds exactly if the string has a quote or a backslash.
+void StringScan::close() {
+    closed_ = true;
+    if (needsEscapes_ && firstPlain_ != none) {
+        fail("tab or line feed not escaped", firstPlain_);
+    } else if (!needsEscapes_ && firstEscaped_ != none) {
+        fail("needless escape", firstEscaped_);
+    }
+}
+
+void StringScan::fail(const char* error, size_t at) {
+    error_ = error;
+    at_ = at;
+}
+
+}  // namespace vncommon
