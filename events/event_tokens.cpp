@@ -76,7 +76,7 @@ bool findScalar(std::string_view word, VN_EventValue& value) {
     }
     char terminated[longestNumber + 1];
     *std::copy(word.begin(), word.end(), terminated) = '\0';
-    for (const auto candidate : {asInteger, asFloat, asDecimal, asBoolean}) {
+    for (const auto candidate : {asInteger, asBoolean, asFloat, asDecimal}) {
         value = candidate(terminated);
         if (isWrittenAs(value, word)) {
             return true;

@@ -1,6 +1,9 @@
-/* Builds the examples of docs/event-text.md, and prints each with the calls that make it. */
+/* Builds the examples of docs/event-text.md, and prints each with the calls that make it. Then
+ * reads texts. */
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <vncommon/event_reader.h>
 #include <vncommon/event_writer.h>
 #include <vncommon/numbers.h>
 
@@ -87,10 +90,43 @@ static void wrappers(void) {
     EVENT(e->addOptional(e, 10, NULL));
 }
 
+static void reads(const char* text) {
+    static const char* const kinds[] = {"integer", "string",     "character", "float",
+                                        "decimal", "boolean",    "sequence",  "dictionary",
+                                        "event",   "unformatted"};
+    VN_EventReader reader;
+    VN_EventReader_init(&reader);
+    VN_EventWriter* writer = VN_EventReader_read(&reader, text, strlen(text));
+    printf("%-54s", text);
+    if (writer == NULL) {
+        printf(" %s at %zu", reader.error, reader.position);
+    }
+    for (uint32_t i = 0; writer != NULL && i < writer->values->size; ++i) {
+        const VN_EventValue* value = vn_Vector_get(writer->values, i);
+        printf(" %s", kinds[value->kind]);
+    }
+    puts("");
+    VN_EventWriter_dtor(writer);
+}
+
+static void reading(void) {
+    reads("[-5,2.5,+25E-1,true]");
+    reads("[100,1e+06,NaN,Infinity]");
+    reads("[1.50,007,text,2 < 3]");
+    reads("[\"x\",\"\"\",\"\\\",5]");
+    reads("[\"\\\",5\"]");
+    reads("[[1],{1:2},E(),any(integer,7)]");
+    reads("[,1]");
+    reads("[1,2");
+    reads("[\"a\\tb\"]");
+    reads("{1}");
+}
+
 int main(void) {
     scalars();
     strings();
     nested();
     wrappers();
+    reading();
     return 0;
 }

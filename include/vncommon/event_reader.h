@@ -49,7 +49,7 @@
  *     "text after the end"                         the first byte after the value
  *
  * Memory comes from malloc and is not checked, as in the event writer. The values need much more
- * than their text, up to some 150 bytes for each byte of it: maxSize limits that.
+ * than their text, up to some 200 bytes for each byte of it: maxSize limits that.
  *
  * Cost: linear in the length of the text. Nothing is recursive.
  *

@@ -22,6 +22,23 @@ void writeEvent() {
     inject([event] { VN_EventWriter_dtor(event); });
 }
 
+void readEvent() {
+    const std::string text = "Tick(5,\"a\\\"b\",1.5e-300,[{1:+15E-1}],other,5e-324)";
+    VN_EventReader reader;
+    VN_EventReader_init(&reader);
+    const auto read = [&](size_t length) {
+        return inject([&] { return VN_EventReader_read(&reader, text.data(), length); });
+    };
+    CHECK(read(text.size() - 1) == nullptr);
+    CHECK(equal(reader.error, "unexpected end"));
+    VN_EventWriter* event = read(text.size());
+    CHECK(reader.error == nullptr);
+    char* again = VN_EventWriter_toString(event);
+    CHECK(again == text);
+    free(again);
+    VN_EventWriter_dtor(event);
+}
+
 // A failed lock does not stop the only thread.
 void stamp() {
     makeProcessLogger();
@@ -51,6 +68,7 @@ std::vector<Scenario> eventScenarios() {
     const std::vector<std::string> warning = {
         "VN_TimestampSet_getRelativeTime(): gettimeofday() failed, errno = "};
     return {
+        {"eventReader", readEvent, Memory::none},
         {"eventWriter", writeEvent, Memory::none},
         {.name = "timestampSets",
          .run = stamp,

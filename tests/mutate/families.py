@@ -31,6 +31,8 @@ SUBJECTS = {
     "platform/owned_text.h": "platform/platform",
     "events/CTimestampSet.cpp": "events/timestamp_set",
     "events/event_text.cpp": "events/event_writer",
+    "events/event_tokens.cpp": "events/event_reader",
+    "events/event_tokens.h": "events/event_reader",
     "events/event_values.h": "events/event_writer",
     "events/event_walk.h": "events/event_writer",
 }

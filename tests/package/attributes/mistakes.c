@@ -9,6 +9,7 @@ extern Vector* vector;
 extern HashMap* map;
 extern VN_ConfigFile* config;
 extern VN_EventWriter* writer;
+extern VN_EventReader reader;
 extern VN_TimestampSet* stamps;
 extern CStringBuffer text;
 extern vn_Semaphore semaphore;
@@ -81,6 +82,7 @@ void ignored_texts(void) {
     FileLogger_ctor();                                                      /* unused-result */
     VN_EventWriter_ctor(VN_EventKind_Event, "x");                           /* unused-result */
     VN_EventWriter_toString(writer);                                        /* unused-result */
+    VN_EventReader_read(&reader, "[]", 2);                                  /* unused-result */
     valueToString(&value);                                                  /* unused-result */
     VN_TimestampSet_ctor();                                                 /* unused-result */
     VN_TimestampSet_copy(stamps);                                           /* unused-result */
