@@ -1,9 +1,10 @@
 // Event reader: one scan of the text from left to right.
 //
-// Every value is added to its writer, and every writer to its parent, as soon as its first byte is
-// read. So the outermost writer owns everything at any time, and an error destroys only that one.
+// Every value is added to its writer as soon as it is read, and every writer to its parent as soon
+// as its bracket is read. So the outermost writer owns everything at any time, and an error
+// destroys just that one. A dictionary whose entry is incomplete has one key more than values.
 //
-// What is accepted renders as the same bytes: event_tokens.h sees to that for words and strings.
+// What is accepted renders as the same bytes: event_tokens.h accepts no other words and strings.
 #include <vncommon/event_reader.h>
 
 #include <algorithm>
