@@ -14,7 +14,7 @@
 namespace vncommon {
 namespace {
 
-constexpr size_t longestNumber = 24;
+constexpr size_t longestNumber = 24;  // of a float: -1.2345678901234567e-308
 
 VN_EventValue valueOf(uint32_t kind, uint64_t bits) {
     return {std::bit_cast<void*>(bits), kind};
@@ -42,12 +42,10 @@ VN_EventValue asBoolean(const char* word) {
 }
 
 bool isWrittenAs(const VN_EventValue& value, std::string_view word) {
-    constexpr int limit = 32;
-    static_assert(limit > longestNumber);
-    char text[limit + longestNumber];
+    char text[2 * longestNumber + 1];  // the room that VN_EventWriter_buildString requires
     int length = 0;
-    VN_EventWriter_buildString(&value, value.kind, text, &length, limit);
-    VN_ASSERT(length <= limit);
+    VN_EventWriter_buildString(&value, value.kind, text, &length, longestNumber);
+    VN_ASSERT(length <= int{longestNumber});
     return word == std::string_view(text, static_cast<size_t>(length));
 }
 
