@@ -238,7 +238,7 @@ class Parser {
 using namespace vncommon;
 
 void VN_EventReader_init(VN_EventReader* reader) {
-    *reader = {VN_EventReader_usualDepth, VN_EventReader_usualSize, nullptr, 0};
+    *reader = {VN_EventReader_defaultDepth, VN_EventReader_defaultSize, nullptr, 0};
 }
 
 VN_EventWriter* VN_EventReader_read(VN_EventReader* reader, const char* text, size_t length) {

@@ -23,9 +23,10 @@
  *                    writes as these bytes. So 100 is an integer, and a float without fraction or
  *                    exponent is one as well.
  *     [ ] { } ( )    a sequence, a dictionary, an event
- *     other bytes    unformatted text (kind 9), up to a comma, a bracket or, in a key, a colon.
- * Also numbers in another form: 1.50, +5, 007, integers outside of 64 bits. no bytes       empty
- * unformatted text; as an event without a name, and a missing key, are written
+ *     other bytes    unformatted text (kind 9), up to a comma, a bracket or, in a key, a colon;
+ *                    also numbers in another form: 1.50, +5, 007, integers beyond 64 bits
+ *     no bytes       empty unformatted text; an event without a name and a missing key are written
+ *                    like this
  *
  * An `any` and an `optional` read as events of that name; a type name with a comma reads as two
  * values. The name of an event is any text without comma, bracket or zero byte that does not begin
@@ -66,8 +67,8 @@
 VN_BEGIN_DECLS
 
 enum {
-    VN_EventReader_usualDepth = 100,       /**< maxDepth after VN_EventReader_init */
-    VN_EventReader_usualSize = 1024 * 1024 /**< maxSize after VN_EventReader_init */
+    VN_EventReader_defaultDepth = 100,       /**< maxDepth after VN_EventReader_init */
+    VN_EventReader_defaultSize = 1024 * 1024 /**< maxSize after VN_EventReader_init */
 };
 
 /** Limits and result of a reading. Owns nothing, so it needs no cleanup. The caller may change the
@@ -79,7 +80,7 @@ typedef struct VN_EventReader {
     size_t position;   /**< the offset of the error; without an error, how much was read */
 } VN_EventReader;
 
-/** Sets the usual limits, no error, and position 0. Since 1.1. */
+/** Sets the default limits, no error, and position 0. Since 1.1. */
 VN_API void VN_EventReader_init(VN_EventReader* reader);
 
 /** Reads a text that is exactly one event, sequence or dictionary. length is its number of bytes;
