@@ -22,6 +22,7 @@
 
 #include "logging/log_support.h"
 #include "support/child_process.h"
+#include "support/pause_at_fork.h"
 
 namespace {
 
@@ -342,8 +343,7 @@ VN_CHILD(allThreadsInTheStorm) {
 TEST(Rotation, StormOfSignalsDoesNotDeadlock) {
     for (const char* child : {"mainThreadInTheStorm", "allThreadsInTheStorm"}) {
         const TestDirectory directory;
-        const ChildResult result =
-            runChild(child, {.workingDirectory = directory.file(""), .timeoutSeconds = 60});
+        const ChildResult result = runChild(child, {.workingDirectory = directory.file("")});
         EXPECT_EQ(result.signal, 0) << child << " hangs";
         EXPECT_EQ(result.exitStatus, 0) << child << result.err;
         for (const std::string& line : linesOf(contentsOf(directory.file("log.kept")))) {
@@ -536,18 +536,21 @@ TEST(Rotation, ReinstallingKeepsTheChain) {
 
 VN_CHILD(forksWhileThreadsLog) {
     constexpr int children = 60;
+    constexpr int threadCount = 4;
     TestLogger logger("log");
     std::atomic<bool> done{false};
+    PauseAtFork pause(threadCount);
     bool ok = true;
     {
-        Threads writers(4, [&](int) {
+        Threads writers(threadCount, [&](int) {
             while (!done) {
+                pause.here();
                 FileLogger_LogInfo(logger, "parent %s", std::string(2000, 'p').c_str());
                 TestLogger registers;
             }
         });
         for (int i = 0; i < children; ++i) {
-            const pid_t pid = fork();
+            const pid_t pid = pause.fork();
             if (pid == 0) {
                 logInChild(logger, i);
             }

@@ -24,24 +24,14 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/pause_at_fork.h"
 #include "support/temporary_folder.h"
 
 namespace {
 
-// What a call uses. A sanitizer's run time guards the heap and streams with its own locks, which
-// can stay locked in the child. For such calls the threads pause while the main thread forks.
-enum class Uses { nothing, heap, streams };
-#if defined(__SANITIZE_THREAD__)
-constexpr int forks = 30;
-constexpr Uses pauseFor = Uses::heap;
-#elif defined(__SANITIZE_ADDRESS__)
-constexpr int forks = 30;
-constexpr Uses pauseFor = Uses::heap;
-#else
-constexpr int forks = 200;
-#endif
+constexpr int forks = childrenMayAllocate ? 200 : 30;
 constexpr int hammers = 3;
-constexpr unsigned hangSeconds = 30;  // far longer than a child's call takes
+constexpr unsigned hangSeconds = 300;  // far longer than a child's call takes
 
 std::atomic<bool> slotsAreSlow{false};
 
@@ -239,6 +229,13 @@ bool readTheClock() {
     return right && vn_sys_time() > 0;
 }
 
+// The first reading allocates. Only a sanitizer's heap does not allow that beside a fork.
+void readTheTimeZone() {
+    if (!childrenMayAllocate) {
+        readTheClock();
+    }
+}
+
 // Does not check the values: concurrent readings may mix them.
 bool askForSwapRates() {
     double in;
@@ -305,6 +302,23 @@ bool stampAndRead() {
     return right;
 }
 
+// With enough sets for the threads and a child, nobody allocates any more.
+void fillThePool() {
+    if (childrenMayAllocate) {
+        return;
+    }
+    VN_TimestampSet* sets[hammers + 2];
+    for (VN_TimestampSet*& set : sets) {
+        set = VN_TimestampSet_ctor();
+        for (uint64_t stage = 1; stage <= 6; ++stage) {
+            VN_TimestampSet_addTime(set, stage, 0.5);
+        }
+    }
+    for (VN_TimestampSet* set : sets) {
+        VN_TimestampSet_dtor(set);
+    }
+}
+
 bool talk() {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
@@ -326,7 +340,7 @@ struct Family {
     void (*hammer)() = nullptr;   // what the threads call; null: the same function
     void (*prepare)() = nullptr;  // called first, in the main thread
     int share = 1;                // divides the number of forks, for slow calls
-    Uses uses = Uses::heap;
+    bool usesHeap = true;         // or streams; then the threads pause under a sanitizer
 };
 
 void PrintTo(const Family& family, std::ostream* out) {
@@ -342,19 +356,19 @@ const Family families[] = {
     {.name = "utf8", .call = useUTF8},
     {.name = "codepage", .call = useCodePage},
     {.name = "numbers", .call = convertNumbers, .share = 20},
-    {.name = "conversion_locks", .call = lockConversion, .uses = Uses::nothing},
-    {.name = "decimals", .call = writeDecimals, .uses = Uses::nothing},
+    {.name = "conversion_locks", .call = lockConversion, .usesHeap = false},
+    {.name = "decimals", .call = writeDecimals, .usesHeap = false},
     {.name = "discovery", .call = discover},
     {.name = "platform", .call = namePlatform},
-    {.name = "files", .call = openFiles, .uses = Uses::streams},
-    {.name = "clock", .call = readTheClock, .uses = Uses::nothing},
-    {.name = "swap_rates", .call = askForSwapRates, .uses = Uses::streams},
-    {.name = "maths", .call = calculate, .uses = Uses::nothing},
+    {.name = "files", .call = openFiles},
+    {.name = "clock", .call = readTheClock, .prepare = readTheTimeZone, .usesHeap = false},
+    {.name = "swap_rates", .call = askForSwapRates},
+    {.name = "maths", .call = calculate, .usesHeap = false},
     {.name = "configuration", .call = readConfiguration, .prepare = loadConfiguration},
     {.name = "log", .call = writeLogLines, .prepare = logToNowhere},
     {.name = "loggers", .call = useLogger},
     {.name = "events", .call = writeEvent},
-    {.name = "timestamp_sets", .call = stampAndRead, .uses = Uses::nothing},
+    {.name = "timestamp_sets", .call = stampAndRead, .prepare = fillThePool, .usesHeap = false},
     {.name = "sockets", .call = talk},
 };
 
@@ -367,21 +381,21 @@ const Family* findFamily(const std::string& name) {
     return nullptr;
 }
 
-// Threads that call the family in a loop. hold() stops them between two calls.
+// Threads that call the family in a loop.
 class Hammers {
   public:
-    explicit Hammers(const Family& family) {
-        void (*call)() = family.hammer;
+    explicit Hammers(const Family& family) : family_(family) {
         for (int i = 0; i < hammers; ++i) {
-            threads_.emplace_back([this, call, &family] {
-                --calling_;  // the start of a thread uses the heap, too
+            threads_.emplace_back([this] {
                 while (!over_) {
-                    if (mayCall()) {
-                        call != nullptr ? call() : static_cast<void>(family.call());
-                        --calling_;
-                    }
+                    pause_.here();
+                    call();
                 }
             });
+        }
+        if (!childrenMayAllocate) {  // the start of a thread uses the heap, too
+            pause_.begin();
+            pause_.end();
         }
     }
     ~Hammers() {
@@ -393,53 +407,26 @@ class Hammers {
     Hammers(const Hammers&) = delete;
     Hammers& operator=(const Hammers&) = delete;
 
-    void hold() {
-        held_ = true;
-        while (calling_ > 0) {
-            usleep(20);
-        }
-    }
-    void release() { held_ = false; }
+    pid_t fork() { return family_.usesHeap ? pause_.fork() : ::fork(); }
 
   private:
-    bool mayCall() {
-        ++calling_;
-        if (held_) {
-            --calling_;
-            usleep(100);
-            return false;
+    void call() const {
+        if (family_.hammer != nullptr) {
+            family_.hammer();
+        } else {
+            family_.call();
         }
-        return true;
     }
 
+    const Family& family_;
+    PauseAtFork pause_{hammers};
     std::atomic<bool> over_{false};
-    std::atomic<bool> held_{false};
-    std::atomic<int> calling_{hammers};  // threads that start, or are in a call
     std::vector<std::thread> threads_;
 };
 
-bool mustPause([[maybe_unused]] const Family& family) {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-    return family.uses >= pauseFor;
-#else
-    return false;
-#endif
-}
-
-pid_t forkChild(const Family& family, Hammers& threads) {
-    if (mustPause(family)) {
-        threads.hold();
-    }
-    const pid_t child = fork();
-    if (child != 0) {
-        threads.release();
-    }
-    return child;
-}
-
 // Forks; returns whether the child's call gave the right results, and prints a line if not.
 bool childManages(const Family& family, Hammers& threads, int round) {
-    const pid_t child = forkChild(family, threads);
+    const pid_t child = threads.fork();
     if (child == 0) {
         signal(SIGALRM, SIG_DFL);
         alarm(hangSeconds);

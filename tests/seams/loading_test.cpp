@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "support/child_process.h"
+#include "support/pause_at_fork.h"
 
 namespace {
 
@@ -57,7 +58,7 @@ VN_CHILD(logsFirstBesideAPlugin) {
 }
 
 TEST(Loading, FirstLineOfAPluginBesideTheFirstLineOfMain) {
-    const ChildResult child = runChild("logsFirstBesideAPlugin", {.timeoutSeconds = 60});
+    const ChildResult child = runChild("logsFirstBesideAPlugin");
     EXPECT_EQ(child.signal, 0) << "hangs";
     EXPECT_EQ(child.exitStatus, 0) << child.out;
     EXPECT_NE(child.err.find("] - plugin\n"), std::string::npos) << child.err;
@@ -69,16 +70,18 @@ TEST(Loading, FirstLineOfAPluginBesideTheFirstLineOfMain) {
 VN_CHILD(forksWhileAPluginIsLoaded) {
     inConstructor = true;
     std::atomic<bool> done{false};
-    std::thread loads([&done] {
+    PauseAtFork pause(1);
+    std::thread loads([&] {
         while (!done) {
+            pause.here();
             dlclose(dlopen(VN_PLUGIN, RTLD_NOW));
         }
     });
     int bad = 0;
     for (int i = 0; i < 300 && bad == 0; ++i) {
-        const pid_t child = fork();
+        const pid_t child = pause.fork();
         if (child == 0) {
-            alarm(20);
+            alarm(300);
             VN_LogInfo("child");
             syscall(SYS_exit_group, 0);  // exit() could hang on a lock that dlclose() held
         }
@@ -92,7 +95,7 @@ VN_CHILD(forksWhileAPluginIsLoaded) {
 }
 
 TEST(Loading, FirstLineOfAChildWhileTheParentLoadsALibrary) {
-    const ChildResult child = runChild("forksWhileAPluginIsLoaded", {.timeoutSeconds = 60});
+    const ChildResult child = runChild("forksWhileAPluginIsLoaded");
     EXPECT_EQ(child.signal, 0) << "hangs";
     EXPECT_EQ(child.exitStatus, 0) << child.err.substr(0, 300);
 }
