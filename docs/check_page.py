@@ -58,7 +58,7 @@ def main():
 
     environment = {**os.environ, "LC_ALL": "C.UTF-8"}
     run = subprocess.run([program], cwd=folder, env=environment, stdout=subprocess.PIPE,
-                         stdin=subprocess.DEVNULL, timeout=60)
+                         stdin=subprocess.DEVNULL, timeout=600)
     if run.returncode != 0:
         fail(f"{program} ended with status {run.returncode}")
     wanted = comparable(expected["text"], expected["above"])

@@ -13,7 +13,7 @@ import unittest
 
 PROGRAMS = None
 DEPLOY = pathlib.Path(__file__).resolve().parents[2] / "examples/deploy"
-PATIENCE = 30  # seconds
+PATIENCE = 600  # seconds
 
 # A stand-in for systemctl. $RELOAD is the service's reload command; empty means that the service is
 # stopped. systemctl(1): reload then fails, and try-reload-or-restart does nothing.

@@ -1,7 +1,6 @@
 // The queue. Vector and HashMap make no call whose failure they check.
 #include <vncommon/vncommon.h>
 
-#include <chrono>
 #include <thread>
 
 #include "faults/scenarios.h"
@@ -14,11 +13,13 @@ vn_qtsElement element(uintptr_t number) {
     return {{reinterpret_cast<void*>(number), nullptr, nullptr}};
 }
 
-// The element is present, but its semaphore unit comes late, so the remover must sleep.
+// The element is present, but its semaphore unit comes only when the remover waits for it.
 void removeAsleep(vn_qtsQueue* queue, vn_qtsElement* out) {
     CHECK(!vn_Semaphore_trywait(&queue->available));
     std::thread late([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        while (!hasWaited()) {
+            std::this_thread::yield();
+        }
         vn_Semaphore_post(&queue->available);
     });
     inject([&] { vn_qtsRemove(queue, out); });

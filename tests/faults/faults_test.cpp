@@ -108,7 +108,6 @@ Outcome runOnce(const Scenario& scenario, const Plan& plan) {
     options.environment[folderVariable] = files.path();
     options.arguments = {scenario.name};
     options.workingDirectory = files.path();
-    options.timeoutSeconds = 20;
     Outcome run{runChild("runScenario", options), {}, {}};
     std::istringstream lines(run.child.out);
     std::string word;

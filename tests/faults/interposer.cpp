@@ -55,6 +55,7 @@ bool planRead = false;
 uint64_t counted = 0;
 thread_local bool armed = false;
 std::atomic<int64_t> live{0};
+std::atomic<bool> waited{false};
 
 constexpr int mostNames = 64;
 const char* failedNames[mostNames];  // in the last injection
@@ -294,6 +295,10 @@ bool failed(const char* call) {
     return false;
 }
 
+bool hasWaited() {
+    return waited;
+}
+
 bool everFailed() {
     return failedEver;
 }
@@ -408,6 +413,11 @@ size_t half(size_t count) {
     return count < 2 ? count : count / 2;
 }
 
+sem_t* waitedFor(sem_t* semaphore) {
+    waited = true;
+    return semaphore;
+}
+
 }  // namespace
 
 // Files.
@@ -513,7 +523,7 @@ VN_SYSTEM_CALL(sem_init, EINVAL, plain, (sem_t * semaphore, int shared, unsigned
                (semaphore, shared, count))
 VN_SYSTEM_CALL(sem_destroy, EINVAL, plain, (sem_t * semaphore), (semaphore))
 VN_SYSTEM_CALL(sem_post, EOVERFLOW, plain, (sem_t * semaphore), (semaphore))
-VN_SYSTEM_CALL(sem_wait, EINVAL, interruptible | once, (sem_t * semaphore), (semaphore))
+VN_SYSTEM_CALL(sem_wait, EINVAL, interruptible | once, (sem_t * semaphore), (waitedFor(semaphore)))
 VN_SYSTEM_CALL(sem_trywait, EAGAIN, interruptible, (sem_t * semaphore), (semaphore))
 
 // Libraries.

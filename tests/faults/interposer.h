@@ -55,6 +55,7 @@ auto inject(Body body) {
 bool failed();                  // whether any call failed in the last injection
 bool failed(const char* call);  // whether this one did
 bool everFailed();              // in any injection
+bool hasWaited();               // whether any thread has called sem_wait
 
 int64_t liveBlocks();  // heap blocks allocated and not freed
 uint64_t countedCalls();

@@ -15,7 +15,7 @@ import support
 OPTIONS = None
 SKIPPED = 77
 PACKAGES = ["libvncommon1", "libvncommon-dev", "libvncommon-java", "vninfo"]
-LOCK_PATIENCE = 120  # seconds; another package manager may be at work
+LOCK_PATIENCE = 600  # seconds; another package manager may be at work
 
 
 def dpkg(*arguments):

@@ -33,7 +33,7 @@ if(NOT VN_SANITIZE)
                 ${PROJECT_SOURCE_DIR}/platform/fdlibm/support.c
                 ${PROJECT_SOURCE_DIR}/platform/maths.cpp
                 ${CMAKE_CURRENT_SOURCE_DIR}/maths_checksum.cpp)
-    set_tests_properties(maths_same_bits_test PROPERTIES TIMEOUT 300)
+    set_tests_properties(maths_same_bits_test PROPERTIES TIMEOUT 1800)
 endif()
 
 add_test(NAME maths_symbols_test
@@ -74,7 +74,7 @@ if(Java_JAVAC_EXECUTABLE)
     target_link_libraries(maths_strictmath PRIVATE vncommon_inner)
     add_test(NAME maths_strictmath_test
         COMMAND maths_strictmath ${Java_JAVA_EXECUTABLE} ${CMAKE_CURRENT_BINARY_DIR} 10000 1)
-    set_tests_properties(maths_strictmath_test PROPERTIES TIMEOUT 300)
+    set_tests_properties(maths_strictmath_test PROPERTIES TIMEOUT 1800)
 else()
     message(STATUS "No JDK: the mathematics is not compared with StrictMath")
 endif()

@@ -3,6 +3,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -388,20 +389,25 @@ void startAlarms() {
     setitimer(ITIMER_REAL, &every10ms, nullptr);
 }
 
+// Prints the shortest time of a sleep. Alarms that come while the thread waits for a processor
+// count once.
 VN_CHILD(sleepThroughSignals) {
     startAlarms();
-    const auto start = Clock::now();
-    vn_sleep(static_cast<uint32_t>(atoi(arguments[0].c_str())));
-    const auto slept = Clock::now() - start;
-    printf("%d %ld", alarms >= 3, std::chrono::duration_cast<milliseconds>(slept).count());
+    Clock::duration shortest = Clock::duration::max();
+    do {
+        const auto start = Clock::now();
+        vn_sleep(static_cast<uint32_t>(atoi(arguments[0].c_str())));
+        shortest = std::min(shortest, Clock::now() - start);
+    } while (alarms < 3);
+    printf("%ld", std::chrono::duration_cast<milliseconds>(shortest).count());
     return 0;
 }
 
 TEST(Sleep, LastsItsTimeWhateverInterrupts) {
     for (const int duration : {300, 1500}) {
         const ChildResult child = run("sleepThroughSignals", {std::to_string(duration)});
-        EXPECT_EQ(child.out.substr(0, 2), "1 ");
-        EXPECT_GE(atol(child.out.c_str() + 2), duration);
+        EXPECT_EQ(child.exitStatus, 0);
+        EXPECT_GE(atol(child.out.c_str()), duration);
         EXPECT_EQ(child.err, "");
     }
 }

@@ -15,7 +15,7 @@ def scripts():
 def run(*command):
     with tempfile.TemporaryDirectory(prefix="vn-scripts-") as elsewhere:
         return subprocess.run(command, cwd=elsewhere, text=True, capture_output=True, check=False,
-                              stdin=subprocess.DEVNULL, timeout=60)
+                              stdin=subprocess.DEVNULL, timeout=600)
 
 
 class Scripts(unittest.TestCase):

@@ -49,4 +49,4 @@ add_test(NAME user_flags_test
             --folder ${CMAKE_CURRENT_BINARY_DIR}/user_flags
             --program $<TARGET_FILE:floating_point_print>)
 list(APPEND tests user_flags_test)
-set_tests_properties(${tests} PROPERTIES LABELS seams TIMEOUT 900)
+set_tests_properties(${tests} PROPERTIES LABELS seams TIMEOUT 1800)

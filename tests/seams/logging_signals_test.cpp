@@ -50,9 +50,8 @@ namespace {
 
 void expectSuccess(const char* child, const std::vector<std::string>& arguments = {}) {
     const TestDirectory directory;
-    const ChildResult result = runChild(
-        child,
-        {.arguments = arguments, .workingDirectory = directory.file(""), .timeoutSeconds = 60});
+    const ChildResult result =
+        runChild(child, {.arguments = arguments, .workingDirectory = directory.file("")});
     EXPECT_EQ(result.signal, 0) << child;
     EXPECT_EQ(result.exitStatus, 0) << child << "\n" << result.out << result.err;
 }

@@ -31,8 +31,7 @@ std::string sanitizerOptions() {
 
 ChildResult run(const std::string& name) {
     return runChild(name, {.environment = {{"VN_ABORT_ON_OOM", std::nullopt},
-                                           {"TSAN_OPTIONS", sanitizerOptions()}},
-                           .timeoutSeconds = 60});
+                                           {"TSAN_OPTIONS", sanitizerOptions()}}});
 }
 
 void say(const char* text) {

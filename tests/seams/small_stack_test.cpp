@@ -56,6 +56,14 @@ int listen() {
     return listener;
 }
 
+// Bound, so that no other program listens on its port.
+int onlyBind() {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in any{};
+    any.sin_family = AF_INET;
+    return bind(fd, reinterpret_cast<sockaddr*>(&any), sizeof any) == 0 ? fd : -1;
+}
+
 int portOf(int listener) {
     sockaddr_in address{};
     socklen_t size = sizeof address;
@@ -65,19 +73,18 @@ int portOf(int listener) {
 
 // Connects to a listener, and to a port without one.
 VN_CHILD(connectByDottedHost) {
-    const int listener = listen();
-    const int port = portOf(listener);
     std::string messages;
-    const auto connect = [&] {
+    const auto connectTo = [&messages](int port) {
         int fd = -1;
         char* message = vn_socketConnect("127.0.0.1", port, &fd);
         messages += message != nullptr ? message : "connected\n";
         vn_free(message);
         vn_socketClose(fd);
     };
-    ThreadStack(smallest).run(connect);
-    vn_socketClose(listener);
-    ThreadStack(smallest).run(connect);
+    for (const int other : {listen(), onlyBind()}) {
+        ThreadStack(smallest).run([&connectTo, port = portOf(other)] { connectTo(port); });
+        vn_socketClose(other);
+    }
     return messages == "connected\nFailed to connect to host." ? 9 : 1;
 }
 

@@ -20,7 +20,7 @@ struct ChildOptions {
     std::map<std::string, std::optional<std::string>> environment = {};
     std::vector<std::string> arguments = {};  // passed to the child's body
     std::string workingDirectory = {};        // empty: the parent's
-    int timeoutSeconds = 120;                 // after it the child is killed: signal is SIGKILL
+    int timeoutSeconds = 600;                 // after it the child is killed: signal is SIGKILL
 };
 
 struct ChildResult {

@@ -13,7 +13,7 @@ import tempfile
 import unittest
 
 PROGRAM = LIBRARY = PRINTERS = PAGE = None
-PATIENCE = 240  # seconds
+PATIENCE = 600  # seconds
 SKIPPED = 77
 
 
