@@ -23,6 +23,8 @@ constexpr Quantity quantities[] = {
     {"heap in use MiB", &Sample::heapBytes, mebibyte, 0.02, 0.25 * mebibyte},
     {"descriptors", &Sample::descriptors, 1, 0, 3},  // a few are open only for a moment
 };
+constexpr size_t longRun = 40;               // samples
+constexpr double momentaryDescriptors = 30;  // of all threads, in a quarter of a few samples
 
 double median(const std::vector<Sample>& samples, size_t from, size_t to, double Sample::*value) {
     std::vector<double> values;
@@ -64,7 +66,7 @@ Sample measure() {
 }
 
 bool reportFlatness(const char* process, const std::vector<Sample>& samples) {
-    if (samples.size() < 4) {
+    if (samples.size() < fewestSamples) {
         printf("%s: %zu samples are too few\n", process, samples.size());
         return false;
     }
@@ -74,8 +76,10 @@ bool reportFlatness(const char* process, const std::vector<Sample>& samples) {
         const double before = median(samples, quarter, 2 * quarter, quantity.value);
         const double after =
             median(samples, samples.size() - quarter, samples.size(), quantity.value);
-        const double allowed = before * quantity.relativeTolerance + quantity.tolerance;
-        const bool judged = samples.size() >= 40 || quantity.value == &Sample::descriptors;
+        const bool isLong = samples.size() >= longRun;
+        const double allowed = before * quantity.relativeTolerance +
+                               (isLong ? quantity.tolerance : momentaryDescriptors);
+        const bool judged = isLong || quantity.value == &Sample::descriptors;
         const bool rose = after - before > allowed;
         printf("%-8s %-16s second quarter %9.2f, last quarter %9.2f, allowed +%.2f: %s\n", process,
                quantity.name, before / quantity.unit, after / quantity.unit,

@@ -102,9 +102,11 @@ class Soak {
         samples.reserve(4096);
     }
 
+    // Lasts longer if the other process is slow to start.
     void run(int seconds) {
+        waitForWorkers();
         const auto start = Clock::now();
-        for (int second = 1; second <= seconds && failureCount() == 0; ++second) {
+        for (int second = 1; !isOver(second, seconds); ++second) {
             waitUntil(start + std::chrono::seconds(second));
             log.rotate();
             loader.read();
@@ -128,6 +130,19 @@ class Soak {
     }
 
   private:
+    // A worker opens a connection in its first round and keeps it.
+    void waitForWorkers() const {
+        for (const Worker& worker : workers) {
+            while (worker.rounds == 0 && failureCount() == 0) {
+                vn_sleep(1);
+            }
+        }
+    }
+
+    bool isOver(int second, int seconds) const {
+        return failureCount() > 0 || (second > seconds && loader.samples.size() >= fewestSamples);
+    }
+
     // SIGHUP may end a sleep early.
     static void waitUntil(Clock::time_point time) {
         while (Clock::now() < time) {
