@@ -268,6 +268,7 @@ TEST(Rotation, FallsBackToStandardErrorWithoutLosingALine) {
 // ---- No deadlock ----
 
 volatile sig_atomic_t passedOn = 0;
+std::atomic<unsigned> roundsDone{0};
 
 void count(int) {
     passedOn = passedOn + 1;
@@ -288,10 +289,12 @@ void keepBusy(const std::string& file, unsigned seed, std::chrono::milliseconds 
         FileLogger_SetFilename(logger, "/no/such/quiet", 0, 0);
         FileLogger_ReOpen(kept);
         FileLogger_SetFD(logger, 2);
+        ++roundsDone;
     }
 }
 
-// Sends SIGHUP to the threads in turn during its life.
+// Sends SIGHUP to the threads in turn during its life. Between two bursts a thread finishes a
+// round: on a slow machine the threads would otherwise do nothing but handle signals.
 class Storm {
   public:
     explicit Storm(std::vector<pthread_t> targets)
@@ -302,7 +305,8 @@ class Storm {
               pthread_sigmask(SIG_BLOCK, &sighup, nullptr);
               for (size_t i = 0; !done; ++i) {
                   pthread_kill(targets[i % targets.size()], SIGHUP);
-                  if (i % 64 == 0) {
+                  const unsigned before = roundsDone;
+                  while (i % 64 == 0 && roundsDone == before && !done) {
                       std::this_thread::sleep_for(50us);
                   }
               }

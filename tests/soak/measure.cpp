@@ -77,9 +77,11 @@ bool reportFlatness(const char* process, const std::vector<Sample>& samples) {
         const double after =
             median(samples, samples.size() - quarter, samples.size(), quantity.value);
         const bool isLong = samples.size() >= longRun;
-        const double allowed = before * quantity.relativeTolerance +
-                               (isLong ? quantity.tolerance : momentaryDescriptors);
-        const bool judged = isLong || quantity.value == &Sample::descriptors;
+        const bool isDescriptors = quantity.value == &Sample::descriptors;
+        const double tolerance =
+            isLong || !isDescriptors ? quantity.tolerance : momentaryDescriptors;
+        const double allowed = before * quantity.relativeTolerance + tolerance;
+        const bool judged = isLong || isDescriptors;
         const bool rose = after - before > allowed;
         printf("%-8s %-16s second quarter %9.2f, last quarter %9.2f, allowed +%.2f: %s\n", process,
                quantity.name, before / quantity.unit, after / quantity.unit,
