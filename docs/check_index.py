@@ -3,7 +3,7 @@
 
 It begins as the README does, lists every page once under the page's own title, and names every
 public header. In the finished SITE the sidebar and the menu of small screens show all of them, and
-the search knows every page.
+the search knows every page. The README must stay short.
 """
 import html
 import pathlib
@@ -11,6 +11,8 @@ import re
 import sys
 
 import make_site
+
+LONGEST_README = 150  # lines
 
 
 def first_paragraph(text):
@@ -23,6 +25,12 @@ def section(text, heading):
 
 def title(page):
     return page.read_text(encoding="utf-8").splitlines()[0].removeprefix("# ")
+
+
+def length(readme):
+    lines = readme.count("\n")
+    if lines > LONGEST_README:
+        yield f"README.md has {lines} lines, more than {LONGEST_README}; move details to docs/"
 
 
 def beginnings(readme, index):
@@ -86,7 +94,7 @@ def main():
     root = pathlib.Path(sys.argv[1])
     index = (root / "docs" / "index.md").read_text(encoding="utf-8")
     readme = (root / "README.md").read_text(encoding="utf-8")
-    faults = [*beginnings(readme, index), *titles(root / "docs", index),
+    faults = [*length(readme), *beginnings(readme, index), *titles(root / "docs", index),
               *headers(root / "include" / "vncommon", index)]
     if len(sys.argv) > 2:
         site = pathlib.Path(sys.argv[2])
