@@ -86,9 +86,14 @@
 #ifdef __cplusplus
 #define VN_BEGIN_DECLS extern "C" {
 #define VN_END_DECLS }
+/* For the inline functions of the headers, so that they compile without a warning in C++, too. */
+#define VN_CAST(type, value) static_cast<type>(value)
+#define VN_NULL nullptr
 #else
 #define VN_BEGIN_DECLS
 #define VN_END_DECLS
+#define VN_CAST(type, value) ((type)(value))
+#define VN_NULL NULL
 #endif
 
 #endif

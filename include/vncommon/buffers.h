@@ -130,10 +130,10 @@ extern inline __attribute__((gnu_inline)) void vn_strbufAppendChar(CStringBuffer
     if (buffer->size + 1 < buffer->capacity) {
         char* end = buffer->data + buffer->size;
         ++buffer->size;
-        end[0] = (char)character;
+        end[0] = VN_CAST(char, character);
         end[1] = '\0';
     } else {
-        const char byte = (char)character;
+        const char byte = VN_CAST(char, character);
         vn_strbufAppendStringN(buffer, &byte, 1);
     }
 }

@@ -176,15 +176,15 @@ VN_API void* vn_HashMapIterator_value(const HashMapIterator* iterator) VN_PURE;
 #if defined(__GNUC__) && !defined(VN_BUILDING_LIBRARY)
 extern inline __attribute__((gnu_inline)) bool vn_HashMapIterator_valid(
     const HashMapIterator* iterator) {
-    return iterator != NULL && iterator->entry != NULL;
+    return iterator != VN_NULL && iterator->entry != VN_NULL;
 }
 extern inline __attribute__((gnu_inline)) void* vn_HashMapIterator_key(
     const HashMapIterator* iterator) {
-    return iterator != NULL && iterator->entry != NULL ? iterator->entry->key : NULL;
+    return vn_HashMapIterator_valid(iterator) ? iterator->entry->key : VN_NULL;
 }
 extern inline __attribute__((gnu_inline)) void* vn_HashMapIterator_value(
     const HashMapIterator* iterator) {
-    return iterator != NULL && iterator->entry != NULL ? iterator->entry->value : NULL;
+    return vn_HashMapIterator_valid(iterator) ? iterator->entry->value : VN_NULL;
 }
 #endif
 

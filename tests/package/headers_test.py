@@ -15,12 +15,14 @@ import support
 OPTIONS = None
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror",
             "-fsyntax-only"]
+CPP_WARNINGS = ["-Wold-style-cast", "-Wzero-as-null-pointer-constant"]
 CLANG_WARNINGS = ["-Wdocumentation"]   # only clang has it
 
 
 def complaints(compiler, language, standard, header):
     """Includes the header twice, to test its include guard."""
-    warnings = WARNINGS + (CLANG_WARNINGS if "clang" in os.path.realpath(compiler) else [])
+    warnings = (WARNINGS + (CPP_WARNINGS if language == "c++" else []) +
+                (CLANG_WARNINGS if "clang" in os.path.realpath(compiler) else []))
     command = [compiler, "-x", language, standard, f"-I{OPTIONS.include}", *warnings, "-"]
     done = subprocess.run(command, input=f"#include <vncommon/{header}>\n" * 2, text=True,
                           capture_output=True, check=False)
