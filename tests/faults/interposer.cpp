@@ -403,9 +403,9 @@ extern "C" void interposed_free(void* block) {
     VN_CALL(ssize_t, name, usualError, interruptible | transfers, parameters, arguments, \
             if (error == transferLess) return real less;                                 \
             VN_ERRNO(-1))
-#define VN_STREAM(type, name, stream, result, parameters, arguments)                       \
-    VN_CALL(type, name, EIO, plain, parameters, arguments, stream->_flags |= _IO_ERR_SEEN; \
-            VN_ERRNO(result))
+// POSIX: a write to a stream that is open for reading only sets its error indicator.
+#define VN_STREAM(type, name, stream, result, parameters, arguments) \
+    VN_CALL(type, name, EIO, plain, parameters, arguments, (void)putc(0, stream); VN_ERRNO(result))
 
 namespace {
 
