@@ -28,8 +28,8 @@ constexpr char textAfterEnd[] = "text after the end";
 
 constexpr std::array<bool, 256> wordEnds = [] {
     std::array<bool, 256> ends{};
-    for (const unsigned char c : {'\0', ',', '(', ')', '[', ']', '{', '}'}) {
-        ends[c] = true;
+    for (const char c : {'\0', ',', '(', ')', '[', ']', '{', '}'}) {
+        ends[static_cast<unsigned char>(c)] = true;
     }
     return ends;
 }();

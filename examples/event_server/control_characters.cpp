@@ -37,7 +37,7 @@ std::string withoutControls(const std::string& text) {
     std::string escaped(text.begin(), at);
     while (at != text.end()) {
         auto byte = static_cast<unsigned char>(*at);
-        const auto next = at + 1 == text.end() ? 0 : static_cast<unsigned char>(at[1]);
+        const auto next = static_cast<unsigned char>(at + 1 == text.end() ? '\0' : at[1]);
         if (byte == leadOfC1 && next >= 0x80 && next < 0xA0) {
             appendEscape(escaped, next);
             ++at;

@@ -312,17 +312,17 @@ TEST(LoggingAndSignals, NamesMayBeReadBesideAHangup) {
 
 // Hidden from the compiler, which warns that ISO C++ has no %m.
 [[gnu::noinline]] const char* errnoFormat() {
-    static char text[] = "%m";
+    static char text[] = "%m%s";
     return text;
 }
 
 VN_CHILD(logsErrnoInTheFirstLine) {
     const char* const errnoText = errnoFormat();
     errno = EACCES;
-    VN_LogInfo(errnoText);
+    VN_LogInfo(errnoText, "");
     const int after = errno;
     errno = ENOENT;
-    VN_LogInfo(errnoText);
+    VN_LogInfo(errnoText, "");
     return after == EACCES && errno == ENOENT ? 0 : 1;
 }
 
