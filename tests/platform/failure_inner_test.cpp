@@ -33,6 +33,10 @@ int __wrap___xpg_strerror_r(int errnum, char* buffer, size_t size);
 int __wrap_snprintf(char* buffer, size_t size, const char* format, ...);
 int __wrap___snprintf_chk(char* buffer, size_t size, int flag, size_t room, const char* format,
                           ...);
+int __real___vsnprintf_chk(char* buffer, size_t size, int flag, size_t room, const char* format,
+                           va_list arguments);
+int __wrap___vsnprintf_chk(char* buffer, size_t size, int flag, size_t room, const char* format,
+                           va_list arguments);
 char* __real_strdup(const char* text);
 char* __wrap_strdup(const char* text);
 void* __real_malloc(size_t size);
@@ -57,6 +61,12 @@ int __wrap___snprintf_chk(char* buffer, size_t size, int, size_t, const char* fo
     const int length = formatOrFail(buffer, size, format, arguments);
     va_end(arguments);
     return length;
+}
+
+// The same with clang and glibc 2.40 or later.
+int __wrap___vsnprintf_chk(char* buffer, size_t size, int flag, size_t room, const char* format,
+                           va_list arguments) {
+    return snprintfFails ? -5 : __real___vsnprintf_chk(buffer, size, flag, room, format, arguments);
 }
 
 char* __wrap_strdup(const char* text) {
