@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <vncommon/event_reader.h>
 
+#include <bit>
 #include <cerrno>
 #include <cfenv>
 #include <cstddef>
@@ -28,9 +29,7 @@ std::string alone(const std::string& text) {
 }
 
 std::string bitsOf(double value) {
-    uint64_t bits;
-    memcpy(&bits, &value, sizeof bits);
-    return hexadecimal('f', bits);
+    return hexadecimal('f', std::bit_cast<uint64_t>(value));
 }
 
 // --- The record ----------------------------------------------------------------------------------
@@ -43,12 +42,14 @@ TEST(EventReaderRecord, HasTheFieldsThatCompiledProgramsUse) {
     EXPECT_EQ(sizeof(VN_EventReader), 32u);
 }
 
-TEST(EventReaderRecord, BeginsWithTheUsualLimits) {
+TEST(EventReaderRecord, BeginsWithTheDefaultLimits) {
     VN_EventReader reader;
     memset(&reader, 0xFF, sizeof reader);
     VN_EventReader_init(&reader);
     EXPECT_EQ(reader.maxDepth, 100u);
+    EXPECT_EQ(reader.maxDepth, uint32_t{VN_EventReader_defaultDepth});
     EXPECT_EQ(reader.maxSize, 1024u * 1024);
+    EXPECT_EQ(reader.maxSize, size_t{VN_EventReader_defaultSize});
     EXPECT_EQ(reader.error, nullptr);
     EXPECT_EQ(reader.position, 0u);
 }
@@ -326,7 +327,7 @@ std::string nested(size_t depth) {
     return std::string(depth, '[') + std::string(depth, ']');
 }
 
-TEST(EventReaderLimits, UsualDepth) {
+TEST(EventReaderLimits, DefaultDepth) {
     EXPECT_NE(read(nested(100)), nullptr);
     EXPECT_EQ(shapeOf(nested(101)), "nested too deeply at 100");
 }
