@@ -8,8 +8,8 @@ INTRODUCTION = """# Proofs
 
 Written by `scripts/prove`, which runs what [testing](testing.md) describes. Each stage can be
 repeated alone (`scripts/prove STAGE`). A row that was not repeated keeps the commit and the day of
-its run; a commit with + had uncommitted changes. Executions of the fuzzers add up while the commit
-stays the same. Other processors are emulated.
+its run; a commit with + had uncommitted changes. Executions of the fuzzers add up, from the first
+commit of the row to the last. Other processors are emulated.
 """
 MACHINE_COLUMNS = ("| Machine | Processor, system, compiler | Commits |", "|---|---|---|")
 COLUMNS = ("| Stage | What | How much | Result | Commit | Date | Machine |",
@@ -20,6 +20,11 @@ def amount(row):
     return f"{row['count']:,} executions" if "count" in row else row["amount"]
 
 
+def commits(row):
+    first = row.get("since", row["commit"])
+    return row["commit"] if first == row["commit"] else f"{first} to {row['commit']}"
+
+
 def machines(rows):
     return list(dict.fromkeys(row["machine"] for row in rows))
 
@@ -28,18 +33,18 @@ def stage_rows(stage, rows):
     own = [row for row in rows if row["stage"] == stage.name]
     if not own:
         return [f"| {stage.name} | {stage.about} | | not run | | | |"]
-    lines = [f"| {stage.name} | {row['what']} | {amount(row)} | {row['result']} | {row['commit']} | "
+    lines = [f"| {stage.name} | {row['what']} | {amount(row)} | {row['result']} | {commits(row)} | "
              f"{row['date']} | {machines(rows).index(row['machine']) + 1} |" for row in own]
     return lines + total(stage, own)
 
 
 def total(stage, own):
-    """The sum of the counts; of one commit if all rows are."""
+    """The sum of the counts; of the same commits if all rows are."""
     if not all("count" in row for row in own):
         return []
-    commits = list(dict.fromkeys(row["commit"] for row in own))
+    ranges = list(dict.fromkeys(commits(row) for row in own))
     result = "FAILED" if any(row["result"] == "FAILED" for row in own) else "passed"
-    commit = commits[0] if len(commits) == 1 else f"{len(commits)} commits"
+    commit = ranges[0] if len(ranges) == 1 else "see above"
     return [f"| {stage.name} | all | {sum(row['count'] for row in own):,} executions | {result} | "
             f"{commit} | {max(row['date'] for row in own)} | |"]
 

@@ -93,16 +93,19 @@ class Record(unittest.TestCase):
         self.assertEqual([(each["stage"], each["commit"]) for each in after],
                          [("bits", "old"), ("checks", "new")])
 
-    def test_counts_of_the_same_commit_add_up(self):
+    def test_counts_add_up(self):
         rows = [row("fuzz", "utf8", count=10), row("fuzz", "gone", count=7)]
-        after = record.replace(rows, "fuzz", [row("fuzz", "utf8", count=5)])
+        after = record.replace(rows, "fuzz", [row("fuzz", "utf8", commit="def", count=5)])
         self.assertEqual([(each["what"], each["count"]) for each in after], [("utf8", 15)])
-        failed = record.replace(after, "fuzz", [row("fuzz", "utf8", "FAILED", count=1)])
-        again = record.replace(failed, "fuzz", [row("fuzz", "utf8", count=1)])
-        self.assertEqual((again[0]["count"], again[0]["result"]), (17, "FAILED"))
-        for commit in ("def", "abc+"):
-            other = record.replace(rows, "fuzz", [row("fuzz", "utf8", commit=commit, count=5)])
-            self.assertEqual(other[0]["count"], 5)
+        last = record.add(after[0], row("fuzz", "utf8", commit="fed", count=2))
+        self.assertEqual((last["count"], last["since"], last["commit"]), (17, "abc", "fed"))
+
+    def test_a_failed_count_stays_failed_on_its_commit(self):
+        failed = row("fuzz", "utf8", "FAILED", count=1)
+        again = record.add(failed, row("fuzz", "utf8", count=1))
+        self.assertEqual((again["count"], again["result"]), (2, "FAILED"))
+        fixed = record.add(again, row("fuzz", "utf8", commit="def", count=1))
+        self.assertEqual((fixed["count"], fixed["result"]), (3, "passed"))
 
     def test_rows_survive_the_file(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -144,8 +147,10 @@ class Page(unittest.TestCase):
     def test_sums(self):
         text = page.page([row("fuzz", "a", count=1000), row("fuzz", "b", count=500)])
         self.assertIn("| fuzz | all | 1,500 executions | passed | abc | 2026-01-02 | |", text)
-        text = page.page([row("fuzz", "a", count=1, commit="x"), row("fuzz", "b", "FAILED", count=2)])
-        self.assertIn("| fuzz | all | 3 executions | FAILED | 2 commits |", text)
+        text = page.page([{**row("fuzz", "a", count=1, commit="x"), "since": "w"},
+                          row("fuzz", "b", "FAILED", count=2)])
+        self.assertIn("| fuzz | a | 1 executions | passed | w to x |", text)
+        self.assertIn("| fuzz | all | 3 executions | FAILED | see above |", text)
 
 
 if __name__ == "__main__":

@@ -40,16 +40,18 @@ def stamp():
 
 def replace(rows, stage, new):
     """The rows after a stage has run: its own are replaced, except that counts of the same thing
-    on the same commit add up."""
+    add up."""
     old = {row["what"]: row for row in rows if row["stage"] == stage}
     merged = [add(old.get(row["what"]), row) for row in new]
     return [row for row in rows if row["stage"] != stage] + merged
 
 
 def add(before, row):
-    if before and "count" in row and before["commit"] == row["commit"] \
-            and not row["commit"].endswith("+"):
-        failed = "FAILED" in (before["result"], row["result"])
-        return {**row, "count": before["count"] + row["count"],
-                "result": "FAILED" if failed else row["result"]}
-    return row
+    """A failure stays until another commit passes. `since` is the first commit of the sum."""
+    if not before or "count" not in before:
+        return row
+    same = before["commit"] == row["commit"]
+    failed = "FAILED" in (row["result"], before["result"] if same else "")
+    return {**row, "count": before["count"] + row["count"],
+            "since": before.get("since", before["commit"]),
+            "result": "FAILED" if failed else row["result"]}
