@@ -7,7 +7,14 @@ import subprocess
 import sys
 import time
 
-from tree_copy import TREE, WORK, mutated
+from tree_copy import ROOT, TREE, WORK, mutated
+
+
+def test_environment(preset):
+    """What ctest sets for the tests of a preset."""
+    presets = json.loads((ROOT / "CMakePresets.json").read_text(encoding="utf-8"))["testPresets"]
+    return next(each["environment"] for each in presets if each["name"] == preset)
+
 
 # The sanitizers may notice what a plain run does not, such as a memory leak.
 STAGES = {
@@ -15,12 +22,11 @@ STAGES = {
     "asan-ubsan": (
         ["-DCMAKE_BUILD_TYPE=Mutation", "-DCMAKE_CXX_FLAGS=-O1", "-DCMAKE_C_FLAGS=-O1",
          "-DVN_SANITIZE=address,undefined,float-cast-overflow"],
-        {"ASAN_OPTIONS": "detect_leaks=1:strict_string_checks=0",
-         "UBSAN_OPTIONS": "halt_on_error=1"}),
+        test_environment("asan-ubsan")),
     "tsan": (
         ["-DCMAKE_BUILD_TYPE=Mutation", "-DCMAKE_CXX_FLAGS=-O1", "-DCMAKE_C_FLAGS=-O1",
          "-DVN_SANITIZE=thread"],
-        {"TSAN_OPTIONS": "halt_on_error=1:second_deadlock_stack=1"}),
+        test_environment("tsan")),
 }
 # The program of a test that is not named for it.
 TARGETS = {"numbers_oracle_test": "numbers_print", "maths_strictmath_test": "maths_strictmath"}
