@@ -50,7 +50,11 @@
  *     "text after the end"                         the first byte after the value
  *
  * Memory comes from malloc and is not checked, as in the event writer. The values need much more
- * than their text, up to some 200 bytes for each byte of it: maxSize limits that.
+ * than their text, up to some 200 bytes for each byte of it: maxSize limits that. A text of opening
+ * brackets needs up to some 430 bytes for each byte until its error is found: maxDepth limits that.
+ *
+ * Stack: leave 40 KiB. Words are read with vn_strtod, which needs that (numbers.h) for words that
+ * only begin like a number, `text` and `-` among them.
  *
  * Cost: linear in the length of the text. Nothing is recursive.
  *

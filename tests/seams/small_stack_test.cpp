@@ -14,6 +14,7 @@
 #include <vector>
 
 #include <vncommon/buffers.h>
+#include <vncommon/event_reader.h>
 #include <vncommon/failure.h>
 #include <vncommon/numbers.h>
 #include <vncommon/sockets.h>
@@ -93,7 +94,7 @@ TEST(SmallestStack, IsEnoughToConnect) {
     EXPECT_EQ(child.exitStatus, 9) << child.signal << child.err;
 }
 
-// ---- The stack use that the header of the number conversions documents ------------------------
+// ---- The stack use that the headers of the conversions and of the event reader document -------
 
 constexpr size_t conversionStack = 40 * 1024;
 
@@ -165,6 +166,30 @@ TEST(ConversionStack, IsEnoughForTheFormatters) {
         most = std::max(most, used);
     }
     EXPECT_GE(most, nothing + conversionStack / 2) << "no value took the general way";
+}
+
+// However deep the brackets: 200 levels are more than the reader keeps in its frame.
+TEST(ConversionStack, IsEnoughForEventText) {
+    const size_t nothing = stackOf([] {});
+    std::string deep = "5e-324";
+    for (int i = 0; i < 200; ++i) {
+        deep = "[" + deep + "]";
+    }
+    size_t most = 0;
+    for (const std::string text : {"[1,.5,word]", "E(text,-,-Infinity,NaN,4e-400,+15E-1,\"\\\"\")",
+                                   "[\"\\\",5]", deep.c_str()}) {
+        const size_t used = stackOf([&text] {
+            VN_EventReader reader;
+            VN_EventReader_init(&reader);
+            reader.maxDepth = 1000;
+            VN_EventWriter* writer = VN_EventReader_read(&reader, text.data(), text.size());
+            EXPECT_EQ(reader.error, nullptr);
+            VN_EventWriter_dtor(writer);
+        });
+        EXPECT_LE(used, nothing + conversionStack) << text.substr(0, 30);
+        most = std::max(most, used);
+    }
+    EXPECT_GE(most, nothing + conversionStack / 2) << "no word took the general way";
 }
 
 }  // namespace
