@@ -250,6 +250,8 @@ TEST(EventReaderStrings, ABackslashThatCanBeginAStringDoes) {
     EXPECT_EQ(shapeOf(R"~(["\",5)","x"])~"), "6(s<\",5)> s<x>)");
     EXPECT_EQ(shapeOf(R"({"\":":1})"), "7(s<\":>=i1)");
     EXPECT_EQ(shapeOf(R"(["\",",x"])"), "6(s<\",> u<x\">)");
+    EXPECT_EQ(shapeOf(R"(["\","]"])"), "text after the end at 7");
+    EXPECT_EQ(shapeOf(R"({"\":":":1})"), "unexpected end at 11");
 }
 
 // --- Errors --------------------------------------------------------------------------------------
@@ -264,6 +266,8 @@ TEST(EventReaderErrors, OutsideOfContainers) {
     EXPECT_EQ(shapeOf("[]]"), "text after the end at 2");
     EXPECT_EQ(shapeOf("Tick(1)\n"), "text after the end at 7");
     EXPECT_EQ(shapeOf("[][]"), "text after the end at 2");
+    EXPECT_EQ(shapeOf("E[1](2)"), "event, sequence or dictionary expected at 1");
+    EXPECT_EQ(shapeOf("E,(1)"), "event, sequence or dictionary expected at 1");
 }
 
 TEST(EventReaderErrors, AfterValues) {
