@@ -34,9 +34,9 @@ VN_BEGIN_DECLS
 /** @name Powers and logarithms
  * @{ */
 
-/** x to the power y; 1 when y is 0, NaN when x is negative and y not integral. FDLIBM differs from
- * the C standard here: NaN as either operand gives NaN even if x is 1 (but not if y is 0), and 1
- * and -1 to an infinite power give NaN. */
+/** x to the power y; 1 when y is 0, NaN when x is negative and y not integral, both finite. FDLIBM
+ * differs from the C standard here: NaN as either operand gives NaN even if x is 1 (but not if y is
+ * 0), and 1 and -1 to an infinite power give NaN. */
 VN_API double vn_pow(double x, double y);
 
 /** e to the power x: infinity above 709.78, 0 below -745.13. */
