@@ -144,6 +144,7 @@ void pinLibrary() {
 using namespace vncommon;
 
 int FileLogger_reinstallSignalHandler(void) {
+    pinLibrary();  // there may be no logger yet
     const RegistryLock lock;
     return installHandler();
 }

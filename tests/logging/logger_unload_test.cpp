@@ -1,5 +1,5 @@
-// Loads the library, creates a logger and unloads the library. The signal handler stays installed,
-// so its code must still be mapped when a SIGHUP arrives.
+// Loads the library, installs the signal handler and unloads the library. The handler stays
+// installed, so its code must still be mapped when a SIGHUP arrives.
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+
+#include "support/child_process.h"
 
 namespace {
 
@@ -30,6 +32,21 @@ TEST(LoggerUnload, HandlerOutlivesTheLibrarysHandle) {
     raise(SIGHUP);
     EXPECT_TRUE(std::filesystem::exists(file));
     std::filesystem::remove_all(directory);
+}
+
+VN_CHILD(installsWithoutALoggerAndUnloads) {
+    void* library = dlopen(VN_LIBRARY, RTLD_NOW);
+    if (library == nullptr || symbol<int()>(library, "FileLogger_reinstallSignalHandler")() != 0) {
+        return 1;
+    }
+    dlclose(library);
+    raise(SIGHUP);
+    return 0;
+}
+
+TEST(LoggerUnload, HandlerWithoutALoggerOutlivesIt) {
+    const ChildResult child = runChild("installsWithoutALoggerAndUnloads");
+    EXPECT_EQ(child.exitStatus, 0) << "ended by signal " << child.signal;
 }
 
 }  // namespace
