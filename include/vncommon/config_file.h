@@ -47,7 +47,8 @@ typedef struct VN_ConfigFile {
 /** A handle for one category of a configuration. */
 typedef struct VN_ConfigFileCategory {
     Vector* entries; /**< owned by the configuration */
-    uint32_t cursor; /**< index of the current entry */
+    uint32_t cursor; /**< index of the current entry; in a new handle of VN_ConfigFile_GetCategory
+                      * the entry count minus 1 (modulo 2^32), of a walk the entry count */
 } VN_ConfigFileCategory;
 
 /** Loads the first of these files that can be opened:
@@ -121,8 +122,8 @@ VN_API uint32_t VN_ConfigFileCategory_GetEntryCount(VN_ConfigFileCategory* categ
  * none. The text belongs to the configuration. */
 VN_API const char* VN_ConfigFileCategory_GetFirstEntry(VN_ConfigFileCategory* category);
 
-/** The next entry of the walk; null past the last. The text belongs to the configuration. A new
- * handle is positioned past its entries: start with VN_ConfigFileCategory_GetFirstEntry. */
+/** The next entry of the walk; null past the last, and on a new handle: start with
+ * VN_ConfigFileCategory_GetFirstEntry. The text belongs to the configuration. */
 VN_API const char* VN_ConfigFileCategory_GetNextEntry(VN_ConfigFileCategory* category);
 
 /** Frees the handle; the entries stay. */
