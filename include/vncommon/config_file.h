@@ -63,7 +63,8 @@ typedef struct VN_ConfigFileCategory {
  * set to it. It can be walked like the other; VN_ConfigFile_Release frees the handle.
  *
  * Returns the name of the file, which belongs to the library and is valid until the next call that
- * loads. Returns null
+ * loads. When nothing is read, it is the name of the last file that was loaded, also if that was
+ * for a private configuration or if reading it failed. Returns null
  *   - when no file could be opened.
  *     Compat: the process-wide configuration is then dropped without being freed, also if the call
  *     was for a private one, and *out points to freed memory; programs rely on it.
