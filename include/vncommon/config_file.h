@@ -19,8 +19,9 @@
  * belongs to the entry, as does a line feed after a backslash. Duplicates are kept; entries stay
  * in the order of the file.
  *
- * Cost: loading time is proportional to the size of the file; a configuration needs about 40 bytes
- * per entry in addition to its text.
+ * Cost: loading time is proportional to the size of the file, but with hundreds of thousands of
+ * categories to the square of their number, as in any HashMap that grows (hashmap.h). A
+ * configuration needs about 40 bytes per entry in addition to its text.
  *
  * Memory: handles, names, entries and lines come from vn_malloc, so running out of it ends the
  * process (failure.h). The HashMap and the Vectors that hold them do not check their memory:
