@@ -106,13 +106,14 @@ VN_API const char* vn_getUTF8BOM(void) VN_CONST VN_RETURNS_NONNULL;
 /** Bytes of the character at text, 1 to 4; 0 at the terminator and at an invalid byte. */
 VN_API unsigned char vn_UTF8CharLength(const char* text) VN_PURE VN_NONNULL;
 
-/** The number of characters in text; 0 if it has an invalid byte. Cost: vn_isUTF8 and a count of
- * bytes where the text is valid; elsewhere one step per character. */
+/** The number of characters in text; 0 if it has an invalid byte. Above INT_MAX characters it wraps
+ * (modulo 2^32). Cost: vn_isUTF8 and a count of bytes where the text is valid; elsewhere one step
+ * per character. */
 VN_API int vn_UTF8Length(const char* text) VN_PURE VN_NONNULL;
 
 /** The number of characters that begin in [start, end). A terminator in between counts as one;
- * an invalid byte ends the count before it. All bytes of the range must be readable. Cost as for
- * vn_UTF8Length. */
+ * an invalid byte ends the count before it. All bytes of the range must be readable. It wraps and
+ * costs as vn_UTF8Length does. */
 VN_API int vn_UTF8CountChars(const char* start, const char* end) VN_PURE VN_NONNULL;
 
 /** Skips count characters, but stops at the terminator and at an invalid byte. A negative count

@@ -75,10 +75,9 @@ Parsed parseDecimal(const char* digits, uint64_t maximum) {
     uint64_t value = 0;
     const char* at = digits;
     unsigned digit = decimalDigit(at);
-    for (const char* const unchecked = digits + 18; digit <= 9 && at != unchecked;
-         digit = decimalDigit(at)) {
+    for (int unchecked = 18; digit <= 9 && unchecked > 0; --unchecked) {
         value = value * 10 + digit;
-        ++at;
+        digit = decimalDigit(++at);
     }
     for (; digit <= 9; digit = decimalDigit(++at)) {
         if (value > maximum / 10 || (value == maximum / 10 && digit > maximum % 10)) {

@@ -42,11 +42,11 @@ bool isInvalid(const char* text) {
 
 struct Counted {
     const char* next;  // where counting continues: after the last character, or at an invalid byte
-    int characters;
+    size_t characters;
 };
 
 Counted countByTable(const char* text, const char* end) {
-    int count = 0;
+    size_t count = 0;
     for (; text < end && !isInvalid(text); ++count) {
         text += lengthAt(text);
     }
@@ -54,9 +54,9 @@ Counted countByTable(const char* text, const char* end) {
 }
 
 // The sum of a block fits in one byte, so compilers can add sixteen or more bytes at a time.
-int countLeads(const char* text, size_t size) {
+size_t countLeads(const char* text, size_t size) {
     constexpr size_t blockSize = 240;
-    int count = 0;
+    size_t count = 0;
     for (const char* const end = text + size; text != end;) {
         const char* const blockEnd = text + std::min(blockSize, static_cast<size_t>(end - text));
         uint8_t inBlock = 0;
@@ -77,7 +77,7 @@ Counted countStretch(const char* text, size_t size) {
     constexpr size_t smallest = 64;
     const char* const end = text + size;
     if (isAsciiBytes(text, size)) {
-        return {end, static_cast<int>(size)};
+        return {end, size};
     }
     if (size < smallest) {
         return countByTable(text, end);
@@ -118,7 +118,7 @@ unsigned char vn_UTF8CharLength(const char* text) {
 }
 
 int vn_UTF8Length(const char* text) {
-    int count = 0;
+    size_t count = 0;
     while (*text != '\0') {
         if (isInvalid(text)) {
             return 0;
@@ -128,11 +128,11 @@ int vn_UTF8Length(const char* text) {
         text = next;
         count += characters;
     }
-    return count;
+    return static_cast<int>(count);
 }
 
 int vn_UTF8CountChars(const char* start, const char* end) {
-    int count = 0;
+    size_t count = 0;
     while (start < end && !isInvalid(start)) {
         const size_t size = std::min(stretchSize, static_cast<size_t>(end - start));
         const auto [next, characters] = countStretch(start, size);
@@ -140,7 +140,7 @@ int vn_UTF8CountChars(const char* start, const char* end) {
         start = next;
         count += characters;
     }
-    return count;
+    return static_cast<int>(count);
 }
 
 const char* vn_UTF8SkipChars(const char* text, int count) {

@@ -1,8 +1,11 @@
 // Compares vn_UTF8Length and vn_UTF8CountChars with a walk from lead byte to lead byte, also over
 // malformed text.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vncommon/utf8.h>
 
+#include <climits>
 #include <cstring>
 #include <initializer_list>
 #include <random>
@@ -285,6 +288,28 @@ TEST(Counting, ReadsNothingOutsideTheText) {
             ASSERT_EQ(vn_UTF8Length(terminated), modelOfLength(whole.c_str()));
         }
     }
+}
+
+// Maps one MiB of text again and again, so that the text needs no more memory than that.
+TEST(Counting, WrapsAboveTheLargestInt) {
+    constexpr size_t pieceSize = size_t{1} << 20;
+    constexpr size_t pieces = 2049;
+    const int file = memfd_create("text", MFD_CLOEXEC);
+    const std::string letters(pieceSize, 'a');
+    ASSERT_EQ(write(file, letters.data(), letters.size()), static_cast<ssize_t>(letters.size()));
+    void* reserved = mmap(nullptr, (pieces + 1) * pieceSize, PROT_READ,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(reserved, MAP_FAILED);
+    auto* text = static_cast<char*>(reserved);
+    for (size_t i = 0; i < pieces; ++i) {
+        ASSERT_EQ(mmap(text + i * pieceSize, pieceSize, PROT_READ, MAP_SHARED | MAP_FIXED, file, 0),
+                  text + i * pieceSize);
+    }
+    constexpr int wrapped = INT_MIN + static_cast<int>(pieceSize);
+    EXPECT_EQ(vn_UTF8Length(text), wrapped);
+    EXPECT_EQ(vn_UTF8CountChars(text, text + pieces * pieceSize), wrapped);
+    munmap(reserved, (pieces + 1) * pieceSize);
+    close(file);
 }
 
 }  // namespace
