@@ -10,6 +10,10 @@
  * results of C functions (sockets, files, dynamic libraries). A value that may only be missing is
  * a std::optional. Exhausted memory and broken preconditions end the process (api.h, convention 5).
  *
+ * Cancellation. A thread may be cancelled (pthread_cancel) while it waits in queue::pop,
+ * semaphore::wait or condition::wait. In functions that are noexcept, and in the function of a
+ * vn::thread, cancellation ends the process.
+ *
  * Objects can be moved unless their comment says otherwise. One that was moved from can only be
  * assigned to and destroyed. Texts that are passed in are UTF-8, terminated and not null unless a
  * comment says otherwise. Thread-safety is that of the C family, by default one thread at a time.
@@ -440,7 +444,7 @@ class queue : detail::pinned {
         return vn_qtsAdd(&queue_, &element) == 0;
     }
     /** The oldest element; waits for one. */
-    T pop() noexcept {
+    T pop() {
         vn_qtsElement element;
         vn_qtsRemove(&queue_, &element);
         return value_of(element);
@@ -672,7 +676,7 @@ class semaphore : detail::pinned {
     }
     ~semaphore() { vn_Semaphore_destroy(&semaphore_); }
     void post() noexcept { vn_Semaphore_post(&semaphore_); }
-    void wait() noexcept { vn_Semaphore_wait(&semaphore_); }
+    void wait() { vn_Semaphore_wait(&semaphore_); }
     /** True when the semaphore was taken: the opposite of vn_Semaphore_trywait. */
     [[nodiscard]] bool try_wait() noexcept { return !vn_Semaphore_trywait(&semaphore_); }
     vn_Semaphore* get() noexcept { return &semaphore_; }

@@ -1,6 +1,6 @@
 // Threads that are to be cancelled. When one meets a fatal error, it ends the process all the same:
 // the report that it writes first does not end the thread instead. When one reports a failed call,
-// it goes on, because it may hold a lock.
+// it goes on, because it may hold a lock. When one waits, only this thread ends.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
@@ -10,10 +10,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
+#include <mutex>
 #include <string>
 
 #include <vncommon/failure.h>
 #include <vncommon/threads.h>
+#include <vncommon/vncommon.hpp>
 
 #include "support/child_process.h"
 
@@ -76,6 +78,31 @@ void* failWithCancellationPending(void*) {
     return nullptr;
 }
 
+// The waits of the C++ header.
+using Wait = void (*)();
+constexpr Wait waits[] = {
+    [] {
+        vn::queue<int> empty;
+        empty.pop();
+    },
+    [] {
+        vn::semaphore none;
+        none.wait();
+    },
+    [] {
+        vn::mutex mutex;
+        vn::condition never;
+        const std::lock_guard<vn::mutex> held(mutex);
+        never.wait(mutex, [] { return false; });
+    },
+};
+
+void* waitWithCancellationPending(void* wait) {
+    pthread_cancel(pthread_self());
+    (*static_cast<const Wait*>(wait))();
+    return nullptr;
+}
+
 }  // namespace
 
 VN_CHILD(cancelledThreadMeetsAFatalError) {
@@ -114,4 +141,24 @@ TEST(Cancellation, DoesNotInterruptTheReportOfAFailedCall) {
     EXPECT_EQ(child.exitStatus, 0);
     EXPECT_EQ(child.err.rfind("Fatal error: System call sem_init failed\n(strerror(errno)=", 0), 0U)
         << child.err;
+}
+
+VN_CHILD(cancelledThreadWaits) {
+    vn_threadInit();
+    Wait wait = waits[std::stoul(arguments[0])];
+    pthread_t thread;
+    pthread_create(&thread, nullptr, waitWithCancellationPending, &wait);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    return result == PTHREAD_CANCELED ? 0 : 1;
+}
+
+TEST(Cancellation, EndsAWaitingThreadAndNotTheProcess) {
+    for (size_t i = 0; i < std::size(waits); ++i) {
+        const ChildResult child =
+            runChild("cancelledThreadWaits", {.arguments = {std::to_string(i)}});
+        EXPECT_EQ(child.exitStatus, 0) << i;
+        EXPECT_EQ(child.signal, 0) << i;
+        EXPECT_EQ(child.err, "") << i;
+    }
 }
