@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 #include <vncommon/failure.h>
 
@@ -21,6 +21,9 @@ namespace vncommon {
 namespace {
 
 constexpr LockRole queueLock;
+
+// A semaphore counts no further, and has one unit for each element.
+constexpr uint32_t mostElements = SEM_VALUE_MAX;
 
 // The record between operations; the lock is held, or no other thread uses the queue. Destruction
 // leaves a capacity of 0 in builds with assertions.
@@ -112,7 +115,7 @@ void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) VN_REQUIRES(queueLock
 // needed is 64-bit, because count + n may exceed 32 bits.
 void grow(vn_qtsQueue* queue, uint64_t needed) VN_REQUIRES(queueLock) {
     const uint64_t limit =
-        queue->maxSize != 0 ? queue->maxSize : std::numeric_limits<uint32_t>::max();
+        queue->maxSize != 0 ? std::min(queue->maxSize, mostElements) : mostElements;
     if (queue->capacity == limit) {
         return;
     }

@@ -37,7 +37,8 @@ typedef struct vn_qtsQueue {
 } vn_qtsQueue;
 
 /** Makes an empty queue with room for one element. maxSize limits how far it grows, exactly:
- * a maximum of 3 gives 3 slots. 0 means no limit (beyond the 2^32 - 1 that a count can hold). */
+ * a maximum of 3 gives 3 slots. 0 means no limit. Whatever maxSize is, the queue is full at the
+ * 2^31 - 1 elements that its semaphore can count. */
 VN_API void vn_qtsInit(vn_qtsQueue* queue, uint32_t maxSize);
 
 /** Frees the ring, the semaphore and the mutex. Elements still queued are forgotten. */
