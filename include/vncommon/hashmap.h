@@ -93,7 +93,8 @@ typedef struct HashMapIterator {
 /** A new map on the heap, ended by vn_HashMap_dtor. Each callback may be null. initialSize is the
  * number of entries that have room, at least 16; the buckets double when that many are there. It
  * should be a power of two. Another size is accepted, but its mask has gaps: 20 gives 5 buckets
- * with mask 4, of which only 0 and 4 are ever used. shrink is a flag. */
+ * with mask 4, of which only 0 and 4 are ever used. shrink is a flag;
+ * the number of buckets never falls below four. */
 VN_NODISCARD VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapCompare compare,
                                              vn_HashMapFill fill, vn_HashMapRelease release,
                                              uint32_t initialSize, int shrink);

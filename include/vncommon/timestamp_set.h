@@ -28,8 +28,9 @@
  * its contents are not freed. A signal handler that forks may interrupt any call here: the child
  * can return from the handler and continue. No call here is safe in the handler itself.
  *
- * Cost: taking, adding and destroying are constant, without heap calls in steady state; each takes
- * the pool's lock once. find, replace and remove are linear in the number of entries.
+ * Cost: taking and adding are constant; destroying, finding, replacing and removing are linear in
+ * the number of entries. In steady state none of them calls the heap, and taking, adding and
+ * destroying take the pool's lock once.
  *
  * Memory: sets, entries and texts come from vn_malloc, so running out of it ends the process
  * (failure.h). The Vector in a set and the HashMap that printing needs do not check their memory:
