@@ -182,17 +182,26 @@ inline constexpr bool is_word =
     std::conjunction_v<std::is_trivially_copyable<T>, std::is_default_constructible<T>> &&
     sizeof(T) <= sizeof(void*);
 
+/* Where a T is in a word: in its low bytes, where the C functions read a character or a boolean. */
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+template <class T>
+inline constexpr std::size_t low_bytes = sizeof(void*) - sizeof(T);
+#else
+template <class T>
+inline constexpr std::size_t low_bytes = 0;
+#endif
+
 template <class T>
 void* to_word(T value) noexcept {
     void* word = nullptr;
-    std::memcpy(&word, &value, sizeof value);
+    std::memcpy(reinterpret_cast<char*>(&word) + low_bytes<T>, &value, sizeof value);
     return word;
 }
 
 template <class T>
 T from_word(const void* word) noexcept {
     T value;
-    std::memcpy(&value, &word, sizeof value);
+    std::memcpy(&value, reinterpret_cast<const char*>(&word) + low_bytes<T>, sizeof value);
     return value;
 }
 

@@ -252,6 +252,19 @@ TEST(CppHashMap, ShrinksOnlyIfAsked) {
     EXPECT_GT(growing.get()->entryCapacity, 16U);
 }
 
+// On every processor, big-endian ones too.
+TEST(CppWords, AreWhatACastOfCGives) {
+    const auto word = [](uintptr_t number) { return reinterpret_cast<void*>(number); };
+    vn::vector<char> letters;
+    letters.push_back('x');
+    EXPECT_EQ(vn_Vector_get(letters.get(), 0), word('x'));
+    vn::hash_map<uint16_t, bool> flags;
+    flags.add(5, true);
+    EXPECT_EQ(vn_HashMap_findValue(flags.get(), word(5)), word(1));
+    vn_HashMap_addQuick(flags.get(), word(7), word(1));
+    EXPECT_TRUE(flags.value(7));
+}
+
 TEST(CppQueue, CarriesSmallRecords) {
     struct Order {
         int64_t id;
