@@ -41,11 +41,8 @@ OpenFile openNamed(char* name) {
 
 OpenFile openInDirectory(const char* directory) {
     VN_ASSERT(directory != nullptr);
-    const size_t length = strlen(directory);
-    auto* path = static_cast<char*>(vn_malloc(length + 1 + sizeof defaultName));
-    memcpy(path, directory, length);
-    path[length] = '/';
-    memcpy(path + length + 1, defaultName, sizeof defaultName);
+    auto* path = static_cast<char*>(vn_malloc(strlen(directory) + 1 + sizeof defaultName));
+    stpcpy(stpcpy(stpcpy(path, directory), "/"), defaultName);
     return openNamed(path);
 }
 
