@@ -13,7 +13,7 @@
 #include <ctime>
 
 #include <vncommon/file_logger.h>
-#include <vncommon/utf8.h>
+#include <vncommon/process.h>
 
 #include "logging/levels.h"
 #include "logging/quick_format.h"
@@ -141,18 +141,10 @@ int putMessage(FileLogger* logger, int head, const char* format, va_list argumen
     return length >= 0 ? length : putText(logger, head, format);
 }
 
-void writeConverted(int fd, const char* line) {
-    char* converted = vn_UTF8ToCstr(line);
-    if (converted != nullptr) {
-        [[maybe_unused]] const ssize_t ignored = write(fd, converted, strlen(converted));
-        free(converted);
-    }
-}
-
 void writeBuffer(const FileLogger* logger, int length) VN_REQUIRES(lineLock) {
     const int fd = loadField(logger->fd);
     if (loadField(logger->console) != 0) {
-        writeConverted(fd, logger->buffer);
+        vn_writeToConsoleUTF8(fd, logger->buffer);
         return;
     }
     [[maybe_unused]] const ssize_t ignored = write(fd, logger->buffer, static_cast<size_t>(length));
