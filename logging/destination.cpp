@@ -41,7 +41,6 @@ Names exchangeNames(FileLogger* logger, const Names& names) VN_REQUIRES(loggerMu
 
 // A file named by a caller: the plan for it, and how it is opened the first time.
 struct NamedFile {
-    const char* shownName;
     Names names;
     ReopenPlan* plan;
     const char* path;  // in the code page; the caller's own if not UTF-8; null for a null name
@@ -51,10 +50,9 @@ struct NamedFile {
 
 NamedFile prepareFile(const char* name, int truncate, bool nameIsUTF8) {
     NamedFile file;
-    file.shownName = name == nullptr ? "(null)" : name;
-    file.names.fileName = vn_strdup(file.shownName);
-    file.names.utf8FileName =
-        nameIsUTF8 ? vn_strdup(file.shownName) : vn_CstrToUTF8(file.shownName);
+    const char* shownName = name == nullptr ? "(null)" : name;
+    file.names.fileName = vn_strdup(shownName);
+    file.names.utf8FileName = nameIsUTF8 ? vn_strdup(shownName) : vn_CstrToUTF8(shownName);
     vn_checkMemory(file.names.utf8FileName);
     file.plan = makeReopenPlan(file.names.fileName, file.names.utf8FileName);
     file.path = nameIsUTF8 && name != nullptr ? file.plan->path : name;
@@ -71,23 +69,21 @@ bool lockAndMakeRoom(FileLogger* logger, int error) {
 
 OpenResult openFile(FileLogger* logger, const NamedFile& file) {
     if (file.plan->stream >= 0) {
-        return {-1, 0};
+        return nothingToOpen;
     }
     if (file.path == nullptr) {
         return {-1, EFAULT};
     }
     VN_ASSERT(file.flags == 0 || file.flags == O_TRUNC);
-    int descriptor = openLogFile(file.path, file.flags);
-    if (descriptor < 0 && lockAndMakeRoom(logger, errno)) {
-        descriptor = openLogFile(file.path, file.flags);
-    }
-    return {descriptor, errno};
+    const OpenResult opened = openLogFile(file.path, file.flags);
+    const bool retry = opened.error != 0 && lockAndMakeRoom(logger, opened.error);
+    return retry ? openLogFile(file.path, file.flags) : opened;
 }
 
 void reportFailure(const NamedFile& file, int error) {
     char text[1024];
     vn_strerror(text, sizeof text, error);
-    fprintf(stderr, "Unable to open logfile \"%s\": %s\n", file.shownName, text);
+    fprintf(stderr, "Unable to open logfile \"%s\": %s\n", file.names.fileName, text);
     fflush(stderr);
 }
 
@@ -100,7 +96,7 @@ bool tryToChangeDestination(FileLogger* logger, NamedFile& file, const OpenResul
     if (reopeningCount() != count) {
         return false;
     }
-    const bool failed = file.plan->stream < 0 && opened.descriptor < 0;
+    const bool failed = opened.error != 0;
     followPlan(logger, file.plan, opened, file.reportsFailure ? 1 : 2);
     if (!failed) {
         file.names = exchangeNames(logger, file.names);
@@ -113,7 +109,6 @@ bool tryToChangeDestination(FileLogger* logger, NamedFile& file, const OpenResul
 }
 
 int changeDestination(FileLogger* logger, NamedFile file) {
-    const int stream = file.plan->stream;
     OpenResult opened;
     for (;;) {
         const uint64_t count = reopeningCount();
@@ -125,7 +120,7 @@ int changeDestination(FileLogger* logger, NamedFile file) {
             close(opened.descriptor);
         }
     }
-    if (stream < 0 && opened.descriptor < 0 && file.reportsFailure) {
+    if (opened.error != 0 && file.reportsFailure) {
         reportFailure(file, opened.error);
     }
     freeNames(file.names);

@@ -14,10 +14,6 @@ namespace {
 
 constexpr mode_t permissions = 0644;
 
-void clearCloseOnExec(int descriptor) {
-    fcntl(descriptor, F_SETFD, 0);
-}
-
 // Replaces a descriptor that is in use; the new one is inherited on exec(). Linux: dup2() fails
 // with EBUSY while an open() in another thread, which has not returned yet, has the number.
 bool replaceDescriptor(int opened, int old) {
@@ -30,13 +26,13 @@ bool replaceDescriptor(int opened, int old) {
 
 }  // namespace
 
-int openLogFile(const char* path, int flags) {
+OpenResult openLogFile(const char* path, int flags) {
     VN_ASSERT(path != nullptr);
     int descriptor;
     do {
         descriptor = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | flags, permissions);
     } while (descriptor < 0 && errno == EINTR);
-    return descriptor;
+    return {descriptor, descriptor < 0 ? errno : 0};
 }
 
 int isTerminal(int descriptor) {
@@ -59,7 +55,7 @@ void adoptDescriptor(FileLogger* logger, int opened) {
         close(opened);
         return;
     }
-    clearCloseOnExec(opened);
+    fcntl(opened, F_SETFD, 0);  // clears FD_CLOEXEC
     storeField(logger->fd, opened);
     if (owned) {  // dup2() failed, for instance because RLIMIT_NOFILE was lowered
         close(old);

@@ -9,9 +9,17 @@
 
 namespace vncommon {
 
+// The result of an open(): a descriptor and no error, or -1 and the errno value.
+struct OpenResult {
+    int descriptor;
+    int error;
+};
+
+constexpr OpenResult nothingToOpen = {-1, 0};
+
 // Opens a file for appending; creates it if necessary; retries after EINTR. flags are additional
-// open() flags. The descriptor has FD_CLOEXEC until adoptDescriptor(). -1 with errno on failure.
-int openLogFile(const char* path, int flags);
+// open() flags. The descriptor has FD_CLOEXEC until adoptDescriptor().
+OpenResult openLogFile(const char* path, int flags);
 
 // 1 or 0, as vn_isConsole().
 int isTerminal(int descriptor);

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 #include <initializer_list>
 
@@ -85,11 +84,11 @@ void rememberFailure(FileLogger* logger, int failure) {
 }
 
 OpenResult openPlanned(FileLogger* logger, const ReopenPlan* plan) VN_REQUIRES(loggerMutex) {
-    int descriptor = openLogFile(plan->path, 0);
-    if (descriptor < 0 && makeRoomForDescriptor(logger, errno)) {
-        descriptor = openLogFile(plan->path, 0);
+    if (plan->stream >= 0) {
+        return nothingToOpen;
     }
-    return {descriptor, errno};
+    const OpenResult opened = openLogFile(plan->path, 0);
+    return makeRoomForDescriptor(logger, opened.error) ? openLogFile(plan->path, 0) : opened;
 }
 
 }  // namespace
@@ -151,7 +150,7 @@ void followPlan(FileLogger* logger, ReopenPlan* plan, OpenResult opened, int ope
     VN_ASSERT(isValid(plan));
     if (plan->stream >= 0) {
         useStream(logger, plan->stream);
-    } else if (opened.descriptor < 0) {
+    } else if (opened.error != 0) {
         rememberFailure(logger, openFailure);
         fallBack(logger, plan);
     } else {
@@ -165,15 +164,11 @@ void followPlan(FileLogger* logger, ReopenPlan* plan, OpenResult opened, int ope
 void reopen(FileLogger* logger, ReopenPlan* plan) {
     VN_ASSERT(loggerMutex.isHeldByCaller());
     VN_ASSERT(isValid(plan));
-    if (plan->stream >= 0) {
-        useStream(logger, plan->stream);
-        return;
-    }
     const OpenResult opened = openPlanned(logger, plan);
     followPlan(logger, plan, opened, 1);
-    if (opened.descriptor < 0) {
+    if (opened.error != 0) {
         writeReport(plan, opened.error);
-    } else if (plan->renames) {
+    } else if (opened.descriptor >= 0 && plan->renames) {
         swapName(logger->fileName, plan->nextFileName);
         plan->renames = false;
     }

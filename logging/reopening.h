@@ -9,6 +9,7 @@
 
 #include <vncommon/file_logger.h>
 
+#include "logging/log_file.h"
 #include "logging/registry.h"
 #include "platform/alive_mark.h"
 
@@ -45,14 +46,9 @@ void destroyReopenPlan(ReopenPlan* plan);
 // Closes the descriptor that a failure left open. No thread may still be writing to it.
 void closeDuplicate(ReopenPlan* plan);
 
-// The result of an open(): a descriptor, or -1 and the errno value.
-struct OpenResult {
-    int descriptor;
-    int error;
-};
-
-// Moves the logger to the plan's destination: to its standard stream, to the descriptor that was
-// opened for it, or, if that failed, to standard error with this openFailure. Async-signal-safe.
+// Moves the logger to the plan's destination: to its standard stream (nothingToOpen), to the
+// descriptor that was opened for it, or, if that failed, to standard error with this openFailure.
+// Async-signal-safe.
 void followPlan(FileLogger* logger, ReopenPlan* plan, OpenResult opened, int openFailure)
     VN_REQUIRES(loggerMutex);
 
