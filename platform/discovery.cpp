@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "platform/assertion.h"
 #include "platform/float_environment.h"
@@ -96,23 +97,17 @@ double readNumber(const char* dir, const char* name) {
     return quotient(quota, period);
 }
 
-// Whether the comma-separated list that begins at offset holds the controller. Moves offset to the
-// end of the list.
-bool listHolds(const char* line, size_t length, size_t& offset, const char* controller,
-               size_t controllerLength) {
-    bool found = false;
-    while (true) {
-        const size_t item = offset;
-        while (offset < length && line[offset] != ',' && line[offset] != ':') {
-            ++offset;
+// Whether the comma-separated list holds the controller.
+bool listHolds(std::string_view list, std::string_view controller) {
+    for (;;) {
+        const size_t comma = list.find(',');
+        if (list.substr(0, comma) == controller) {
+            return true;
         }
-        found |= offset - item == controllerLength &&
-                 strncmp(line + item, controller, controllerLength) == 0;
-        VN_ASSERT(offset <= length);
-        if (offset == length || line[offset] == ':') {
-            return found;
+        if (comma == std::string_view::npos) {
+            return false;
         }
-        ++offset;
+        list.remove_prefix(comma + 1);
     }
 }
 
@@ -283,16 +278,16 @@ char* vn_getCGroupProcessControllerDir(const char* root, const char* selfFile,
 
 int64_t vn_findProcCGroupPathOffset(const char* line, size_t length, const char* controller,
                                     size_t controllerLength) {
-    size_t offset = 0;
-    while (offset < length && line[offset] >= '0' && line[offset] <= '9') {
-        ++offset;
-    }
-    if (offset == length || line[offset] != ':') {
+    const std::string_view text(line, length);
+    const size_t afterNumber = text.find_first_not_of("0123456789");
+    if (afterNumber == std::string_view::npos || text[afterNumber] != ':') {
         return -1;
     }
-    ++offset;
-    const bool found = listHolds(line, length, offset, controller, controllerLength);
-    return found && offset < length ? static_cast<int64_t>(offset + 1) : -1;
+    const size_t list = afterNumber + 1;
+    const size_t listEnd = text.find(':', list);
+    const bool found = listEnd != std::string_view::npos &&
+                       listHolds(text.substr(list, listEnd - list), {controller, controllerLength});
+    return found ? static_cast<int64_t>(listEnd + 1) : -1;
 }
 
 char* readCGroupsFile(const char* dir, const char* name) {
