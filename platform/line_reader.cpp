@@ -37,23 +37,23 @@ bool LineReader::fill() {
     return end_ > 0;
 }
 
-bool LineReader::next(char* piece, size_t size) {
+bool LineReader::next(std::span<char> piece) {
     VN_ASSERT(isValid());
-    VN_ASSERT(size >= 2);
+    VN_ASSERT(piece.size() >= 2);
     size_t length = 0;
     bool complete = false;
-    while (!complete && length + 1 < size && (begin_ < end_ || fill())) {
-        size_t count = std::min(end_ - begin_, size - 1 - length);
+    while (!complete && length + 1 < piece.size() && (begin_ < end_ || fill())) {
+        size_t count = std::min(end_ - begin_, piece.size() - 1 - length);
         if (const void* lineFeed = memchr(chunk_ + begin_, '\n', count)) {
             count = static_cast<size_t>(static_cast<const char*>(lineFeed) - (chunk_ + begin_)) + 1;
             complete = true;
         }
-        memcpy(piece + length, chunk_ + begin_, count);
+        memcpy(&piece[length], chunk_ + begin_, count);
         begin_ += count;
         length += count;
     }
     VN_ASSERT(isValid());
-    VN_ASSERT(length < size);
+    VN_ASSERT(length < piece.size());
     piece[length] = '\0';
     return length > 0;
 }
@@ -63,20 +63,20 @@ bool LineReader::atSpace() const {
     return isspace(static_cast<unsigned char>(chunk_[begin_])) != 0;
 }
 
-bool LineReader::nextField(char* field, size_t size) {
+bool LineReader::nextField(std::span<char> field) {
     VN_ASSERT(isValid());
-    VN_ASSERT(size >= 1);
+    VN_ASSERT(field.size() >= 1);
     while ((begin_ < end_ || fill()) && atSpace()) {
         ++begin_;
     }
     size_t length = 0;
     for (; (begin_ < end_ || fill()) && !atSpace(); ++begin_) {
-        if (length + 1 < size) {
+        if (length + 1 < field.size()) {
             field[length++] = chunk_[begin_];
         }
     }
     VN_ASSERT(isValid());
-    VN_ASSERT(length < size);
+    VN_ASSERT(length < field.size());
     field[length] = '\0';
     return length > 0;
 }

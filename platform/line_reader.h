@@ -4,6 +4,7 @@
 #define VN_PLATFORM_LINE_READER_H
 
 #include <cstddef>
+#include <span>
 
 #include "platform/alive_mark.h"
 
@@ -18,23 +19,13 @@ class LineReader {
 
     bool isOpen() const { return descriptor_ >= 0; }
 
-    // The next line with its line feed, or the next size - 1 bytes of a longer one, terminated.
-    // False at the end of the file, on an error and when the file is not open. size is at least 2.
-    bool next(char* piece, size_t size);
-
-    template <size_t size>
-    bool next(char (&piece)[size]) {
-        return next(piece, size);
-    }
+    // The next line with its line feed, or as much of a longer one as fits, terminated. False at
+    // the end of the file, on an error and when the file is not open. piece has room for 2 bytes.
+    bool next(std::span<char> piece);
 
     // The next run of bytes that are not white space, terminated. Line feeds are white space, as
-    // for fscanf's %s. Bytes of a run after the first size - 1 are skipped. False at the end.
-    bool nextField(char* field, size_t size);
-
-    template <size_t size>
-    bool nextField(char (&field)[size]) {
-        return nextField(field, size);
-    }
+    // for fscanf's %s. Bytes of a run that do not fit are skipped. False at the end.
+    bool nextField(std::span<char> field);
 
   private:
     bool isValid() const;

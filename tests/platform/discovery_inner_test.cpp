@@ -193,10 +193,10 @@ std::vector<std::string> withLineReader(const std::string& path, size_t size) {
     vncommon::LineReader reader(path.c_str());
     EXPECT_TRUE(reader.isOpen());
     std::vector<char> piece(size);
-    while (reader.next(piece.data(), size)) {
+    while (reader.next(piece)) {
         pieces.emplace_back(piece.data());
     }
-    EXPECT_FALSE(reader.next(piece.data(), size));  // stays at the end
+    EXPECT_FALSE(reader.next(piece));  // stays at the end
     return pieces;
 }
 
