@@ -4,26 +4,22 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include <vncommon/failure.h>
 
 #include "platform/assertion.h"
 #include "platform/line_reader.h"
+#include "platform/owned_text.h"
 
 namespace vncommon {
 namespace {
 
 std::atomic<const char*> result_static{nullptr};
 
-struct CheckedFree {
-    void operator()(char* text) const { vn_free(text); }
-};
-
 // One part of the description: its label, which depends on the kind of processor, and its value.
 struct Detail {
     const char* label = "";
-    std::unique_ptr<char, CheckedFree> value;
+    Text value;
 
     const char* text() const { return value != nullptr ? value.get() : ""; }
 };

@@ -5,7 +5,6 @@
 #include "platform/check_error.h"
 
 #include <pthread.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 #include <cstring>
 
 #include <vncommon/discovery.h>
+#include <vncommon/process.h>
 
 #include "platform/assertion.h"
 #include "platform/cancellation.h"
@@ -226,9 +226,7 @@ char* vn_strndup(const char* text, size_t maximum) {
 }
 
 uint64_t vn_systime(void) {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+    return static_cast<uint64_t>(vn_sys_time());
 }
 
 int vn_strcasecmp(const char* a, const char* b) {

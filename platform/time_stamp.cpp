@@ -12,13 +12,11 @@
 namespace vncommon {
 namespace {
 
-constexpr size_t dateLength = secondLength;  // the milliseconds follow
-
 void refreshDate(vn_TimeStampCache* cache, int64_t second) {
     char date[80];  // fits any int in every field
     [[maybe_unused]] const int length = formatSecond(second, date, sizeof date);
     VN_ASSERT(length >= secondLength);
-    memcpy(cache->text, date, dateLength);
+    memcpy(cache->text, date, secondLength);
     cache->lastSecond = second;
 }
 
@@ -30,7 +28,7 @@ const char* timeStampAt(vn_TimeStampCache* cache, int64_t second, unsigned milli
     if (second != cache->lastSecond || second == 0) [[unlikely]] {  // 0: maybe not set yet
         refreshDate(cache, second);
     }
-    char* digits = cache->text + dateLength;
+    char* digits = cache->text + secondLength;
     digits[0] = static_cast<char>('0' + milliseconds / 100);
     digits[1] = static_cast<char>('0' + milliseconds / 10 % 10);
     digits[2] = static_cast<char>('0' + milliseconds % 10);
