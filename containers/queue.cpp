@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 
 #include <vncommon/failure.h>
 
@@ -84,20 +83,14 @@ class VN_SCOPED_CAPABILITY RingLock {
     vn_qtsQueue* queue_;
 };
 
-void copyElements(vn_qtsElement* to, const vn_qtsElement* from, uint32_t n) {
-    if (n > 0) {  // from may be null when n is 0
-        memcpy(to, from, size_t{n} * sizeof(vn_qtsElement));
-    }
-}
-
 vn_qtsElement* makeSlots(uint32_t capacity) {
     return static_cast<vn_qtsElement*>(vn_malloc(size_t{capacity} * sizeof(vn_qtsElement)));
 }
 
 void copyInOrder(vn_qtsElement* to, const vn_qtsQueue* queue) VN_REQUIRES(queueLock) {
     const uint32_t beforeWrap = std::min(queue->count, queue->capacity - queue->head);
-    copyElements(to, queue->slots + queue->head, beforeWrap);
-    copyElements(to + beforeWrap, queue->slots, queue->count - beforeWrap);
+    to = std::copy_n(queue->slots + queue->head, beforeWrap, to);
+    std::copy_n(queue->slots, queue->count - beforeWrap, to);
 }
 
 // Moves the elements, in queue order, to the start of the new ring.
@@ -144,8 +137,8 @@ uint32_t next(const vn_qtsQueue* queue, uint32_t slot) VN_REQUIRES(queueLock) {
 void append(vn_qtsQueue* queue, const vn_qtsElement* elements, uint32_t n) VN_REQUIRES(queueLock) {
     VN_ASSERT(n <= queue->capacity - queue->count);
     const uint32_t beforeWrap = std::min(n, queue->capacity - queue->tail);
-    copyElements(queue->slots + queue->tail, elements, beforeWrap);
-    copyElements(queue->slots, elements + beforeWrap, n - beforeWrap);
+    std::copy_n(elements, beforeWrap, queue->slots + queue->tail);
+    std::copy_n(elements + beforeWrap, n - beforeWrap, queue->slots);
     queue->tail = static_cast<uint32_t>((uint64_t{queue->tail} + n) % queue->capacity);
     queue->count += n;
 }
