@@ -238,15 +238,23 @@ bool findStage(const VN_TimestampSet* set, uint64_t stage, uint32_t* index) {
     return vn_Vector_find(set->entries, &key, index);
 }
 
+// The first entry of the stage, or null.
+TimeStamp* findEntry(const VN_TimestampSet* set, uint64_t stage) {
+    uint32_t index;
+    return findStage(set, stage, &index) ? entriesOf(set)[index] : nullptr;
+}
+
 // Unlike vn_Vector_remove, keeps the order: the entry at position 0 must be the earliest-added.
-void removeInOrder(VN_TimestampSet* set, uint32_t index) {
+TimeStamp removeInOrder(VN_TimestampSet* set, uint32_t index) {
     Vector* entries = set->entries;
     VN_ASSERT(index < entries->size);
     TimeStamp* entry = entriesOf(set)[index];
+    const TimeStamp removed = *entry;
     memmove(entries->data + index, entries->data + index + 1,
             (entries->size - index - 1) * sizeof(void*));
     --entries->size;
     recycle(entry);
+    return removed;
 }
 
 [[gnu::noinline]] double roundedSeconds(timeval time) {
@@ -354,38 +362,29 @@ void VN_TimestampSet_addTime(VN_TimestampSet* set, uint64_t stage, double time) 
 }
 
 TimeStamp* VN_TimestampSet_replace(VN_TimestampSet* set, uint64_t stage, double time) {
-    uint32_t index;
-    if (!findStage(set, stage, &index)) {
-        return nullptr;
+    TimeStamp* entry = findEntry(set, stage);
+    if (entry != nullptr) {
+        entry->time = time;
     }
-    TimeStamp* entry = entriesOf(set)[index];
-    entry->time = time;
     return entry;
 }
 
 TimeStamp* VN_TimestampSet_replaceWithNow(VN_TimestampSet* set, uint64_t stage) {
-    uint32_t index;
-    if (!findStage(set, stage, &index)) {
-        return nullptr;
+    TimeStamp* entry = findEntry(set, stage);
+    if (entry != nullptr) {
+        entry->time = VN_TimestampSet_getRelativeTime();
     }
-    TimeStamp* entry = entriesOf(set)[index];
-    entry->time = VN_TimestampSet_getRelativeTime();
     return entry;
 }
 
 double VN_TimestampSet_findTime(VN_TimestampSet* set, uint64_t stage) {
-    uint32_t index;
-    return findStage(set, stage, &index) ? entriesOf(set)[index]->time : 0.0;
+    const TimeStamp* entry = findEntry(set, stage);
+    return entry != nullptr ? entry->time : 0.0;
 }
 
 double VN_TimestampSet_findTimeAndRemove(VN_TimestampSet* set, uint64_t stage) {
     uint32_t index;
-    if (!findStage(set, stage, &index)) {
-        return 0.0;
-    }
-    const double time = entriesOf(set)[index]->time;
-    removeInOrder(set, index);
-    return time;
+    return findStage(set, stage, &index) ? removeInOrder(set, index).time : 0.0;
 }
 
 bool VN_TimestampSet_getNextStampAndRemove(VN_TimestampSet* set, uint64_t* stage, double* time) {
@@ -393,10 +392,9 @@ bool VN_TimestampSet_getNextStampAndRemove(VN_TimestampSet* set, uint64_t* stage
     if (vn_Vector_empty(set->entries)) {
         return false;
     }
-    const TimeStamp earliest = *entriesOf(set)[0];
+    const TimeStamp earliest = removeInOrder(set, 0);
     *stage = earliest.stage;
     *time = earliest.time;
-    removeInOrder(set, 0);
     return true;
 }
 
