@@ -1,7 +1,6 @@
 #include "events/event_tokens.h"
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -16,29 +15,25 @@ namespace {
 
 constexpr size_t longestNumber = 24;  // of a float: -1.2345678901234567e-308
 
-VN_EventValue valueOf(uint32_t kind, uint64_t bits) {
-    return {std::bit_cast<void*>(bits), kind};
-}
-
 VN_EventValue asInteger(const char* word) {
     int64_t value = 0;
     std::from_chars(word, word + strlen(word), value);
-    return valueOf(VN_EventKind_Integer, static_cast<uint64_t>(value));
+    return {VN_EventPayload_ofInt(value), VN_EventKind_Integer};
 }
 
 VN_EventValue asFloat(const char* word) {
     const int before = errno;
     const double value = vn_strtod(word, nullptr);
     errno = before;
-    return valueOf(VN_EventKind_Float, std::bit_cast<uint64_t>(value));
+    return {VN_EventPayload_ofFloat(value), VN_EventKind_Float};
 }
 
 VN_EventValue asDecimal(const char* word) {
-    return valueOf(VN_EventKind_Decimal, readDecimal(word));
+    return {VN_EventPayload_ofInt(static_cast<int64_t>(readDecimal(word))), VN_EventKind_Decimal};
 }
 
 VN_EventValue asBoolean(const char* word) {
-    return valueOf(VN_EventKind_Boolean, *word == 't' ? 1 : 0);
+    return {VN_EventPayload_ofInt(*word == 't' ? 1 : 0), VN_EventKind_Boolean};
 }
 
 bool isWrittenAs(const VN_EventValue& value, std::string_view word) {

@@ -5,7 +5,6 @@
 // text that we copied, a name included, is stored after its owner in the same block.
 #include <vncommon/event_writer.h>
 
-#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -40,10 +39,6 @@ void markEnded([[maybe_unused]] VN_EventWriter* writer) {
 Vector* valuesOf(VN_EventWriter* writer) {
     VN_ASSERT(isValid(writer));
     return writer->values;
-}
-
-void* toPayload(uint64_t value) {
-    return std::bit_cast<void*>(value);
 }
 
 // Allocates a block for an owner, followed by room for a text of this length, which is already
@@ -234,7 +229,7 @@ void VN_EventWriter_dtor(VN_EventWriter* writer) {
 }
 
 void VN_EventWriter_addInt(VN_EventWriter* writer, int64_t value) {
-    append(valuesOf(writer), VN_EventKind_Integer, toPayload(static_cast<uint64_t>(value)));
+    append(valuesOf(writer), VN_EventKind_Integer, VN_EventPayload_ofInt(value));
 }
 
 void VN_EventWriter_addString(VN_EventWriter* writer, const char* text) {
@@ -243,19 +238,21 @@ void VN_EventWriter_addString(VN_EventWriter* writer, const char* text) {
 
 void VN_EventWriter_addChar(VN_EventWriter* writer, int character) {
     append(valuesOf(writer), VN_EventKind_Character,
-           toPayload(static_cast<unsigned char>(character)));
+           VN_EventPayload_ofInt(static_cast<unsigned char>(character)));
 }
 
 void VN_EventWriter_addFloat(VN_EventWriter* writer, double value) {
-    append(valuesOf(writer), VN_EventKind_Float, toPayload(std::bit_cast<uint64_t>(value)));
+    append(valuesOf(writer), VN_EventKind_Float, VN_EventPayload_ofFloat(value));
 }
 
 void VN_EventWriter_addDecimal(VN_EventWriter* writer, uint64_t value) {
-    append(valuesOf(writer), VN_EventKind_Decimal, toPayload(value));
+    append(valuesOf(writer), VN_EventKind_Decimal,
+           VN_EventPayload_ofInt(static_cast<int64_t>(value)));
 }
 
 void VN_EventWriter_addBoolean(VN_EventWriter* writer, int value) {
-    append(valuesOf(writer), VN_EventKind_Boolean, toPayload(static_cast<unsigned char>(value)));
+    append(valuesOf(writer), VN_EventKind_Boolean,
+           VN_EventPayload_ofInt(static_cast<unsigned char>(value)));
 }
 
 void VN_EventWriter_addUnformatted(VN_EventWriter* writer, const char* text) {
