@@ -151,7 +151,7 @@ const char* vn_UTF8SkipChars(const char* text, int count) {
 }
 
 const char* vn_findUTF8Start(const char* text) {
-    while ((static_cast<uint8_t>(*text) & 0xC0) == 0x80) {
+    while (isContinuation(*text)) {
         --text;
     }
     return text;

@@ -164,10 +164,7 @@ int vn_isConsoleFile(FILE* stream) {
 
 char* vn_CstrToUTF8(const char* text) {
     const size_t length = std::strlen(text);
-    if (!isConvertible(length)) {
-        return strdup(text);
-    }
-    MallocBlock<char> result = toUTF8(text, length);
+    MallocBlock<char> result = isConvertible(length) ? toUTF8(text, length) : nullptr;
     return result ? result.release() : strdup(text);
 }
 
@@ -177,10 +174,8 @@ char* vn_cmdlineToUTF8(const char* argument) {
 
 char* vn_UTF8ToCstr(const char* text) {
     const size_t length = std::strlen(text);
-    if (length == 0 || !isConvertible(length)) {
-        return strdup(text);
-    }
-    MallocBlock<char> result = toCodepage(text, length);
+    const bool converts = length > 0 && isConvertible(length);
+    MallocBlock<char> result = converts ? toCodepage(text, length) : nullptr;
     return result ? result.release() : strdup(text);
 }
 
