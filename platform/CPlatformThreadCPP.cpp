@@ -14,7 +14,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 
 #include <vncommon/maths.h>
@@ -66,9 +65,7 @@ const ForkHandlers forkHandlers(nullptr, nullptr, [] { threadCounterIdMutex.free
 
 void requireInitialisation() {
     if (!initDone) {
-        disableCancellationForEnd();
-        fputs("C threading library used without first being initialised\n", stderr);
-        flushAndAbort();
+        abortWith("C threading library used without first being initialised\n");
     }
 }
 

@@ -6,13 +6,8 @@
 
 namespace vncommon {
 
-// Ends the process after a fatal message. Flushes standard error first, because the program may
-// have given it a buffer, and abort() discards buffers.
-[[noreturn]] void flushAndAbort();
-
-// Comes before the message of a fatal error. Writing is a cancellation point: a thread that is to
-// be cancelled would end there, the process would not.
-void disableCancellationForEnd();
+// Ends the process with this message on standard error.
+[[noreturn]] void abortWith(const char* message);
 
 // The part of checkError that reports; code is not 0.
 void reportFailedCall(int code, const char* systemCall);

@@ -60,6 +60,19 @@ struct ErrorTexts {
     char ofCode[messageSize];
 };
 
+// Comes before the message of a fatal error. Writing is a cancellation point: a thread that is to
+// be cancelled would end there, the process would not.
+void disableCancellationForEnd() {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+}
+
+// Flushes standard error first, because the program may have given it a buffer, and abort()
+// discards buffers.
+[[noreturn]] void flushAndAbort() {
+    fflush(stderr);
+    abort();
+}
+
 // For the out-of-memory path: one write(), no buffered stream. A failure is ignored.
 void writeToStandardError(const char* text, size_t length) {
     const CancellationDisabled noCancellation;
@@ -108,13 +121,10 @@ char* warnOfNullText() {
 
 }  // namespace
 
-void disableCancellationForEnd() {
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-}
-
-void flushAndAbort() {
-    fflush(stderr);
-    abort();
+void abortWith(const char* message) {
+    disableCancellationForEnd();
+    fputs(message, stderr);
+    flushAndAbort();
 }
 
 void reportFailedCall(int code, const char* systemCall) {
@@ -169,21 +179,16 @@ void vn_strerror(char* buffer, size_t size, int errnum) {
     }
     // Compat: one byte stricter than truncation needs; callers rely on a spare byte after the text.
     if (static_cast<size_t>(length) + 1 >= size) {
-        disableCancellationForEnd();
-        fputs("Fatal error: error message buffer too small\n", stderr);
-        flushAndAbort();
+        abortWith("Fatal error: error message buffer too small\n");
     }
     VN_ASSERT(buffer[length] == '\0');
 }
 
 void vn_checkMemory(void* pointer) {
     if (pointer == nullptr) [[unlikely]] {
-        disableCancellationForEnd();
-        fputs(
+        abortWith(
             "Fatal error: malloc or similar returned null - this suggests the process has run "
-            "out of memory\n",
-            stderr);
-        flushAndAbort();
+            "out of memory\n");
     }
 }
 

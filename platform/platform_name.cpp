@@ -1,7 +1,6 @@
 // The one-line description of the Linux distribution, from the first release file that exists.
 #include "platform/machine_description.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "platform/assertion.h"

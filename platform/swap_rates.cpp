@@ -1,8 +1,6 @@
 // Swap activity from the kernel's counters. The last reading is kept between calls.
 #include "platform/process_sources.h"
 
-#include <sys/time.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
