@@ -14,14 +14,6 @@
 
 namespace vncommon {
 
-inline char* putZeros(char* at, int count) {
-    if (count <= 0) {
-        return at;
-    }
-    memset(at, '0', static_cast<size_t>(count));
-    return at + count;
-}
-
 // "e", the sign, two or three digits.
 inline char* putExponent(char* at, int exponent) {
     const int magnitude = std::abs(exponent);
@@ -62,7 +54,7 @@ inline char* putPoint(const Digits& digits, int before) {
 inline char* layOutFixed(const Digits& digits) {
     VN_ASSERT(digits.point > 0);
     const int before = std::min(digits.point, digits.length);
-    return putZeros(putPoint(digits, before), digits.point - before);
+    return std::fill_n(putPoint(digits, before), digits.point - before, '0');
 }
 
 // "d.ddde+XX", or "de+XX". No leading zeros.
@@ -80,7 +72,7 @@ inline char* layOutBelowOne(const Digits& digits) {
         memmove(first, digits.text + 1, static_cast<size_t>(digits.length));
     }
     digits.text[0] = '.';
-    putZeros(digits.text + 1, zeros);
+    std::fill_n(digits.text + 1, zeros, '0');
     return first + digits.length;
 }
 

@@ -130,7 +130,7 @@ char* formatScientificZero(char* buf, unsigned size, int count) {
     if (static_cast<unsigned>(count) + 5 >= size) {
         return nullptr;
     }
-    terminate(putExponent(putZeros(buf + 2, count - 1), 0));
+    terminate(putExponent(std::fill_n(buf + 2, count - 1, '0'), 0));
     return buf;
 }
 

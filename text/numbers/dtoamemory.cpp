@@ -6,7 +6,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <bit>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
