@@ -68,21 +68,15 @@ char* terminate(char* end) {
     return terminate(layOutShortest(shortestDigits(x, text)));
 }
 
-// Sign, point, terminator, and the 19 digits of any x below 2^63.
-constexpr unsigned enoughBesidePlaces = 22;
-
 // Falls back to the standard library where exact scaling cannot be used.
 char* formatFixedInAnySize(char* buf, unsigned size, int places, double x) {
-    const bool enough =
-        std::fabs(x) < 0x1p63 && size >= enoughBesidePlaces + static_cast<unsigned>(places);
     DigitArea area;
-    char* whole = enough ? buf : area;
-    char* text = putSign(whole, x);
+    char* text = putSign(area, x);
     Digits digits;
     if (places > mostScaledPlaces || !scaledDigits(x, places, text, digits)) {
-        digits = fixedDigits(x, places, text, whole + (enough ? size : sizeof area));
+        digits = fixedDigits(x, places, text, std::end(area));
     }
-    return finish(buf, size, whole, layOutFixed(digits));
+    return finish(buf, size, area, layOutFixed(digits));
 }
 
 // Rounds to the left of the point.
@@ -105,6 +99,7 @@ char* formatFixedByNetlib(char* buf, unsigned size, int places, double x) {
 }
 
 [[gnu::noinline]] char* formatFixed(char* buf, unsigned size, int precision, double x) {
+    constexpr unsigned enoughBesidePlaces = 22;  // sign, point, terminator, 19 digits before them
     const auto places = static_cast<unsigned>(precision);
     Digits digits;
     if (places <= mostScaledPlaces && size >= enoughBesidePlaces + places &&
