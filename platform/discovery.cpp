@@ -33,10 +33,6 @@ struct CloseFile {
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
-bool startsWith(const char* text, const char* prefix) {
-    return strncmp(text, prefix, strlen(prefix)) == 0;
-}
-
 bool exists(const char* path) {
     struct stat ignored;
     return stat(path, &ignored) == 0;
@@ -133,10 +129,7 @@ Text findGroupPath(const char* selfFile, const char* controller) {
 }
 
 void stripTrailingLineFeeds(char* text) {
-    size_t length = strlen(text);
-    while (length > 0 && text[length - 1] == '\n') {
-        text[--length] = '\0';
-    }
+    text[std::string_view(text).find_last_not_of('\n') + 1] = '\0';
 }
 
 }  // namespace
@@ -154,7 +147,7 @@ int physicalCpus(std::atomic<int>& cache, const char* cpuinfoFile) {
         }
         char line[1024];
         while (cpuinfo.next(line)) {
-            count += startsWith(line, "processor") ? 1 : 0;
+            count += std::string_view(line).starts_with("processor") ? 1 : 0;
         }
     }
     VN_ASSERT(count >= 0);
@@ -167,7 +160,7 @@ double vmSize(const char* statusFile) {
     LineReader status(statusFile);
     char line[256];
     while (status.next(line)) {
-        if (startsWith(line, label)) {
+        if (std::string_view(line).starts_with(label)) {
             const char* digits = line + sizeof label - 1;
             digits += strcspn(digits, "0123456789");
             const auto kibibytes = static_cast<uint64_t>(strtoll(digits, nullptr, 10));

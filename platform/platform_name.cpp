@@ -43,8 +43,7 @@ Text fromOsRelease(LineReader& file) {
             VN_ASSERT(*value != '\0');
             name.reset(strndup(value, strlen(value) - 1));
         } else if (const char* version = valueOf(line, "VERSION")) {
-            const Text start = name != nullptr ? join(name.get(), " ") : nullptr;
-            return start != nullptr ? join(start.get(), version + 1) : nullptr;
+            return name != nullptr ? join(name.get(), " ", version + 1) : nullptr;
         }
     }
     return nullptr;
