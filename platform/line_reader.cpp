@@ -65,7 +65,7 @@ bool LineReader::atSpace() const {
 
 bool LineReader::nextField(std::span<char> field) {
     VN_ASSERT(isValid());
-    VN_ASSERT(field.size() >= 1);
+    VN_ASSERT(!field.empty());
     while ((begin_ < end_ || fill()) && atSpace()) {
         ++begin_;
     }
