@@ -5,7 +5,7 @@
  * system call, and texts from the system, such as directories and environment entries, are
  * converted back (convention 3). Nothing is cached unless a comment says so.
  *
- * Errors are results, never aborts: a newly allocated message text, null, or an error number.
+ * Errors are results: a newly allocated message text, null, or an error number.
  * Every text and array that a function returns is a new block of the platform's allocator,
  * released with free (or vn_free), unless its comment says otherwise.
  *
@@ -37,8 +37,8 @@ VN_BEGIN_DECLS
  * give the same text. */
 VN_NODISCARD VN_API char* vn_getUTF8UserName(void) VN_MALLOC;
 
-/** The current directory, new, in UTF-8 and of any length; null when the system does not report it
- * (removed, unreadable), with the reason in errno. */
+/** The current directory, new, in UTF-8 and of any length; null without memory, and when the system
+ * does not report it (removed, unreadable), with its reason in errno. */
 VN_NODISCARD VN_API char* vn_getUTF8CurrentDirectory(void) VN_MALLOC;
 
 /** The number of the process, as getpid() reports it. */
@@ -58,6 +58,7 @@ VN_API void vn_freeEnvironUTF8(char** environment);
 
 /** Opens path with open(). On success stores the descriptor in *fd and returns null; on failure
  * stores -1 and returns the text of the error, as vn_strerror words it (released with vn_free).
+ * Without memory for that text the process ends (vn_strdup, failure.h).
  * A mode (mode_t) follows the flags when they hold O_CREAT; without O_CREAT no further argument
  * is read and the mode is 0, also with O_TMPFILE. */
 VN_NODISCARD VN_API char* vn_openFileUTF8(int* fd, const char* path, int flags, ...) VN_MALLOC;
