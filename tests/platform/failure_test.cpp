@@ -284,6 +284,42 @@ TEST(FatalTexts, AreFlushedFromABufferedStandardError) {
     }
 }
 
+// Reports that the process survives. The child then ends without flushing any stream.
+const std::map<std::string, Report> survivedReports = {
+    {"strdup", [] { EXPECT_EQ(vn_strdup(nullptr), nullptr); }},
+    {"strndup", [] { EXPECT_EQ(vn_strndup(nullptr, 3), nullptr); }},
+    {"slot",
+     [] {
+         vn_ThreadLocal never = PTHREAD_KEYS_MAX;
+         vn_ThreadLocal_destroy(&never);
+     }},
+};
+
+VN_CHILD(survivedIntoABuffer) {
+    static char buffer[65536];
+    setvbuf(stderr, buffer, _IOFBF, sizeof buffer);
+    errno = ENOENT;
+    survivedReports.at(arguments[0])();
+    _exit(9);
+}
+
+TEST(SurvivedTexts, AreFlushedFromABufferedStandardError) {
+    const std::string warning = "Warning: NULL passed to strdup\n";
+    const std::map<std::string, std::string> texts = {
+        {"strdup", warning},
+        {"strndup", warning},
+        {"slot",
+         "Fatal error: System call pthread_key_delete failed\n"
+         "(strerror(errno)=No such file or directory)\n"
+         "(strerror(errcode)=Invalid argument)\n"},
+    };
+    for (const auto& [name, report] : survivedReports) {
+        const ChildResult child = run("survivedIntoABuffer", {name});
+        EXPECT_EQ(child.exitStatus, 9) << name;
+        EXPECT_EQ(child.err, texts.at(name));
+    }
+}
+
 // ---- One-line wrappers -----------------------------------------------------------------------
 
 TEST(Wrappers, SystimeIsTheWallClockInMilliseconds) {

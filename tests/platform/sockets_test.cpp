@@ -241,17 +241,21 @@ VN_CHILD(noDescriptors) {
     getrlimit(RLIMIT_NOFILE, &before);
     const rlimit none = {0, before.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
+    const std::string resolving = taken(vn_socketConnect("no such host name", 80, &fd));
     const std::string connecting = taken(vn_socketConnect("127.0.0.1", 80, &fd));
     const std::string listening = taken(vn_createListeningSocket(0, &fd));
     setrlimit(RLIMIT_NOFILE, &before);  // the leak checker opens files at exit
+    puts(resolving.c_str());
     puts(connecting.c_str());
     puts(listening.c_str());
     return 0;
 }
 
+// The host is resolved first.
 TEST(Sockets, FailureToCreateASocketIsReported) {
     EXPECT_EQ(runChild("noDescriptors").out,
-              "Failed to create network socket.\nFailed to create listening socket.\n");
+              "Failed to resolve hostname.\nFailed to create network socket.\n"
+              "Failed to create listening socket.\n");
 }
 
 TEST(Sockets, AcceptClosesWhatCannotListen) {
