@@ -100,8 +100,9 @@ VN_API void vn_setOutOfMemoryCallBack(vn_OutOfMemoryCallBack callback);
  * Called again from inside the callback, it repeats the first line and skips both the callback
  * and the memory line. That is: called by the thread that called the callback, deeper in its
  * stack, with no new callback installed. A callback may leave by longjmp; a later call then writes
- * the memory line unless it is deeper in that stack, too. When several threads call it at once, one of them writes the complete
- * line. It does not use the heap or a buffered stream before the exit. */
+ * the memory line unless it is deeper in that stack, too. When several threads call it at once, one
+ * of them writes the complete line. It does not use the heap or a buffered stream before the exit.
+ */
 VN_API VN_NORETURN void vn_outOfMemory(void);
 
 /** Flushes standard output, then standard error, and ends the process with _exit(status): no
