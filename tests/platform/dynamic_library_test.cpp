@@ -94,6 +94,14 @@ TEST(DynamicLibrary, FileThatIsNoLibraryGivesTheSystemsText) {
     EXPECT_EQ(error, dlerror());
 }
 
+// All symbols are bound at once.
+TEST(DynamicLibrary, LibraryThatLacksAFunctionIsNotLoaded) {
+    void* handle = nullptr;
+    const std::string error = takeText(vn_loadLibraryUTF8(&handle, VN_PLUGIN));
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_NE(error.find("undefined symbol: vnTestMissingFunction"), std::string::npos) << error;
+}
+
 TEST(DynamicLibrary, NullPathIsTheProgram) {
     void* handle = nullptr;
     EXPECT_EQ(vn_loadLibraryUTF8(&handle, nullptr), nullptr);

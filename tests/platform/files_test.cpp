@@ -73,6 +73,29 @@ TEST(Files, OpenWithoutCreatingIgnoresTheMode) {
     close(fd);
 }
 
+// The kernel reads the mode of a file without a name, but the library passes 0 without O_CREAT.
+TEST(Files, OpenWithoutCreatingPassesTheModeZero) {
+    const Directory directory;
+    int fd = -1;
+    const std::string error =
+        takeText(vn_openFileUTF8(&fd, directory.path.c_str(), O_TMPFILE | O_WRONLY, 0777));
+    if (fd == -1) {
+        GTEST_SKIP() << "this file system has no files without a name: " << error;
+    }
+    struct stat status;
+    EXPECT_EQ(fstat(fd, &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0U);
+    close(fd);
+}
+
+TEST(Files, StatFollowsLinks) {
+    const Directory directory;
+    ASSERT_EQ(symlink(directory.path.c_str(), (directory / "link").c_str()), 0);
+    struct stat status;
+    EXPECT_EQ(vn_statUTF8((directory / "link").c_str(), &status), 0);
+    EXPECT_TRUE(S_ISDIR(status.st_mode));
+}
+
 TEST(Files, OpenGivesTheSystemsWordsForAFailure) {
     const Directory directory;
     int fd = 0;
