@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -42,6 +43,23 @@ std::atomic<bool> memoryLogged{false};  // the memory line is written
 
 constexpr size_t messageSize = 1024;
 
+// fprintf(stderr, ...), but a line that is not very long needs little stack: for an unbuffered
+// stream glibc's fprintf has a buffer of 8 KiB there, and small threads do not have that much.
+[[gnu::format(printf, 1, 2)]] void printLine(const char* format, ...) {
+    char line[messageSize + 128];
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    if (length >= 0 && static_cast<size_t>(length) < sizeof line) {
+        fputs(line, stderr);
+        return;
+    }
+    va_start(arguments, format);
+    vfprintf(stderr, format, arguments);
+    va_end(arguments);
+}
+
 // The messages for errno and code. errno is saved before any other call can change it.
 struct ErrorTexts {
     explicit ErrorTexts(int code) {
@@ -51,8 +69,8 @@ struct ErrorTexts {
     }
 
     void print() const {
-        fprintf(stderr, "(strerror(errno)=%s)\n", ofErrno);
-        fprintf(stderr, "(strerror(errcode)=%s)\n", ofCode);
+        printLine("(strerror(errno)=%s)\n", ofErrno);
+        printLine("(strerror(errcode)=%s)\n", ofCode);
         fflush(stderr);
     }
 
@@ -133,7 +151,7 @@ void reportFailedCall(int code, const char* systemCall) {
     const ErrorTexts texts(code);
     {
         const CancellationDisabled noCancellation;  // the caller may hold a lock
-        fprintf(stderr, "Fatal error: System call %s failed\n", systemCall);
+        printLine("Fatal error: System call %s failed\n", systemCall);
         texts.print();
     }
     const bool outOfResources = code == EAGAIN || code == ENOMEM;
@@ -152,7 +170,7 @@ void vn_checkError(int code, const char* description) {
     }
     const ErrorTexts texts(code);
     disableCancellationForEnd();
-    fprintf(stderr, "Fatal error: Call failed with code %d: %s\n", code, description);
+    printLine("Fatal error: Call failed with code %d: %s\n", code, description);
     texts.print();
     abort();
 }

@@ -96,6 +96,22 @@ TEST(CheckError, ReportsAndAborts) {
     EXPECT_EQ(child.out, "");
 }
 
+VN_CHILD(checkErrorDescribed) {
+    errno = 0;
+    vn_checkError(5, std::string(std::stoul(arguments[0]), 'd').c_str());
+    return 0;
+}
+
+TEST(CheckError, TakesADescriptionOfAnyLength) {
+    for (const size_t length : {0U, 900U, 1500U, 100000U}) {
+        const ChildResult child = run("checkErrorDescribed", {std::to_string(length)});
+        EXPECT_EQ(child.signal, SIGABRT);
+        EXPECT_EQ(child.err, "Fatal error: Call failed with code 5: " + std::string(length, 'd') +
+                                 "\n(strerror(errno)=Success)\n"
+                                 "(strerror(errcode)=Input/output error)\n");
+    }
+}
+
 TEST(CheckError, NamesUnknownCodes) {
     const ChildResult child = run("checkError", {"-1", "0"});
     EXPECT_EQ(child.signal, SIGABRT);

@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cfloat>
+#include <climits>
 #include <cmath>
+#include <csignal>
 #include <cstdarg>
 #include <random>
 #include <string>
@@ -18,6 +21,7 @@
 #include <vncommon/failure.h>
 #include <vncommon/numbers.h>
 #include <vncommon/sockets.h>
+#include <vncommon/threads.h>
 
 #include "support/child_process.h"
 #include "support/thread_stack.h"
@@ -92,6 +96,30 @@ VN_CHILD(connectByDottedHost) {
 TEST(SmallestStack, IsEnoughToConnect) {
     const ChildResult child = runChild("connectByDottedHost");
     EXPECT_EQ(child.exitStatus, 9) << child.signal << child.err;
+}
+
+VN_CHILD(reportFailures) {
+    ThreadStack(smallest).run([survived = arguments[0] == "survived"] {
+        errno = ENOENT;
+        if (survived) {
+            vn_ThreadLocal never = PTHREAD_KEYS_MAX;
+            vn_ThreadLocal_destroy(&never);
+        } else {
+            vn_checkError(EINVAL, "reading");
+        }
+    });
+    return 9;
+}
+
+TEST(SmallestStack, IsEnoughToReportFailures) {
+    const std::string texts =
+        "(strerror(errno)=No such file or directory)\n(strerror(errcode)=Invalid argument)\n";
+    const ChildResult survived = runChild("reportFailures", {.arguments = {"survived"}});
+    EXPECT_EQ(survived.exitStatus, 9) << survived.signal;
+    EXPECT_EQ(survived.err, "Fatal error: System call pthread_key_delete failed\n" + texts);
+    const ChildResult fatal = runChild("reportFailures", {.arguments = {"fatal"}});
+    EXPECT_EQ(fatal.signal, SIGABRT);
+    EXPECT_EQ(fatal.err, "Fatal error: Call failed with code 22: reading\n" + texts);
 }
 
 // ---- The stack use that the headers of the conversions and of the event reader document -------
