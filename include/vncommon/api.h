@@ -4,20 +4,25 @@
  * Conventions that hold for the whole interface; the other headers refer to them by number.
  *
  *  1. Everything is plain C, callable from C11 and C++17, 64-bit Linux only.
- *  2. A record that the caller embeds has _init and _cleanup (or _destroy); one that the
- *     library allocates has _ctor and _dtor.
- *  3. All text is UTF-8 and NUL-terminated. Names of files and libraries are converted to the
- *     locale's code page for system calls, and converted back in results (utf8.h).
- *  4. Memory that a function returns to its caller is the caller's. Blocks from vn_malloc and
- *     from the platform's malloc are interchangeable: vn_free and free both release either.
+ *  2. A record (a struct with public fields) that the caller embeds has _init and _cleanup (or
+ *     _destroy); one that the library allocates has _ctor and _dtor.
+ *  3. Strings are UTF-8 and NUL-terminated unless the header says otherwise. Names of files and
+ *     libraries are converted to the locale's code page for system calls, and converted back in
+ *     results (utf8.h).
+ *  4. What a function allocates for its caller (a "new" string, array or object) belongs to the
+ *     caller. Other results belong to the library or to an object, as the header says. Blocks from
+ *     vn_malloc and from the platform's malloc are interchangeable: vn_free and free both release
+ *     either.
  *  5. Failures come in three tiers. (a) A failed threading call is reported on standard error
  *     and the program goes on. (b) Broken preconditions and exhausted memory end the process
- *     (failure.h). (c) Ordinary failures of files, sockets and dynamic libraries come back as a
- *     newly allocated message text, null meaning success.
- *  6. Compare callbacks return 0 for "equal"; the stored element comes first, the probe second.
+ *     (failure.h); some headers say that they do not check their memory. (c) Ordinary failures of
+ *     files, sockets and dynamic libraries are returned as a newly allocated message; null means
+ *     success.
+ *  6. Compare callbacks return 0 for "equal"; the stored element comes first, the key second.
  *  7. Callbacks must not throw C++ exceptions, and the library itself throws none.
  *  8. An object is used by one thread at a time unless its header says otherwise.
  *  9. A null argument is undefined behaviour unless the header mentions null.
+ *  10. Unless its header says otherwise, a function is not async-signal-safe and may change errno.
  */
 #ifndef VNCOMMON_API_H
 #define VNCOMMON_API_H
@@ -27,8 +32,8 @@
 #include <stdint.h>
 
 /** @name Attributes
- * Attributes of the declarations, with which the compiler reports mistakes at the call. They are
- * empty for a compiler that does not know them.
+ * Attributes of the declarations, with which the compiler reports mistakes at the call. They expand
+ * to nothing for a compiler that does not know them.
  *
  *     VN_API               exported by the shared library
  *     VN_NODISCARD         ignoring the result is a mistake: it must be freed, or it reports

@@ -4,7 +4,7 @@
  * Both are plain records that the caller embeds, often on the stack. The functions manage only
  * the block that the record points to and never release the record. Call Init first and Destroy
  * last; in between the fields may be read, not written. Blocks come from vn_malloc (failure.h), so
- * an append does not report failures: without memory, or if the size overflows 64 bits, the
+ * an append does not report failures: if memory runs out, or the size overflows 64 bits, the
  * process ends with the message of vn_checkMemory.
  *
  * Growth, the same for every append of both buffers: with need = size + bytes to be added (one
@@ -34,14 +34,14 @@ VN_BEGIN_DECLS
  * a block copies only its string: everything after the first NUL becomes NUL bytes.
  * @{ */
 
-/** A text that grows. */
+/** A growable string. */
 typedef struct CStringBuffer {
     uint64_t size;     /**< characters in use, without the terminator */
     uint64_t capacity; /**< bytes of the block */
     char* data;        /**< the block */
 } CStringBuffer;
 
-/** An empty string in a block of initialCapacity bytes (0: 20). Returns the block. */
+/** Makes an empty string in a block of initialCapacity bytes (0 means 20). Returns the block. */
 VN_API char* vn_strbufInit(CStringBuffer* buffer, uint64_t initialCapacity);
 
 /** Frees the block when freeData is not 0. With 0 the block stays and belongs to the caller, who
@@ -53,7 +53,7 @@ VN_API char* vn_strbufAppendString(CStringBuffer* buffer, const char* text);
 
 /** Appends exactly length characters: those of text, then NUL bytes if text is shorter. Null
  * appends the four characters "null". Returns the start of the block.
- * Compat: the NUL bytes are appended because callers lay out fixed fields this way. */
+ * Compat: the NUL bytes are appended because callers lay out fixed-width fields this way. */
 VN_API char* vn_strbufAppendStringN(CStringBuffer* buffer, const char* text, uint64_t length);
 
 /** Appends character as one byte. */
@@ -81,7 +81,7 @@ VN_API void vn_strbufAppendFormat(CStringBuffer* buffer, const char* format, ...
 VN_API void vn_strbufAppendVA(CStringBuffer* buffer, const char* format, va_list arguments)
     VN_PRINTF(2, 0);
 
-/** Appends text with escapes; all bytes but these are copied, tabs and control characters included.
+/** Appends text with escapes; all other bytes are copied, tabs and control characters included.
  * Grows as for twice the length.
  *
  *     newline            \n
@@ -91,7 +91,7 @@ VN_API void vn_strbufAppendVA(CStringBuffer* buffer, const char* format, va_list
  */
 VN_API void vn_strbufAppendStringEscape(CStringBuffer* buffer, const char* text);
 
-/** Appends text with escapes for a reader that removes escapes twice; all bytes but these are
+/** Appends text with escapes for a reader that removes escapes twice; all other bytes are
  * copied. Grows as for four times the length.
  *
  *     newline            \n
@@ -103,7 +103,7 @@ VN_API void vn_strbufAppendStringEscape(CStringBuffer* buffer, const char* text)
 VN_API void vn_strbufAppendStringEscapeSemiColon(CStringBuffer* buffer, const char* text);
 
 /** Appends the contents of a file. The buffer grows as if it were read in steps of 100 bytes. Null
- * on success; otherwise a new text, released with vn_free:
+ * on success; otherwise a new message, released with vn_free:
  *
  *     "Can't open file due to error: %s"   the system's message; the buffer is unchanged
  *     "Problem while reading from file"    the part that was read stays appended
@@ -144,15 +144,15 @@ extern inline __attribute__((gnu_inline)) void vn_strbufAppendChar(CStringBuffer
  * Holds any bytes, without a terminator: size <= capacity.
  * @{ */
 
-/** A block of bytes that grows. */
+/** A growable byte array. */
 typedef struct CByteBuffer {
     uint64_t size;     /**< bytes in use */
     uint64_t capacity; /**< bytes of the block */
     uint8_t* data;     /**< the block */
 } CByteBuffer;
 
-/** An empty buffer with a block of initialCapacity bytes (0: 20), into which nothing is written.
- * Returns the block. */
+/** Makes an empty buffer with an uninitialised block of initialCapacity bytes (0 means 20). Returns
+ * the block. */
 VN_API uint8_t* vn_bytebufInit(CByteBuffer* buffer, uint64_t initialCapacity);
 
 /** Frees the block when freeData is not 0. With 0 the block stays and belongs to the caller, who

@@ -25,9 +25,9 @@
  *
  * Memory: handles, names, entries and lines come from vn_malloc, so running out of it ends the
  * process (failure.h). The HashMap and the Vectors that hold them do not check their memory:
- * without memory for these the behaviour is undefined.
+ * if memory for these runs out, the behaviour is undefined.
  *
- * Thread-safety: none, and one configuration is process-wide: load, unload and walk from one
+ * Thread safety: none, and one configuration is process-wide: load, unload and walk from one
  * thread at a time. A loaded configuration does not change.
  */
 #ifndef VNCOMMON_CONFIG_FILE_H

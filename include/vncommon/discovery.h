@@ -1,16 +1,16 @@
 /** @file
  * Processors and memory that the process may really use.
  *
- * Inside a container that is less than the machine has: the limits of the process's control
+ * Inside a container these may be less than the machine's: the limits of the process's control
  * group count as well. Both versions of control groups are read, and the smaller limit wins.
- * Also the process's own size, as the kernel reports it.
+ * Also the memory use of the process, as the kernel reports it.
  *
  * Errors: none are reported. A missing file, an unreadable value, failed parsing or missing memory
  * means "no limit" (limits), 0 (counts and sizes) or null (paths). Nothing here ends the process.
  *
  * No limit is DBL_MAX for processors and INT64_MAX for bytes.
  *
- * Thread-safety: every function may be called from any thread, any number at once.
+ * Thread safety: every function may be called from any thread, any number at once.
  *
  * Cost: all functions except vn_getPhysicalCPUs open and read their files on every call, so the
  * next call sees a changed limit. Callers that need speed should keep the result.

@@ -33,7 +33,7 @@
  * with a quote; in a key, it has no colon. Blanks are bytes like all others. Bytes from 128 on are
  * not checked.
  *
- * Errors. VN_EventReader_read returns null and sets `error` to one of these texts, and `position`
+ * Errors. VN_EventReader_read returns null and sets `error` to one of these strings, and `position`
  * to the offset of a byte:
  *
  *     "text too long"                              maxSize
@@ -60,7 +60,7 @@
  *
  * Floating-point modes: the values are the same in every mode that the host has set (maths.h).
  *
- * Thread-safety: a reader is used by one thread at a time (convention 8). Not for signal handlers.
+ * Thread safety: a reader is used by one thread at a time (convention 8). Not async-signal-safe.
  */
 #ifndef VNCOMMON_EVENT_READER_H
 #define VNCOMMON_EVENT_READER_H
@@ -75,12 +75,12 @@ enum {
     VN_EventReader_defaultSize = 1024 * 1024 /**< maxSize after VN_EventReader_init */
 };
 
-/** Limits and result of a reading. Owns nothing, so it needs no cleanup. The caller may change the
- * limits between readings. */
+/** Limits and result of a read. Owns nothing, so it needs no cleanup. The caller may change the
+ * limits between reads. */
 typedef struct VN_EventReader {
-    uint32_t maxDepth; /**< how many brackets may be open at the same time */
-    size_t maxSize;    /**< how many bytes a text may have */
-    const char* error; /**< null, or what was wrong; static text */
+    uint32_t maxDepth; /**< largest nesting depth: open brackets at the same time */
+    size_t maxSize;    /**< largest length of a text in bytes */
+    const char* error; /**< null, or what was wrong; static string */
     size_t position;   /**< the offset of the error; without an error, how much was read */
 } VN_EventReader;
 

@@ -32,10 +32,10 @@
  * Compat: a string with neither is written unchanged, also its tabs and newlines; readers of the
  * format rely on it.
  *
- * Ownership. Texts are copied when they are added. A child writer belongs to the writer that it is
- * added to. After that, the caller may add more to the child, but must not add it again, destroy it
- * or use it in another way. Null texts count as empty ones; a null child is kept as null, except by
- * VN_EventWriter_addRefValue.
+ * Ownership. Strings are copied when they are added. A child writer belongs to the writer that it
+ * is added to. After that, the caller may add more to the child, but must not add it again, destroy
+ * it or use it in another way. Null strings count as empty ones; a null child is kept as null,
+ * except by VN_EventWriter_addRefValue.
  *
  * Memory comes from malloc and is not checked. Only memory limits the nesting depth: neither
  * rendering nor destruction is recursive. Cost: adding takes amortised constant time and one or two
@@ -43,7 +43,7 @@
  *
  * Floating-point modes: the text is the same in every mode that the host has set (maths.h).
  *
- * Thread-safety: none; one thread at a time builds and renders a writer (convention 8).
+ * Thread safety: none; one thread at a time builds and renders a writer (convention 8).
  */
 #ifndef VNCOMMON_EVENT_WRITER_H
 #define VNCOMMON_EVENT_WRITER_H
@@ -140,8 +140,8 @@ VN_API void VN_EventWriter_addAnyType(VN_EventWriter* writer, const char* text);
  * child adds nothing. A child of kind 10 is neither rendered nor destroyed with its parent. */
 VN_API void VN_EventWriter_addRefValue(VN_EventWriter* writer, VN_EventWriter* child);
 
-/** Adds a value of any kind. The payload is the word of a VN_EventValue of that kind: a text, which
- * is copied (kinds 1 and 9); a child writer, which then belongs to the writer (6, 7 and 8);
+/** Adds a value of any kind. The payload is the word of a VN_EventValue of that kind: a string,
+ * which is copied (kinds 1 and 9); a child writer, which then belongs to the writer (6, 7 and 8);
  * otherwise the value itself, stored unchanged. A kind above 9 is stored and renders as nothing. */
 VN_API void VN_EventWriter_addValue(VN_EventWriter* writer, uint32_t kind, void* payload);
 
@@ -168,14 +168,15 @@ VN_API void VN_EventWriter_addAny(VN_EventWriter* writer, uint32_t kind, void* p
  * alone; empty for kind 10. */
 VN_API void VN_EventWriter_addOptional(VN_EventWriter* writer, uint32_t kind, void* payload);
 
-/** The payload word of an integer, for VN_EventWriter_addValue and its like. */
+/** The payload word of an integer, for VN_EventWriter_addValue and similar calls. Also makes that
+ * of a character, of a boolean (0 or 1), and of the bits of a decimal. */
 static inline void* VN_EventPayload_ofInt(int64_t value) {
     void* payload;
     memcpy(&payload, &value, sizeof payload);
     return payload;
 }
 
-/** The payload word of a float, for VN_EventWriter_addValue and its like. */
+/** The payload word of a float, for VN_EventWriter_addValue and similar calls. */
 static inline void* VN_EventPayload_ofFloat(double value) {
     void* payload;
     memcpy(&payload, &value, sizeof payload);

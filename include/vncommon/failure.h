@@ -1,13 +1,13 @@
 /** @file
- * Failure convention, checked allocation, out-of-memory exit, memory counter.
+ * Failure reports, checked allocation, out-of-memory exit, memory counter.
  *
- * The library does not hand failed allocations or broken preconditions back to its caller: it
- * writes a short report to standard error and, in most cases, ends the process. It flushes standard
+ * The library does not return failed allocations or broken preconditions to its caller: it writes
+ * a short report to standard error and, in most cases, ends the process. It flushes standard
  * error first, because the program may have given it a buffer. This header
  * holds the reporting routines, the allocators that never return null, the out-of-memory exit
  * with its callback, and an optional process-wide counter of allocated bytes.
  *
- * Thread-safety: every function may be called from any thread, and from several at once. The
+ * Thread safety: every function may be called from any thread, and from several at once. The
  * out-of-memory callback may be set and replaced at any time.
  *
  * Environment: VN_ABORT_ON_OOM (any value) turns the out-of-memory exit into a processor trap,
@@ -64,7 +64,7 @@ VN_NODISCARD VN_API void* vn_realloc(void* pointer, size_t size) VN_RETURNS_NONN
  * nothing. */
 VN_API void vn_free(void* pointer);
 
-/** A copy of text, released with vn_free. Null gives null and the line
+/** A copy of text, released with vn_free. Null returns null and writes the line
  * `"Warning: NULL passed to strdup\n"` on standard error. */
 VN_NODISCARD VN_API char* vn_strdup(const char* text) VN_MALLOC;
 
@@ -75,7 +75,7 @@ VN_NODISCARD VN_API char* vn_strdup(const char* text) VN_MALLOC;
 VN_NODISCARD VN_API char* vn_strndup(const char* text, size_t maximum) VN_MALLOC;
 
 /** Wall-clock time in milliseconds since 1970-01-01 UTC; 0 if the clock cannot be read. It follows
- * clock steps. */
+ * clock steps. vn_sys_time (process.h) is the same as a signed number. */
 VN_API uint64_t vn_systime(void);
 
 /** The platform's strcasecmp, unchanged: case is folded by the rules of the C locale in force. */
@@ -109,7 +109,7 @@ VN_API VN_NORETURN void vn_outOfMemory(void);
  * exit handlers, no static destructors. */
 VN_API VN_NORETURN void vn_immediateExit(int status);
 
-/** Whether vn_immediateExit has been entered; lets other code skip its own clean-up. */
+/** Whether vn_immediateExit has been entered; lets other code skip its own cleanup. */
 VN_API bool vn_inImmediateExit(void);
 
 /** @name The memory counter

@@ -49,7 +49,7 @@
  * The calls that write lines are not async-signal-safe: they take a lock and use printf. A signal
  * handler of the program must not log, also not one that SIGHUP is passed on to.
  *
- * Thread-safety: any number of threads may write lines and change the level. Choose the destination
+ * Thread safety: any number of threads may write lines and change the level. Choose the destination
  * (SetFilename, SetFD, ReOpen, SetMutex) in one thread at a time. Lines that other threads write
  * meanwhile go to the old or the new destination if both are files; one of them may be lost when
  * the logger moves between a file and another descriptor. Loggers may be created and destroyed by
@@ -62,7 +62,7 @@
  * Three limits: the caller must handle a lock given by FileLogger_SetMutex. A thread that holds
  * FileLogger_GetMutex must not fork. And if the program's own code calls localtime_r or a similar
  * function in one thread while another forks, the C library may leave its time zone lock locked in
- * the child, where the next line then waits for ever; the library's own calls do not cause this.
+ * the child, where the next line then waits forever; the library's own calls do not cause this.
  *
  * The result of write() is ignored. A line that the system does not accept (full disk, file size
  * limit, closed pipe, a signal that interrupts a wait on a pipe) is lost without a message, and
@@ -74,7 +74,7 @@
  *
  * Memory: a logger's memory comes from vn_malloc, so running out of it ends the process
  * (failure.h), except for a longer line buffer (see Lines). The list of all loggers is a Vector,
- * which does not check its memory: without memory for it the behaviour is undefined.
+ * which does not check its memory: if memory for it runs out, the behaviour is undefined.
  *
  * A logger that writes to a terminal converts the whole line from UTF-8 to the locale's code
  * page first (vn_UTF8ToCstr, utf8.h); that allocates, other lines do not.
@@ -108,15 +108,15 @@ typedef struct FileLogger {
     int openFailure;    /**< never cleared: 1 after an open that failed with a message, 2 without */
 } FileLogger;
 
-/** @name Life
+/** @name Creation and destruction
  * @{ */
 
-/** A new logger on the heap, ended by FileLogger_dtor: threshold 7, its own mutex, descriptor 2, no
- * name. Choose a destination before the first line. A logger with a named destination is reopened
- * on SIGHUP. */
+/** A new logger on the heap, destroyed with FileLogger_dtor: threshold 7, its own mutex, descriptor
+ * 2, no name. Choose a destination before the first line. A logger with a named destination is
+ * reopened on SIGHUP. */
 VN_NODISCARD VN_API FileLogger* FileLogger_ctor(void);
 
-/** FileLogger_ctor for the caller's record, ended by FileLogger_cleanup. */
+/** FileLogger_ctor for the caller's record, released with FileLogger_cleanup. */
 VN_API void FileLogger_init(FileLogger* logger);
 
 /** Releases the names, the mutex if it is the logger's own, and the descriptor, which is closed
@@ -203,7 +203,7 @@ VN_API const char* FileLogger_LogLevelToString(uint32_t level) VN_CONST VN_RETUR
  * Formats are the platform's printf formats; messages are UTF-8. A line above the threshold
  * costs one comparison: no lock is taken and nothing is formatted. If printf rejects the format
  * (invalid wide characters, a result of 2 GiB or more), the message is the format itself; a null
- * format gives "(null)". Without memory for a longer buffer, the message is cut.
+ * format gives "(null)". If memory for a longer buffer runs out, the message is truncated.
  * @{ */
 
 /** Writes a line at level 9, TRACE. */

@@ -4,7 +4,7 @@
  *     HashMap* prices = vn_HashMap_ctor(vn_String_hash, vn_String_compare, NULL, NULL, 1024, 0);
  *     HashMap* orders = vn_HashMap_ctor(NULL, NULL, NULL, NULL, 65536, 0);
  *
- * Keys of the first are texts. Keys of the second are integers or pointers, compared by value. A
+ * Keys of the first are strings. Keys of the second are integers or pointers, compared by value. A
  * map without callbacks is the fastest.
  *
  * The map has an array of buckets, each a Vector of pointers into one array of entries. The buckets
@@ -25,10 +25,10 @@
  * grows or shrinks. Any change to the map (add, remove, clear) invalidates all iterators and
  * entry pointers.
  *
- * Memory comes from the platform's allocator and is not checked: without memory the behaviour
+ * Memory comes from the platform's allocator and is not checked: if it runs out, the behaviour
  * is undefined. Counts are 32-bit.
  *
- * Thread-safety: none inside; the owner serialises access. Lookups that allocate no iterator
+ * Thread safety: none inside; the owner serialises access. Lookups that allocate no iterator
  * (exists, findValue, size) do not change the map and may run side by side.
  */
 #ifndef VNCOMMON_HASHMAP_H
@@ -67,7 +67,7 @@ typedef void (*vn_HashMapFill)(HashMapEntry* entry, void* key, void* value);
 typedef void* (*vn_HashMapRelease)(HashMapEntry* entry);
 
 /** The fields may be read; only the functions below change them. The storage of a bucket belongs
- * to the map: no function that adds to or ends a Vector may be called on one. */
+ * to the map: no function that adds to or destroys a Vector may be called on one. */
 typedef struct HashMap {
     uint32_t count;        /**< live entries */
     uint32_t mask;         /**< bucket count - 1; a key's bucket is hash & mask */
@@ -90,8 +90,8 @@ typedef struct HashMapIterator {
     HashMapEntry* entry; /**< null: past the end */
 } HashMapIterator;
 
-/** A new map on the heap, ended by vn_HashMap_dtor. Each callback may be null. initialSize is the
- * number of entries that have room, at least 16; the buckets double when that many are there. It
+/** A new map on the heap, destroyed with vn_HashMap_dtor. Each callback may be null. initialSize is
+ * the number of entries that fit, at least 16; the buckets double when the map reaches it. It
  * should be a power of two. Another size is accepted, but its mask has gaps: 20 gives 5 buckets
  * with mask 4, of which only 0 and 4 are ever used. shrink is a flag;
  * the number of buckets never falls below four. */
@@ -99,7 +99,7 @@ VN_NODISCARD VN_API HashMap* vn_HashMap_ctor(vn_HashMapHash hash, vn_HashMapComp
                                              vn_HashMapFill fill, vn_HashMapRelease release,
                                              uint32_t initialSize, int shrink);
 
-/** vn_HashMap_ctor for the caller's record, ended by vn_HashMap_cleanup. */
+/** vn_HashMap_ctor for the caller's record, released with vn_HashMap_cleanup. */
 VN_API void vn_HashMap_init(HashMap* map, vn_HashMapHash hash, vn_HashMapCompare compare,
                             vn_HashMapFill fill, vn_HashMapRelease release, uint32_t initialSize,
                             int shrink);
@@ -116,8 +116,8 @@ VN_API uint32_t vn_HashMap_size(const HashMap* map) VN_PURE;
 
 /** Adds key with value, unless the key is present: then nothing changes, and the value stays the
  * old one. This is no "put": vn_HashMap_replace is. Returns a new iterator on the new entry (on no
- * entry when the key was present). A caller that does not end it with vn_HashMapIterator_dtor leaks
- * it; vn_HashMap_addQuick allocates none. */
+ * entry when the key was present). A caller that does not free it with vn_HashMapIterator_dtor
+ * leaks it; vn_HashMap_addQuick allocates none. */
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_add(HashMap* map, void* key, void* value);
 
 /** Adds key with value, unless the key is present: then nothing changes, and the value stays the
@@ -139,17 +139,17 @@ VN_API HashMapEntry* vn_HashMap_findValueAndRemove(HashMap* map, const void* key
 /** Whether the key is present. */
 VN_API bool vn_HashMap_exists(const HashMap* map, const void* key);
 
-/** A new iterator on the key's entry, ended by vn_HashMapIterator_dtor; null when absent. */
+/** A new iterator on the key's entry, freed with vn_HashMapIterator_dtor; null when absent. */
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_find(HashMap* map, const void* key);
 
-/** The key's value, or null when absent. */
+/** The key's value; null when the key is absent, or its value is null (see vn_HashMap_exists). */
 VN_API void* vn_HashMap_findValue(const HashMap* map, const void* key);
 
-/** A new iterator on the first entry in bucket order, ended by vn_HashMapIterator_dtor; null when
+/** A new iterator on the first entry in bucket order, freed with vn_HashMapIterator_dtor; null when
  * the map is empty. */
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_first(HashMap* map);
 
-/** A new iterator on the last entry in bucket order, ended by vn_HashMapIterator_dtor; null when
+/** A new iterator on the last entry in bucket order, freed with vn_HashMapIterator_dtor; null when
  * the map is empty. */
 VN_NODISCARD VN_API HashMapIterator* vn_HashMap_last(HashMap* map);
 

@@ -6,7 +6,7 @@
  * forwards to the FileLogger_ operation of the same name, whose description applies: line format,
  * levels, formats, failures, reopening on SIGHUP.
  *
- * Thread-safety: as in file_logger.h. First calls from several threads at once make one logger.
+ * Thread safety: as in file_logger.h. First calls from several threads at once make one logger.
  */
 #ifndef VNCOMMON_LOG_H
 #define VNCOMMON_LOG_H
@@ -18,7 +18,7 @@
 
 VN_BEGIN_DECLS
 
-/** @name Set-up
+/** @name Setup
  * @{ */
 
 /** Threshold, then destination, as FileLogger_SetLogLevel and FileLogger_SetFilename; returns

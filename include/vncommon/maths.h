@@ -8,7 +8,7 @@
  *
  * Arguments are ordinary doubles, angles are radians.
  *
- * Floating-point modes: the host may have set any mode for its thread, that is, another rounding
+ * Floating-point modes: the host program may have set any mode for its thread: another rounding
  * mode, flushing of subnormal numbers to zero (FTZ, DAZ), or exceptions that trap. The results are
  * those of the default mode. A function that finds another mode sets the default one while it runs
  * and then restores the host's. No exception traps meanwhile; the flags of exceptions that it
@@ -20,8 +20,8 @@
  * results, as each comment says. A NaN argument gives NaN unless the comment says otherwise. The
  * sign and payload of that NaN depend on the processor and are not promised.
  *
- * Thread-safety: any thread, no locks, no shared state except signgam (see vn_gammal). Nothing is
- * allocated. Cost: highest for the circular functions of angles beyond 10^6; measured: see
+ * Thread safety: any thread, no locks, no shared state except signgam (see vn_gammal). Nothing is
+ * allocated. Cost: highest for the trigonometric functions of angles beyond 10^6; measured: see
  * docs/benchmarks.md.
  */
 #ifndef VNCOMMON_MATHS_H
@@ -52,7 +52,7 @@ VN_API double vn_log10(double x);
 VN_API double vn_cbrt(double x);
 /** @} */
 
-/** @name Circular functions
+/** @name Trigonometric functions
  * @{ */
 
 /** The sine; NaN for infinities. */
@@ -113,7 +113,7 @@ VN_API double vn_erf(double x);
 VN_API double vn_gammal(double x);
 /** @} */
 
-/** @name Taking doubles apart and putting them together
+/** @name Parts of doubles, neighbours, remainder, rounding
  * @{ */
 
 /** The double next to x towards y; x if equal. */

@@ -1,5 +1,5 @@
 /** @file
- * Text of doubles and of decimal values.
+ * Formatting and parsing of doubles; text of decimal values.
  *
  * Three formatters of a double: the shortest text that reads back to the same double, a fixed
  * number of places, a fixed number of significant digits with an exponent. All three round
@@ -7,11 +7,11 @@
  * Operations on decimal values (IEEE 754-2008 decimal64, binary integer encoding, in a uint64_t
  * that only these functions interpret).
  *
- * Thread-safety: every function may run on any number of threads at once.
+ * Thread safety: every function may run on any number of threads at once.
  *
  * Stack: a call may need a scratch area of 32,000 bytes on the caller's stack; leave 40 KiB for any
  * call of this header. vn_strtod needs it for hexadecimal numbers, infinities, NaNs, results that
- * are not normal, texts of more than 16,384 characters and texts without a number; vn_g_fmt_fixed
+ * are not normal, input of more than 16,384 characters and input without a number; vn_g_fmt_fixed
  * needs it for negative precisions.
  *
  * Cost: formatting allocates nothing and takes no lock; measured: see docs/benchmarks.md.
@@ -110,7 +110,7 @@ VN_API uint64_t VN_DEC_INFINITY(void) VN_CONST;
 VN_API uint64_t VN_DEC_NAN(void);
 /** @} */
 
-/** @name What the conversion shares
+/** @name Shared state of the conversions
  * When the fast paths of the functions above do not apply, the general conversion uses big
  * integers. One lock guards their free lists, another the cache of powers of five. The locks are
  * not recursive; a thread that holds one must not convert numbers. In a child of fork() they are

@@ -5,7 +5,7 @@
  * Ownership: both descriptions are made on the first call, kept for the life of the process and
  * belong to the library. The caller must not free or change them.
  *
- * Thread-safety: every function may be called from any thread. First calls that race all return
+ * Thread safety: every function may be called from any thread. First calls that race all return
  * the same text.
  *
  * Cost: the first call opens and reads a file, the others read a pointer.
@@ -31,8 +31,8 @@ VN_BEGIN_DECLS
 VN_API const char* vn_getCPUDetails(void);
 
 /** The Linux distribution, from the first of these files that can be opened; "Unknown Linux
- * platform" if no file can be opened, if the file has no such value, or without memory for the
- * result.
+ * platform" if no file can be opened, if the file has no such value, or if memory for the
+ * result runs out.
  *
  *     /etc/os-release, /usr/lib/os-release    NAME without its last byte, a blank, VERSION
  *                                             without its first byte (see below)

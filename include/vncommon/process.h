@@ -2,19 +2,19 @@
  * Operating-system helpers: the process, its files, dynamic libraries, the clock.
  *
  * Thin wrappers that use UTF-8. Every path or name is converted to the locale's code page for the
- * system call, and texts from the system, such as directories and environment entries, are
+ * system call, and strings from the system, such as directories and environment entries, are
  * converted back (convention 3). Nothing is cached unless a comment says so.
  *
- * Errors are results: a newly allocated message text, null, or an error number.
- * Every text and array that a function returns is a new block of the platform's allocator,
+ * Errors are results: a newly allocated message, null, or an error number.
+ * Every string and array that a function returns is a new block of the platform's allocator,
  * released with free (or vn_free), unless its comment says otherwise.
  *
- * Thread-safety: that of the system call behind each function. vn_stackTrace and
+ * Thread safety: that of the system call behind each function. vn_stackTrace and
  * vn_get_os_statistics share one process-wide record each without a lock: concurrent calls do
  * no harm, but may mix their contents.
  *
- * A null path makes the file functions fail with EFAULT, like any other bad address. Without memory
- * to convert a path they fail with ENOMEM.
+ * A null path makes the file functions fail with EFAULT, like any other bad address. If memory to
+ * convert a path runs out, they fail with ENOMEM.
  */
 #ifndef VNCOMMON_PROCESS_H
 #define VNCOMMON_PROCESS_H
@@ -32,7 +32,7 @@ VN_BEGIN_DECLS
 
 /** The name of the effective user, new. Where the user database has no entry (or cannot be
  * read): the number of the user, as `"%d"` prints it; "unknown" where the system does not report
- * how large an entry may be; null without memory.
+ * how large an entry may be; null if memory runs out.
  * Compat: converted with vn_UTF8ToCstr, not its inverse; callers rely on it. On a UTF-8 locale both
  * give the same text. */
 VN_NODISCARD VN_API char* vn_getUTF8UserName(void) VN_MALLOC;
@@ -44,12 +44,13 @@ VN_NODISCARD VN_API char* vn_getUTF8CurrentDirectory(void) VN_MALLOC;
 /** The number of the process, as getpid() reports it. */
 VN_API int vn_getProcessId(void);
 
-/** The environment, converted to UTF-8: a new array of new texts, terminated by null. An entry that
- * cannot be converted becomes "Unknown". Entries without a "=" are copied too. Null only without
- * memory for the array and all texts. Not safe while another thread changes the environment. */
+/** The environment, converted to UTF-8: a new array of new strings, terminated by null. Entries
+ * without a "=" are copied too. An entry for whose conversion memory runs out becomes "Unknown".
+ * Null only if memory for the array or for this word runs out. Not safe while another thread
+ * changes the environment. */
 VN_NODISCARD VN_API char** vn_getEnvironUTF8(void);
 
-/** Releases such an array with its texts; null is allowed. */
+/** Releases such an array with its strings; null is allowed. */
 VN_API void vn_freeEnvironUTF8(char** environment);
 /** @} */
 
@@ -76,8 +77,8 @@ VN_API void vn_writeToConsoleUTF8(int fd, const char* text);
 
 /** @name Dynamic libraries
  * The first three return null on success and otherwise a copy of the dlerror() message, in the
- * system's code page, or "Unknown error" when there is no message. Without memory for the copy a
- * failure returns null too: then only the null handle or symbol shows it.
+ * system's code page, or "Unknown error" when there is no message. If memory for the copy runs out,
+ * a failure returns null too: then only the null handle or symbol shows it.
  * @{ */
 
 /** Loads path (all symbols bound at once) and stores its handle; null when that fails. A null
@@ -131,7 +132,8 @@ VN_NODISCARD VN_API int vn_get_os_statistics(double* swapInRate, double* swapOut
 /** @name The clock
  * @{ */
 
-/** Wall-clock time in milliseconds since 1970-01-01 UTC, rounded down. It follows clock steps. */
+/** Wall-clock time in milliseconds since 1970-01-01 UTC, rounded down. It follows clock steps.
+ * vn_systime (failure.h) is the same as an unsigned number. */
 VN_API int64_t vn_sys_time(void);
 
 /** Caches the formatted local time for log lines: the date and time are formatted only when the
@@ -149,7 +151,7 @@ VN_API void vn_timeStampInit(vn_TimeStampCache* cache);
 VN_API void vn_timeStampDestroy(vn_TimeStampCache* cache);
 
 /** The time now, for example "2024-03-05 14:07:09.042". The text belongs to the cache and is valid
- * until the next call. Costs about one clock reading within the same second. */
+ * until the next call. Within the same second it costs little more than reading the clock. */
 VN_API const char* vn_timeStampGet(vn_TimeStampCache* cache);
 
 /** Does nothing. For callers that need one symbol of this library to be referenced. */

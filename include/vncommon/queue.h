@@ -5,7 +5,7 @@
  * block without holding the lock. The ring starts with one slot, doubles on demand up to an
  * optional maximum and halves again when three quarters of it are unused.
  *
- * Thread-safety: any number of producers and consumers. Init before, and Destroy after, all use
+ * Thread safety: any number of producers and consumers. Init before, and Destroy after, all use
  * by other threads; vn_threadInit (threads.h) must have been called before vn_qtsInit.
  *
  * Cost: constant time per element, plus the copy when the ring grows or shrinks. Memory comes

@@ -1,6 +1,6 @@
 /** @file
- * Small text functions: strict integer parsing, fixed-width hexadecimal, trimming, XML escaping,
- * boolean words. The callbacks for text keys of a map are in hashmap.h.
+ * Small string functions: strict integer parsing, fixed-width hexadecimal, trimming, XML escaping,
+ * boolean words. The callbacks for string keys of a map are in hashmap.h.
  *
  * No function keeps state, so each may be called from any thread. None ends the process.
  */
@@ -39,26 +39,26 @@ VN_API uint64_t vn_char8ToUInt64(const char* text, const char** end, int32_t* er
 VN_API char* vn_uint32ToFixedHexChar8(char* output, uint32_t value);
 /** @} */
 
-/** @name Text
+/** @name Strings
  * @{ */
 
-/** Removes trailing white space in place by writing one terminator; a text without any is not
+/** Removes trailing white space in place by writing one terminator; a string without any is not
  * written to. White space is every byte for which isspace, in the current C locale and with the
  * byte as a signed value, is true. Null does nothing. For Unicode see vn_rTrimUTF8 (utf8.h). */
 VN_API void vn_rtrim(char* text);
 
-/** A new text for use in XML, released with free or vn_free: " & ' < > become the entities quot,
+/** A new string for use in XML, released with free or vn_free: " & ' < > become the entities quot,
  * amp, apos, lt and gt, and the control characters 1 to 31, which XML cannot hold, become a percent
  * sign and two lowercase hexadecimal digits. Tab, line feed, carriage return and all bytes from 127
  * up are copied unchanged. The percent sign is not escaped, so the result cannot always be
- * converted back. Null when there is no memory. The block may be larger than its text. */
+ * converted back. Null if memory runs out. The block may be larger than its string. */
 VN_NODISCARD VN_API char* vn_xmlEscapeString(const char* text) VN_MALLOC;
 
-/** 1 for exactly "true", "t", "yes", "y" and "1", in upper or lower case; 0 for every other text
+/** 1 for exactly "true", "t", "yes", "y" and "1", in upper or lower case; 0 for every other string
  * and for null. */
 VN_API int vn_parseToBool(const char* text) VN_PURE;
 
-/** Whether the text is null or "". */
+/** Whether the string is null or "". */
 VN_API bool vn_isEmptyString(const char* text) VN_PURE;
 /** @} */
 

@@ -1,5 +1,5 @@
 /** @file
- * Threads, mutexes, conditions, counting semaphores, thread-local slots.
+ * Threads, mutexes, condition variables, counting semaphores, thread-local slots.
  *
  * Thin wrappers over POSIX threads and semaphores. When a POSIX call fails, three lines go to
  * standard error, the first `"Fatal error: System call %s failed\n"` with the call's name, and the
@@ -9,9 +9,10 @@
  * Compat: the program continues after a failed lock, unlock or signal; callers rely on it.
  *
  * The objects are the platform's own, embedded by value in the caller's records; every _init
- * needs its _destroy. Destroy a mutex unlocked, a condition or semaphore without waiters.
+ * needs its _destroy. They must not be copied or moved. Destroy a mutex unlocked, a condition or
+ * semaphore without waiters.
  *
- * Thread-safety: every operation may be called from any thread.
+ * Thread safety: every operation may be called from any thread.
  */
 #ifndef VNCOMMON_THREADS_H
 #define VNCOMMON_THREADS_H
@@ -23,7 +24,7 @@
 
 VN_BEGIN_DECLS
 
-typedef pthread_mutex_t vn_Mutex;     /**< not recursive, no error checking */
+typedef pthread_mutex_t vn_Mutex;     /**< neither recursive nor error-checking */
 typedef pthread_cond_t vn_Condition;  /**< deadlines on the wall clock */
 typedef sem_t vn_Semaphore;           /**< shared by the threads of one process */
 typedef pthread_key_t vn_ThreadLocal; /**< one value for each thread */
@@ -32,7 +33,8 @@ typedef pthread_t vn_ThreadId;        /**< a thread of the process */
 /** A thread's function; its result is ignored. */
 typedef void* (*vn_ThreadFunction)(void* argument);
 
-/** The application must call it once, early. Without it, vn_Condition_init, vn_Semaphore_init and
+/** The application must call it before the functions below need it, usually first in main. Further
+ * calls, also from other threads, do nothing. Without it, vn_Condition_init, vn_Semaphore_init and
  * vn_createThread write `"C threading library used without first being initialised\n"` to standard
  * error and abort(). Mutexes and thread-local slots do not need it. */
 VN_API void vn_threadInit(void);
@@ -41,7 +43,7 @@ VN_API void vn_threadInit(void);
  * The calls: pthread_mutex_init, _destroy, _lock, _unlock.
  * @{ */
 
-/** Makes an unlocked mutex. */
+/** Initialises an unlocked mutex. */
 VN_API void vn_Mutex_init(vn_Mutex* mutex);
 
 /** Destroys an unlocked mutex. */
@@ -54,17 +56,18 @@ VN_API void vn_Mutex_lock(vn_Mutex* mutex);
 VN_API void vn_Mutex_unlock(vn_Mutex* mutex);
 /** @} */
 
-/** @name Conditions
+/** @name Condition variables
  * The calls: pthread_cond_init, _destroy, _wait, _signal, _broadcast.
  * @{ */
 
-/** Makes a condition without waiters. Needs vn_threadInit. */
+/** Initialises a condition. Needs vn_threadInit. */
 VN_API void vn_Condition_init(vn_Condition* condition);
 
 /** Destroys a condition without waiters. */
 VN_API void vn_Condition_destroy(vn_Condition* condition);
 
-/** Waits with the mutex held by the caller. Wakes up spuriously at times: wait in a loop. */
+/** Releases the mutex, which the caller holds, while it waits, and holds it again on return. It may
+ * wake up spuriously: test the predicate in a loop. */
 VN_API void vn_Condition_wait(vn_Condition* condition, vn_Mutex* mutex);
 
 /** vn_Condition_wait until deadline at the latest: an absolute time in milliseconds since
@@ -92,7 +95,7 @@ VN_API void vn_Condition_broadcast(vn_Condition* condition);
  * `"(strerror(errcode)=%s)\n"` describes -1.
  * @{ */
 
-/** Makes a semaphore with initialCount units. Needs vn_threadInit. */
+/** Initialises a semaphore with initialCount units. Needs vn_threadInit. */
 VN_API void vn_Semaphore_init(vn_Semaphore* semaphore, uint32_t initialCount);
 
 /** Destroys a semaphore without waiters. */
@@ -117,7 +120,7 @@ VN_NODISCARD VN_API bool vn_Semaphore_trywait(vn_Semaphore* semaphore);
 /** @} */
 
 /** @name Threads
- * The calls: pthread_attr_init, pthread_attr_setdetachstate, pthread_create.
+ * The calls: pthread_attr_init, pthread_attr_setdetachstate, pthread_create, pthread_join.
  * @{ */
 
 /** Starts function(argument) in a new thread with the platform's default stack and scheduling.
@@ -129,7 +132,7 @@ VN_NODISCARD VN_API bool vn_Semaphore_trywait(vn_Semaphore* semaphore);
  * valid thread. */
 VN_API vn_ThreadId vn_createThread(vn_ThreadFunction function, void* argument, bool detached);
 
-/** Waits for the thread's end (pthread_join). Returns null for a thread made by vn_createThread,
+/** Waits for the thread's end. Returns null for a thread made by vn_createThread,
  * unless it ended itself through pthread_exit with a value. */
 VN_API void* vn_joinThread(vn_ThreadId thread);
 
@@ -145,7 +148,7 @@ VN_API void vn_sleep(uint32_t milliseconds);
  * @{ */
 
 /** Makes a slot that is null in every thread. destructor (may be null) is called at a thread's end
- * with the thread's value unless null. */
+ * with the thread's value, unless that is null. */
 VN_API void vn_ThreadLocal_init(vn_ThreadLocal* slot, void (*destructor)(void* value));
 
 /** Destroys the slot; no destructor is called. */

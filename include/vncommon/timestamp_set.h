@@ -20,7 +20,7 @@
  * Compat: replace and find match stages by their low 32 bits only, because compiled clients look
  * stages up by 32-bit numbers. The text shows all 64 bits.
  *
- * Thread-safety: one thread at a time per set. A set may be destroyed by another thread than the
+ * Thread safety: one thread at a time per set. A set may be destroyed by another thread than the
  * one that created it; its memory then goes to the pool of the destroying thread.
  *
  * Fork: the child can use sets at once, also those that the forking thread had. fork() does not
@@ -28,14 +28,14 @@
  * its contents are not freed. A signal handler that forks may interrupt any call here: the child
  * can return from the handler and continue. No call here is safe in the handler itself.
  *
- * Cost: taking and adding are constant; destroying, finding, replacing and removing are linear in
- * the number of entries. In steady state none of them calls the heap, and taking, adding and
- * destroying take the pool's lock once.
+ * Cost: creating and adding take constant time; destroying, finding, replacing and removing are
+ * linear in the number of entries. In steady state none of them calls the heap, and creating,
+ * adding and destroying take the pool's lock once.
  *
- * Memory: sets, entries and texts come from vn_malloc, so running out of it ends the process
+ * Memory: sets, entries and strings come from vn_malloc, so running out of it ends the process
  * (failure.h). The Vector in a set and the HashMap that printing needs do not check their memory:
- * without memory for these the behaviour is undefined. Without memory for the pools at load there
- * is no pooling.
+ * if memory for these runs out, the behaviour is undefined. If memory for the pools runs out at
+ * load, there is no pooling.
  *
  * Environment: VN_OBJECTPOOL_DISABLED (any value, read at load) turns pooling off: the pools stay
  * empty, and every set and entry is allocated on the heap and freed there, as leak checkers need.
@@ -104,11 +104,11 @@ VN_API TimeStamp* VN_TimestampSet_replace(VN_TimestampSet* set, uint64_t stage, 
  * read. */
 VN_API TimeStamp* VN_TimestampSet_replaceWithNow(VN_TimestampSet* set, uint64_t stage);
 
-/** The time of the first entry of that stage, or 0.0. */
+/** The time of the first entry of that stage; 0.0 when there is none. */
 VN_API double VN_TimestampSet_findTime(VN_TimestampSet* set, uint64_t stage);
 
-/** The time of the first entry of that stage, which is removed, or 0.0. The other entries keep
- * their order. */
+/** Removes the first entry of that stage and returns its time; 0.0 when there is none. The other
+ * entries keep their order. */
 VN_API double VN_TimestampSet_findTimeAndRemove(VN_TimestampSet* set, uint64_t stage);
 
 /** Removes the earliest-added entry and stores it in *stage and *time; false if the set is empty.

@@ -4,10 +4,10 @@
  * Three groups: conversions between UTF-8 and the code page of the process's locale, conversions
  * between UTF-8 and UTF-16, and small functions on UTF-8 that do not allocate.
  *
- * Text is NUL-terminated (api.h, convention 3); null pointers are not allowed. A "new" text comes
- * from malloc; the caller releases it with free or vn_free.
+ * Strings are NUL-terminated (api.h, convention 3); null pointers are not allowed. A new string
+ * comes from malloc; the caller releases it with free or vn_free.
  *
- * Thread-safety: every function may be called from any thread.
+ * Thread safety: every function may be called from any thread.
  *
  * Fork: fork() waits while another thread opens or closes ICU converters in this library, so that
  * ICU's own locks are free in the child. It cannot wait for the program's own calls of ICU.
@@ -31,22 +31,22 @@ VN_BEGIN_DECLS
  * ICU's default converter. The text is part of the environment: do not free or change it. */
 VN_API const char* vn_getCodepage(void);
 
-/** A new text: the input, which is in the code page, converted to UTF-8. Bytes that are invalid in
- * the code page become U+FFFD. When the code page is unknown to ICU, or anything else fails, the
- * result is a copy of the input. Null only when there is no memory.
+/** A new string: the input, which is in the code page, converted to UTF-8. Bytes that are invalid
+ * in the code page become U+FFFD. When the code page is unknown to ICU, or anything else fails, the
+ * result is a copy of the input. Null only if memory runs out.
  * Cost: opening two converters, then linear; measured: see docs/benchmarks.md. */
 VN_NODISCARD VN_API char* vn_CstrToUTF8(const char* text) VN_MALLOC VN_NONNULL;
 
 /** vn_CstrToUTF8 for an argument of the command line, which is in the code page too. */
 VN_NODISCARD VN_API char* vn_cmdlineToUTF8(const char* argument) VN_MALLOC VN_NONNULL;
 
-/** A new text: the input, which is UTF-8, converted to the code page. The result is a copy of the
+/** A new string: the input, which is UTF-8, converted to the code page. The result is a copy of the
  * input, never a changed or shortened text, when
  *  - the input is not well-formed,
  *  - the code page lacks one of its characters, or is unknown to ICU,
  *  - the converted text would be more than two bytes longer than the input.
- * So a file name is either converted exactly or returned unchanged. Null only when there is no
- * memory. Cost as for vn_CstrToUTF8.
+ * So a file name is either converted exactly or returned unchanged. Null only if memory runs
+ * out. Cost as for vn_CstrToUTF8.
  * Compat: the bound of two bytes stays; callers rely on the copy. */
 VN_NODISCARD VN_API char* vn_UTF8ToCstr(const char* text) VN_MALLOC VN_NONNULL;
 
@@ -62,18 +62,18 @@ VN_API int vn_isConsoleFile(FILE* stream);
  * unit. Unlike vn_isUTF8, the conversions reject surrogates that are encoded in UTF-8.
  * @{ */
 
-/** A new text in UTF-8 from UTF-16; null when the input is malformed (a surrogate without its
- * partner) or there is no memory. */
+/** A new string in UTF-8 from UTF-16; null when the input is malformed (a surrogate without its
+ * partner) or memory runs out. */
 VN_NODISCARD VN_API char* vn_getUTF8(const uint16_t* text) VN_MALLOC VN_NONNULL;
 
-/** A new text in UTF-16 from UTF-8; null when the input is malformed or there is no memory. */
+/** A new string in UTF-16 from UTF-8; null when the input is malformed or memory runs out. */
 VN_NODISCARD VN_API uint16_t* vn_getUTF16(const char* text) VN_MALLOC VN_NONNULL;
 
 /** The number of 16-bit units before the terminating zero unit. */
 VN_API unsigned int vn_codeUnitsUTF16(const uint16_t* text) VN_PURE VN_NONNULL;
 /** @} */
 
-/** @name Questions about a whole text
+/** @name Tests of a whole string
  * @{ */
 
 /** 1 if no byte has its top bit set (also for the empty text), else 0. */
@@ -91,11 +91,11 @@ VN_API int vn_hasUTF8BOM(const char* text) VN_PURE VN_NONNULL;
 /** The text after its byte-order mark EF BB BF; the text itself when it has none. */
 VN_API const char* vn_skipUTF8BOM(const char* text) VN_PURE VN_NONNULL VN_RETURNS_NONNULL;
 
-/** The byte-order mark EF BB BF as a static text. */
+/** The byte-order mark EF BB BF as a static string. */
 VN_API const char* vn_getUTF8BOM(void) VN_CONST VN_RETURNS_NONNULL;
 /** @} */
 
-/** @name Stepping
+/** @name Iterating over characters
  * These functions trust the lead byte of each character and do not check its continuation bytes,
  * so the text must not end inside a character: use vn_isUTF8 first on text from outside. The lead
  * byte gives the length: 00-7F 1, C0-DF 2, E0-EF 3, F0-F4 4. 80-BF and F5-FF cannot begin a
@@ -138,12 +138,12 @@ VN_API int vn_UTF8isAsciiLetter(char character) VN_CONST;
  * @{ */
 
 /** Compares without regard to case: negative, 0 or positive.
- * Two ASCII texts are compared with strcasecmp. Otherwise Unicode's default case folding and
- * canonical equivalence apply, in the order of the UTF-16 units of the decomposed texts (so an
- * accented letter comes after its plain one). A malformed text then equals every other text, and so
- * does every text if there is no memory. Only this second comparison allocates.
+ * Two ASCII strings are compared with strcasecmp. Otherwise Unicode's default case folding and
+ * canonical equivalence apply, in the order of the UTF-16 units of the decomposed strings (so an
+ * accented letter comes after its plain one). A malformed string then equals every other, and so
+ * does every string if memory runs out. Only this second comparison allocates.
  * How strcasecmp compares I and i depends on the locale of the calling thread.
- * Cost on ASCII: both texts are scanned to their ends, then strcasecmp. */
+ * Cost on ASCII: both strings are scanned to their ends, then strcasecmp. */
 VN_API int vn_UTF8CaseCmp(const char* a, const char* b) VN_NONNULL;
 /** @} */
 

@@ -9,7 +9,7 @@
  *     vn_Vector_add(names, "first");            stores copyName("first")
  *     vn_Vector_dtor(names);                    calls freeName for each
  *
- * Memory comes from the platform's malloc, not from vn_malloc, and is not checked: without memory
+ * Memory comes from the platform's malloc, not from vn_malloc, and is not checked: if it runs out,
  * the behaviour is undefined. Indices, sizes and capacities are 32-bit and count elements; a
  * Vector holds at most 2^32 - 1, and one more ends the process through vn_outOfMemory (failure.h).
  *
@@ -19,7 +19,7 @@
  * The type's name has no prefix: a host with a global type named Vector cannot include this header
  * in the same source.
  *
- * Thread-safety: none; one thread at a time, or under the owner's lock.
+ * Thread safety: none; one thread at a time, or under the owner's lock.
  */
 #ifndef VNCOMMON_VECTOR_H
 #define VNCOMMON_VECTOR_H
@@ -51,14 +51,14 @@ typedef struct Vector {
     vn_VectorOnRemove onRemove; /**< may be null */
 } Vector;
 
-/** A new, empty Vector on the heap, ended by vn_Vector_dtor. initialCapacity elements fit before it
- * has to grow; with 0 there is no storage until the first add. A shrink other than 0 lets the
+/** A new, empty Vector on the heap, destroyed with vn_Vector_dtor. initialCapacity elements fit
+ * before it has to grow; with 0 there is no storage until the first add. A non-zero shrink lets the
  * storage shrink again (see vn_Vector_remove and vn_Vector_clear). */
 VN_NODISCARD VN_API Vector* vn_Vector_ctor(vn_VectorCompare compare, vn_VectorOnAdd onAdd,
                                            vn_VectorOnRemove onRemove, uint32_t initialCapacity,
                                            int shrink);
 
-/** vn_Vector_ctor for the caller's record, ended by vn_Vector_cleanup. */
+/** vn_Vector_ctor for the caller's record, released with vn_Vector_cleanup. */
 VN_API void vn_Vector_init(Vector* vector, vn_VectorCompare compare, vn_VectorOnAdd onAdd,
                            vn_VectorOnRemove onRemove, uint32_t initialCapacity, int shrink);
 
@@ -79,7 +79,7 @@ VN_API bool vn_Vector_empty(const Vector* vector) VN_PURE;
  * the old size. A full Vector doubles its capacity first (from 0 to 1); the new slots are zero. */
 VN_API uint32_t vn_Vector_add(Vector* vector, void* element);
 
-/** The element, or null when index >= size. */
+/** The element; null when index >= size (and for an element that is null). */
 VN_API void* vn_Vector_get(const Vector* vector, uint32_t index) VN_PURE;
 
 /** Replaces the element at index. Returns onRemove(old), or old itself without onRemove; null, and

@@ -6,17 +6,18 @@
  * operation that has no member here; release(), where it exists, also transfers ownership.
  *
  * Failures. Nothing here throws, and the header compiles with -fno-exceptions. Functions that fail
- * with a text return a vn::error, which holds the text, or nothing on success; it can also hold the
- * results of C functions (sockets, files, dynamic libraries). A value that may only be missing is
- * a std::optional. Exhausted memory and broken preconditions end the process (api.h, convention 5).
+ * with a message return a vn::error, which holds the message, or nothing on success; it can also
+ * hold the results of C functions (sockets, files, dynamic libraries). A value that may only be
+ * missing is a std::optional. Exhausted memory and broken preconditions end the process (api.h,
+ * convention 5).
  *
  * Cancellation. A thread may be cancelled (pthread_cancel) while it waits in queue::pop,
  * semaphore::wait or condition::wait. In functions that are noexcept, and in the function of a
  * vn::thread, cancellation ends the process.
  *
  * Objects can be moved unless their comment says otherwise. One that was moved from can only be
- * assigned to and destroyed. Texts that are passed in are UTF-8, terminated and not null unless a
- * comment says otherwise. Thread-safety is that of the C family, by default one thread at a time.
+ * assigned to and destroyed. Strings that are passed in are UTF-8, terminated and not null unless a
+ * comment says otherwise. Thread safety is that of the C family, by default one thread at a time.
  *
  * Since 1.1.
  */
@@ -83,37 +84,37 @@ using environment_handle = std::unique_ptr<char*, ender<vn_freeEnvironUTF8>>;
 using file_logger_handle = std::unique_ptr<FileLogger, file_logger_ender>;
 /** @} */
 
-/** @name Texts and errors */
+/** @name Strings and errors */
 /** @{ */
 
-/** A text that the library has allocated; freed with the object:
+/** A string that the library has allocated; freed with the object:
  *  `vn::string user(vn_getUTF8UserName());` */
 class string {
   public:
     string() = default;
     explicit string(char* owned) noexcept : text_(owned) {}
 
-    /** Whether there is a text. */
+    /** Whether there is a string. */
     explicit operator bool() const noexcept { return text_ != nullptr; }
-    /** The text; "" if there is none. */
+    /** The string; "" if there is none. */
     const char* c_str() const noexcept { return text_ ? text_.get() : ""; }
     std::string_view view() const noexcept { return c_str(); }
     operator std::string_view() const noexcept { return view(); }
-    /** Transfers the text to the caller, who frees it with vn_free; null if there is none. */
+    /** Transfers the string to the caller, who frees it with vn_free; null if there is none. */
     [[nodiscard]] char* release() noexcept { return text_.release(); }
 
   private:
     std::unique_ptr<char, ender<vn_free>> text_;
 };
 
-/** The result of a call that reports failures as a text: true if it failed.
+/** The result of a call that reports failures as a message: true if it failed.
  *  `vn::error failed(vn_socketConnect(host, port, &fd));` */
 class [[nodiscard]] error : public string {
   public:
     using string::string;
 };
 
-/** A text that grows (buffers.h). A moved-from buffer is empty and can be used. For formats:
+/** A growable string (buffers.h). A moved-from buffer is empty and can be used. For formats:
  *  `vn_strbufAppendFormat(buffer.get(), "%d", 5)`, which the compiler checks. */
 class string_buffer {
   public:
@@ -159,7 +160,7 @@ class string_buffer {
     void truncate(std::uint64_t size) noexcept { vn_strbufTruncate(&buffer_, size); }
     CStringBuffer* get() noexcept { return &buffer_; }
 
-    /** Returns the text; the buffer is empty afterwards. */
+    /** Returns the string; the buffer is empty afterwards. */
     string take() noexcept {
         string text(buffer_.data);
         vn_strbufDestroy(&buffer_, 0);
@@ -329,7 +330,7 @@ class vector {
 
 /** A map (hashmap.h). V is a word, as in vn::vector. K is one of
  *   - an integer, an enumeration or a pointer, compared by value: the fastest;
- *   - const char*: a text, compared by content, that must live as long as it is in the map;
+ *   - const char*: a string, compared by content, that must live as long as it is in the map;
  *   - std::string: the same, but the map keeps its own copy. Operations take a const char*.
  *
  *  Pass the expected size, of which the next power of two is used: a map that outgrows its size
@@ -430,7 +431,7 @@ class hash_map {
     hash_map_handle map_;
 };
 
-/** First in, first out between threads (queue.h). T is trivially copyable and of at most 24 bytes.
+/** A FIFO queue between threads (queue.h). T is trivially copyable and of at most 24 bytes.
  *  Any number of threads; cannot be moved. */
 template <class T>
 class queue : detail::pinned {
@@ -487,7 +488,7 @@ struct decimal {
     std::uint64_t bits;
 };
 
-/** A text that an event shows unchanged, without quotes. */
+/** A string that an event shows unchanged, without quotes. */
 struct unformatted {
     const char* text;
 };
@@ -534,8 +535,8 @@ event_value to_event_value(const T& value) noexcept {
  *      vn::event("Book").add(vn::sequence().add(1).add(2)).text()       Book([1,2])
  *
  *  Values are bool, char, integers (stored as signed 64 bits), floating-point numbers, vn::decimal,
- *  vn::unformatted, texts (const char*, where null counts as "", or anything with c_str(); read up
- *  to the first NUL) and other events, which are moved in. Texts are copied.
+ *  vn::unformatted, strings (const char*, where null counts as "", or anything with c_str(), up to
+ *  the first NUL) and other events, which are moved in. Strings are copied.
  *  To add an `any` or an `optional`, pass get() to the C functions. */
 class event {
   public:
@@ -652,7 +653,7 @@ class mutex : detail::pinned {
     vn_Mutex mutex_;
 };
 
-/** A condition (threads.h). Cannot be moved. */
+/** A condition variable (threads.h). Cannot be moved. */
 class condition : detail::pinned {
   public:
     condition() noexcept {
