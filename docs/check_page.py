@@ -5,7 +5,7 @@ A ```c or ```cpp block of the page must be the SOURCE, to the byte. A ```conf bl
 FOLDER as .vantrel.conf. PROGRAM then runs in FOLDER, and must end with status 0 and print what the
 last ```text block says. The line above that block tells how exact this is:
     "... prints:"                         to the byte
-    "... prints, up to the figures:"      any number may stand where a number stands
+    "... prints, apart from the numbers:"  any number may stand where a number stands
     "... prints, for example:"            the same lines up to their first colon
 """
 import difflib
@@ -28,7 +28,7 @@ def differences(expected, actual, name):
 
 
 def comparable(text, above):
-    if above.endswith("up to the figures:"):
+    if above.endswith("apart from the numbers:"):
         return re.sub(r"\d+", "N", text)
     if above.endswith("for example:"):
         return "".join(line.split(":")[0] + "\n" for line in text.splitlines())
@@ -53,7 +53,7 @@ def main():
             expected = block
     if expected is None:
         fail(f"{page}: no ```text block with the output of {program}")
-    if not re.search(r"prints(:|, up to the figures:|, for example:)$", expected["above"]):
+    if not re.search(r"prints(:|, apart from the numbers:|, for example:)$", expected["above"]):
         fail(f"{page}: the line above the output does not say how exact it is; see --help")
 
     environment = {**os.environ, "LC_ALL": "C.UTF-8"}
