@@ -8,12 +8,12 @@
  *
  * Arguments are ordinary doubles, angles are radians.
  *
- * Floating-point modes: the host program may have set any mode for its thread: another rounding
- * mode, flushing of subnormal numbers to zero (FTZ, DAZ), or exceptions that trap. The results are
- * those of the default mode. A function that finds another mode sets the default one while it runs
- * and then restores the host's. No exception traps meanwhile; the flags of exceptions that it
- * raises are added to the host's, as in the default mode. On processors other than x86-64 and arm64
- * this is true for the rounding mode only.
+ * Floating-point modes: the host (the program) may have set any mode for its thread: another
+ * rounding mode, flushing of subnormal numbers to zero (FTZ, DAZ), or exceptions that trap. The
+ * results are those of the default mode. A function that finds another mode sets the default one
+ * while it runs and then restores the host's. No exception traps meanwhile; the flags of exceptions
+ * that it raises are added to the host's, as in the default mode. On processors other than x86-64
+ * and arm64 this is true for the rounding mode only.
  *
  * Errors: none is reported. FDLIBM's core routines are called without its layer of error
  * handling, so errno stays as it was, and the special values (NaN, +-infinity, +-0) are the
