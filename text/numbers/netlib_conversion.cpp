@@ -65,12 +65,8 @@ Digits convertToDigits(double x, DigitMode mode, int precision, char* room) {
     char* end = nullptr;
     const char* text =
         _dtoa_r(conversion.context(), x, static_cast<int>(mode), asked, &point, &sign, &end);
-    auto length = static_cast<int>(end - text);
+    const auto length = static_cast<int>(end - text);
     VN_ASSERT(length >= 0 && static_cast<size_t>(length) < digitAreaSize);
-    // A tie of an integer that is rounded down leaves trailing zeros: 205 to two digits is "20".
-    while (length > 1 && text[length - 1] == '0') {
-        --length;
-    }
     if (length == 0) {
         point = -std::max(precision, -INT_MAX);
     }

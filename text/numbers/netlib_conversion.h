@@ -15,9 +15,10 @@ enum class DigitMode {
     places = 3,       // at most that many places after the point; if negative, before it
 };
 
-// Digits of a finite x without leading or trailing zeros (zero is "0"), or none when a negative
-// number of places leaves nothing. precision is at most largestPrecision and ignored for the
-// shortest. room holds digitAreaSize bytes, less one for a sign. Ties go to even.
+// Digits of a finite x without leading zeros (zero is "0"), or none when a negative number of
+// places leaves nothing. Trailing zeros remain only where a tie of an integer is rounded down: 205
+// to two digits is "20". precision is at most largestPrecision and ignored for the shortest. room
+// holds digitAreaSize bytes, less one for a sign. Ties go to even.
 Digits convertToDigits(double x, DigitMode mode, int precision, char* room);
 
 // The general path of vn_strtod.
