@@ -10,6 +10,7 @@
 
 #include "platform/discovery_sources.h"
 #include "platform/line_reader.h"
+#include "support/child_process.h"
 #include "support/temporary_folder.h"
 
 namespace {
@@ -230,6 +231,19 @@ TEST(LineReader, GivesNothingWithoutAFile) {
     EXPECT_FALSE(missing.next(piece));
     vncommon::LineReader folder("/");
     EXPECT_FALSE(folder.next(piece));
+}
+
+VN_CHILD(readsThroughDescriptorZero) {
+    const TemporaryFolder folder;
+    const std::string path = folder.write("text", "line\n");
+    close(STDIN_FILENO);
+    vncommon::LineReader reader(path.c_str());
+    char piece[16];
+    return reader.isOpen() && reader.next(piece) && piece == std::string("line\n") ? 0 : 1;
+}
+
+TEST(LineReader, MayGetDescriptorZero) {
+    EXPECT_EQ(runChild("readsThroughDescriptorZero").exitStatus, 0);
 }
 
 }  // namespace
