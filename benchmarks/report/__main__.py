@@ -1,8 +1,8 @@
 """Measures the benchmarks, writes their page, and checks pairs.json against the programs.
 
-  report run   --build BUILD [--quick] [--only NAME...]   measures, then writes the page
-  report page                                             writes the page from existing data
-  report check --build BUILD [NAME...]                    compares pairs.json with the programs
+  report run   --build BUILD [--quick] [--runs N] [--only NAME...]   measures, writes the page
+  report page                                        writes the page from existing data
+  report check --build BUILD [NAME...]               compares pairs.json with the programs
 """
 import argparse
 import pathlib
@@ -27,6 +27,7 @@ def arguments():
     commands = parser.add_subparsers(dest="command", required=True)
     run = commands.add_parser("run")
     run.add_argument("--quick", action="store_true")
+    run.add_argument("--runs", type=int, default=1)
     run.add_argument("--only", nargs="*", default=[])
     check = commands.add_parser("check")
     check.add_argument("programs", nargs="*", help="those that were built; default: by the sources")
@@ -113,13 +114,13 @@ def check(known, build, programs):
     return complain(strangers(known, programs) + disagreements(known, families, present))
 
 
-def run(known, build, quick, only):
+def run(known, build, quick, only, runs):
     families = [family for family in known.families if not only or family.program in only]
     present = listed(families, build)
     say_absent(known, families, present)
     plans = [measure.plan(family, (build / "benchmarks" / family.program).resolve(),
                           present[family.program], quick) for family in families]
-    measure.run_all(plans, quick, build, RAW)
+    measure.run_all(plans, quick, build, RAW, runs)
     problems = strangers(known, sources()) + disagreements(known, families, present)
     return write_page(known) or complain(problems)
 
@@ -129,7 +130,7 @@ def main():
     known = pairs.load(BENCHMARKS / "pairs.json", TARGETS)
     try:
         if options.command == "run":
-            return run(known, options.build, options.quick, options.only)
+            return run(known, options.build, options.quick, options.only, options.runs)
         if options.command == "check":
             return check(known, options.build, options.programs)
         return write_page(known)

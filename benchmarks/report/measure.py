@@ -194,16 +194,27 @@ def write(raw, program, content):
                                          encoding="utf-8")
 
 
-def run_all(plans, quick, build, raw):
+def medians(runs):
+    """One summary of several: the median of their medians, the least time, the largest spread."""
+    by_name = {}
+    for entry in (entry for run in runs for entry in run):
+        by_name.setdefault(entry["name"], []).append(entry)
+    return [{**entries[0],
+             "median_ns": float(f"{statistics.median(each['median_ns'] for each in entries):.6g}"),
+             "min_ns": min(each["min_ns"] for each in entries),
+             "cv": max(each["cv"] for each in entries)} for entries in by_name.values()]
+
+
+def run_all(plans, quick, build, raw, runs):
     where = machine(build)
-    total = sum(guess(one, raw) for one in plans)
+    total = sum(guess(one, raw) for one in plans) * runs
     print(f"bench: {len(plans)} programs, about {total / 60:.1f} minutes", flush=True)
     for number, one in enumerate(plans, 1):
         progress = Progress(f"[{number:2}/{len(plans)}] {one.program}: {one.count} benchmarks, "
-                            f"{one.settings['repetitions']} times each", guess(one, raw))
-        benchmarks = run(one, progress)
+                            f"{one.settings['repetitions']} times each", guess(one, raw) * runs)
+        benchmarks = medians([run(one, progress) for _ in range(runs)])
         progress.done()
         write(raw, one.program, {
             "program": one.program, "quick": quick, "date": datetime.date.today().isoformat(),
-            "seconds": round(progress.seconds()), "settings": one.settings, "machine": where,
-            "benchmarks": benchmarks})
+            "seconds": round(progress.seconds() / runs), "runs": runs, "settings": one.settings,
+            "machine": where, "benchmarks": benchmarks})

@@ -30,11 +30,12 @@ same code differ by. {count} of {compared} rows with a peer are named here.
 METHOD = """\
 - A time is the median of several repetitions, {repetitions} of them, each of {min_time} s or more;
   the repetitions of all the benchmarks in a program are shuffled, so that noise is spread evenly.
+  {runs}
 - It is the processor time of the thread. With several threads, and where threads are started, it is
   the wall clock; on a shared machine such rows are unreliable. Ratios are more reliable than times.
 - Ratio: our time over that of the best peer, so below 1 is faster. The floor is the
   minimum cost of the work, with the ratio to it.
-- ± is the coefficient of variation of our repetitions.
+- ± is the coefficient of variation of our repetitions, in several runs the largest.
 """
 
 SLOWER_HEAD = """\
@@ -159,7 +160,10 @@ def machine_section(judged):
     newest = newest_of(judged)
     lines = [f"- {name.capitalize()}: {value}\n" for name, value in newest["machine"].items()]
     settings = [one.data["settings"] for one in judged]
-    method = METHOD.format(repetitions=span([each["repetitions"] for each in settings]),
+    runs = span([one.data.get("runs", 1) for one in judged])
+    several = f"Each program ran {runs} times; a time is the median of the runs."
+    method = METHOD.format(runs="Each program ran once." if runs == "1" else several,
+                           repetitions=span([each["repetitions"] for each in settings]),
                            min_time=span([each["min_time"] for each in settings]))
     return f"## Machine and method\n\n- Date: {newest['date']}\n{''.join(lines)}\n{method}"
 

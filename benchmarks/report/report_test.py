@@ -159,6 +159,14 @@ class Measurement(unittest.TestCase):
         self.assertEqual([kept[0]["median_ns"], kept[0]["min_ns"]], [3, 1])
         self.assertEqual(sorted(kept[0]), ["clock", "cv", "median_ns", "min_ns", "name"])
 
+    def test_medians_of_the_runs(self):
+        runs = [measure.kept_of_all({"benchmarks": [self.entry("plain", time, 0) for time in times]})
+                for times in ((3, 3), (9, 1), (4, 4))]
+        one, = measure.medians(runs)
+        self.assertEqual((one["median_ns"], one["min_ns"]), (4, 1))
+        self.assertEqual(one["cv"], max(run[0]["cv"] for run in runs))
+        self.assertEqual(measure.medians(runs[:1]), runs[0])
+
     def test_data_are_written_and_read(self):
         with tempfile.TemporaryDirectory() as folder:
             content = data(ours_10=100)
