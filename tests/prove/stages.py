@@ -56,7 +56,8 @@ def suite(preset):
         passed = seams & parse.ctest_passed(done.text)
         omitted = f", {skipped} skipped" if skipped else ""
         others = f", {len(seams - passed)} not run" if seams - passed else ""
-        return [row("suite", f"{tests} tests, {failed} failed{omitted}", verdict(done.status == 0)),
+        return [row("suite", f"{tests} tests, {failed} failed{omitted}",
+                    verdict(done.status == 0, failed == 0)),
                 row("seams", f"{len(passed)} tests passed{others}",
                     verdict(done.status == 0, passed))]
     return stage
