@@ -166,8 +166,8 @@ TEST(Sockets, UnknownNameIsNotResolved) {
 // Replaces the hosts file for this process only; returns false if the system does not allow it.
 bool replaceHostsFile(const std::string& path) {
     const bool apart = unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
-    return apart && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount(path.c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) == 0;
+    return apart && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount(path.c_str(), "/etc/hosts", "", MS_BIND, nullptr) == 0;
 }
 
 VN_CHILD(connectAfterLongLine) {
