@@ -75,9 +75,11 @@ Parsed parseDecimal(const char* digits, uint64_t maximum) {
     uint64_t value = 0;
     const char* at = digits;
     unsigned digit = decimalDigit(at);
-    for (int unchecked = 18; digit <= 9 && unchecked > 0; --unchecked) {
+    // An address as a number: a short text ends before it, and a pointer must not leave the text.
+    const auto unchecked = reinterpret_cast<uintptr_t>(digits) + 18;
+    for (; digit <= 9 && reinterpret_cast<uintptr_t>(at) != unchecked; digit = decimalDigit(at)) {
         value = value * 10 + digit;
-        digit = decimalDigit(++at);
+        ++at;
     }
     for (; digit <= 9; digit = decimalDigit(++at)) {
         if (value > maximum / 10 || (value == maximum / 10 && digit > maximum % 10)) {
