@@ -109,7 +109,7 @@ void changeCapacity(vn_qtsQueue* queue, uint32_t capacity) VN_REQUIRES(queueLock
 void grow(vn_qtsQueue* queue, uint64_t needed) VN_REQUIRES(queueLock) {
     const uint64_t limit =
         queue->maxSize != 0 ? std::min(queue->maxSize, mostElements) : mostElements;
-    if (queue->capacity == limit) {
+    if (queue->capacity >= limit) {
         return;
     }
     uint64_t capacity = queue->capacity;

@@ -157,17 +157,19 @@ TEST(Queue, HugeBatchDoesNotOverflow) {
 // One more element could be added but never removed: the semaphore counts no further. Only the
 // counts are large; neither call may touch the ring.
 TEST(Queue, FullAtTheLargestCountRefuses) {
-    Queue queue;
-    vn_qtsElement* const ring = queue.slots;
-    queue.count = queue.capacity = SEM_VALUE_MAX;
-    EXPECT_EQ(queue.add(1), 1);
-    const vn_qtsElement batch[3] = {};
-    EXPECT_EQ(vn_qtsAddBatch(&queue, batch, 3), 3u);
-    EXPECT_EQ(queue.slots, ring);
-    EXPECT_EQ(queue.count, uint32_t{SEM_VALUE_MAX});
-    EXPECT_EQ(queue.capacity, uint32_t{SEM_VALUE_MAX});
-    EXPECT_EQ(queue.tail, 0u);
-    EXPECT_EQ(semaphoreValue(queue), 0);
+    for (const uint32_t count : {uint32_t{SEM_VALUE_MAX}, UINT32_MAX}) {
+        Queue queue;
+        vn_qtsElement* const ring = queue.slots;
+        queue.count = queue.capacity = count;
+        EXPECT_EQ(queue.add(1), 1);
+        const vn_qtsElement batch[3] = {};
+        EXPECT_EQ(vn_qtsAddBatch(&queue, batch, 3), 3u);
+        EXPECT_EQ(queue.slots, ring);
+        EXPECT_EQ(queue.count, count);
+        EXPECT_EQ(queue.capacity, count);
+        EXPECT_EQ(queue.tail, 0u);
+        EXPECT_EQ(semaphoreValue(queue), 0);
+    }
 }
 
 TEST(Queue, RemoveWithoutBlocking) {
