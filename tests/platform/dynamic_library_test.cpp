@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "support/child_process.h"
+#include "support/child_checks.h"
 
 namespace {
 
@@ -17,20 +17,6 @@ std::string takeText(char* text) {
     const std::string copy = text != nullptr ? text : "(null)";
     free(text);
     return copy;
-}
-
-// A child names its first failed check and ends with 1.
-#define CHECK(condition)                                            \
-    do {                                                            \
-        if (!(condition)) {                                         \
-            fprintf(stderr, "line %d: %s\n", __LINE__, #condition); \
-            return 1;                                               \
-        }                                                           \
-    } while (false)
-
-void expectSuccess(const char* child) {
-    const ChildResult result = runChild(child);
-    EXPECT_EQ(result.exitStatus, 0) << result.err;
 }
 
 bool isLoaded(const char* name) {

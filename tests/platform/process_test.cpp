@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/process_sources.h"
-#include "support/child_process.h"
+#include "support/child_checks.h"
 
 namespace {
 
@@ -28,15 +28,6 @@ std::string takeText(char* text) {
 size_t linesOf(const std::string& text) {
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
-
-// A child names its first failed check and ends with 1.
-#define CHECK(condition)                                            \
-    do {                                                            \
-        if (!(condition)) {                                         \
-            fprintf(stderr, "line %d: %s\n", __LINE__, #condition); \
-            return 1;                                               \
-        }                                                           \
-    } while (false)
 
 }  // namespace
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "platform/process_sources.h"
-#include "support/child_process.h"
+#include "support/child_checks.h"
 #include "support/temporary_folder.h"
 
 namespace {
@@ -34,20 +34,6 @@ Rates ratesAt(int64_t time, const std::string& path, int64_t duration = 0) {
     Rates read;
     read.result = vncommon::swapRates(path.c_str(), &read.in, &read.out);
     return read;
-}
-
-// A child names its first failed check and ends with 1.
-#define CHECK(condition)                                            \
-    do {                                                            \
-        if (!(condition)) {                                         \
-            fprintf(stderr, "line %d: %s\n", __LINE__, #condition); \
-            return 1;                                               \
-        }                                                           \
-    } while (false)
-
-void expectSuccess(const char* child) {
-    const ChildResult result = runChild(child);
-    EXPECT_EQ(result.exitStatus, 0) << result.err;
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "platform/process_sources.h"
-#include "support/child_process.h"
+#include "support/child_checks.h"
 
 namespace {
 
@@ -53,22 +53,13 @@ class Reading {
     int64_t start_ = vn_sys_time();
 };
 
-void expectSuccess(const char* child) {
+void expectSuccessInTime(const char* child) {
     ChildResult result;
     do {
         result = runChild(child);
     } while (result.exitStatus == tookTooLong);
     EXPECT_EQ(result.exitStatus, 0) << result.err;
 }
-
-// A child names its first failed check and ends with 1.
-#define CHECK(condition)                                            \
-    do {                                                            \
-        if (!(condition)) {                                         \
-            fprintf(stderr, "line %d: %s\n", __LINE__, #condition); \
-            return 1;                                               \
-        }                                                           \
-    } while (false)
 
 }  // namespace
 
@@ -182,36 +173,36 @@ VN_CHILD(realMachine) {
 }
 
 TEST(SwapRates, PagesOverSeconds) {
-    expectSuccess("ratesOfTwoReadings");
+    expectSuccessInTime("ratesOfTwoReadings");
 }
 TEST(SwapRates, CachedForATenthOfASecond) {
-    expectSuccess("cachesForATenthOfASecond");
+    expectSuccessInTime("cachesForATenthOfASecond");
 }
 TEST(SwapRates, MissingFile) {
-    expectSuccess("missingFileLeavesEverything");
+    expectSuccessInTime("missingFileLeavesEverything");
 }
 TEST(SwapRates, LineWithoutBlank) {
-    expectSuccess("lineWithoutBlank");
+    expectSuccessInTime("lineWithoutBlank");
 }
 TEST(SwapRates, StopsAtTheSecondKey) {
-    expectSuccess("stopsAtTheSecondKey");
+    expectSuccessInTime("stopsAtTheSecondKey");
 }
 TEST(SwapRates, FileWithoutKeys) {
-    expectSuccess("fileWithoutKeys");
+    expectSuccessInTime("fileWithoutKeys");
 }
 TEST(SwapRates, EmptyFile) {
-    expectSuccess("emptyFile");
+    expectSuccessInTime("emptyFile");
 }
 TEST(SwapRates, LongLines) {
-    expectSuccess("longLineIsReadInPieces");
+    expectSuccessInTime("longLineIsReadInPieces");
 }
 TEST(SwapRates, FallenCounter) {
-    expectSuccess("counterThatFellIsUnsigned");
+    expectSuccessInTime("counterThatFellIsUnsigned");
 }
 
 TEST(SwapRates, RealMachine) {
     if (access("/proc/vmstat", R_OK) != 0) {
         GTEST_SKIP() << "this machine has no /proc/vmstat";
     }
-    expectSuccess("realMachine");
+    expectSuccessInTime("realMachine");
 }
